@@ -1,0 +1,7 @@
+// The application's main function.
+#pragma once
+
+/// Sets up the application, the report window and its controller, launches them and runs the event loop. Takes the
+/// process's own argument count and vector, unchanged; gives the exit status: 0 after an orderly end, 1 when there is
+/// no display.
+int applicationMain(int argc, char **argv);

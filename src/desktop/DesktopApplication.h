@@ -1,0 +1,19 @@
+// The running application on Qt.
+#pragma once
+
+#include "platform/Application.h"
+
+#include <QPointer>
+#include <QWidget>
+
+class DesktopApplication : public platform::Application
+{
+public:
+    explicit DesktopApplication(QWidget *window);
+
+    void activate(platform::OtherApplications others) override;
+    void terminate(const platform::Object *sender) override;
+
+private:
+    QPointer<QWidget> window;
+};

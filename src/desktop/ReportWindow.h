@@ -1,0 +1,34 @@
+// The report window on Qt Widgets.
+#pragma once
+
+#include "AppController.h"
+
+#include <QDialog>
+#include <QStringList>
+
+#include <memory>
+
+/// The window of resources/ReportWindow.ui, and the adapters through which the controller speaks to its controls.
+class ReportWindow : public QDialog
+{
+    Q_OBJECT
+
+public:
+    explicit ReportWindow(QWidget *parent = nullptr);
+    ~ReportWindow() override;
+
+    /// The controls, for the controller; they live as long as the window.
+    ReportControls controls();
+
+Q_SIGNALS:
+    /// The disclosure triangle was pressed.
+    void disclosureClicked();
+    /// The submit button was pressed.
+    void submitClicked();
+    /// Cancel was pressed, or Escape while there is something to cancel or to unlock.
+    void cancelClicked();
+    /// Local files were dropped onto the window; their paths, in order.
+    void filesDropped(const QStringList &paths);
+    /// The user closed the window.
+    void closed();
+};
