@@ -131,6 +131,8 @@ protected:
 private:
     void showReport();
     void warnOfConflictingSoftware(const QString &crashLog);
+    bool isThrottled(qint64 storedCount, const std::optional<QVariant> &storedDate) const;
+    void recordAttempt(qint64 storedCount);
     void enterSendingState();
     void resetSubmitControls();
     QVariantMap reportForm() const;
