@@ -75,7 +75,7 @@ std::optional<QString> appendableLog(const ApplicationLog &log, const std::optio
 
 } // namespace
 
-AppController::AppController(const ReportControls &controls, const PlatformServices &services)
+AppController::AppController(const ReportControls &controls, const PlatformServices &platformServices)
     : mainWindow(controls.mainWindow)
     , initialInfo(controls.initialInfo)
     , disclosureBtn(controls.disclosureBtn)
@@ -85,7 +85,7 @@ AppController::AppController(const ReportControls &controls, const PlatformServi
     , emailText(controls.emailText)
     , submitBtn(controls.submitBtn)
     , spinner(controls.spinner)
-    , services(services)
+    , services(platformServices)
 {
 }
 

@@ -24,8 +24,8 @@ bool isUrl(const QVariant &value)
 
 } // namespace
 
-FormDataBody::FormDataBody(QString boundary)
-    : boundary(std::move(boundary))
+FormDataBody::FormDataBody(QString boundaryText)
+    : boundary(std::move(boundaryText))
 {
     body.reserve(kReservedBytes);
 }

@@ -21,7 +21,7 @@ class FormDataBody
 public:
     /// The boundary is written as it is; choosing one of valid characters is the caller's part (RFC 2046
     /// section 5.1.1).
-    explicit FormDataBody(QString boundary);
+    explicit FormDataBody(QString boundaryText);
 
     /// Appends the part of one field. A file that cannot be read contributes no bytes, and neither does a piece of text
     /// that has no UTF-8 form; the rest of the part is written all the same.

@@ -18,8 +18,8 @@ constexpr qsizetype kChunk = 64 * 1024;
 class FileDescriptor
 {
 public:
-    explicit FileDescriptor(int number)
-        : number(number)
+    explicit FileDescriptor(int openedNumber)
+        : number(openedNumber)
     {
     }
     FileDescriptor(const FileDescriptor &) = delete;
