@@ -79,9 +79,8 @@ public:
     void setFrameDisplayAnimate(const platform::Rect &frame, platform::Display display,
                                 platform::Animation animation) override
     {
-        calls.note("mainWindow setFrame " + describe(frame) + " display "
-                   + yesNo(display == platform::Display::On) + " animate "
-                   + yesNo(animation == platform::Animation::On));
+        calls.note("mainWindow setFrame " + describe(frame) + " display " + yesNo(display == platform::Display::On)
+                   + " animate " + yesNo(animation == platform::Animation::On));
         rect = frame;
     }
     void makeKeyAndOrderFront(const platform::Object *sender) override
@@ -271,8 +270,7 @@ public:
 
     void activate(platform::OtherApplications others) override
     {
-        calls.note("application activateIgnoringOtherApps "
-                   + yesNo(others == platform::OtherApplications::Ignore));
+        calls.note("application activateIgnoringOtherApps " + yesNo(others == platform::OtherApplications::Ignore));
     }
     void terminate(const platform::Object *sender) override
     {
@@ -414,7 +412,8 @@ public:
     }
 
     std::shared_ptr<platform::UrlConnection>
-    connectionWithRequestDelegate(const platform::UrlRequest &request, platform::UrlConnectionDelegate &delegate) override
+    connectionWithRequestDelegate(const platform::UrlRequest &request,
+                                  platform::UrlConnectionDelegate &delegate) override
     {
         calls.note("loader " + request.method.toStdString() + " "
                    + request.url.toString(QUrl::FullyEncoded).toStdString());
@@ -441,8 +440,8 @@ private:
 class OpenController : public AppController
 {
 public:
-    using AppController::appName;
     using AppController::AppController;
+    using AppController::appName;
     using AppController::connection;
     using AppController::logOpened;
     using AppController::responseData;
