@@ -18,9 +18,14 @@ struct ApplicationLog {
     QLatin1StringView fileSuffix; ///< What follows the application's name in the file's name.
     QLatin1StringView header;     ///< What stands before the log's text in the report.
 
-    /// The log is appended only if its length and the report's running length stay below this: the ceiling less the
-    /// header as it stands in its format, the two characters of its placeholder counted.
-    constexpr quint64 bound() const { return kReportCeiling - static_cast<quint64>(header.size()) - 2; }
+    /// The log is appended only if its length and the report's running length together stay below this: with the
+    /// header as it stands in its format, the two characters of its placeholder counted, they may just reach the
+    /// ceiling.
+    constexpr quint64 bound() const
+    {
+        constexpr quint64 kPlaceholder = 2;
+        return kReportCeiling - static_cast<quint64>(header.size()) - kPlaceholder + 1;
+    }
 };
 
 /// The logs in the order in which they are appended.
