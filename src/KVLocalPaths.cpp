@@ -266,8 +266,8 @@ QString KVLocalPaths::randomString(std::uint64_t length)
     QString text;
     text.reserve(static_cast<qsizetype>(std::min(length, kLongestText)));
     for (std::uint64_t i = 0; i < length; ++i) {
-        // The plain modulo is deliberate, with its slight preference for the first letters: these are names, and the
-        // same draws must go on giving the same names.
+        // The plain modulo, which slightly prefers the first letters, is deliberate: no draw is rejected, so that a
+        // text takes as many draws as it has characters.
         text.append(kRandomAlphabet.at(std::rand() % kRandomAlphabet.size()));
     }
     return text;
