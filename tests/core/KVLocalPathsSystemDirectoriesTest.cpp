@@ -28,6 +28,11 @@ Questions operator+(Questions all, const Questions &more)
 /// Who the process runs as; in both cases the user's home is /Users/user1.
 enum class Runner { OrdinaryUser, RootWithConsoleUser };
 
+std::ostream &operator<<(std::ostream &stream, Runner runner)
+{
+    return stream << (runner == Runner::OrdinaryUser ? "ordinary user" : "root with console user");
+}
+
 void runAs(Runner runner, ScriptedLookups &lookups)
 {
     if (runner == Runner::RootWithConsoleUser) {
