@@ -28,6 +28,11 @@ Questions operator+(Questions all, const Questions &more)
 /// Who the process runs as; in both cases the user's home is /Users/user1.
 enum class Runner { OrdinaryUser, RootWithConsoleUser };
 
+std::ostream &operator<<(std::ostream &stream, Runner runner)
+{
+    return stream << (runner == Runner::OrdinaryUser ? "ordinary user" : "root with console user");
+}
+
 void runAs(Runner runner, ScriptedLookups &lookups)
 {
     if (runner == Runner::RootWithConsoleUser) {
@@ -40,14 +45,14 @@ void runAs(Runner runner, ScriptedLookups &lookups)
 
 struct PathCase {
     const char *name;
-    const char16_t *path;
+    QStringView path;
     bool isSystemDirectory;
     bool isSystemDirectoryExactly;
 };
 
 std::ostream &operator<<(std::ostream &stream, const PathCase &pathCase)
 {
-    return stream << QString(pathCase.path).toStdString();
+    return stream << pathCase.path.toString().toStdString();
 }
 
 constexpr bool kYes = true;
@@ -84,7 +89,7 @@ protected:
 
     static const PathCase &pathCase() { return std::get<PathCase>(GetParam()); }
 
-    static QString path() { return QString(pathCase().path); }
+    static QString path() { return pathCase().path.toString(); }
 
     ScriptedLookups lookups;
 
@@ -129,10 +134,10 @@ TEST_P(KVLocalPathsSystemDirectoryTable, AnswersForAnExactMatch)
 INSTANTIATE_TEST_SUITE_P(, KVLocalPathsSystemDirectoryTable,
                          testing::Combine(testing::Values(Runner::OrdinaryUser, Runner::RootWithConsoleUser),
                                           testing::ValuesIn(kPathCases)),
-                         [](const auto &info) {
-                             const bool isRoot = std::get<Runner>(info.param) == Runner::RootWithConsoleUser;
+                         [](const auto &instance) {
+                             const bool isRoot = std::get<Runner>(instance.param) == Runner::RootWithConsoleUser;
                              return std::string(isRoot ? "RootWithConsoleUser_" : "OrdinaryUser_")
-                                 + std::get<PathCase>(info.param).name;
+                                 + std::get<PathCase>(instance.param).name;
                          });
 
 namespace {
@@ -140,13 +145,13 @@ namespace {
 /// A directory of the list, and how many of all questions it takes to come to it.
 struct ListedCase {
     const char *name;
-    const char16_t *path;
+    QStringView path;
     std::size_t questions;
 };
 
 std::ostream &operator<<(std::ostream &stream, const ListedCase &listed)
 {
-    return stream << QString(listed.path).toStdString();
+    return stream << listed.path.toString().toStdString();
 }
 
 class KVLocalPathsListedDirectory : public testing::TestWithParam<ListedCase>
@@ -195,12 +200,12 @@ TEST_P(KVLocalPathsListedDirectory, IsASystemDirectoryAndNothingAfterItIsAskedFo
     const Questions expected(kAllQuestions.begin(),
                              kAllQuestions.begin() + static_cast<std::ptrdiff_t>(GetParam().questions));
 
-    EXPECT_TRUE(KVLocalPaths::isPathSystemDirectoryExactMatch(QString(GetParam().path), true));
+    EXPECT_TRUE(KVLocalPaths::isPathSystemDirectoryExactMatch(GetParam().path.toString(), true));
     EXPECT_EQ(lookups.questions, expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(, KVLocalPathsListedDirectory, testing::ValuesIn(kListedCases),
-                         [](const auto &info) { return std::string(info.param.name); });
+                         [](const auto &instance) { return std::string(instance.param.name); });
 
 TEST_F(KVLocalPathsSystemDirectories, APathInNoListIsComparedWithEveryOneInItsOrder)
 {
@@ -331,13 +336,13 @@ namespace {
 
 struct VolumeCase {
     const char *name;
-    const char16_t *path;
+    QStringView path;
     bool isOnTimeMachineVolume;
 };
 
 std::ostream &operator<<(std::ostream &stream, const VolumeCase &volume)
 {
-    return stream << QString(volume.path).toStdString();
+    return stream << volume.path.toString().toStdString();
 }
 
 class KVLocalPathsTimeMachine : public testing::TestWithParam<VolumeCase>
@@ -366,8 +371,8 @@ constexpr VolumeCase kVolumeCases[] = {
 
 TEST_P(KVLocalPathsTimeMachine, IsInsideABackupOnAMountedVolumeOrNot)
 {
-    EXPECT_EQ(KVLocalPaths::isPathOnTimeMachineVolume(QString(GetParam().path)), GetParam().isOnTimeMachineVolume);
+    EXPECT_EQ(KVLocalPaths::isPathOnTimeMachineVolume(GetParam().path.toString()), GetParam().isOnTimeMachineVolume);
 }
 
 INSTANTIATE_TEST_SUITE_P(, KVLocalPathsTimeMachine, testing::ValuesIn(kVolumeCases),
-                         [](const auto &info) { return std::string(info.param.name); });
+                         [](const auto &instance) { return std::string(instance.param.name); });

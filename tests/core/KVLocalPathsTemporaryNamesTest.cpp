@@ -92,7 +92,7 @@ TEST_P(KVLocalPathsSeed, IsTheLow32BitsOfTimeTimesProcessorTime)
 }
 
 INSTANTIATE_TEST_SUITE_P(, KVLocalPathsSeed, testing::ValuesIn(kSeedCases),
-                         [](const auto &info) { return std::string(info.param.name); });
+                         [](const auto &instance) { return std::string(instance.param.name); });
 
 TEST_F(KVLocalPathsTemporaryNames, RandomStringOf0CharactersIsEmptyAndReseedsTheGenerator)
 {
@@ -146,7 +146,7 @@ TEST_F(KVLocalPathsTemporaryNames, RandomStringIsMadeOfLowerCaseAsciiLettersAndD
         EXPECT_TRUE(text.contains(character)) << character.toLatin1();
     }
     for (const QChar character : text) {
-        ASSERT_TRUE(kAlphabet.contains(character)) << character.unicode();
+        ASSERT_TRUE(kAlphabet.contains(character)) << static_cast<int>(character.unicode());
     }
 }
 

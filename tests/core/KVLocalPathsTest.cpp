@@ -45,7 +45,7 @@ struct DirectoryCase {
     Answer (*ask)();
     std::uint64_t kind;
     std::uint64_t domain;
-    const char16_t *appended;
+    QStringView appended;
 };
 
 std::ostream &operator<<(std::ostream &stream, const DirectoryCase &directoryCase)
@@ -88,7 +88,7 @@ protected:
 
     bool isForUser() const { return GetParam().domain == platform::domain::kUser; }
 
-    QString appended() const { return QString(GetParam().appended); }
+    QString appended() const { return GetParam().appended.toString(); }
 
     ScriptedLookups lookups;
     platform::LocalLookupsScope scope{lookups};
@@ -143,7 +143,7 @@ TEST_P(KVLocalPathsDirectories, RootWithNobodyAtTheConsoleGetsNothingInTheUsersD
 }
 
 INSTANTIATE_TEST_SUITE_P(, KVLocalPathsDirectories, testing::ValuesIn(kDirectoryCases),
-                         [](const auto &info) { return std::string(info.param.name); });
+                         [](const auto &instance) { return std::string(instance.param.name); });
 
 TEST_F(KVLocalPathsTest, KindAndMaskReachTheLookUpUnchanged)
 {
@@ -305,13 +305,13 @@ namespace {
 
 struct RootAdjustmentCase {
     const char *name;
-    const char16_t *firstAnswer;
-    const char16_t *result;
+    QStringView firstAnswer;
+    QStringView result;
 };
 
 std::ostream &operator<<(std::ostream &stream, const RootAdjustmentCase &adjustment)
 {
-    return stream << QString(adjustment.firstAnswer).toStdString();
+    return stream << adjustment.firstAnswer.toString().toStdString();
 }
 
 class KVLocalPathsRootAdjustment : public testing::TestWithParam<RootAdjustmentCase>
@@ -342,30 +342,30 @@ constexpr RootAdjustmentCase kRootAdjustmentCases[] = {
 TEST_P(KVLocalPathsRootAdjustment, MovesTheFirstAnswerUnderTheConsoleUsersHome)
 {
     runAsRoot(lookups, u"user1"_s);
-    lookups.directories[{platform::directory::kCaches, platform::domain::kUser}] = {QString(GetParam().firstAnswer)};
+    lookups.directories[{platform::directory::kCaches, platform::domain::kUser}] = {GetParam().firstAnswer.toString()};
 
-    EXPECT_EQ(KVLocalPaths::cacheDirectory(true), QString(GetParam().result));
+    EXPECT_EQ(KVLocalPaths::cacheDirectory(true), GetParam().result.toString());
 }
 
 TEST_P(KVLocalPathsRootAdjustment, LeavesTheFirstAnswerToAnOrdinaryUserUntouched)
 {
-    lookups.directories[{platform::directory::kCaches, platform::domain::kUser}] = {QString(GetParam().firstAnswer)};
+    lookups.directories[{platform::directory::kCaches, platform::domain::kUser}] = {GetParam().firstAnswer.toString()};
 
-    EXPECT_EQ(KVLocalPaths::cacheDirectory(true), QString(GetParam().firstAnswer));
+    EXPECT_EQ(KVLocalPaths::cacheDirectory(true), GetParam().firstAnswer.toString());
 }
 
 TEST_P(KVLocalPathsRootAdjustment, LeavesTheFirstAnswerInOtherDomainsUntouched)
 {
     runAsRoot(lookups, u"user1"_s);
     for (const std::uint64_t mask : {std::uint64_t(2), std::uint64_t(3), std::uint64_t(8), std::uint64_t(9)}) {
-        lookups.directories[{platform::directory::kCaches, mask}] = {QString(GetParam().firstAnswer)};
+        lookups.directories[{platform::directory::kCaches, mask}] = {GetParam().firstAnswer.toString()};
         EXPECT_EQ(KVLocalPaths::pathForDirectoryForUserDomain(platform::directory::kCaches, mask),
-                  QString(GetParam().firstAnswer));
+                  GetParam().firstAnswer.toString());
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(, KVLocalPathsRootAdjustment, testing::ValuesIn(kRootAdjustmentCases),
-                         [](const auto &info) { return std::string(info.param.name); });
+                         [](const auto &instance) { return std::string(instance.param.name); });
 
 TEST_F(KVLocalPathsTest, CacheDirectoryOfTheSystemIsTheConfigurationStringsValue)
 {
