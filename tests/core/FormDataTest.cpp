@@ -1,6 +1,7 @@
 // The multipart body, byte for byte.
 #include "support/RecordingPlatform.h"
 #include "support/SampleHome.h"
+#include "support/UnspeakableValue.h"
 
 #include <QUrl>
 
@@ -15,10 +16,6 @@ namespace {
 /// A type derived from the URL type.
 struct BookmarkUrl : QUrl {
     using QUrl::QUrl;
-};
-
-/// A value whose textual form cannot be had.
-struct Unspeakable {
 };
 
 class FormData : public testing::Test
@@ -48,7 +45,6 @@ QByteArray filePart(const QByteArray &name, const QByteArray &filename, const QB
 } // namespace
 
 Q_DECLARE_METATYPE(BookmarkUrl)
-Q_DECLARE_METATYPE(Unspeakable)
 
 TEST_F(FormData, EmptyFormHasABodyOfNoBytes)
 {
@@ -155,12 +151,7 @@ TEST_F(FormData, PieceWithAnUnpairedSurrogateContributesNoBytes)
 
 TEST_F(FormData, ExceptionIsLoggedAndThereIsNoBody)
 {
-    QMetaType::registerConverter<Unspeakable, QString>([](const Unspeakable &) -> QString {
-        throw platform::PlatformException(u"TestFailure"_s, u"no textual form"_s);
-    });
-
-    EXPECT_EQ(world.controller.generateFormDataForBoundary(
-                  {{u"a"_s, u"b"_s}, {u"b"_s, QVariant::fromValue(Unspeakable())}}, u"XYZ"_s),
+    EXPECT_EQ(world.controller.generateFormDataForBoundary({{u"a"_s, u"b"_s}, {u"b"_s, unspeakableValue()}}, u"XYZ"_s),
               std::nullopt);
     EXPECT_EQ(world.calls.taken(),
               (Calls::List{"log Exception in generateFormData:forBoundary. TestFailure - no textual form"}));

@@ -1,5 +1,6 @@
 // The upload operations: the request, the three callbacks, cancel and the answer's text.
 #include "support/RecordingPlatform.h"
+#include "support/UnspeakableValue.h"
 
 #include <gtest/gtest.h>
 
@@ -25,9 +26,6 @@ Calls::List resetControlsAnd(const Calls::List &more)
     all.insert(all.end(), more.begin(), more.end());
     return all;
 }
-
-struct Unspeakable {
-};
 
 class Upload : public testing::Test
 {
@@ -68,8 +66,6 @@ protected:
 };
 
 } // namespace
-
-Q_DECLARE_METATYPE(Unspeakable)
 
 TEST_F(Upload, RequestCarriesMethodAddressTypeAndBody)
 {
@@ -265,11 +261,7 @@ TEST_F(Upload, TransferThatCannotBeCreatedShowsItsAlertAndKeepsTheSendingStateUn
 
 TEST_F(Upload, FormThatCannotBeEncodedIsPostedWithoutABodyAndTheAnswerJudgedAsUsual)
 {
-    QMetaType::registerConverter<Unspeakable, QString>([](const Unspeakable &) -> QString {
-        throw platform::PlatformException(u"TestFailure"_s, u"no textual form"_s);
-    });
-
-    world.controller.postDictionary({{u"crashlog"_s, QVariant::fromValue(Unspeakable())}});
+    world.controller.postDictionary({{u"crashlog"_s, unspeakableValue()}});
 
     EXPECT_EQ(world.calls.taken(),
               (Calls::List{"process globallyUniqueString",
