@@ -1,7 +1,7 @@
 // Keeps the controller's operations apart.
 #include "desktop/OperationQueue.h"
 
-#include <QScopedValueRollback>
+#include <QScopeGuard>
 
 #include <utility>
 
@@ -23,13 +23,15 @@ void OperationQueue::performIfIdle(const Operation &operation)
 
 void OperationQueue::run(const Operation &operation)
 {
-    {
-        const QScopedValueRollback busy(running, true);
-        operation();
-    }
-    if (!waiting.empty()) {
-        QMetaObject::invokeMethod(this, &OperationQueue::runNext, Qt::QueuedConnection);
-    }
+    // Also when the operation ends by an exception, which passes on: those that wait must not wait for ever.
+    const auto goOn = qScopeGuard([this] {
+        running = false;
+        if (!waiting.empty()) {
+            QMetaObject::invokeMethod(this, &OperationQueue::runNext, Qt::QueuedConnection);
+        }
+    });
+    running = true;
+    operation();
 }
 
 void OperationQueue::runNext()

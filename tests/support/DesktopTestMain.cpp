@@ -1,0 +1,53 @@
+// Runs the tests that need a QApplication: without a display, in a home of their own, and without a proxy.
+#include <QApplication>
+#include <QDir>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+void moveInto(const QTemporaryDir &home)
+{
+    qputenv("HOME", home.path().toUtf8());
+    for (const char *variable :
+         {"XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_DATA_HOME", "XDG_STATE_HOME", "XDG_RUNTIME_DIR", "TMPDIR"}) {
+        const QString folder = home.filePath(QString::fromLatin1(variable).toLower());
+        QDir().mkpath(folder);
+        QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        qputenv(variable, folder.toUtf8());
+    }
+    for (const char *variable : {"XDG_CONFIG_DIRS", "XDG_DATA_DIRS"}) {
+        qputenv(variable, home.filePath(u"nowhere"_s).toUtf8());
+    }
+}
+
+void forgetProxies()
+{
+    for (const char *variable :
+         {"http_proxy", "https_proxy", "all_proxy", "no_proxy", "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY", "NO_PROXY"}) {
+        qunsetenv(variable);
+    }
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    const QTemporaryDir home;
+    if (!home.isValid()) {
+        qFatal("No temporary folder: %s", qPrintable(home.errorString()));
+    }
+    moveInto(home);
+    forgetProxies();
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qunsetenv("QT_QPA_PLATFORMTHEME");
+    qunsetenv("DBUS_SESSION_BUS_ADDRESS");
+    const QApplication application(argc, argv);
+    return RUN_ALL_TESTS();
+}

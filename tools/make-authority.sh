@@ -1,0 +1,95 @@
+#!/bin/bash
+# Makes a throw-away certificate authority and the server certificates that the tests and the trial endpoint use.
+#
+#   make-authority.sh DIR
+#
+# writes into DIR, which is created if it is missing:
+#
+#   authority.pem                  the authority to trust
+#   localhost.pem, .key            a good server: localhost, 127.0.0.1 and ::1
+#   expired.pem, .key              the same names, no longer valid
+#   otherhost.pem, .key            a valid certificate of another host
+#   stranger-authority.pem         an authority that nobody trusts
+#   stranger.pem, .key             the good names, issued by that one
+#
+# The keys of both authorities are thrown away, so nothing more can be issued in their names.
+set -euo pipefail
+
+if [ $# -ne 1 ]; then
+    echo "usage: make-authority.sh DIR" >&2
+    exit 2
+fi
+mkdir -p "$1"
+cd "$1"
+umask 077
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+cat > "$work/openssl.cnf" <<'END'
+[req]
+distinguished_name = subject
+[subject]
+[ca]
+default_ca = throwaway
+[throwaway]
+new_certs_dir = $ENV::WORK
+database = $ENV::WORK/index
+rand_serial = yes
+unique_subject = no
+default_md = sha256
+policy = anything
+[anything]
+commonName = supplied
+[authority]
+basicConstraints = critical, CA:TRUE
+keyUsage = critical, keyCertSign
+subjectKeyIdentifier = hash
+[server]
+basicConstraints = critical, CA:FALSE
+keyUsage = critical, digitalSignature
+extendedKeyUsage = serverAuth
+subjectAltName = $ENV::NAMES
+END
+: > "$work/index"
+export WORK=$work NAMES=DNS:unused
+
+quietly() {
+    local said
+    if ! said=$("$@" 2>&1); then
+        echo "$said" >&2
+        return 1
+    fi
+}
+
+newRequest() { # name, subject
+    quietly openssl req -new -config "$work/openssl.cnf" -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes \
+        -subj "/CN=$2" -keyout "$work/$1.key" -out "$work/$1.csr"
+}
+
+makeAuthority() { # name, subject
+    newRequest "$1" "$2"
+    quietly openssl ca -batch -notext -config "$work/openssl.cnf" -selfsign -keyfile "$work/$1.key" \
+        -extensions authority -startdate "$recently" -enddate "$later" -in "$work/$1.csr" -out "$1.pem"
+}
+
+issue() { # name, subject, subject alternative names, authority, start, end
+    newRequest "$1" "$2"
+    NAMES=$3 quietly openssl ca -batch -notext -config "$work/openssl.cnf" -cert "$4.pem" -keyfile "$work/$4.key" \
+        -extensions server -startdate "$5" -enddate "$6" -in "$work/$1.csr" -out "$1.pem"
+    mv "$work/$1.key" "$1.key"
+}
+
+instant() { date -u -d "$1" +%Y%m%d%H%M%SZ; }
+
+recently=$(instant "-3 days")
+yesterday=$(instant "-1 day")
+later=$(instant "+30 days")
+local_names=DNS:localhost,IP:127.0.0.1,IP:::1
+
+makeAuthority authority "Throw-away authority"
+makeAuthority stranger-authority "Authority that nobody trusts"
+issue localhost localhost "$local_names" authority "$recently" "$later"
+issue expired localhost "$local_names" authority "$recently" "$yesterday"
+issue otherhost elsewhere.example DNS:elsewhere.example authority "$recently" "$later"
+issue stranger localhost "$local_names" stranger-authority "$recently" "$later"
