@@ -65,7 +65,8 @@ bool hasItsLength(const QNetworkReply &reply, qint64 received)
 }
 
 /// Lets the network layer hold no more of the body than one chunk. Sent when the head of an answer has come: the limit
-/// has no effect before the request is under way, and the body of a redirect, which nobody reads, would be held up by it.
+/// has no effect before the request is under way, and the body of a redirect, which nobody reads, would be held up by
+/// it.
 void limitReadBuffer(QNetworkReply &reply)
 {
     const bool isRedirect = statusOf(reply) / 100 == 3;
