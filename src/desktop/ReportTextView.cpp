@@ -74,9 +74,9 @@ public:
 protected:
     QMimeData *createMimeDataFromSelection() const override
     {
-        auto data = std::make_unique<QMimeData>();
-        data->setText(selectedText());
-        return data.release();
+        auto copied = std::make_unique<QMimeData>();
+        copied->setText(selectedText());
+        return copied.release();
     }
 
 private:
