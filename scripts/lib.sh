@@ -50,9 +50,9 @@ Ask an administrator to run: apt-get install --no-install-recommends ${missing[*
     asAdministrator env DEBIAN_FRONTEND=noninteractive apt-get install --yes --no-install-recommends "${missing[@]}"
 }
 
-# Builds everything of the release preset.
+# Builds everything of the preset.
 build() {
     cd "$root" || return
-    cmake --preset release
-    cmake --build --preset release
+    cmake --preset "$1"
+    cmake --build --preset "$1"
 }
