@@ -261,6 +261,18 @@ TEST_F(LogCollection, BoundsCountUtf16UnitsAndNotBytes)
     EXPECT_TRUE(report().endsWith(text));
 }
 
+TEST_F(LogCollection, AppendedLogsCountSoALaterOneThatWouldFitAloneIsLeftOut)
+{
+    home.writeApplicationLog(u"Harbour.1.log"_s, QByteArray(600'000, 'a'));
+    home.writeApplicationLog(u"Harbour.task.1.log"_s, QByteArray(600'000, 'b'));
+    home.writeApplicationLog(u"Harbour.2.log"_s, QByteArray(448'562, 'c'));
+    home.writeApplicationLog(u"Harbour.task.2.log"_s, QByteArray(448'556, 'd'));
+
+    ASSERT_TRUE(load("crash"));
+
+    EXPECT_EQ(report(), u"crash\nLog 1:\n"_s + QString(600'000, u'a') + u"\nTask Log 2:\n"_s + QString(448'556, u'd'));
+}
+
 TEST_F(LogCollection, RunningLengthStartsAfterTheCut)
 {
     home.writeApplicationLog(u"Harbour.1.log"_s, QByteArray(998'566, 'a'));
