@@ -19,14 +19,14 @@ NOTHING = "(nothing)"
 # The process of the namespace has the user ID 0; root's own home must never be the answer.
 ACCOUNTS = """root:x:0:0:root:/root:/bin/sh
 user1:x:1234:1234:User One:/home/user one:/bin/sh
-gdm:x:120:120:Greeter:/var/lib/gdm:/bin/false
+greeter:x:120:120:Greeter:/var/lib/greeter:/bin/false
 """
 # Larger than any buffer that a look-up of accounts would try first.
 LONG_ACCOUNT = "user2:x:2345:2345:" + 20000 * "x" + ":/home/user two:/bin/sh\n"
 OWN_HOME = "/home/of the process"
 
 USER_SESSION = "UID=1234\nUSER=user1\nACTIVE=1\nSTATE=active\nCLASS=user\nTYPE=wayland\nSEAT=seat0\n"
-GREETER_SESSION = "UID=120\nUSER=gdm\nACTIVE=1\nSTATE=active\nCLASS=greeter\nTYPE=wayland\nSEAT=seat0\n"
+GREETER_SESSION = "UID=120\nUSER=greeter\nACTIVE=1\nSTATE=active\nCLASS=greeter\nTYPE=wayland\nSEAT=seat0\n"
 
 
 def seat(session):
@@ -83,7 +83,7 @@ CASES = {
         },
     },
     "TheIdOfTheSessionDecidesAndNotTheNameWrittenBesideIt": {
-        "files": {"seats/seat0": seat("c2"), "sessions/c2": USER_SESSION.replace("USER=user1", "USER=gdm")},
+        "files": {"seats/seat0": seat("c2"), "sessions/c2": USER_SESSION.replace("USER=user1", "USER=greeter")},
         "answers": CONSOLE_USER_ONE,
     },
     "AnOrdinaryProcessAnswersForItself": {
@@ -91,7 +91,7 @@ CASES = {
         "user_id": 120,
         "answers": {
             "currentConsoleUser": "user1",
-            "username": "gdm",
+            "username": "greeter",
             "userDirectory": OWN_HOME,
             "logDirectory": OWN_HOME + "/Library/Logs",
             "trashDirectory": OWN_HOME + "/.Trash",
