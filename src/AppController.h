@@ -55,7 +55,7 @@ struct PlatformServices {
 class AppController : public platform::Object, public platform::UrlConnectionDelegate
 {
 public:
-    AppController(const ReportControls &controls, const PlatformServices &services);
+    AppController(const ReportControls &controls, const PlatformServices &platformServices);
 
     /// Prepares the controller for launching: no log is loaded yet. Sent once, before any other operation; gives the
     /// controller itself.
@@ -131,6 +131,8 @@ protected:
 private:
     void showReport();
     void warnOfConflictingSoftware(const QString &crashLog);
+    bool isThrottled(qint64 storedCount, const std::optional<QVariant> &storedDate) const;
+    void recordAttempt(qint64 storedCount);
     void enterSendingState();
     void resetSubmitControls();
     QVariantMap reportForm() const;

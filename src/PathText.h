@@ -12,6 +12,6 @@ QString lastPathComponent(const QString &path);
 /// The pieces of a path between its separators; an absolute path's leading "/" is a piece of its own.
 QStringList pathComponents(const QString &path);
 
-/// The path and the component with exactly one "/" at the seam, whatever separators the two have there; the path
-/// itself for an empty component, nothing for no path.
+/// The path and the component with exactly one "/" at the seam, whatever separators the two have there. The path itself
+/// for a component that is empty or separators alone, the component itself for an empty path, nothing for no path.
 std::optional<QString> byAppendingPathComponent(const std::optional<QString> &path, const QString &component);

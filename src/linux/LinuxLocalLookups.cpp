@@ -1,0 +1,289 @@
+// What Linux knows about its users, the standard directories and its clocks.
+#include "linux/LinuxLocalLookups.h"
+
+#include <QByteArray>
+#include <QStringDecoder>
+#include <QUuid>
+
+#include <pwd.h>
+#include <systemd/sd-login.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+namespace directory = platform::directory;
+namespace domain = platform::domain;
+
+constexpr std::uint32_t kRootUserId = 0;
+
+/// Root's home as the look-up of standard directories expands "~", on every system, so that callers can recognise it
+/// and put the console user's home in its place.
+constexpr QStringView kExpandedRootHome = u"/var/root";
+
+constexpr const char *kFirstSeat = "seat0";
+constexpr std::string_view kGreeterClass = "greeter";
+
+constexpr std::size_t kFirstAccountBuffer = 1024;
+/// An entry beyond this is no account; the bound keeps a broken source of accounts from eating all memory.
+constexpr std::size_t kLargestAccountBuffer = std::size_t(16) * 1024 * 1024;
+
+/// Where a kind of directory lies: below "~" for the user, and machine-wide for the other two; empty where a domain has
+/// none.
+struct StandardDirectory {
+    std::uint64_t kind;
+    QStringView user;
+    QStringView local;
+    QStringView system;
+};
+
+constexpr std::array<StandardDirectory, 9> kStandardDirectories = {{
+    {directory::kApplications, u"/Applications", u"/Applications", u"/System/Applications"},
+    {directory::kAdminApplications, u"/Applications/Utilities", u"/Applications/Utilities",
+     u"/System/Applications/Utilities"},
+    {directory::kLibrary, u"/Library", u"/Library", u"/System/Library"},
+    {directory::kDocumentation, u"/Library/Documentation", u"/Library/Documentation", u"/System/Library/Documentation"},
+    {directory::kDocuments, u"/Documents", {}, {}},
+    {directory::kDesktop, u"/Desktop", {}, {}},
+    {directory::kCaches, u"/Library/Caches", u"/Library/Caches", u"/System/Library/Caches"},
+    {directory::kApplicationSupport, u"/Library/Application Support", u"/Library/Application Support", {}},
+    {directory::kMovies, u"/Movies", {}, {}},
+}};
+
+struct Account {
+    std::optional<QString> name;
+    std::optional<QString> home;
+};
+
+/// Frees what libsystemd hands over.
+struct FreeDeleter {
+    void operator()(char *text) const { std::free(text); }
+};
+
+using HandedOverText = std::unique_ptr<char, FreeDeleter>;
+
+/// The text of a name or path of the system; nothing when its bytes are no UTF-8 and a text could not name it.
+std::optional<QString> textOf(const QByteArray &bytes)
+{
+    // Only a stateless decoder takes notice of a character that is cut at the end.
+    QStringDecoder decode(QStringDecoder::Utf8,
+                          QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom);
+    QString text = decode(bytes);
+    return decode.hasError() ? std::nullopt : std::optional(std::move(text));
+}
+
+/// The path without separators at its end, so that a name can be appended; the root directory stays "/".
+QString withoutTrailingSeparators(QString path)
+{
+    while (path.size() > 1 && path.endsWith(u'/')) {
+        path.chop(1);
+    }
+    return path;
+}
+
+std::optional<QString> homePath(const QByteArray &bytes)
+{
+    const std::optional<QString> path = textOf(bytes);
+    if (!path || !path->startsWith(u'/')) {
+        return std::nullopt;
+    }
+    return withoutTrailingSeparators(*path);
+}
+
+/// The account that a reentrant look-up of passwd entries finds, given a buffer that is large enough for the entry.
+template<typename LookUp>
+std::optional<Account> findAccount(LookUp lookUp)
+{
+    for (std::size_t size = kFirstAccountBuffer; size <= kLargestAccountBuffer; size *= 2) {
+        std::vector<char> buffer(size);
+        passwd entry = {};
+        passwd *found = nullptr;
+        const int error = lookUp(&entry, buffer.data(), buffer.size(), &found);
+        if (error == ERANGE) {
+            continue;
+        }
+        if (!found) {
+            return std::nullopt;
+        }
+        return Account{textOf(found->pw_name), homePath(found->pw_dir)};
+    }
+    return std::nullopt;
+}
+
+std::optional<Account> accountOfUserId(uid_t userId)
+{
+    return findAccount([userId](passwd *entry, char *buffer, std::size_t size, passwd **found) {
+        return getpwuid_r(userId, entry, buffer, size, found);
+    });
+}
+
+std::optional<Account> accountNamed(const QString &name)
+{
+    const QByteArray bytes = name.toUtf8();
+    if (bytes.contains('\0')) {
+        // The system would take the part before it for the whole name.
+        return std::nullopt;
+    }
+    return findAccount([&bytes](passwd *entry, char *buffer, std::size_t size, passwd **found) {
+        return getpwnam_r(bytes.constData(), entry, buffer, size, found);
+    });
+}
+
+HandedOverText activeSessionOnFirstSeat()
+{
+    char *session = nullptr;
+    const bool found = sd_seat_get_active(kFirstSeat, &session, nullptr) >= 0;
+    HandedOverText owned(session);
+    return found ? std::move(owned) : nullptr;
+}
+
+HandedOverText classOfSession(const char *session)
+{
+    char *sessionClass = nullptr;
+    const bool found = sd_session_get_class(session, &sessionClass) >= 0;
+    HandedOverText owned(sessionClass);
+    return found ? std::move(owned) : nullptr;
+}
+
+std::optional<QString> userOfSession(const char *session)
+{
+    uid_t userId = 0;
+    if (sd_session_get_uid(session, &userId) < 0) {
+        return std::nullopt;
+    }
+    const std::optional<Account> account = accountOfUserId(userId);
+    return account ? account->name : std::nullopt;
+}
+
+/// The path that a home and a text such as "/Library" make, with one separator between them.
+QString belowHome(const QString &home, QStringView rest)
+{
+    return home == u"/"_s ? rest.toString() : QString(home).append(rest);
+}
+
+/// The user's cache directory as bytes, empty when it is not known.
+QByteArray cacheDirectory(const std::optional<QString> &home)
+{
+    QByteArray configured = qgetenv("XDG_CACHE_HOME");
+    if (configured.startsWith('/')) {
+        return configured;
+    }
+    return home ? belowHome(*home, u"/.cache").toUtf8() : QByteArray();
+}
+
+} // namespace
+
+QStringList LinuxLocalLookups::searchPathForDirectoriesInDomains(std::uint64_t kind, std::uint64_t domainMask) const
+{
+    const auto row = std::find_if(kStandardDirectories.begin(), kStandardDirectories.end(),
+                                  [kind](const StandardDirectory &candidate) { return candidate.kind == kind; });
+    if (row == kStandardDirectories.end()) {
+        return {};
+    }
+    QStringList places;
+    if ((domainMask & domain::kUser) != 0 && !row->user.isEmpty()) {
+        const bool isRoot = realUserId() == kRootUserId;
+        if (const std::optional<QString> home = isRoot ? kExpandedRootHome.toString() : homeDirectory()) {
+            places.append(belowHome(*home, row->user));
+        }
+    }
+    if ((domainMask & domain::kLocal) != 0 && !row->local.isEmpty()) {
+        places.append(row->local.toString());
+    }
+    if ((domainMask & domain::kSystem) != 0 && !row->system.isEmpty()) {
+        places.append(row->system.toString());
+    }
+    return places;
+}
+
+std::uint32_t LinuxLocalLookups::realUserId() const
+{
+    return getuid();
+}
+
+std::optional<QString> LinuxLocalLookups::homeDirectory() const
+{
+    if (std::optional<QString> home = homePath(qgetenv("HOME"))) {
+        return home;
+    }
+    const std::optional<Account> account = accountOfUserId(realUserId());
+    return account ? account->home : std::nullopt;
+}
+
+std::optional<QString> LinuxLocalLookups::homeDirectoryForUser(const std::optional<QString> &name) const
+{
+    const std::optional<Account> account = name ? accountNamed(*name) : std::nullopt;
+    return account ? account->home : std::nullopt;
+}
+
+std::optional<QString> LinuxLocalLookups::userName() const
+{
+    const std::optional<Account> account = accountOfUserId(realUserId());
+    return account ? account->name : std::nullopt;
+}
+
+std::optional<QString> LinuxLocalLookups::copyConsoleUser() const
+{
+    const HandedOverText session = activeSessionOnFirstSeat();
+    if (!session) {
+        return std::nullopt;
+    }
+    const HandedOverText sessionClass = classOfSession(session.get());
+    if (!sessionClass) {
+        return std::nullopt;
+    }
+    return sessionClass.get() == kGreeterClass ? u"loginwindow"_s : userOfSession(session.get());
+}
+
+std::size_t LinuxLocalLookups::configurationString(int name, std::span<char> buffer) const
+{
+    if (name != platform::kUserCacheDirectoryName) {
+        return 0;
+    }
+    const QByteArray value = cacheDirectory(homeDirectory());
+    if (value.isEmpty()) {
+        return 0;
+    }
+    if (!buffer.empty()) {
+        const std::size_t copied = std::min(static_cast<std::size_t>(value.size()), buffer.size() - 1);
+        std::copy_n(value.begin(), copied, buffer.begin());
+        buffer[copied] = '\0';
+    }
+    return static_cast<std::size_t>(value.size()) + 1;
+}
+
+std::optional<QString> LinuxLocalLookups::temporaryDirectory() const
+{
+    const std::optional<QString> configured = textOf(qgetenv("TMPDIR"));
+    return configured && !configured->isEmpty() ? configured : u"/tmp"_s;
+}
+
+QString LinuxLocalLookups::globallyUniqueString() const
+{
+    return QUuid::createUuid().toString(QUuid::WithoutBraces);
+}
+
+std::time_t LinuxLocalLookups::calendarTime() const
+{
+    return std::time(nullptr);
+}
+
+std::clock_t LinuxLocalLookups::processorTime() const
+{
+    return std::clock();
+}
+
+const platform::LocalLookups &platform::systemLocalLookups()
+{
+    static const LinuxLocalLookups lookups;
+    return lookups;
+}

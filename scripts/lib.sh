@@ -1,0 +1,58 @@
+# What the scripts share: where the project is, and the packages that it needs. To be sourced, not run.
+# shellcheck shell=bash
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+say() {
+    printf '%s\n' "$*"
+}
+
+fail() {
+    printf '%s: %s\n' "$(basename "$0")" "$*" >&2
+    exit 1
+}
+
+listedPackages() {
+    sed -e 's/#.*//' -e '/^[[:space:]]*$/d' "$root/scripts/packages"
+}
+
+isInstalled() {
+    [[ $(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
+}
+
+missingPackages() {
+    local package
+    while read -r package; do
+        isInstalled "$package" || printf '%s\n' "$package"
+    done < <(listedPackages)
+}
+
+asAdministrator() {
+    if ((EUID == 0)); then
+        "$@"
+    else
+        sudo "$@"
+    fi
+}
+
+# Installs what is missing of scripts/packages, and touches nothing when all of it is there.
+ensurePackages() {
+    command -v dpkg-query >/dev/null || fail "this needs Debian's packages of scripts/packages; here is no dpkg."
+    local missing
+    mapfile -t missing < <(missingPackages)
+    ((${#missing[@]})) || return 0
+    if ((EUID != 0)) && ! command -v sudo >/dev/null; then
+        fail "these packages are missing, and there is no sudo to install them with: ${missing[*]}
+Ask an administrator to run: apt-get install --no-install-recommends ${missing[*]}"
+    fi
+    say "installing ${missing[*]}"
+    asAdministrator apt-get update
+    asAdministrator env DEBIAN_FRONTEND=noninteractive apt-get install --yes --no-install-recommends "${missing[@]}"
+}
+
+# Builds everything of the preset.
+build() {
+    cd "$root" || return
+    cmake --preset "$1"
+    cmake --build --preset "$1"
+}

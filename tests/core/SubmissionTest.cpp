@@ -1,0 +1,392 @@
+// The submit action: validation, throttle, the user's settings and the sending state.
+#include "support/RecordingPlatform.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString kCountKey = u"crashSubmissionCount"_s;
+const QString kDateKey = u"lastCrashSubmissionDate"_s;
+const std::string kAddressMessage = "Please enter an address in the form name@example.org";
+const std::string kInvalidAddress = "alert Invalid email format. / " + kAddressMessage;
+const std::string kAddressWanted = "alert You must enter your email address. / " + kAddressMessage;
+
+const Calls::List kReadSettings = {
+    "logText string",
+    "defaults integerForKey crashSubmissionCount",
+    "defaults objectForKey lastCrashSubmissionDate",
+    "emailText stringValue",
+};
+
+const Calls::List kSendingState = {
+    "spinner setUsesThreadedAnimation yes",
+    "spinner startAnimation",
+    "spinner setNeedsDisplay yes",
+    "infoText setEditable no",
+    "emailText setEnabled no",
+    "submitBtn setEnabled no",
+    "submitBtn setTitle Sending...",
+};
+
+const Calls::List kPosted = {
+    "logText string",
+    "infoText string",
+    "emailText stringValue",
+    "process globallyUniqueString",
+    "loader POST https://crash.example.org/appdata/plovrin/reportcrash.php",
+};
+
+Calls::List joined(std::initializer_list<Calls::List> lists)
+{
+    Calls::List all;
+    for (const Calls::List &list : lists) {
+        all.insert(all.end(), list.begin(), list.end());
+    }
+    return all;
+}
+
+class Submission : public testing::Test
+{
+protected:
+    Submission()
+    {
+        world.controller.init();
+        world.logText.text = u"the report"_s;
+    }
+
+    void submit() { world.controller.submitReport(&world.submitBtn); }
+
+    void store(qint64 count) { world.userDefaults.values[kCountKey] = count; }
+    void storeDate(double secondsAgo)
+    {
+        world.userDefaults.values[kDateKey] = world.clock.now.addMSecs(-qRound64(secondsAgo * 1000));
+    }
+
+    size_t posts() const { return world.urlLoader.requests.size(); }
+    QByteArray body() const { return world.urlLoader.requests.back().body.value_or(QByteArray()); }
+
+    /// Checks that a submission was refused with the alert and has changed nothing.
+    void expectRefusal(const std::string &alert)
+    {
+        const QVariantMap settingsBefore = world.userDefaults.values;
+        submit();
+        EXPECT_EQ(world.calls.taken(), joined({kReadSettings, {alert}}));
+        EXPECT_EQ(world.userDefaults.values, settingsBefore);
+        EXPECT_EQ(posts(), 0U);
+        EXPECT_TRUE(world.emailText.enabled);
+        EXPECT_TRUE(world.infoText.editable);
+        EXPECT_TRUE(world.submitBtn.enabled);
+        EXPECT_EQ(world.submitBtn.title, u"Report Crash"_s);
+        EXPECT_FALSE(world.spinner.turning);
+    }
+
+    /// Checks that a submission was accepted and recorded.
+    void expectAccepted(qint64 newCount)
+    {
+        submit();
+        EXPECT_EQ(posts(), 1U);
+        EXPECT_EQ(world.userDefaults.values.value(kCountKey), QVariant(newCount));
+        EXPECT_EQ(world.userDefaults.values.value(kDateKey), QVariant(world.clock.now));
+    }
+
+    RecordingPlatform world;
+};
+
+struct Address {
+    std::string name;
+    QString text;
+};
+
+void PrintTo(const Address &address, std::ostream *output)
+{
+    *output << address.name;
+}
+
+class RefusedAddress : public Submission, public testing::WithParamInterface<Address>
+{
+};
+
+class AcceptedAddress : public Submission, public testing::WithParamInterface<Address>
+{
+};
+
+std::string nameOf(const testing::TestParamInfo<Address> &info)
+{
+    return info.param.name;
+}
+
+} // namespace
+
+TEST_F(Submission, RunsItsStepsInTheirOrder)
+{
+    world.emailText.text = u"anna@example.org"_s;
+    world.infoText.text = u"I pressed Save."_s;
+
+    submit();
+
+    EXPECT_EQ(world.calls.taken(),
+              joined({kReadSettings,
+                      {"defaults setInteger 1 forKey crashSubmissionCount",
+                       "defaults setObject forKey lastCrashSubmissionDate", "defaults synchronize"},
+                      kSendingState,
+                      kPosted}));
+    EXPECT_EQ(world.spinner.lastSender, &world.controller);
+}
+
+TEST_F(Submission, EmptyReportShowsCriticalErrorAndEndsTheApplication)
+{
+    world.logText.text.clear();
+    store(3);
+
+    submit();
+
+    EXPECT_EQ(world.calls.taken(),
+              (Calls::List{"logText string", "alert Critical error / Plovrin was unable to find a log to submit.",
+                           "application terminate"}));
+    EXPECT_EQ(world.application.lastSender, &world.controller);
+    EXPECT_EQ(world.userDefaults.values, (QVariantMap{{kCountKey, qint64(3)}}));
+    EXPECT_EQ(posts(), 0U);
+}
+
+TEST_F(Submission, ReportOfBlanksOrLineBreaksIsSubmitted)
+{
+    world.logText.text = u" \r\n\t\n"_s;
+
+    expectAccepted(1);
+
+    EXPECT_TRUE(body().contains("\r\n\r\n \r\n\t\n\r\n"));
+}
+
+TEST_P(RefusedAddress, ShowsInvalidEmailFormatAndChangesNothing)
+{
+    world.emailText.text = GetParam().text;
+
+    expectRefusal(kInvalidAddress);
+}
+
+INSTANTIATE_TEST_SUITE_P(Addresses, RefusedAddress,
+                         testing::Values(Address{"OneBlank", u" "_s}, Address{"AtWithoutFullStop", u"anna@example"_s},
+                                         Address{"FullStopWithoutAt", u"anna.example.org"_s},
+                                         Address{"NeitherAtNorFullStop", u"anna"_s},
+                                         Address{"FullWidthSigns", u"anna\uFF20example\uFF0Eorg"_s}),
+                         nameOf);
+
+TEST_P(AcceptedAddress, IsSubmittedAsItIs)
+{
+    world.emailText.text = GetParam().text;
+
+    expectAccepted(1);
+
+    EXPECT_TRUE(body().contains("name=\"email\"\r\n\r\n" + GetParam().text.toUtf8() + "\r\n"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Addresses, AcceptedAddress,
+                         testing::Values(Address{"FullStopBeforeAt", u"an.na@example"_s},
+                                         Address{"JustTheTwo", u"@."_s}, Address{"JustTheTwoTheOtherWay", u".@"_s},
+                                         Address{"BlanksAround", u" anna@example.org "_s}),
+                         nameOf);
+
+TEST_F(Submission, AddressSkipsTheThrottleWhateverCountAndDate)
+{
+    world.emailText.text = u"anna@example.org"_s;
+    store(1000);
+    storeDate(1);
+
+    expectAccepted(1001);
+}
+
+TEST_F(Submission, AnonymousWithCount10IsAcceptedAndTheNextWithin180SecondsRefused)
+{
+    store(10);
+    storeDate(1);
+    expectAccepted(11);
+
+    world.controller.cancel();
+    world.calls.taken();
+    world.urlLoader.requests.clear();
+    world.clock.now = world.clock.now.addSecs(179);
+    expectRefusal(kAddressWanted);
+}
+
+TEST_F(Submission, AnonymousExactly180SecondsAfterTheLastIsAccepted)
+{
+    store(11);
+    storeDate(180);
+
+    expectAccepted(12);
+}
+
+TEST_F(Submission, Anonymous179Point9SecondsAfterTheLastIsRefused)
+{
+    store(11);
+    storeDate(179.9);
+
+    expectRefusal(kAddressWanted);
+}
+
+TEST_F(Submission, AnonymousWithTheLastDateInTheFutureIsRefused)
+{
+    store(11);
+    storeDate(-3600);
+
+    expectRefusal(kAddressWanted);
+}
+
+TEST_F(Submission, AnonymousWithNoStoredDateIsAccepted)
+{
+    store(1000);
+
+    expectAccepted(1001);
+}
+
+TEST_F(Submission, FirstElevenAnonymousSubmissionsInOneSecondAreAcceptedAndTheTwelfthRefused)
+{
+    for (qint64 count = 1; count <= 11; ++count) {
+        submit();
+        world.controller.cancel();
+        EXPECT_EQ(world.userDefaults.values.value(kCountKey), QVariant(count));
+    }
+    world.calls.taken();
+    world.urlLoader.requests.clear();
+
+    expectRefusal(kAddressWanted);
+}
+
+TEST_F(Submission, FailedUploadLeavesCountAndDateSoAnAnonymousRetryIsRefused)
+{
+    store(10);
+    submit();
+    const std::shared_ptr<platform::UrlConnection> transfer = world.controller.connection;
+    world.controller.connectionDidFailWithError(*transfer, {});
+    world.calls.taken();
+
+    submit();
+
+    EXPECT_EQ(world.calls.taken(), joined({kReadSettings, {kAddressWanted}}));
+    EXPECT_EQ(world.userDefaults.values.value(kCountKey), QVariant(qint64(11)));
+    EXPECT_EQ(world.userDefaults.values.value(kDateKey), QVariant(world.clock.now));
+    EXPECT_EQ(posts(), 1U);
+}
+
+TEST_F(Submission, SilentOutputPostsWithoutTouchingAControl)
+{
+    world.controller.silentOutput = true;
+
+    submit();
+
+    EXPECT_EQ(world.calls.taken(),
+              joined({kReadSettings,
+                      {"defaults setInteger 1 forKey crashSubmissionCount",
+                       "defaults setObject forKey lastCrashSubmissionDate", "defaults synchronize"},
+                      kPosted}));
+}
+
+TEST_F(Submission, SilentOutputStillShowsTheValidationAlerts)
+{
+    world.controller.silentOutput = true;
+    world.emailText.text = u"anna"_s;
+    submit();
+    EXPECT_EQ(world.calls.taken().back(), kInvalidAddress);
+
+    world.emailText.text.clear();
+    store(11);
+    storeDate(1);
+    submit();
+    EXPECT_EQ(world.calls.taken().back(), kAddressWanted);
+
+    world.logText.text.clear();
+    submit();
+    EXPECT_EQ(world.calls.taken(),
+              (Calls::List{"logText string", "alert Critical error / Plovrin was unable to find a log to submit.",
+                           "application terminate"}));
+}
+
+TEST_F(Submission, EmptyDescriptionAndAddressAddNoFields)
+{
+    submit();
+
+    EXPECT_EQ(body(), "--unique-1\r\nContent-Disposition: form-data; name=\"crashlog\"\r\n\r\nthe report\r\n");
+}
+
+TEST_F(Submission, DescriptionAndAddressAreFieldsOfTheirOwnUntrimmed)
+{
+    world.infoText.text = u" I pressed\u00A0Save.\n"_s;
+    world.emailText.text = u" anna@example.org"_s;
+
+    submit();
+
+    EXPECT_EQ(body(),
+              "--unique-1\r\nContent-Disposition: form-data; name=\"crashlog\"\r\n\r\nthe report\r\n"
+              "--unique-1\r\nContent-Disposition: form-data; name=\"email\"\r\n\r\n anna@example.org\r\n"
+              "--unique-1\r\nContent-Disposition: form-data; name=\"info\"\r\n\r\n I pressed\u00A0Save.\n\r\n");
+}
+
+TEST_F(Submission, NegativeCountIsFree)
+{
+    store(-5);
+    storeDate(1);
+
+    expectAccepted(-4);
+}
+
+TEST_F(Submission, LargestCountStaysTheLargest)
+{
+    world.emailText.text = u"anna@example.org"_s;
+    store(std::numeric_limits<qint64>::max());
+
+    expectAccepted(std::numeric_limits<qint64>::max());
+}
+
+TEST_F(Submission, StoredTextInPlaceOfADateIsLoggedAndNothingIsSent)
+{
+    store(11);
+    world.userDefaults.values[kDateKey] = u"yesterday"_s;
+
+    submit();
+
+    EXPECT_EQ(world.calls.taken(),
+              joined({kReadSettings,
+                      {"log Exception in submitReport. InvalidArgumentException - a value of type QString has no "
+                       "interval since now"}}));
+    EXPECT_EQ(posts(), 0U);
+    EXPECT_EQ(world.userDefaults.values.value(kCountKey), QVariant(qint64(11)));
+}
+
+TEST_F(Submission, StoredTextInPlaceOfADateDoesNotMatterWhileTheThrottleIsNotAsked)
+{
+    store(10);
+    world.userDefaults.values[kDateKey] = u"yesterday"_s;
+
+    expectAccepted(11);
+}
+
+TEST_F(Submission, IntervalThatDoesNotCompareCountsAsPassed)
+{
+    store(11);
+    world.userDefaults.values[kDateKey] = QDateTime();
+
+    expectAccepted(12);
+}
+
+TEST_F(Submission, ExceptionAfterRecordingLeavesTheSettingsWritten)
+{
+    world.calls.failAt("infoText setEditable no");
+
+    submit();
+
+    EXPECT_EQ(world.calls.taken().back(), "log Exception in submitReport. TestFailure - as asked");
+    EXPECT_EQ(world.userDefaults.values.value(kCountKey), QVariant(qint64(1)));
+    EXPECT_TRUE(world.spinner.turning);
+    EXPECT_EQ(posts(), 0U);
+}
+
+TEST_F(Submission, ExceptionOfAnotherKindPassesOn)
+{
+    world.calls.failOtherwiseAt("logText string");
+
+    EXPECT_THROW(submit(), std::runtime_error);
+}

@@ -1,0 +1,158 @@
+// Whole files, read without ever waiting for them.
+#include "TextFile.h"
+
+#include "support/SampleHome.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// Lets the test go on as an ordinary user who owns the paths, because root may read every file.
+class OrdinaryUser
+{
+public:
+    explicit OrdinaryUser(const QStringList &paths)
+    {
+        if (::geteuid() != 0) {
+            return;
+        }
+        for (const QString &path : paths) {
+            EXPECT_EQ(::chown(path.toUtf8().constData(), kNobody, static_cast<gid_t>(-1)), 0);
+        }
+        EXPECT_EQ(::seteuid(kNobody), 0);
+        switched = true;
+    }
+    OrdinaryUser(const OrdinaryUser &) = delete;
+    OrdinaryUser &operator=(const OrdinaryUser &) = delete;
+    ~OrdinaryUser()
+    {
+        if (switched) {
+            EXPECT_EQ(::seteuid(0), 0);
+        }
+    }
+
+private:
+    static constexpr uid_t kNobody = 65534;
+    bool switched = false;
+};
+
+class TextFile : public testing::Test
+{
+protected:
+    SampleHome home;
+};
+
+} // namespace
+
+TEST_F(TextFile, RegularFileGivesItsBytes)
+{
+    const QByteArray bytes(200'001, 'x');
+
+    EXPECT_EQ(contentsOfRegularFile(home.write(u"a"_s, bytes)), bytes);
+    EXPECT_EQ(contentsOfRegularFile(home.write(u"empty"_s, QByteArray())), QByteArray());
+}
+
+TEST_F(TextFile, LinkIsFollowed)
+{
+    ASSERT_TRUE(QFile::link(home.write(u"a"_s, "content"), home.path(u"link"_s)));
+
+    EXPECT_EQ(contentsOfRegularFile(home.path(u"link"_s)), "content");
+    EXPECT_TRUE(fileExists(home.path(u"link"_s)));
+}
+
+TEST_F(TextFile, DanglingLinkDoesNotExist)
+{
+    ASSERT_TRUE(QFile::link(home.path(u"gone"_s), home.path(u"link"_s)));
+
+    EXPECT_FALSE(fileExists(home.path(u"link"_s)));
+    EXPECT_EQ(contentsOfRegularFile(home.path(u"link"_s)), std::nullopt);
+}
+
+TEST_F(TextFile, DirectoryExistsAndCannotBeRead)
+{
+    EXPECT_TRUE(fileExists(home.path(QString())));
+    EXPECT_EQ(contentsOfRegularFile(home.path(QString())), std::nullopt);
+}
+
+TEST_F(TextFile, FifoWithoutAWriterIsRefusedAtOnce)
+{
+    ASSERT_EQ(::mkfifo(home.path(u"pipe"_s).toUtf8().constData(), 0600), 0);
+
+    EXPECT_TRUE(fileExists(home.path(u"pipe"_s)));
+    EXPECT_EQ(contentsOfRegularFile(home.path(u"pipe"_s)), std::nullopt);
+}
+
+TEST_F(TextFile, SocketCannotBeRead)
+{
+    const QByteArray path = home.path(u"socket"_s).toUtf8();
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = {}};
+    ASSERT_LT(static_cast<size_t>(path.size()), sizeof address.sun_path);
+    std::copy(path.begin(), path.end(), address.sun_path);
+    ASSERT_EQ(::bind(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+
+    EXPECT_EQ(contentsOfRegularFile(home.path(u"socket"_s)), std::nullopt);
+    ::close(socket);
+}
+
+TEST_F(TextFile, DeviceCannotBeRead)
+{
+    EXPECT_EQ(contentsOfRegularFile(u"/dev/zero"_s), std::nullopt);
+    EXPECT_EQ(contentsOfRegularFile(u"/dev/null"_s), std::nullopt);
+}
+
+TEST_F(TextFile, FileThatReportsNoSizeIsReadToItsEnd)
+{
+    struct stat status = {};
+    ASSERT_EQ(::stat("/proc/self/status", &status), 0);
+    ASSERT_EQ(status.st_size, 0);
+
+    const std::optional<QByteArray> content = contentsOfRegularFile(u"/proc/self/status"_s);
+
+    ASSERT_TRUE(content.has_value());
+    EXPECT_TRUE(content->startsWith("Name:"));
+    EXPECT_TRUE(content->endsWith('\n'));
+}
+
+TEST_F(TextFile, MissingEmptyAndUnnameablePathsDoNotExist)
+{
+    home.write(u"a"_s, "content");
+
+    for (const QString &path : {home.path(u"gone"_s), QString(), home.path(u"a\0b"_s), home.path(QChar(0xD83D))}) {
+        EXPECT_FALSE(fileExists(path));
+        EXPECT_EQ(contentsOfRegularFile(path), std::nullopt);
+    }
+}
+
+TEST_F(TextFile, FileOfMoreBytesThanTheMostIsNotGiven)
+{
+    const QString file = home.write(u"a"_s, "12345");
+
+    EXPECT_EQ(contentsOfRegularFile(file, 5), "12345");
+    EXPECT_EQ(contentsOfRegularFile(file, 4), std::nullopt);
+    EXPECT_EQ(contentsOfRegularFile(u"/proc/self/status"_s, 10), std::nullopt) << "whatever size it reports";
+}
+
+TEST_F(TextFile, TextIsReadStrictly)
+{
+    EXPECT_EQ(textOfFile(home.write(u"a"_s, "caf\xC3\xA9")), u"caf\u00E9"_s);
+    EXPECT_EQ(textOfFile(home.write(u"b"_s, "caf\xC3")), std::nullopt);
+}
+
+TEST_F(TextFile, FileWithoutReadPermissionExistsAndCannotBeRead)
+{
+    const QString file = home.write(u"a"_s, "content");
+    const OrdinaryUser user({home.path(QString()), file});
+    ASSERT_EQ(::chmod(file.toUtf8().constData(), 0), 0);
+
+    EXPECT_TRUE(fileExists(file));
+    EXPECT_EQ(contentsOfRegularFile(file), std::nullopt);
+}

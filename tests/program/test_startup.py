@@ -1,0 +1,138 @@
+"""What the command line leads to: a headline, a quiet end, or one clear line."""
+
+import os
+
+from support import (ADDRESS, CRASH_LOG, CRASH_LOG_NAME, ProgramTest, application_headline, cases, remote_headline)
+
+OTHER_LOG = b"Process: Lantern [12]\n"
+
+
+class Headline(ProgramTest):
+    def test_a_remote_name_is_named(self):
+        self.assertEqual(self.launch(remote_name="anvil").headline(), remote_headline("anvil"))
+
+    def test_an_opened_file_names_the_application(self):
+        program = self.start(self.crash_log).wait_for_window()
+        self.assertEqual(program.headline(), application_headline("Harbour"))
+
+    def test_an_opened_file_without_an_underscore_names_this_application(self):
+        path = self.home.crash_log("report.crash", CRASH_LOG)
+        self.assertEqual(self.start(path).wait_for_window().headline(), application_headline("This application"))
+
+    @cases(
+        style=("-style",),
+        platform=("-platform",),
+        geometry=("-geometry",),
+        display=("-display",),
+        help=("--help",),
+        qt_option=("-qwindowgeometry",),
+        remote_name_option=("-remotename",),
+        markup=("<b>bold</b> &amp; <img src='x'>",),
+        control_characters=("a\x01b\x07c\x1b[1md\te",),
+        format_directive=("%1 %@ %s",),
+    )
+    def test_a_remote_name_is_shown_verbatim(self, name):
+        program = self.launch(remote_name=name)
+        self.assertEqual(program.headline(), remote_headline(name))
+        self.assertEqual(program.report_text(), self.expected().decode())
+
+    def test_a_remote_name_of_10000_characters_leaves_the_window_usable(self):
+        server = self.serve()
+        name = "anvil " * 1666 + "anvi"
+        program = self.launch(remote_name=name)
+        self.assertEqual(program.headline(), remote_headline(name))
+        x, y, width, height = program.geometry()
+        self.assertLessEqual(x + width, 1280)
+        self.assertLessEqual(y + height, 1024)
+        self.assertTrue(program.screen.is_shown("Report Crash"))
+        self.assert_accepted(self.submitted(program), server)
+
+    def test_a_remote_name_of_10000_characters_without_a_blank_leaves_the_window_on_the_screen(self):
+        program = self.launch(remote_name="x" * 10000)
+        self.assertEqual(program.headline(), remote_headline("x" * 10000))
+        x, y, width, height = program.geometry()
+        self.assertLessEqual(x + width, 1280)
+        self.assertLessEqual(y + height, 1024)
+
+
+class CommandLine(ProgramTest):
+    def other_log(self):
+        return self.home.crash_log("Lantern_2026-11-01.crash", OTHER_LOG)
+
+    def test_the_options_stand_in_either_order(self):
+        program = self.start("-log", self.crash_log, "-remotename", "anvil").wait_for_window()
+        self.assertEqual(program.headline(), remote_headline("anvil"))
+
+    def test_the_options_stand_among_others(self):
+        program = self.start("--verbose", "yes", "-remotename", "anvil", "-x", "1", "-log", self.crash_log, "-y", "2")
+        self.assertEqual(program.wait_for_window().headline(), remote_headline("anvil"))
+
+    def test_the_first_of_repeated_options_counts(self):
+        program = self.start("-remotename", "anvil", "-log", self.crash_log,
+                             "-remotename", "bellows", "-log", self.other_log()).wait_for_window()
+        self.assertEqual(program.headline(), remote_headline("anvil"))
+        self.assertEqual(program.report_text(), self.expected().decode())
+
+    def test_the_remote_name_may_be_the_log_option(self):
+        program = self.start("-remotename", "-log", self.crash_log, "-x", "1").wait_for_window()
+        self.assertEqual(program.headline(), remote_headline("-log"))
+
+    def test_a_log_named_on_the_command_line_replaces_an_opened_file(self):
+        program = self.start(self.other_log(), "-remotename", "anvil", "-log", self.crash_log).wait_for_window()
+        self.assertEqual(program.headline(), remote_headline("anvil"))
+        self.assertEqual(program.report_text(), self.expected().decode())
+
+    def test_an_opened_file_stays_when_the_named_log_is_missing(self):
+        program = self.start(self.other_log(), "-remotename", "anvil", "-log", "/nonexistent").wait_for_window()
+        self.assertEqual(program.headline(), remote_headline("anvil"))
+        self.assertEqual(program.report_text(), OTHER_LOG.decode())
+
+    def test_of_two_opened_files_the_last_is_the_report(self):
+        program = self.start(self.crash_log, self.other_log()).wait_for_window()
+        self.assertEqual(program.headline(), application_headline("Lantern"))
+        self.assertEqual(program.report_text(), OTHER_LOG.decode())
+
+    def test_an_opened_file_that_fails_after_a_good_one_ends_the_program(self):
+        self.assert_ends_silently(self.start(self.crash_log, "/nonexistent"))
+
+
+class NothingToReport(ProgramTest):
+    def test_without_arguments_the_program_ends(self):
+        self.assert_ends_silently(self.start())
+
+    def test_four_elements_are_too_few(self):
+        self.assert_ends_silently(self.start("-remotename", "anvil", "-log"))
+
+    def test_the_log_option_alone_is_too_little(self):
+        self.assert_ends_silently(self.start("-log", self.crash_log, "-x", "1"))
+
+    def test_the_log_option_at_the_end_names_no_log(self):
+        self.assert_ends_silently(self.start("-x", "1", "-remotename", "anvil", "-log"))
+
+    def test_the_remote_name_option_at_the_end_leaves_the_log_unread(self):
+        self.assert_ends_silently(self.start("-x", "1", "-log", self.crash_log, "-remotename"))
+
+    def test_option_names_are_matched_exactly(self):
+        self.assert_ends_silently(self.start("-RemoteName", "anvil", "-Log", self.crash_log))
+
+    def test_a_missing_file_is_nothing(self):
+        self.assert_ends_silently(self.start("-remotename", "anvil", "-log", "/nonexistent/crash.log"))
+
+    def test_a_missing_opened_file_is_nothing(self):
+        self.assert_ends_silently(self.start("/nonexistent/crash.log"))
+
+
+class Display(ProgramTest):
+    def assert_one_clear_line(self, program):
+        self.assertEqual(program.exit_status(), 1)
+        lines = program.errors().splitlines()
+        self.assertEqual(len(lines), 1, lines)
+        self.assertIn("display", lines[0])
+
+    def test_without_a_display_one_line_says_so(self):
+        self.assert_one_clear_line(
+            self.start("-remotename", "anvil", "-log", self.crash_log, without=["DISPLAY"]))
+
+    def test_with_a_dead_display_one_line_says_so(self):
+        self.assert_one_clear_line(
+            self.start("-remotename", "anvil", "-log", self.crash_log, prefix=("env", "DISPLAY=:4242")))

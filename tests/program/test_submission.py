@@ -1,0 +1,229 @@
+"""Submitting: the form's fields, the address, the settings, the throttle between runs."""
+
+import os
+
+from support import ADDRESS, CRASH_LOG, PATH_ON_THE_SERVER, ProgramTest, UPLOAD_FAILED, cases
+from trial.waiting import wait_until
+
+COUNT = "crashSubmissionCount"
+DATE = "lastCrashSubmissionDate"
+
+
+class Form(ProgramTest):
+    def test_address_and_description_are_sent_with_the_report(self):
+        server = self.serve()
+        program = self.submitted(self.launch(), ADDRESS, "It froze.\nTwice \u2014 na\u00efvely \U0001f30a.")
+        self.assert_report_sent(program, server, self.expected())
+        fields = server.posts()[0].fields()
+        self.assertEqual(sorted(fields), ["crashlog", "email", "info"])
+        self.assertEqual(fields["email"], ADDRESS.encode())
+        self.assertEqual(fields["info"], "It froze.\nTwice \u2014 na\u00efvely \U0001f30a.".encode())
+
+    def test_empty_fields_are_left_out(self):
+        server = self.serve()
+        self.assert_accepted(self.submitted(self.launch(), email=None), server)
+        self.assertEqual(list(server.posts()[0].fields()), ["crashlog"])
+
+    def test_each_upload_has_a_boundary_of_its_own(self):
+        server = self.serve("refuse,accept")
+        program = self.submitted(self.launch())
+        program.dismiss_alert()
+        program.submit()
+        self.assert_accepted(program, server, posts=2)
+        first, second = (post.header("Content-Type") for post in server.posts())
+        self.assertEqual(len(first), 1)
+        self.assertEqual(len(second), 1)
+        self.assertNotEqual(first, second)
+
+    @cases(
+        blank=(" ",),
+        no_at=("jo.example.org",),
+        no_dot=("jo@example",),
+    )
+    def test_a_malformed_address_is_not_sent(self, address):
+        server = self.serve()
+        program = self.submitted(self.launch(), address)
+        title, message = program.dismiss_alert()
+        self.assertEqual(title, "Invalid email format.")
+        self.assertRegex(message, r"^Please enter an address in the form [^ @]+@[^ @]*example\.(com|net|org)$")
+        self.assertTrue(program.is_unlocked())
+        self.assert_posts(server, 0)
+        self.assertEqual(self.home.settings(), {})
+
+    @cases(
+        dot_before_at=("jo.e@example",),
+        just_the_two=(".@",),
+    )
+    def test_a_weak_address_is_sent(self, address):
+        server = self.serve()
+        self.assert_accepted(self.submitted(self.launch(), address), server)
+        self.assertEqual(server.posts()[0].fields()["email"], address.encode())
+
+    def test_an_empty_report_is_a_critical_error(self):
+        server = self.serve()
+        path = self.home.crash_log("Empty_1.crash", b"")
+        program = self.submitted(self.launch(path))
+        self.assertEqual(program.dismiss_alert(), ("Critical error", "Plovrin was unable to find a log to submit."))
+        self.assertEqual(program.exit_status(), 0)
+        self.assert_posts(server, 0)
+        self.assertEqual(self.home.settings(), {})
+
+    def test_a_report_of_blanks_is_sent(self):
+        server = self.serve()
+        path = self.home.crash_log("Blank_1.crash", b" \n\n")
+        self.assert_report_sent(self.submitted(self.launch(path)), server, b" \n\n")
+
+    def test_an_alert_has_one_button(self):
+        program = self.submitted(self.launch(), " ")
+        program.alert()
+        self.assertEqual(program.screen.alert_buttons(), ["OK"])
+
+
+class Settings(ProgramTest):
+    def test_an_accepted_report_is_counted_and_dated(self):
+        server = self.serve()
+        self.assert_accepted(self.submitted(self.launch()), server)
+        settings = self.home.settings()
+        self.assertEqual(settings[COUNT], "1")
+        self.assertTrue(settings[DATE])
+
+    def test_a_refused_report_is_counted_too(self):
+        self.serve("refuse")
+        program = self.submitted(self.launch())
+        program.dismiss_alert()
+        self.assertEqual(self.home.settings()[COUNT], "1")
+
+    def test_the_count_goes_on_from_what_is_stored(self):
+        self.home.write_settings(f"[General]\n{COUNT}=41\n")
+        server = self.serve()
+        self.assert_accepted(self.submitted(self.launch()), server)
+        self.assertEqual(self.home.settings()[COUNT], "42")
+
+    @cases(
+        text=("[General]\ncrashSubmissionCount=several\n", "1"),
+        negative=("[General]\ncrashSubmissionCount=-5\n", "-4"),
+        damaged=("\x00\x01[General\ncrashSubmissionCount", "1"),
+    )
+    def test_an_odd_count_does_not_stop_a_report(self, stored, after):
+        self.home.write_settings(stored)
+        server = self.serve()
+        self.assert_accepted(self.submitted(self.launch()), server)
+        self.assertEqual(self.home.settings().get(COUNT), after)
+
+    def test_the_largest_count_does_not_stop_a_report(self):
+        self.home.write_settings(f"[General]\n{COUNT}=9223372036854775807\n")
+        server = self.serve()
+        self.assert_accepted(self.submitted(self.launch()), server)
+
+    def test_an_unwritable_store_does_not_stop_a_report(self):
+        os.rmdir(os.path.join(self.home.path, ".config"))
+        with open(os.path.join(self.home.path, ".config"), "wb"):
+            pass
+        server = self.serve()
+        self.assert_report_sent(self.submitted(self.launch()), server, self.expected())
+
+
+class Throttle(ProgramTest):
+    def anonymous_run(self):
+        return self.submitted(self.launch(), email=None)
+
+    def test_the_twelfth_anonymous_report_right_after_the_eleventh_is_refused(self):
+        self.home.write_settings(f"[General]\n{COUNT}=10\n")
+        server = self.serve()
+        self.assert_accepted(self.anonymous_run(), server)
+        self.assertEqual(self.home.settings()[COUNT], "11")
+        stored = self.home.settings()
+        second = self.anonymous_run()
+        title, message = second.dismiss_alert()
+        self.assertEqual(title, "You must enter your email address.")
+        self.assertRegex(message, r"^Please enter an address in the form [^ @]+@[^ @]*example\.(com|net|org)$")
+        self.assert_posts(server, 1)
+        self.assertEqual(self.home.settings(), stored)
+        self.assertTrue(second.is_unlocked())
+        self.assert_accepted(self.submitted(second), server, posts=2)
+
+    def test_without_a_stored_date_an_anonymous_report_is_sent(self):
+        self.home.write_settings(f"[General]\n{COUNT}=1000\n")
+        server = self.serve()
+        self.assert_accepted(self.anonymous_run(), server)
+
+    def test_ten_reports_before_are_not_throttled(self):
+        self.home.write_settings(f"[General]\n{COUNT}=9\n")
+        server = self.serve()
+        self.assert_accepted(self.anonymous_run(), server)
+        self.assert_accepted(self.anonymous_run(), server, posts=2)
+
+    def test_a_stored_date_that_is_no_date_is_logged_and_nothing_is_sent(self):
+        self.home.write_settings(f"[General]\n{COUNT}=11\n{DATE}=yesterday\n")
+        server = self.serve()
+        program = self.anonymous_run()
+        wait_until(lambda: "Exception in submitReport. " in program.errors(), "the log line")
+        self.assertTrue(program.is_unlocked())
+        self.assert_posts(server, 0)
+        self.assertEqual(self.home.settings(), {COUNT: "11", DATE: "yesterday"})
+
+
+class Retry(ProgramTest):
+    def test_a_refused_report_is_accepted_at_the_second_attempt(self):
+        server = self.serve("refuse,accept")
+        program = self.submitted(self.launch())
+        self.assertEqual(program.dismiss_alert(), UPLOAD_FAILED)
+        self.assert_usable_after_failure(program)
+        self.assert_posts(server, 1)
+        program.submit()
+        self.assert_accepted(program, server, posts=2)
+        for post in server.posts():
+            self.assertEqual(post.fields()["crashlog"], self.expected())
+
+    def test_the_reply_is_logged_once_the_alert_is_dismissed(self):
+        self.serve("refuse")
+        program = self.submitted(self.launch())
+        program.alert()
+        self.assertNotIn("Returned data", program.errors())
+        program.dismiss_alert()
+        wait_until(lambda: "Returned data: The trial endpoint refuses this report." in program.errors(), "the log line")
+
+
+class Cancel(ProgramTest):
+    def sending(self):
+        program = self.submitted(self.launch(), ADDRESS, "It froze.")
+        program.wait_until_sending()
+        return program
+
+    def test_a_running_upload_locks_the_form(self):
+        self.serve("never")
+        program = self.sending()
+        self.assertTrue(program.is_locked())
+        self.assertTrue(program.screen.is_shown("Sending"))
+
+    def test_cancel_unlocks_the_form_and_the_next_report_is_accepted(self):
+        server = self.serve("never,accept")
+        program = self.sending()
+        wait_until(server.posts, "the first POST")
+        program.press("Cancel")
+        wait_until(program.can_submit, "the submit button")
+        self.assertTrue(program.is_unlocked())
+        self.assertFalse(program.screen.is_enabled("Cancel"))
+        self.assertIsNone(program.screen.alert())
+        program.fill_in("other@example.org")
+        program.submit()
+        self.assert_accepted(program, server, posts=2)
+        self.assertEqual(server.posts()[1].fields()["email"], b"other@example.org")
+
+    def test_escape_cancels_a_running_upload(self):
+        server = self.serve("never")
+        program = self.sending()
+        wait_until(server.posts, "the POST")
+        program.key("Escape")
+        wait_until(program.can_submit, "the submit button")
+        self.assertTrue(program.is_unlocked())
+        self.assertTrue(program.process.is_running())
+
+    def test_cancel_unlocks_the_form_after_a_refusal(self):
+        self.serve("refuse")
+        program = self.submitted(self.launch())
+        program.dismiss_alert()
+        self.assert_usable_after_failure(program)
+        program.press("Cancel")
+        wait_until(program.is_unlocked, "the form to be unlocked")
+        self.assertTrue(program.can_submit())

@@ -1,0 +1,99 @@
+"""The report window on a desktop: the details pane, the keyboard, closing."""
+
+from support import ADDRESS, CRASH_LOG, ProgramTest, cases
+from trial.waiting import wait_until
+
+TRIANGLE = "Report details"
+REPORT = "Report"
+
+
+class Details(ProgramTest):
+    def toggled(self, program, shown):
+        """Presses the triangle; gives every geometry that was seen until the window stood still, the last one last."""
+        seen = []
+        program.press(TRIANGLE)
+
+        def stands_still():
+            seen.append(program.geometry())
+            return program.screen.is_shown(REPORT) == shown and len(seen) > 5 and len(set(seen[-5:])) == 1
+        wait_until(stands_still, "the window to stand still")
+        return seen
+
+    def test_the_pane_is_folded_at_first(self):
+        program = self.launch()
+        self.assertFalse(program.screen.is_shown(REPORT))
+
+    def test_unfolding_grows_the_window_at_its_bottom(self):
+        program = self.launch()
+        x, y, width, height = program.geometry()
+        seen = self.toggled(program, shown=True)
+        self.assertEqual({geometry[:3] for geometry in seen}, {(x, y, width)})
+        self.assertGreater(seen[-1][3], height + 50)
+
+    def test_folding_again_gives_the_former_frame(self):
+        program = self.launch()
+        before = program.geometry()
+        unfolded = self.toggled(program, shown=True)[-1]
+        folded = self.toggled(program, shown=False)
+        self.assertEqual(folded[-1], before)
+        self.assertEqual({geometry[:3] for geometry in folded}, {before[:3]})
+        self.assertEqual(self.toggled(program, shown=True)[-1], unfolded)
+
+    def test_the_pane_shows_the_report(self):
+        program = self.launch()
+        self.toggled(program, shown=True)
+        self.assertEqual(program.report_text(), self.expected().decode())
+        self.assertFalse(program.screen.is_editable(REPORT))
+
+
+class Closing(ProgramTest):
+    def test_closing_the_window_ends_the_program(self):
+        server = self.serve()
+        program = self.launch()
+        program.close_window()
+        self.assert_ends_silently(program)
+        self.assert_posts(server, 0)
+
+    def test_escape_closes_an_idle_window(self):
+        program = self.launch()
+        program.key("Escape")
+        self.assert_ends_silently(program)
+
+    def test_closing_the_window_during_an_upload_ends_the_program(self):
+        server = self.serve("never")
+        program = self.submitted(self.launch())
+        wait_until(server.posts, "the POST")
+        program.close_window()
+        self.assertEqual(program.exit_status(), 0)
+        self.assert_posts(server, 1)
+
+
+class Keyboard(ProgramTest):
+    def test_a_report_is_sent_by_keyboard_alone(self):
+        server = self.serve()
+        program = self.launch()
+        wait_until(lambda: program.screen.has_focus("E-mail address"), "the focus on the address")
+        program.type(ADDRESS)
+        program.key("Tab")
+        wait_until(lambda: program.screen.has_focus("Description"), "the focus on the description")
+        program.type("It froze while I was saving.")
+        program.key("Tab")
+        wait_until(lambda: not program.screen.has_focus("Description"), "the focus to leave the description")
+        wait_until(lambda: program.screen.text("Description") == "It froze while I was saving.", "the description")
+        program.key("alt+r")
+        self.assert_accepted(program, server)
+        fields = server.posts()[0].fields()
+        self.assertEqual(fields["email"], ADDRESS.encode())
+        self.assertEqual(fields["info"], b"It froze while I was saving.")
+
+    def test_the_return_key_in_the_address_submits(self):
+        server = self.serve()
+        program = self.launch()
+        wait_until(lambda: program.screen.has_focus("E-mail address"), "the focus on the address")
+        program.type(ADDRESS)
+        program.key("Return")
+        self.assert_accepted(program, server)
+
+    def test_cancel_cannot_be_pressed_while_there_is_nothing_to_cancel(self):
+        program = self.launch()
+        self.assertFalse(program.screen.is_enabled("Cancel"))

@@ -1,0 +1,173 @@
+// Look-ups whose answers a test writes down, and which note every question in the order it was asked.
+#pragma once
+
+#include "platform/LocalLookups.h"
+
+#include <algorithm>
+#include <deque>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// A value of a configuration string, and the size that is claimed for it where that is not the true one.
+struct ScriptedConfigurationString {
+    QByteArray value;
+    std::optional<std::size_t> claimedSize = std::nullopt;
+};
+
+/// Unless told otherwise: the process of the ordinary user "user1", whose home is /Users/user1, with nobody at the
+/// console and no standard directory anywhere.
+class ScriptedLookups : public platform::LocalLookups
+{
+public:
+    using Questions = std::vector<std::string>;
+
+    /// The answers for a kind and a mask.
+    std::map<std::pair<std::uint64_t, std::uint64_t>, QStringList> directories;
+    std::uint32_t userId = 1000;
+    std::optional<QString> home = QStringLiteral("/Users/user1");
+    std::map<QString, QString> homes = {{QStringLiteral("user1"), QStringLiteral("/Users/user1")}};
+    std::optional<QString> homeOfNobody;
+    std::optional<QString> name = QStringLiteral("user1");
+    std::optional<QString> consoleUser;
+    std::optional<ScriptedConfigurationString> userCacheDirectory;
+    std::optional<QString> temporary = QStringLiteral("/tmp/of-user1/");
+    /// What was asked, one line for a question: "search 5 1", "user id", "home of user1", ...
+    mutable Questions questions;
+    /// Handed out one after the other; the last one stays.
+    mutable std::deque<QString> uniqueStrings = {QStringLiteral("unique")};
+    std::time_t seconds = 1'700'000'000;
+    std::clock_t ticks = 4711;
+
+    QStringList searchPathForDirectoriesInDomains(std::uint64_t kind, std::uint64_t domainMask) const override
+    {
+        note("search " + std::to_string(kind) + " " + std::to_string(domainMask));
+        const auto found = directories.find({kind, domainMask});
+        return found == directories.end() ? QStringList() : found->second;
+    }
+
+    std::uint32_t realUserId() const override
+    {
+        note("user id");
+        return userId;
+    }
+
+    std::optional<QString> homeDirectory() const override
+    {
+        note("home");
+        return home;
+    }
+
+    std::optional<QString> homeDirectoryForUser(const std::optional<QString> &user) const override
+    {
+        note("home of " + (user ? user->toStdString() : std::string("nobody")));
+        if (!user) {
+            return homeOfNobody;
+        }
+        const auto found = homes.find(*user);
+        return found == homes.end() ? std::nullopt : std::optional(found->second);
+    }
+
+    std::optional<QString> userName() const override
+    {
+        note("user name");
+        return name;
+    }
+
+    std::optional<QString> copyConsoleUser() const override
+    {
+        note("console user");
+        return consoleUser;
+    }
+
+    std::size_t configurationString(int configurationName, std::span<char> buffer) const override
+    {
+        note("configuration string " + std::to_string(configurationName) + " into " + std::to_string(buffer.size()));
+        if (configurationName != platform::kUserCacheDirectoryName || !userCacheDirectory) {
+            return 0;
+        }
+        const QByteArray &value = userCacheDirectory->value;
+        if (!buffer.empty()) {
+            const std::size_t copied = std::min(static_cast<std::size_t>(value.size()), buffer.size() - 1);
+            std::copy_n(value.begin(), copied, buffer.begin());
+            buffer[copied] = '\0';
+        }
+        return userCacheDirectory->claimedSize.value_or(static_cast<std::size_t>(value.size()) + 1);
+    }
+
+    std::optional<QString> temporaryDirectory() const override
+    {
+        note("temporary directory");
+        return temporary;
+    }
+
+    QString globallyUniqueString() const override
+    {
+        note("unique string");
+        const QString unique = uniqueStrings.front();
+        if (uniqueStrings.size() > 1) {
+            uniqueStrings.pop_front();
+        }
+        return unique;
+    }
+
+    std::time_t calendarTime() const override
+    {
+        note("time");
+        return seconds;
+    }
+
+    std::clock_t processorTime() const override
+    {
+        note("clock");
+        return ticks;
+    }
+
+private:
+    void note(std::string question) const { questions.push_back(std::move(question)); }
+};
+
+/// Writes down where the standard directories lie on a standard installation; "~" is the home that they are under.
+inline void installStandardDirectories(ScriptedLookups &lookups, const QString &home)
+{
+    namespace directory = platform::directory;
+    namespace domain = platform::domain;
+    struct Row {
+        std::uint64_t kind;
+        const char *user;
+        const char *local;
+        const char *system;
+    };
+    static constexpr Row kRows[] = {
+        {directory::kApplications, "/Applications", "/Applications", "/System/Applications"},
+        {directory::kAdminApplications, "/Applications/Utilities", "/Applications/Utilities",
+         "/System/Applications/Utilities"},
+        {directory::kLibrary, "/Library", "/Library", "/System/Library"},
+        {directory::kDocumentation, "/Library/Documentation", "/Library/Documentation",
+         "/System/Library/Documentation"},
+        {directory::kDocuments, "/Documents", nullptr, nullptr},
+        {directory::kDesktop, "/Desktop", nullptr, nullptr},
+        {directory::kCaches, "/Library/Caches", "/Library/Caches", "/System/Library/Caches"},
+        {directory::kApplicationSupport, "/Library/Application Support", "/Library/Application Support", nullptr},
+        {directory::kMovies, "/Movies", nullptr, nullptr},
+    };
+    for (const Row &row : kRows) {
+        lookups.directories[{row.kind, domain::kUser}] = {home + QString::fromLatin1(row.user)};
+        if (row.local) {
+            lookups.directories[{row.kind, domain::kLocal}] = {QString::fromLatin1(row.local)};
+        }
+        if (row.system) {
+            lookups.directories[{row.kind, domain::kSystem}] = {QString::fromLatin1(row.system)};
+        }
+    }
+}
+
+/// Makes the process root's, with this user at the console.
+inline void runAsRoot(ScriptedLookups &lookups, const std::optional<QString> &consoleUser)
+{
+    lookups.userId = 0;
+    lookups.home = QStringLiteral("/var/root");
+    lookups.name = QStringLiteral("root");
+    lookups.consoleUser = consoleUser;
+}

@@ -1,0 +1,114 @@
+"""A display of its own with a window manager and an accessibility bus."""
+
+import os
+import subprocess
+
+from trial.processes import Started
+from trial.waiting import wait_until
+
+# Whoever reaches the socket may speak: it lies in a private folder, and to a bus, a program one user namespace
+# deeper is somebody else than who it says it is.
+BUS_CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-BUS Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>session</type>
+  <listen>unix:path={socket}</listen>
+  <auth>EXTERNAL</auth>
+  <auth>ANONYMOUS</auth>
+  <allow_anonymous/>
+  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+  </policy>
+  <limit name="max_incoming_bytes">1000000000</limit>
+  <limit name="max_outgoing_bytes">1000000000</limit>
+  <limit name="max_message_size">134217728</limit>
+</busconfig>
+"""
+REGISTRY = "/usr/libexec/at-spi2-registryd"
+SCREEN = "1280x1024x24"
+
+
+class AccessibilityBus:
+    """The bus on which the program shows its controls."""
+
+    def __init__(self, folder):
+        socket = os.path.join(folder, "bus")
+        configuration = os.path.join(folder, "bus.conf")
+        with open(configuration, "w", encoding="utf-8") as file:
+            file.write(BUS_CONFIGURATION.format(socket=socket))
+        self.address = f"unix:path={socket}"
+        self.daemon = Started(
+            ["dbus-daemon", f"--config-file={configuration}", "--nofork", "--print-address=1"], folder, "bus")
+        self.daemon.wait_for_output(self.address)
+        self.registry = None
+
+    def environment(self):
+        return {
+            "AT_SPI_BUS_ADDRESS": self.address,
+            "DBUS_SESSION_BUS_ADDRESS": self.address,
+            "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1",
+        }
+
+    def start_registry(self, folder, environment):
+        self.registry = Started([REGISTRY], folder, "registry", environment)
+        self.registry.wait_for_output("daemon is running")
+
+    def end(self):
+        if self.registry:
+            self.registry.end()
+        self.daemon.end()
+
+
+class Desktop:
+    """Xvfb, a window manager, and the bus; environment() is what a program on it is started with."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        self.display_server, self.display = start_display(folder)
+        self.bus = AccessibilityBus(folder)
+        self.bus.start_registry(folder, self.environment())
+        self.window_manager = self.start_window_manager()
+
+    def environment(self):
+        return {
+            "PATH": "/usr/local/bin:/usr/bin:/bin",
+            "HOME": self.folder,
+            "LANG": "C.UTF-8",
+            "XDG_RUNTIME_DIR": self.folder,
+            "DISPLAY": self.display,
+            **self.bus.environment(),
+        }
+
+    def start_window_manager(self):
+        ready = os.path.join(self.folder, "window-manager-is-ready")
+        window_manager = Started(
+            ["openbox", "--startup", f"touch {ready}"], self.folder, "window-manager", self.environment())
+        wait_until(lambda: os.path.exists(ready), "the window manager")
+        return window_manager
+
+    def end(self):
+        self.window_manager.end()
+        self.bus.end()
+        self.display_server.end()
+
+    def tool(self, *command):
+        """What a command-line tool on this display prints."""
+        return subprocess.run(
+            command, env=self.environment(), check=True, capture_output=True, text=True, timeout=30).stdout
+
+
+def start_display(folder):
+    """An Xvfb on a display number of its own choice, and its DISPLAY."""
+    reader, writer = os.pipe()
+    os.set_inheritable(writer, True)
+    server = Started(
+        ["Xvfb", "-displayfd", str(writer), "-screen", "0", SCREEN, "-nolisten", "tcp"],
+        folder, "display", pass_fds=[writer])
+    os.close(writer)
+    with os.fdopen(reader) as numbers:
+        number = numbers.readline().strip()
+    if not number:
+        raise RuntimeError(f"Xvfb did not start: {server.errors()}")
+    return server, f":{number}"

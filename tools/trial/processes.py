@@ -1,0 +1,65 @@
+"""Processes that a trial starts; each ends with the trial, however the trial ends."""
+
+import os
+import signal
+import subprocess
+
+from trial.waiting import wait_until
+
+ORDINARY_USER = ["unshare", "--user", "--map-user=1000", "--map-group=1000"]
+DIE_WITH_PARENT = ["setpriv", "--pdeathsig", "KILL"]
+
+
+class Started:
+    """A running command with its standard output and standard error kept in files."""
+
+    def __init__(self, command, folder, name, environment=None, prefix=(), **options):
+        self.name = name
+        self.output_path = os.path.join(folder, f"{name}.out")
+        self.error_path = os.path.join(folder, f"{name}.err")
+        with open(self.output_path, "wb") as output, open(self.error_path, "wb") as error:
+            self.process = subprocess.Popen(
+                [*prefix, *DIE_WITH_PARENT, *command],
+                stdin=subprocess.DEVNULL, stdout=output, stderr=error, env=environment, **options)
+
+    @property
+    def pid(self):
+        return self.process.pid
+
+    def output(self):
+        return read_text(self.output_path)
+
+    def errors(self):
+        return read_text(self.error_path)
+
+    def is_running(self):
+        return self.process.poll() is None
+
+    def wait_for_output(self, text, seconds=20):
+        """Waits for a text on standard output; a command that ends before is an error that says why."""
+        def has_come():
+            if text in self.output():
+                return True
+            if not self.is_running():
+                raise RuntimeError(f"{self.name} ended with {self.process.returncode}: {self.errors()}")
+            return False
+        wait_until(has_come, f"{self.name} to print {text!r}", seconds)
+
+    def exit_status(self, seconds=20):
+        """The exit status once the process has ended by itself."""
+        wait_until(lambda: not self.is_running(), f"{self.name} to end", seconds)
+        return self.process.returncode
+
+    def end(self):
+        if self.is_running():
+            self.process.send_signal(signal.SIGTERM)
+            try:
+                self.process.wait(5)
+            except subprocess.TimeoutExpired:
+                self.process.kill()
+        self.process.wait()
+
+
+def read_text(path):
+    with open(path, encoding="utf-8", errors="replace") as file:
+        return file.read()

@@ -1,0 +1,127 @@
+"""The built program, started as a crashed application would, and its window as a person meets it."""
+
+import os
+import re
+
+from trial.processes import ORDINARY_USER, Started
+from trial.screen import Screen
+from trial.waiting import wait_until
+
+SANITIZER_OPTIONS = ("ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS")
+
+
+class Program:
+    """One run of the program on a desktop, for a home."""
+
+    def __init__(self, binary, arguments, desktop, home, folder, prefix=tuple(ORDINARY_USER), without=()):
+        environment = desktop.environment()
+        environment.update(home.environment())
+        environment.update({name: os.environ[name] for name in SANITIZER_OPTIONS if name in os.environ})
+        for name in without:
+            environment.pop(name, None)
+        self.desktop = desktop
+        self.process = Started([binary, *arguments], folder, "program", environment, prefix)
+        self.screen = Screen(self.process.pid)
+
+    # The process
+
+    @property
+    def pid(self):
+        return self.process.pid
+
+    def exit_status(self, seconds=20):
+        return self.process.exit_status(seconds)
+
+    def errors(self):
+        return self.process.errors()
+
+    def end(self):
+        self.process.end()
+
+    # The window
+
+    def wait_for_window(self, seconds=20):
+        """Waits until the report window can be used."""
+        def is_shown():
+            if not self.process.is_running():
+                raise RuntimeError(f"the program ended with {self.process.process.returncode}: {self.errors()}")
+            return self.screen.find("Report Crash", required=False) is not None
+        wait_until(is_shown, "the report window", seconds)
+        return self
+
+    def headline(self):
+        """The text above the form, the only one that speaks of a crash."""
+        return self.screen.name_of_label(lambda name: "crashed the last time it ran" in name)
+
+    def report_text(self):
+        return self.screen.text("Report")
+
+    def fill_in(self, email=None, description=None):
+        if email is not None:
+            self.screen.set_text("E-mail address", email)
+        if description is not None:
+            self.screen.set_text("Description", description)
+
+    def press(self, title):
+        self.screen.press(title)
+
+    def submit(self):
+        self.press("Report Crash")
+
+    # Its state
+
+    def is_sending(self):
+        button = self.screen.find("Sending...", required=False)
+        return button is not None and not self.screen.is_enabled("Sending...")
+
+    def wait_until_sending(self):
+        wait_until(self.is_sending, "the sending state")
+
+    def can_submit(self):
+        return self.screen.find("Report Crash", required=False) is not None and self.screen.is_enabled("Report Crash")
+
+    def is_locked(self):
+        """Whether the address and the description are kept from the user."""
+        return (not self.screen.is_enabled("E-mail address")) and (not self.screen.is_editable("Description"))
+
+    def is_unlocked(self):
+        return self.screen.is_enabled("E-mail address") and self.screen.is_editable("Description")
+
+    # Alerts
+
+    def alert(self, seconds=20):
+        """Waits for an alert and gives its title and message."""
+        return wait_until(self.screen.alert, "an alert", seconds)
+
+    def dismiss_alert(self):
+        """Presses the alert's only button and waits until this alert is gone."""
+        shown = self.alert()
+        self.screen.press_alert_button()
+        wait_until(lambda: not self.process.is_running() or self.screen.alert() != shown, f"the alert {shown} to close")
+        return shown
+
+    # What the window manager knows
+
+    def window_id(self):
+        found = self.desktop.tool(
+            "xdotool", "search", "--onlyvisible", "--pid", str(self.pid), "--name", "Korvale Crash Reporter").split()
+        return found[0] if found else None
+
+    def geometry(self):
+        """x, y of the window's content on screen, and its width and height."""
+        answer = self.desktop.tool("xdotool", "getwindowgeometry", "--shell", self.window_id())
+        values = dict(re.findall(r"^(\w+)=(-?\d+)$", answer, re.MULTILINE))
+        return tuple(int(values[key]) for key in ("X", "Y", "WIDTH", "HEIGHT"))
+
+    def close_window(self):
+        """Asks the window to close, as the button in its frame does."""
+        self.desktop.tool("xdotool", "windowquit", self.window_id())
+
+    def key(self, *keys):
+        self.desktop.tool("xdotool", "key", "--window", "0", *keys)
+
+    def type(self, text):
+        self.desktop.tool("xdotool", "type", "--window", "0", text)
+
+    def save_screenshot(self, path):
+        self.desktop.tool("import", "-window", self.window_id(), path)
