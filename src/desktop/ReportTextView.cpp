@@ -150,6 +150,8 @@ void ReportTextView::makeDisplay()
     display->setWordWrapMode(QTextOption::NoWrap);
     display->setTabChangesFocus(true);
     layout()->addWidget(display);
+    // At once: a layout shows what it is given later from the event loop, and until then nothing can focus it.
+    display->show();
     const bool hadFocus = hasFocus();
     setFocusProxy(display);
     if (hadFocus)
