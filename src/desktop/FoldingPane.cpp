@@ -70,6 +70,8 @@ FoldingPane::FoldingPane(QWidget &parentWindow, QWidget &upperPart, QWidget &low
     movement.setEasingCurve(QEasingCurve::InOutQuad);
     settling.setSingleShot(true);
     connect(&settling, &QTimer::timeout, this, &FoldingPane::settle);
+    restoring.setSingleShot(true);
+    connect(&restoring, &QTimer::timeout, this, &FoldingPane::payHeightOwed);
 
     const int width = std::max(form.sizeHint().width(), pane.sizeHint().width());
     const int formHeight = form.layout()->totalHeightForWidth(width);
@@ -94,7 +96,8 @@ void FoldingPane::setFolded(bool fold)
 platform::Rect FoldingPane::frame() const
 {
     QRect geometry = window.geometry();
-    geometry.setHeight(targetHeight.value_or(geometry.height()));
+    const int due = isHeldByScreen() ? 0 : heightOwed;
+    geometry.setHeight(targetHeight.value_or(geometry.height() + due));
     return frameOf(geometry);
 }
 
@@ -107,8 +110,10 @@ void FoldingPane::setFrame(const platform::Rect &frame, platform::Animation anim
     holdForm();
     if (isHeldByScreen()) {
         heightOwed += wanted.height() - window.height();
-        heldSize = window.size();
-    } else if (!onlyHeightChanges) {
+        return;
+    }
+    heightOwed = 0;
+    if (!onlyHeightChanges) {
         window.setGeometry(wanted);
     } else if (animation == platform::Animation::On && isInView() && animationDuration() > 0) {
         moveToHeight(wanted.height());
@@ -131,7 +136,8 @@ bool FoldingPane::eventFilter(QObject *object, QEvent *event)
                 divide();
             else
                 settle();
-            checkHeightOwed();
+            if (heightOwed != 0 && !isHeldByScreen())
+                restoring.start(kLateConfirmations);
         }
         break;
     case QEvent::LayoutRequest:
@@ -185,15 +191,12 @@ void FoldingPane::divide()
     pane.setGeometry(0, formHeight, window.width(), room);
 }
 
-void FoldingPane::checkHeightOwed()
-{
-    // The window manager tells of the restored state and of the restored size in either order: both must be there.
-    if (heightOwed != 0 && !isHeldByScreen() && window.size() != heldSize)
-        QTimer::singleShot(0, this, &FoldingPane::payHeightOwed);
-}
-
+// The window manager tells of the restored state and of the restored size in either order, and of nothing more: so this
+// runs when neither has changed for a while.
 void FoldingPane::payHeightOwed()
 {
+    if (isHeldByScreen())
+        return;
     const int due = std::exchange(heightOwed, 0);
     window.resize(window.width(), window.height() + due);
     settle();

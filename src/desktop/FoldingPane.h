@@ -45,7 +45,6 @@ private:
     void holdForm();
     void settle();
     void divide();
-    void checkHeightOwed();
     void payHeightOwed();
     int leastFormHeight() const;
     bool isHeldByScreen() const;
@@ -62,5 +61,5 @@ private:
     QVariantAnimation movement;
     QTimer settling;
     int heightOwed = 0; ///< What was asked of a window that the screen holds; it is due when the window is restored.
-    QSize heldSize;     ///< The window's size when the height began to be owed.
+    QTimer restoring;
 };

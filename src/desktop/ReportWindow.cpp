@@ -13,6 +13,13 @@
 
 using namespace Qt::StringLiterals;
 
+/// Resources in a static library register themselves only where something refers to them; the macro that does so has
+/// to stand outside every namespace.
+static void registerResources()
+{
+    Q_INIT_RESOURCE(resources);
+}
+
 namespace {
 
 bool isEnter(const QKeyEvent &event)
@@ -49,6 +56,7 @@ struct ReportWindow::Parts {
 
     static Ui::ReportWindow setUp(ReportWindow &window)
     {
+        registerResources();
         Ui::ReportWindow widgets;
         widgets.setupUi(&window);
         const int side = window.style()->pixelMetric(QStyle::PM_MessageBoxIconSize, nullptr, &window);
