@@ -1,6 +1,8 @@
 // How the controller's messages reach the widgets.
 #include "desktop/ControlAdapters.h"
 
+#include <QSignalBlocker>
+
 #include <algorithm>
 #include <utility>
 
@@ -130,7 +132,9 @@ ButtonAdapter::ButtonAdapter(QAbstractButton &button, Switch enableButton)
 
 void ButtonAdapter::setState(int state)
 {
+    const QSignalBlocker noAction(widget);
     widget.setChecked(state == platform::kStateOn);
+    widget.update();
 }
 
 void ButtonAdapter::setTitle(const QString &title)

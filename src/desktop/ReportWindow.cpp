@@ -146,7 +146,8 @@ bool ReportWindow::eventFilter(QObject *object, QEvent *event)
 void ReportWindow::connectControls()
 {
     const Ui::ReportWindow &ui = parts->ui;
-    connect(ui.disclosureBtn, &QToolButton::clicked, this, &ReportWindow::pressDisclosure);
+    // Not its click: a screen reader turns a checkable button over without one.
+    connect(ui.disclosureBtn, &QToolButton::toggled, this, &ReportWindow::pressDisclosure);
     connect(ui.submitBtn, &QPushButton::clicked, this, &ReportWindow::submitClicked);
     connect(ui.cancelBtn, &QPushButton::clicked, this, &ReportWindow::cancelClicked);
     ui.cancelBtn->installEventFilter(this);

@@ -418,6 +418,14 @@ TEST_F(ReportWindowTest, TitleShowsAnAmpersandAsSuch)
     EXPECT_EQ(submit.text(), u"A && B"_s);
 }
 
+TEST_F(ReportWindowTest, TurningTheTriangleOverThroughAssistiveTechnologyIsAPress)
+{
+    QAccessible::queryAccessibleInterface(&triangle)->actionInterface()->doAction(
+        QAccessibleActionInterface::toggleAction());
+
+    EXPECT_EQ(disclosures.count(), 1);
+}
+
 TEST_F(ReportWindowTest, SettingTheTrianglesStateSendsNoAction)
 {
     show();
