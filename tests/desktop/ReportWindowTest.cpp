@@ -420,8 +420,9 @@ TEST_F(ReportWindowTest, TitleShowsAnAmpersandAsSuch)
 
 TEST_F(ReportWindowTest, TurningTheTriangleOverThroughAssistiveTechnologyIsAPress)
 {
-    QAccessible::queryAccessibleInterface(&triangle)->actionInterface()->doAction(
-        QAccessibleActionInterface::toggleAction());
+    QAccessibleActionInterface *const actions = QAccessible::queryAccessibleInterface(&triangle)->actionInterface();
+    ASSERT_NE(actions, nullptr);
+    actions->doAction(QAccessibleActionInterface::toggleAction());
 
     EXPECT_EQ(disclosures.count(), 1);
 }
