@@ -64,6 +64,16 @@ bool hasItsLength(const QNetworkReply &reply, qint64 received)
     return isNumber && announced == received;
 }
 
+/// Lets the network layer hold no more of the body than one chunk. Sent when the head of an answer has come: the limit
+/// has no effect before the request is under way, and the body of a redirect, which nobody reads, would be held up by it.
+void limitReadBuffer(QNetworkReply &reply)
+{
+    const bool isRedirect = statusOf(reply) / 100 == 3;
+    if (!isRedirect) {
+        reply.setReadBufferSize(kChunkSize);
+    }
+}
+
 /// Why the finished reply is not a complete answer; nothing when it is one.
 std::optional<platform::UrlError> failureOf(const QNetworkReply &reply, qint64 received)
 {
@@ -86,7 +96,6 @@ QtUrlConnection::QtUrlConnection(QNetworkReply *runningReply, platform::UrlConne
     , operations(operationQueue)
     , endListener(std::move(listener))
 {
-    reply->setReadBufferSize(kChunkSize);
     idleTimer.setSingleShot(true);
     idleTimer.setInterval(idleTimeout);
 }
@@ -101,6 +110,8 @@ void QtUrlConnection::start()
         idleTimer.stop();
         callBackLater();
     });
+
+    QObject::connect(source, &QNetworkReply::metaDataChanged, source, [source] { limitReadBuffer(*source); });
 
     const auto onProgress = [this] { idleTimer.start(); };
     QObject::connect(source, &QNetworkReply::encrypted, source, onProgress);
