@@ -126,6 +126,13 @@ class ProgramTest(unittest.TestCase):
             self.assertEqual(post.path, PATH_ON_THE_SERVER)
             self.assertIsNone(post.problem)
 
+    def assert_report_shown(self, program, report):
+        """The report pane, unfolded if it is not, comes to show the report."""
+        if not program.screen.is_shown("Report"):
+            program.click("Report details")
+        wait_until(lambda: program.screen.is_shown("Report"), "the report pane")
+        wait_until(lambda: program.screen.text("Report") == report.decode(), f"the pane to show {report[:80]!r}")
+
     def assert_report_sent(self, program, server, report):
         self.assert_accepted(program, server)
         sent = server.posts()[0].fields()["crashlog"]
