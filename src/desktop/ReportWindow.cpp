@@ -106,9 +106,6 @@ void ReportWindow::closeEvent(QCloseEvent *event)
 {
     // Not the dialog's own handling: that one rejects, which cancels here while a report is being sent.
     event->accept();
-    if (isClosed)
-        return;
-    isClosed = true;
     Q_EMIT closed();
 }
 
@@ -147,19 +144,11 @@ void ReportWindow::connectControls()
 {
     const Ui::ReportWindow &ui = parts->ui;
     // Not its click: a screen reader turns a checkable button over without one.
-    connect(ui.disclosureBtn, &QToolButton::toggled, this, &ReportWindow::pressDisclosure);
+    connect(ui.disclosureBtn, &QToolButton::toggled, this, &ReportWindow::disclosureClicked);
     connect(ui.submitBtn, &QPushButton::clicked, this, &ReportWindow::submitClicked);
     connect(ui.cancelBtn, &QPushButton::clicked, this, &ReportWindow::cancelClicked);
     ui.cancelBtn->installEventFilter(this);
     ui.emailText->installEventFilter(this);
-}
-
-void ReportWindow::pressDisclosure()
-{
-    const Ui::ReportWindow &ui = parts->ui;
-    if (ui.logView->isAncestorOf(focusWidget()))
-        ui.disclosureBtn->setFocus(Qt::ShortcutFocusReason);
-    Q_EMIT disclosureClicked();
 }
 
 // There is something to cancel, or to unlock, exactly while the address is locked.

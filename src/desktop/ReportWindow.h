@@ -45,10 +45,8 @@ private:
     struct Parts;
 
     void connectControls();
-    void pressDisclosure();
     void setAddressEnabled(bool enabled);
     void setSubmitEnabled(bool enabled);
 
     std::unique_ptr<Parts> parts;
-    bool isClosed = false;
 };
