@@ -1,5 +1,6 @@
 """The world that every test starts from: a display, an endpoint that accepts, a home with a crash log, one program."""
 
+import argparse
 import os
 import shutil
 import sys
@@ -125,6 +126,13 @@ class ProgramTest(unittest.TestCase):
             self.assertEqual(post.path, PATH_ON_THE_SERVER)
             self.assertIsNone(post.problem)
 
+    def assert_report_shown(self, program, report):
+        """The report pane, unfolded if it is not, comes to show the report."""
+        if not program.screen.is_shown("Report"):
+            program.click("Report details")
+        wait_until(lambda: program.screen.is_shown("Report"), "the report pane")
+        wait_until(lambda: program.screen.text("Report") == report.decode(), f"the pane to show {report[:80]!r}")
+
     def assert_report_sent(self, program, server, report):
         self.assert_accepted(program, server)
         sent = server.posts()[0].fields()["crashlog"]
@@ -144,28 +152,44 @@ class ProgramTest(unittest.TestCase):
         self.assertFalse(program.is_sending())
 
 
-def main():
-    """Runs the tests of one file: FILE --program BINARY --authority FOLDER [TEST...]."""
-    file, _, binary, _, authority, *chosen = sys.argv[1:]
-    ProgramTest.binary = binary
-    ProgramTest.authority = authority
+def options(arguments):
+    parser = argparse.ArgumentParser(description="Runs the tests of one file.")
+    parser.add_argument("--program", required=True, help="the built program")
+    parser.add_argument("--authority", required=True, help="folder of the throw-away certificates")
+    parser.add_argument("file", help="such as test_window.py")
+    parser.add_argument("tests", nargs="*", metavar="PATTERN", help="only the tests whose name contains one of these")
+    return parser.parse_args(arguments)
+
+
+def suite_of(file, patterns):
     loader = unittest.TestLoader()
-    module = os.path.splitext(os.path.basename(file))[0]
-    if chosen:
-        loader.testNamePatterns = [f"*{name}*" for name in chosen]
-    suite = loader.loadTestsFromName(module)
+    if patterns:
+        loader.testNamePatterns = [f"*{pattern}*" for pattern in patterns]
+    suite = loader.loadTestsFromName(os.path.splitext(os.path.basename(file))[0])
     if suite.countTestCases() == 0:
-        sys.exit(f"there is no test in {file}")
+        sys.exit(f"there is no such test in {file}")
+    return suite
+
+
+def run(suite):
     with tempfile.TemporaryDirectory(prefix="program-desktop-") as folder:
-        ProgramTest.desktop = Desktop(folder)
-        os.environ.update(ProgramTest.desktop.environment())
-        screen.start()
-        result = unittest.TextTestRunner(verbosity=2).run(suite)
-        ProgramTest.desktop.end()
-    sys.exit(0 if result.wasSuccessful() else 1)
+        desktop = ProgramTest.desktop = Desktop(folder)
+        try:
+            os.environ.update(desktop.environment())
+            screen.start()
+            return unittest.TextTestRunner(verbosity=2).run(suite)
+        finally:
+            desktop.end()
+
+
+def main(arguments):
+    chosen = options(arguments)
+    ProgramTest.binary = chosen.program
+    ProgramTest.authority = chosen.authority
+    return 0 if run(suite_of(chosen.file, chosen.tests)).wasSuccessful() else 1
 
 
 if __name__ == "__main__":
     # The test files import this file by its name: run it under that name, so that there is only one of it.
     import support
-    support.main()
+    sys.exit(support.main(sys.argv[1:]))

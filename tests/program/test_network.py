@@ -105,3 +105,37 @@ class Certificates(ProgramTest):
         server = self.serve()
         program.submit()
         self.assert_accepted(program, server)
+
+
+class Redirects(ProgramTest):
+    @cases(
+        status_301=("redirect-301",),
+        status_302=("redirect-302",),
+        status_303=("redirect-303",),
+    )
+    def test_lead_to_the_answer_without_a_second_post(self, redirect):
+        server = self.serve(f"{redirect},accept")
+        program = self.submitted(self.launch())
+        self.assertEqual(program.exit_status(), 0)
+        self.assert_posts(server, 1)
+        self.assertEqual([request.method for request in server.requests()], ["POST", "GET"])
+
+    def test_that_lead_to_bytes_are_a_refusal(self):
+        server = self.serve("redirect-302,refuse")
+        program = self.submitted(self.launch())
+        self.assertEqual(program.dismiss_alert(), UPLOAD_FAILED)
+        self.assert_usable_after_failure(program)
+        self.assert_posts(server, 1)
+
+    @cases(
+        same_method_307=("redirect-307",),
+        same_method_308=("redirect-308",),
+        less_safe=("redirect-to-http",),
+        nothing_there=("redirect-to-nothing",),
+    )
+    def test_that_cannot_be_followed_are_a_failed_connection(self, redirect):
+        server = self.serve(f"{redirect},accept")
+        program = self.submitted(self.launch())
+        self.assertEqual(program.dismiss_alert(), CONNECTION_FAILED)
+        self.assert_usable_after_failure(program)
+        self.assertEqual([request.method for request in server.requests()], ["POST"])

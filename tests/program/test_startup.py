@@ -1,8 +1,6 @@
 """What the command line leads to: a headline, a quiet end, or one clear line."""
 
-import os
-
-from support import (ADDRESS, CRASH_LOG, CRASH_LOG_NAME, ProgramTest, application_headline, cases, remote_headline)
+from support import CRASH_LOG, ProgramTest, application_headline, cases, remote_headline
 
 OTHER_LOG = b"Process: Lantern [12]\n"
 
@@ -28,13 +26,16 @@ class Headline(ProgramTest):
         qt_option=("-qwindowgeometry",),
         remote_name_option=("-remotename",),
         markup=("<b>bold</b> &amp; <img src='x'>",),
-        control_characters=("a\x01b\x07c\x1b[1md\te",),
         format_directive=("%1 %@ %s",),
     )
     def test_a_remote_name_is_shown_verbatim(self, name):
         program = self.launch(remote_name=name)
         self.assertEqual(program.headline(), remote_headline(name))
-        self.assertEqual(program.report_text(), self.expected().decode())
+        self.assert_report_shown(program, self.expected())
+
+    def test_control_characters_of_a_remote_name_are_shown_as_blanks(self):
+        program = self.launch(remote_name="a\x01b\x07c\x1b[1md\te\nf")
+        self.assertEqual(program.headline(), remote_headline("a b c [1md e f"))
 
     def test_a_remote_name_of_10000_characters_leaves_the_window_usable(self):
         server = self.serve()
@@ -71,7 +72,7 @@ class CommandLine(ProgramTest):
         program = self.start("-remotename", "anvil", "-log", self.crash_log,
                              "-remotename", "bellows", "-log", self.other_log()).wait_for_window()
         self.assertEqual(program.headline(), remote_headline("anvil"))
-        self.assertEqual(program.report_text(), self.expected().decode())
+        self.assert_report_shown(program, self.expected())
 
     def test_the_remote_name_may_be_the_log_option(self):
         program = self.start("-remotename", "-log", self.crash_log, "-x", "1").wait_for_window()
@@ -80,17 +81,17 @@ class CommandLine(ProgramTest):
     def test_a_log_named_on_the_command_line_replaces_an_opened_file(self):
         program = self.start(self.other_log(), "-remotename", "anvil", "-log", self.crash_log).wait_for_window()
         self.assertEqual(program.headline(), remote_headline("anvil"))
-        self.assertEqual(program.report_text(), self.expected().decode())
+        self.assert_report_shown(program, self.expected())
 
     def test_an_opened_file_stays_when_the_named_log_is_missing(self):
         program = self.start(self.other_log(), "-remotename", "anvil", "-log", "/nonexistent").wait_for_window()
         self.assertEqual(program.headline(), remote_headline("anvil"))
-        self.assertEqual(program.report_text(), OTHER_LOG.decode())
+        self.assert_report_shown(program, OTHER_LOG)
 
     def test_of_two_opened_files_the_last_is_the_report(self):
         program = self.start(self.crash_log, self.other_log()).wait_for_window()
         self.assertEqual(program.headline(), application_headline("Lantern"))
-        self.assertEqual(program.report_text(), OTHER_LOG.decode())
+        self.assert_report_shown(program, OTHER_LOG)
 
     def test_an_opened_file_that_fails_after_a_good_one_ends_the_program(self):
         self.assert_ends_silently(self.start(self.crash_log, "/nonexistent"))

@@ -2,7 +2,7 @@
 
 import os
 
-from support import ADDRESS, CRASH_LOG, PATH_ON_THE_SERVER, ProgramTest, UPLOAD_FAILED, cases
+from support import ADDRESS, ProgramTest, UPLOAD_FAILED, cases
 from trial.waiting import wait_until
 
 COUNT = "crashSubmissionCount"

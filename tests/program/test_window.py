@@ -1,6 +1,6 @@
 """The report window on a desktop: the details pane, the keyboard, closing."""
 
-from support import ADDRESS, CRASH_LOG, ProgramTest, cases
+from support import ADDRESS, ProgramTest
 from trial.waiting import wait_until
 
 TRIANGLE = "Report details"
@@ -9,9 +9,9 @@ REPORT = "Report"
 
 class Details(ProgramTest):
     def toggled(self, program, shown):
-        """Presses the triangle; gives every geometry that was seen until the window stood still, the last one last."""
+        """Clicks the triangle; gives every geometry that was seen until the window stood still, the last one last."""
         seen = []
-        program.press(TRIANGLE)
+        program.click(TRIANGLE)
 
         def stands_still():
             seen.append(program.geometry())
@@ -41,9 +41,18 @@ class Details(ProgramTest):
 
     def test_the_pane_shows_the_report(self):
         program = self.launch()
-        self.toggled(program, shown=True)
-        self.assertEqual(program.report_text(), self.expected().decode())
+        self.assert_report_shown(program, self.expected())
         self.assertFalse(program.screen.is_editable(REPORT))
+
+    def test_a_screen_reader_unfolds_the_pane(self):
+        program = self.launch()
+        program.press(TRIANGLE)
+        wait_until(lambda: program.screen.is_shown(REPORT), "the report pane")
+
+    def test_a_key_unfolds_the_pane(self):
+        program = self.launch()
+        program.key("alt+d")
+        wait_until(lambda: program.screen.is_shown(REPORT), "the report pane")
 
 
 class Closing(ProgramTest):

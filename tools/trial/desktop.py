@@ -2,6 +2,7 @@
 
 import os
 import subprocess
+import sys
 
 from trial.processes import Started
 from trial.waiting import wait_until
@@ -26,6 +27,7 @@ BUS_CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-BUS Bus
   <limit name="max_message_size">134217728</limit>
 </busconfig>
 """
+ACCESSIBILITY_SERVICE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "accessibility_service.py")
 REGISTRY = "/usr/libexec/at-spi2-registryd"
 SCREEN = "1280x1024x24"
 
@@ -42,11 +44,12 @@ class AccessibilityBus:
         self.daemon = Started(
             ["dbus-daemon", f"--config-file={configuration}", "--nofork", "--print-address=1"], folder, "bus")
         self.daemon.wait_for_output(self.address)
+        self.service = Started([sys.executable, ACCESSIBILITY_SERVICE, self.address], folder, "accessibility")
+        self.service.wait_for_output("accessibility is on")
         self.registry = None
 
     def environment(self):
         return {
-            "AT_SPI_BUS_ADDRESS": self.address,
             "DBUS_SESSION_BUS_ADDRESS": self.address,
             "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1",
         }
@@ -58,6 +61,7 @@ class AccessibilityBus:
     def end(self):
         if self.registry:
             self.registry.end()
+        self.service.end()
         self.daemon.end()
 
 

@@ -53,9 +53,6 @@ class Program:
         """The text above the form, the only one that speaks of a crash."""
         return self.screen.name_of_label(lambda name: "crashed the last time it ran" in name)
 
-    def report_text(self):
-        return self.screen.text("Report")
-
     def fill_in(self, email=None, description=None):
         if email is not None:
             self.screen.set_text("E-mail address", email)
@@ -114,8 +111,13 @@ class Program:
         return tuple(int(values[key]) for key in ("X", "Y", "WIDTH", "HEIGHT"))
 
     def close_window(self):
-        """Asks the window to close, as the button in its frame does."""
-        self.desktop.tool("xdotool", "windowquit", self.window_id())
+        """Has the window manager ask the window to close, as the button in its frame does."""
+        self.desktop.tool("xdotool", "windowfocus", "--sync", self.window_id(), "key", "alt+F4")
+
+    def click(self, name):
+        """Clicks with the mouse into the middle of a control."""
+        x, y = self.screen.middle(name)
+        self.desktop.tool("xdotool", "mousemove", str(x), str(y), "click", "1")
 
     def key(self, *keys):
         self.desktop.tool("xdotool", "key", "--window", "0", *keys)

@@ -125,8 +125,10 @@ class Screen:
         control = self.find(name, required=False)
         return control is not None and is_showing(control)
 
-    def focus(self, name):
-        Atspi.Component.grab_focus(self.find(name))
+    def middle(self, name):
+        """The point on screen in the middle of a control."""
+        extents = Atspi.Component.get_extents(self.find(name), Atspi.CoordType.SCREEN)
+        return extents.x + extents.width // 2, extents.y + extents.height // 2
 
     def has_focus(self, name):
         return self.has_state(name, Atspi.StateType.FOCUSED)
