@@ -69,9 +69,7 @@ HeadlineLabel::HeadlineLabel(QWidget *parent)
     QFont bold = font();
     bold.setBold(true);
     setFont(bold);
-    QSizePolicy policy(QSizePolicy::Expanding, QSizePolicy::Preferred);
-    policy.setHeightForWidth(true);
-    setSizePolicy(policy);
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
 }
 
 void HeadlineLabel::setHeadline(const QString &text)

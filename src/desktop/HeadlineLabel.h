@@ -21,6 +21,7 @@ public:
 
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;
+    bool hasHeightForWidth() const override { return true; }
     int heightForWidth(int width) const override;
 
 protected:

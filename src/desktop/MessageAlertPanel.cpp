@@ -1,0 +1,54 @@
+// The alert: its title in bold, the message below, one button.
+#include "desktop/MessageAlertPanel.h"
+
+#include <QLabel>
+#include <QMessageBox>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QWidget *visibleWindow(QWidget *window)
+{
+    return window && window->isVisible() ? window : nullptr;
+}
+
+void showPlain(QMessageBox &box)
+{
+    box.setTextFormat(Qt::PlainText);
+    // The format of the box holds for its text alone; its other labels go on guessing.
+    const QList<QLabel *> labels = box.findChildren<QLabel *>();
+    for (QLabel *label : labels)
+        label->setTextFormat(Qt::PlainText);
+}
+
+void emphasizeTitle(QMessageBox &box)
+{
+    auto *title = box.findChild<QLabel *>(u"qt_msgbox_label"_s);
+    if (!title)
+        return;
+    QFont bold = title->font();
+    bold.setBold(true);
+    title->setFont(bold);
+}
+
+} // namespace
+
+MessageAlertPanel::MessageAlertPanel(QWidget *reportWindow)
+    : window(reportWindow)
+{
+}
+
+void MessageAlertPanel::runAlertPanel(const QString &title, const QString &message)
+{
+    QMessageBox box(visibleWindow(window.data()));
+    box.setIcon(QMessageBox::Warning);
+    box.setWindowTitle(QMessageBox::tr("Korvale Crash Reporter"));
+    box.setText(title);
+    box.setInformativeText(message);
+    box.setStandardButtons(QMessageBox::Ok);
+    box.setAccessibleDescription(title + u'\n' + message);
+    showPlain(box);
+    emphasizeTitle(box);
+    box.exec();
+}

@@ -2,20 +2,40 @@
 #pragma once
 
 #include "desktop/OperationQueue.h"
+#include "desktop/QtUrlConnection.h"
 #include "platform/UrlConnection.h"
 
+#include <QNetworkAccessManager>
+
 #include <chrono>
+#include <memory>
+#include <vector>
 
 /// Seconds without a byte moving in either direction after which a transfer has failed.
 inline constexpr std::chrono::milliseconds kIdleTimeout = std::chrono::seconds(60);
 
+/// Every submission is one request on a connection of its own, posted once: nothing is ever sent again, neither after a
+/// lost connection nor after a redirect. The network stack and the TLS library are loaded at the first transfer.
 class QtUrlLoader : public platform::UrlLoader
 {
 public:
-    explicit QtUrlLoader(OperationQueue &operations, std::chrono::milliseconds idleTimeout = kIdleTimeout);
+    /// The queue must outlive the loader; all callbacks go through it.
+    explicit QtUrlLoader(OperationQueue &operationQueue, std::chrono::milliseconds timeout = kIdleTimeout);
+    /// Transfers that still run are cancelled.
     ~QtUrlLoader() override;
 
+    /// Only HTTPS URLs with a host are valid.
     std::shared_ptr<platform::UrlConnection>
     connectionWithRequestDelegate(const platform::UrlRequest &request,
                                   platform::UrlConnectionDelegate &delegate) override;
+
+private:
+    QNetworkReply *send(const platform::UrlRequest &request);
+    QNetworkAccessManager &networkStack();
+    void forget(const QtUrlConnection &transfer);
+
+    OperationQueue &operations;
+    std::chrono::milliseconds idleTimeout;
+    std::unique_ptr<QNetworkAccessManager> manager;
+    std::vector<std::shared_ptr<QtUrlConnection>> running;
 };

@@ -74,9 +74,9 @@ public:
 protected:
     QMimeData *createMimeDataFromSelection() const override
     {
-        auto data = std::make_unique<QMimeData>();
-        data->setText(selectedText());
-        return data.release();
+        auto copied = std::make_unique<QMimeData>();
+        copied->setText(selectedText());
+        return copied.release();
     }
 
 private:
@@ -96,9 +96,10 @@ private:
     }
 };
 
+/// Room for the text and, by half a line and a column at each side, for the frame and the margins around it.
 QSize sizeForText(const QFontMetrics &metrics, int columns, int lines)
 {
-    return {metrics.horizontalAdvance(u'0') * columns, metrics.lineSpacing() * lines};
+    return {metrics.horizontalAdvance(u'0') * (columns + 2), metrics.lineSpacing() * (lines + 1)};
 }
 
 } // namespace
@@ -149,6 +150,8 @@ void ReportTextView::makeDisplay()
     display->setWordWrapMode(QTextOption::NoWrap);
     display->setTabChangesFocus(true);
     layout()->addWidget(display);
+    // At once: a layout shows what it is given later from the event loop, and until then nothing can focus it.
+    display->show();
     const bool hadFocus = hasFocus();
     setFocusProxy(display);
     if (hadFocus)

@@ -20,6 +20,9 @@ public:
     /// The controls, for the controller; they live as long as the window.
     ReportControls controls();
 
+    /// What Escape does: cancels while there is something to cancel or to unlock, and else closes the window.
+    void reject() override;
+
 Q_SIGNALS:
     /// The disclosure triangle was pressed.
     void disclosureClicked();
@@ -31,4 +34,19 @@ Q_SIGNALS:
     void filesDropped(const QStringList &paths);
     /// The user closed the window.
     void closed();
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+    void dragEnterEvent(QDragEnterEvent *event) override;
+    void dropEvent(QDropEvent *event) override;
+    bool eventFilter(QObject *object, QEvent *event) override;
+
+private:
+    struct Parts;
+
+    void connectControls();
+    void setAddressEnabled(bool enabled);
+    void setSubmitEnabled(bool enabled);
+
+    std::unique_ptr<Parts> parts;
 };

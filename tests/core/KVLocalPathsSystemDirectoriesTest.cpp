@@ -283,6 +283,13 @@ TEST_F(KVLocalPathsSystemDirectories, TheTwoUnitsDroppedMayBeHalfACharacter)
     EXPECT_TRUE(isExactly(u"/x\U0001F600/"_s));
 }
 
+TEST_F(KVLocalPathsSystemDirectories, APathOfThreeUnitsLosesTwoAsWell)
+{
+    lookups.home = u"/"_s;
+
+    EXPECT_TRUE(isExactly(u"///"_s));
+}
+
 TEST_F(KVLocalPathsSystemDirectories, APathThatBecomesADirectoryByLosingTwoUnitsIsOne)
 {
     EXPECT_TRUE(isExactly(u"/Volumes_/"_s));

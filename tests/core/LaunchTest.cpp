@@ -164,6 +164,16 @@ TEST_F(Launch, LaterOpenReplacesTheReportButNeitherHeadlineNorWindow)
     EXPECT_EQ(world.controller.appName, u"Second"_s);
 }
 
+TEST_F(Launch, OpenedFileShowsTheAlertsAboutConflictingSoftware)
+{
+    ASSERT_TRUE(opensFile(crashLog));
+
+    EXPECT_EQ(world.calls.taken(),
+              (Calls::List{"alert Unsanity Application Enhancer is installed / This software causes incompatibilities "
+                           "with Korvale products and we recommend disabling it.",
+                           "logText setString"}));
+}
+
 TEST_F(Launch, LogOfTheCommandLineReplacesAFileOpenedAtLaunch)
 {
     ASSERT_TRUE(opensFile(home.write(u"Opened_1.crash"_s, "opened")));

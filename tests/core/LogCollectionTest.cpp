@@ -252,13 +252,31 @@ TEST_F(LogCollection, HeadersAreNotCountedSoTheReportEndsAtMost27UnitsPastTheCei
 
 TEST_F(LogCollection, BoundsCountUtf16UnitsAndNotBytes)
 {
-    // Three bytes and one unit each: the file is far larger than the bound, its text just fits.
-    const QString text(48'566, u'\u20AC');
+    // Three bytes and one unit each: the file has three times the bytes of the bound, its text just fits.
+    const QString text(1'048'566 - 5, u'\u20AC');
     home.writeApplicationLog(u"Harbour.1.log"_s, text.toUtf8());
 
-    ASSERT_TRUE(load(QByteArray(1'000'000, 'x')));
+    ASSERT_TRUE(load("crash"));
 
-    EXPECT_TRUE(report().endsWith(text));
+    EXPECT_EQ(report(), u"crash\nLog 1:\n"_s + text);
+}
+
+TEST_F(LogCollection, NoLogIsLookedAtOnceTheCeilingIsReached)
+{
+    EXPECT_TRUE(mayTakeMoreLogs(1'048'575));
+    EXPECT_FALSE(mayTakeMoreLogs(1'048'576));
+}
+
+TEST_F(LogCollection, AppendedLogsCountSoALaterOneThatWouldFitAloneIsLeftOut)
+{
+    home.writeApplicationLog(u"Harbour.1.log"_s, QByteArray(600'000, 'a'));
+    home.writeApplicationLog(u"Harbour.task.1.log"_s, QByteArray(600'000, 'b'));
+    home.writeApplicationLog(u"Harbour.2.log"_s, QByteArray(448'562, 'c'));
+    home.writeApplicationLog(u"Harbour.task.2.log"_s, QByteArray(448'556, 'd'));
+
+    ASSERT_TRUE(load("crash"));
+
+    EXPECT_EQ(report(), u"crash\nLog 1:\n"_s + QString(600'000, u'a') + u"\nTask Log 2:\n"_s + QString(448'556, u'd'));
 }
 
 TEST_F(LogCollection, RunningLengthStartsAfterTheCut)

@@ -19,12 +19,14 @@ NOTHING = "(nothing)"
 # The process of the namespace has the user ID 0; root's own home must never be the answer.
 ACCOUNTS = """root:x:0:0:root:/root:/bin/sh
 user1:x:1234:1234:User One:/home/user one:/bin/sh
-gdm:x:120:120:Greeter:/var/lib/gdm:/bin/false
+greeter:x:120:120:Greeter:/var/lib/greeter:/bin/false
 """
+# Larger than any buffer that a look-up of accounts would try first.
+LONG_ACCOUNT = "user2:x:2345:2345:" + 20000 * "x" + ":/home/user two:/bin/sh\n"
 OWN_HOME = "/home/of the process"
 
 USER_SESSION = "UID=1234\nUSER=user1\nACTIVE=1\nSTATE=active\nCLASS=user\nTYPE=wayland\nSEAT=seat0\n"
-GREETER_SESSION = "UID=120\nUSER=gdm\nACTIVE=1\nSTATE=active\nCLASS=greeter\nTYPE=wayland\nSEAT=seat0\n"
+GREETER_SESSION = "UID=120\nUSER=greeter\nACTIVE=1\nSTATE=active\nCLASS=greeter\nTYPE=wayland\nSEAT=seat0\n"
 
 
 def seat(session):
@@ -70,8 +72,18 @@ CASES = {
         "files": {"seats/seat0": seat("c2"), "sessions/c2": USER_SESSION.replace("UID=1234", "UID=4321")},
         "answers": NOBODY,
     },
+    "AnAccountWithAVeryLongEntryIsFound": {
+        "files": {"seats/seat0": seat("c3"), "sessions/c3": USER_SESSION.replace("UID=1234", "UID=2345")},
+        "answers": {
+            "currentConsoleUser": "user2",
+            "username": "user2",
+            "userDirectory": "/home/user two",
+            "logDirectory": "/home/user two/Library/Logs",
+            "trashDirectory": "/home/user two/.Trash",
+        },
+    },
     "TheIdOfTheSessionDecidesAndNotTheNameWrittenBesideIt": {
-        "files": {"seats/seat0": seat("c2"), "sessions/c2": USER_SESSION.replace("USER=user1", "USER=gdm")},
+        "files": {"seats/seat0": seat("c2"), "sessions/c2": USER_SESSION.replace("USER=user1", "USER=greeter")},
         "answers": CONSOLE_USER_ONE,
     },
     "AnOrdinaryProcessAnswersForItself": {
@@ -79,7 +91,7 @@ CASES = {
         "user_id": 120,
         "answers": {
             "currentConsoleUser": "user1",
-            "username": "gdm",
+            "username": "greeter",
             "userDirectory": OWN_HOME,
             "logDirectory": OWN_HOME + "/Library/Logs",
             "trashDirectory": OWN_HOME + "/.Trash",
@@ -100,7 +112,7 @@ def lay_out_console(files, folder):
     for name, text in files.items():
         pathlib.Path("/run/systemd", name).write_text(text, encoding="utf-8")
     accounts = pathlib.Path(folder, "passwd")
-    accounts.write_text(ACCOUNTS, encoding="utf-8")
+    accounts.write_text(ACCOUNTS + LONG_ACCOUNT, encoding="utf-8")
     run("mount", "--bind", str(accounts), "/etc/passwd")
 
 

@@ -1,0 +1,29 @@
+// The field for what the user was doing.
+#pragma once
+
+#include <QPlainTextEdit>
+
+/// A text field of a few lines that can be locked. Files dropped onto it are left to the window, and Return is its own,
+/// locked or not: the window's default button is never pressed from here.
+class DescriptionEdit : public QPlainTextEdit
+{
+    Q_OBJECT
+
+public:
+    using QPlainTextEdit::QPlainTextEdit;
+
+    /// A locked description can be read and copied, and looks like the window around it.
+    void setEditable(bool editable);
+    /// The text as it was typed, lines ended by line feeds; no-break spaces stay what they are.
+    QString typedText() const;
+
+    QSize sizeHint() const override;
+    QSize minimumSizeHint() const override;
+
+protected:
+    void keyPressEvent(QKeyEvent *event) override;
+    bool canInsertFromMimeData(const QMimeData *source) const override;
+
+private:
+    QSize sizeForLines(int lines) const;
+};
