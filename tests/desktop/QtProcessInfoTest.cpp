@@ -47,6 +47,12 @@ TEST(QtProcessInfo, ReadsArgumentsAsUtf8)
               (QStringList{u"program"_s, u"\u00e4 \u65e5 \U0001F600"_s}));
 }
 
+TEST(QtProcessInfo, KeepsAByteOrderMarkAtTheStartOfAnArgument)
+{
+    EXPECT_EQ(argumentsOf({"program", "-log", "\xef\xbb\xbfHarbour_1.crash"}),
+              (QStringList{u"program"_s, u"-log"_s, u"\uFEFFHarbour_1.crash"_s}));
+}
+
 TEST(QtProcessInfo, AProcessWithoutArgumentsHasNone)
 {
     EXPECT_EQ(argumentsOf({}), QStringList{});
