@@ -339,12 +339,13 @@ TEST_P(Status, CutBetweenTwoChunksEndsAsAFailure)
 }
 
 INSTANTIATE_TEST_SUITE_P(, Status,
-                         testing::Values("200 OK", "201 Created", "400 Bad Request", "401 Unauthorized",
-                                         "403 Forbidden", "404 Not Found", "405 Method Not Allowed",
-                                         "407 Proxy Authentication Required", "408 Request Timeout", "409 Conflict",
-                                         "410 Gone", "413 Content Too Large", "418 Teapot", "429 Too Many Requests",
-                                         "500 Internal Server Error", "501 Not Implemented", "502 Bad Gateway",
-                                         "503 Service Unavailable", "504 Gateway Timeout", "599 Other"),
+                         testing::Values("200 OK", "201 Created", "205 Reset Content", "206 Partial Content",
+                                         "300 Multiple Choices", "400 Bad Request", "401 Unauthorized", "403 Forbidden",
+                                         "404 Not Found", "405 Method Not Allowed", "407 Proxy Authentication Required",
+                                         "408 Request Timeout", "409 Conflict", "410 Gone", "413 Content Too Large",
+                                         "418 Teapot", "429 Too Many Requests", "500 Internal Server Error",
+                                         "501 Not Implemented", "502 Bad Gateway", "503 Service Unavailable",
+                                         "504 Gateway Timeout", "599 Other"),
                          nameOfStatus);
 
 namespace {
@@ -545,6 +546,13 @@ INSTANTIATE_TEST_SUITE_P(, Redirect,
                          testing::Values("301 Moved Permanently", "302 Found", "303 See Other",
                                          "307 Temporary Redirect", "308 Permanent Redirect"),
                          nameOfStatus);
+
+TEST_F(UrlLoaderTest, AStatusThatNamesNoOtherPlaceIsJudgedByItsBodyAlone)
+{
+    EXPECT_EQ(heardAfterAnswer(answered("305 Use Proxy")), kFinished);
+    delegate.heard.clear();
+    EXPECT_EQ(heardAfterAnswer(answered("305 Use Proxy", "refused")), (QStringList{u"data refused"_s, u"finished"_s}));
+}
 
 // Large answers
 

@@ -1,6 +1,9 @@
 """What the command line leads to: a headline, a quiet end, or one clear line."""
 
+import os
+
 from support import CRASH_LOG, ProgramTest, application_headline, cases, remote_headline
+from trial.waiting import wait_until
 
 OTHER_LOG = b"Process: Lantern [12]\n"
 
@@ -133,6 +136,20 @@ class NothingToReport(ProgramTest):
 
     def test_a_missing_opened_file_is_nothing(self):
         self.assert_ends_silently(self.start("/nonexistent/crash.log"))
+
+
+class LoadedLater(ProgramTest):
+    def libraries(self, program):
+        with open(f"/proc/{program.pid}/maps", encoding="utf-8") as maps:
+            return {os.path.basename(line.split()[-1]) for line in maps if ".so" in line}
+
+    def test_the_tls_library_is_loaded_by_the_first_upload(self):
+        self.serve("never")
+        program = self.launch()
+        before = {name for name in self.libraries(program) if name.startswith(("libssl", "libqopensslbackend"))}
+        self.assertEqual(before, set())
+        self.submitted(program)
+        wait_until(lambda: any(name.startswith("libssl") for name in self.libraries(program)), "the TLS library")
 
 
 class Display(ProgramTest):

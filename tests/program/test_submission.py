@@ -2,7 +2,8 @@
 
 import os
 
-from support import ADDRESS, ProgramTest, UPLOAD_FAILED, cases
+from support import ADDRESS, CRASH_LOG, ProgramTest, UPLOAD_FAILED, cases
+from trial.processes import ORDINARY_USER
 from trial.waiting import wait_until
 
 COUNT = "crashSubmissionCount"
@@ -121,6 +122,15 @@ class Settings(ProgramTest):
             pass
         server = self.serve()
         self.assert_report_sent(self.submitted(self.launch()), server, self.expected())
+
+
+    def test_a_home_that_cannot_be_made_does_not_stop_a_report(self):
+        # Below a file there is no folder, for nobody.
+        nowhere = os.path.join(self.crash_log, "home")
+        server = self.serve()
+        program = self.start("-remotename", "anvil", "-log", self.crash_log,
+                             prefix=("env", "-u", "XDG_CONFIG_HOME", f"HOME={nowhere}", *ORDINARY_USER))
+        self.assert_report_sent(self.submitted(program.wait_for_window()), server, CRASH_LOG)
 
 
 class Throttle(ProgramTest):
