@@ -141,6 +141,16 @@ TEST_F(TextFile, FileOfMoreBytesThanTheMostIsNotGiven)
     EXPECT_EQ(contentsOfRegularFile(u"/proc/self/status"_s, 10), std::nullopt) << "whatever size it reports";
 }
 
+TEST_F(TextFile, FileThatNoMemoryCanHoldCannotBeRead)
+{
+    // A file of holes: nothing of it is on the disk.
+    const QString file = home.write(u"a"_s, "start");
+    constexpr off_t kEightTebibytes = off_t(8) << 40;
+    ASSERT_EQ(::truncate(file.toUtf8().constData(), kEightTebibytes), 0);
+
+    EXPECT_EQ(contentsOfRegularFile(file), std::nullopt);
+}
+
 TEST_F(TextFile, TextIsReadStrictly)
 {
     EXPECT_EQ(textOfFile(home.write(u"a"_s, "caf\xC3\xA9")), u"caf\u00E9"_s);

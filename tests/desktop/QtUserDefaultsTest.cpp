@@ -12,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <limits>
@@ -262,4 +264,24 @@ TEST_F(UserDefaultsTest, AHomeThatDoesNotExistIsNoError)
     defaults.synchronize();
 
     EXPECT_EQ(defaults.integerForKey(kCount), 5);
+}
+
+TEST_F(UserDefaultsTest, AStoreThatIsALinkToAFifoLeavesTheFifoInPlace)
+{
+    const QString fifo = user.filePath(u"fifo"_s);
+    ASSERT_EQ(mkfifo(fifo.toLocal8Bit().constData(), 0600), 0);
+    QDir().mkpath(QFileInfo(path()).path());
+    ASSERT_TRUE(QFile::link(fifo, path()));
+    // Readable and writable at once, so that whoever opens the fifo does not wait.
+    const int held = open(fifo.toLocal8Bit().constData(), O_RDWR | O_NONBLOCK);
+    ASSERT_GE(held, 0);
+
+    QtUserDefaults defaults;
+    defaults.setIntegerForKey(5, kCount);
+    defaults.synchronize();
+
+    struct stat status = {};
+    ASSERT_EQ(stat(fifo.toLocal8Bit().constData(), &status), 0);
+    EXPECT_TRUE(S_ISFIFO(status.st_mode));
+    close(held);
 }
