@@ -68,6 +68,18 @@ class CommandLine(ProgramTest):
         program = self.start("--verbose", "yes", "-remotename", "anvil", "-x", "1", "-log", self.crash_log, "-y", "2")
         self.assertEqual(program.wait_for_window().headline(), remote_headline("anvil"))
 
+    @cases(
+        platform=("-platform", "offscreen"),
+        geometry=("-geometry", "1000x900+0+0"),
+        display=("-display", ":4242"),
+    )
+    def test_a_toolkits_option_among_them_does_nothing(self, option, value):
+        plain = self.launch()
+        expected = plain.geometry()[2:]
+        plain.end()
+        program = self.start(option, value, "-remotename", "anvil", "-log", self.crash_log).wait_for_window()
+        self.assertEqual(program.geometry()[2:], expected)
+
     def test_the_first_of_repeated_options_counts(self):
         program = self.start("-remotename", "anvil", "-log", self.crash_log,
                              "-remotename", "bellows", "-log", self.other_log()).wait_for_window()
