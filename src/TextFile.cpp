@@ -13,7 +13,7 @@
 namespace {
 
 /// Bytes asked for at once where the reported size is no help.
-constexpr qsizetype kChunk = 64 * 1024;
+constexpr qsizetype kChunk = qsizetype(64) * 1024;
 
 class FileDescriptor
 {

@@ -33,8 +33,9 @@ void WindowAdapter::setFrameDisplayAnimate(const platform::Rect &frame, platform
                                            platform::Animation animation)
 {
     foldingPane.setFrame(frame, animation);
-    if (display == platform::Display::On)
+    if (display == platform::Display::On) {
         window.update();
+    }
 }
 
 void WindowAdapter::makeKeyAndOrderFront(const platform::Object * /*sender*/)

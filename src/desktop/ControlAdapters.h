@@ -34,8 +34,9 @@ public:
     }
     void setNeedsDisplay(bool needsDisplay) override
     {
-        if (needsDisplay)
+        if (needsDisplay) {
             widget.update();
+        }
     }
 
 protected:

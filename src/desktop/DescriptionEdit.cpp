@@ -28,8 +28,9 @@ void DescriptionEdit::setEditable(bool editable)
 QString DescriptionEdit::typedText() const
 {
     QStringList paragraphs;
-    for (QTextBlock block = document()->begin(); block.isValid(); block = block.next())
+    for (QTextBlock block = document()->begin(); block.isValid(); block = block.next()) {
         paragraphs += block.text();
+    }
     return paragraphs.join(u'\n').replace(QChar::LineSeparator, u'\n');
 }
 
@@ -46,8 +47,9 @@ QSize DescriptionEdit::minimumSizeHint() const
 void DescriptionEdit::keyPressEvent(QKeyEvent *event)
 {
     QPlainTextEdit::keyPressEvent(event);
-    if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter)
+    if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {
         event->accept();
+    }
 }
 
 bool DescriptionEdit::canInsertFromMimeData(const QMimeData *source) const

@@ -10,8 +10,9 @@ DesktopApplication::DesktopApplication(QWidget *reportWindow)
 
 void DesktopApplication::activate(platform::OtherApplications others)
 {
-    if (!window)
+    if (!window) {
         return;
+    }
     if (others == platform::OtherApplications::Respect && !QApplication::activeWindow()) {
         QApplication::alert(window);
         return;

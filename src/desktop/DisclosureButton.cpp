@@ -10,6 +10,7 @@ void DisclosureButton::initStyleOption(QStyleOptionToolButton *option) const
     option->arrowType = isChecked() ? Qt::DownArrow : along;
     option->features |= QStyleOptionToolButton::Arrow;
     option->state &= ~QStyle::State_On;
-    if (!isDown())
+    if (!isDown()) {
         option->state |= QStyle::State_Raised;
+    }
 }

@@ -8,8 +8,9 @@ QStringList droppedFiles(const QMimeData &data)
     QStringList paths;
     const QList<QUrl> urls = data.urls();
     for (const QUrl &url : urls) {
-        if (url.isLocalFile())
+        if (url.isLocalFile()) {
             paths += url.toLocalFile();
+        }
     }
     return paths;
 }

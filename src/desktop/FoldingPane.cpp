@@ -84,13 +84,15 @@ FoldingPane::FoldingPane(QWidget &parentWindow, QWidget &upperPart, QWidget &low
 
 void FoldingPane::setFolded(bool fold)
 {
-    if (folded == fold)
+    if (folded == fold) {
         return;
+    }
     folded = fold;
     holdForm();
     // A pane that folds in view stays painted until the window has closed over it.
-    if (!folded || !window.isVisible())
+    if (!folded || !window.isVisible()) {
         pane.setVisible(!folded);
+    }
 }
 
 platform::Rect FoldingPane::frame() const
@@ -126,23 +128,27 @@ bool FoldingPane::eventFilter(QObject *object, QEvent *event)
 {
     switch (event->type()) {
     case QEvent::Show:
-        if (object == &window)
+        if (object == &window) {
             settle();
+        }
         break;
     case QEvent::Resize:
     case QEvent::WindowStateChange:
         if (object == &window) {
-            if (formIsHeld)
+            if (formIsHeld) {
                 divide();
-            else
+            } else {
                 settle();
-            if (heightOwed != 0 && !isHeldByScreen())
+            }
+            if (heightOwed != 0 && !isHeldByScreen()) {
                 restoring.start(kLateConfirmations);
+            }
         }
         break;
     case QEvent::LayoutRequest:
-        if (!formIsHeld)
+        if (!formIsHeld) {
             settle();
+        }
         break;
     default:
         break;
@@ -164,14 +170,16 @@ void FoldingPane::holdForm()
 {
     formIsHeld = true;
     window.setMinimumHeight(leastFormHeight());
-    if (movement.state() != QAbstractAnimation::Running)
+    if (movement.state() != QAbstractAnimation::Running) {
         settling.start(0);
+    }
 }
 
 void FoldingPane::settle()
 {
-    if (movement.state() == QAbstractAnimation::Running)
+    if (movement.state() == QAbstractAnimation::Running) {
         return;
+    }
     settling.stop();
     formIsHeld = false;
     pane.setVisible(!folded);
@@ -195,8 +203,9 @@ void FoldingPane::divide()
 // runs when neither has changed for a while.
 void FoldingPane::payHeightOwed()
 {
-    if (isHeldByScreen())
+    if (isHeldByScreen()) {
         return;
+    }
     const int due = std::exchange(heightOwed, 0);
     window.resize(window.width(), window.height() + due);
     settle();

@@ -55,8 +55,9 @@ QString toolTipText(const QString &text)
         }
         broken += character;
     }
-    if (text.size() > kMostToolTipUnits)
+    if (text.size() > kMostToolTipUnits) {
         broken += u'…';
+    }
     return u"<qt>"_s + broken.toHtmlEscaped() + u"</qt>"_s;
 }
 
@@ -98,8 +99,9 @@ int HeadlineLabel::heightForWidth(int width) const
 
 void HeadlineLabel::paintEvent(QPaintEvent * /*event*/)
 {
-    if (!lines)
+    if (!lines) {
         return;
+    }
     QPainter painter(this);
     painter.setPen(palette().color(foregroundRole()));
     const qreal textHeight = lines->lineCount() * fontMetrics().lineSpacing();
@@ -115,8 +117,9 @@ void HeadlineLabel::resizeEvent(QResizeEvent *event)
 void HeadlineLabel::changeEvent(QEvent *event)
 {
     QLabel::changeEvent(event);
-    if (event->type() == QEvent::FontChange || event->type() == QEvent::StyleChange)
+    if (event->type() == QEvent::FontChange || event->type() == QEvent::StyleChange) {
         fit();
+    }
 }
 
 std::unique_ptr<QTextLayout> HeadlineLabel::layOut(const QString &text, int width, int lineLimit) const
@@ -128,8 +131,9 @@ std::unique_ptr<QTextLayout> HeadlineLabel::layOut(const QString &text, int widt
     layout->beginLayout();
     for (int number = 0; number < lineLimit; ++number) {
         QTextLine line = layout->createLine();
-        if (!line.isValid())
+        if (!line.isValid()) {
             break;
+        }
         line.setLineWidth(width);
         line.setPosition(QPointF(0, number * fontMetrics().lineSpacing()));
     }
@@ -143,11 +147,13 @@ void HeadlineLabel::fit()
     const QString whole = text();
     lines = layOut(whole, width(), lineLimit);
     setToolTip({});
-    if (lines->lineCount() == 0)
+    if (lines->lineCount() == 0) {
         return;
+    }
     const QTextLine last = lines->lineAt(lines->lineCount() - 1);
-    if (last.textStart() + last.textLength() >= whole.size())
+    if (last.textStart() + last.textLength() >= whole.size()) {
         return;
+    }
     // More than fits in one line is enough to elide, and eliding a long text whole takes long.
     const QString rest = whole.mid(last.textStart(), 2 * last.textLength() + 1);
     const QString elided = fontMetrics().elidedText(rest, Qt::ElideRight, width());

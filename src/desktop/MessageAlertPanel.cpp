@@ -18,15 +18,17 @@ void showPlain(QMessageBox &box)
     box.setTextFormat(Qt::PlainText);
     // The format of the box holds for its text alone; its other labels go on guessing.
     const QList<QLabel *> labels = box.findChildren<QLabel *>();
-    for (QLabel *label : labels)
+    for (QLabel *label : labels) {
         label->setTextFormat(Qt::PlainText);
+    }
 }
 
 void emphasizeTitle(QMessageBox &box)
 {
     auto *title = box.findChild<QLabel *>(u"qt_msgbox_label"_s);
-    if (!title)
+    if (!title) {
         return;
+    }
     QFont bold = title->font();
     bold.setBold(true);
     title->setFont(bold);

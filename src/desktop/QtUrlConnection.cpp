@@ -11,7 +11,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 /// The most bytes that one callback hands over.
-constexpr qint64 kChunkSize = 64 * 1024;
+constexpr qint64 kChunkSize = qint64(64) * 1024;
 
 int statusOf(const QNetworkReply &reply)
 {
@@ -65,7 +65,8 @@ bool hasItsLength(const QNetworkReply &reply, qint64 received)
 }
 
 /// Lets the network layer hold no more of the body than one chunk. Sent when the head of an answer has come: the limit
-/// has no effect before the request is under way, and the body of a redirect, which nobody reads, would be held up by it.
+/// has no effect before the request is under way, and the body of a redirect, which nobody reads, would be held up by
+/// it.
 void limitReadBuffer(QNetworkReply &reply)
 {
     const bool isRedirect = statusOf(reply) / 100 == 3;

@@ -4,6 +4,7 @@
 #include "desktop/OperationQueue.h"
 #include "platform/UrlConnection.h"
 
+#include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QTimer>
 
@@ -20,7 +21,8 @@ public:
     /// Sent once, when the transfer has ended or was cancelled, before its last callback.
     using EndListener = std::function<void(const QtUrlConnection &)>;
 
-    /// Takes over the reply. The delegate and the queue must outlive the transfer's end.
+    /// Takes over the reply together with its manager, which serves no other reply. The delegate and the queue must
+    /// outlive the transfer's end.
     QtUrlConnection(QNetworkReply *runningReply, platform::UrlConnectionDelegate &receiver,
                     OperationQueue &operationQueue, std::chrono::milliseconds idleTimeout, EndListener listener);
     ~QtUrlConnection() override;
@@ -32,7 +34,7 @@ public:
 
 private:
     struct DeleteLater {
-        void operator()(QNetworkReply *reply) const { reply->deleteLater(); }
+        void operator()(QNetworkReply *ended) const { ended->manager()->deleteLater(); }
     };
 
     void onIdle();

@@ -3,6 +3,7 @@
 
 #include "desktop/SequentialBody.h"
 
+#include <QNetworkAccessManager>
 #include <QNetworkProxyFactory>
 #include <QNetworkReply>
 #include <QNetworkRequest>
@@ -38,9 +39,6 @@ QNetworkRequest networkRequestFor(const platform::UrlRequest &request)
     // HTTP/2 lets a server turn requests away to be sent once more (RFC 9113 section 8.7), and its other gains are for
     // many requests on one connection.
     networkRequest.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
-    // A kept connection may be closed by the server just when the next request is on its way; that request would be
-    // lost, for it is not sent again.
-    networkRequest.setRawHeader("Connection", "close");
     // The bytes of an answer decide. QNetworkReply would also take a compressed answer that was cut short for complete.
     networkRequest.setRawHeader("Accept-Encoding", "identity");
     return networkRequest;
@@ -77,25 +75,19 @@ QtUrlLoader::connectionWithRequestDelegate(const platform::UrlRequest &request,
 
 QNetworkReply *QtUrlLoader::send(const platform::UrlRequest &request)
 {
+    // As every program on the desktop does, through the proxy that the system names, if it names one.
+    QNetworkProxyFactory::setUseSystemConfiguration(true);
+    // One manager for each transfer. A shared one keeps connections: the server may close one just when the next
+    // request is on its way on it, and a request that follows an aborted one to the same host may wait on it for ever.
+    auto *const manager = new QNetworkAccessManager(&managers);
     // A request without a body gets an empty one: it looks the same on the wire, and without a body at all it would be
     // sent again after a lost connection.
-    auto body = std::make_unique<SequentialBody>(request.body.value_or(QByteArray()));
+    auto *const body = new SequentialBody(request.body.value_or(QByteArray()), manager);
     const QNetworkRequest networkRequest = networkRequestFor(request);
-    QNetworkReply *const reply = request.method == "POST"
-        ? networkStack().post(networkRequest, body.get())
-        : networkStack().sendCustomRequest(networkRequest, request.method, body.get());
-    body.release()->setParent(reply);
-    return reply;
-}
-
-QNetworkAccessManager &QtUrlLoader::networkStack()
-{
-    if (!manager) {
-        // As every program on the desktop does, through the proxy that the system names, if it names one.
-        QNetworkProxyFactory::setUseSystemConfiguration(true);
-        manager = std::make_unique<QNetworkAccessManager>();
+    if (request.method == "POST") {
+        return manager->post(networkRequest, body);
     }
-    return *manager;
+    return manager->sendCustomRequest(networkRequest, request.method, body);
 }
 
 void QtUrlLoader::forget(const QtUrlConnection &transfer)

@@ -5,7 +5,7 @@
 #include "desktop/QtUrlConnection.h"
 #include "platform/UrlConnection.h"
 
-#include <QNetworkAccessManager>
+#include <QObject>
 
 #include <chrono>
 #include <memory>
@@ -14,8 +14,8 @@
 /// Seconds without a byte moving in either direction after which a transfer has failed.
 inline constexpr std::chrono::milliseconds kIdleTimeout = std::chrono::seconds(60);
 
-/// Every submission is one request on a connection of its own, posted once: nothing is ever sent again, neither after a
-/// lost connection nor after a redirect. The network stack and the TLS library are loaded at the first transfer.
+/// Every request is sent once, on a connection of its own: nothing is ever sent again, neither after a lost connection
+/// nor after a redirect. The network stack and the TLS library are loaded at the first transfer.
 class QtUrlLoader : public platform::UrlLoader
 {
 public:
@@ -31,11 +31,10 @@ public:
 
 private:
     QNetworkReply *send(const platform::UrlRequest &request);
-    QNetworkAccessManager &networkStack();
     void forget(const QtUrlConnection &transfer);
 
     OperationQueue &operations;
     std::chrono::milliseconds idleTimeout;
-    std::unique_ptr<QNetworkAccessManager> manager;
+    QObject managers; ///< Parent of the transfers' managers, so that none outlives the loader.
     std::vector<std::shared_ptr<QtUrlConnection>> running;
 };

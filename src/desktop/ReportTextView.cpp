@@ -14,7 +14,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 /// UTF-16 code units displayed in one turn of the event loop: some 10 milliseconds of work.
-constexpr qsizetype kSliceUnits = 256 * 1024;
+constexpr qsizetype kSliceUnits = qsizetype(256) * 1024;
 /// UTF-16 code units of the longest line that is displayed in one piece. A line is laid out and painted as a whole
 /// however little of it is in view, so that a long one would slow every movement down.
 constexpr int kLongestLineUnits = 10'000;
@@ -45,8 +45,9 @@ bool endsLine(QChar character)
 /// CR LF, which would then count as two line ends.
 bool mayDivide(const QString &text, qsizetype index)
 {
-    if (index <= 0 || index >= text.size())
+    if (index <= 0 || index >= text.size()) {
         return true;
+    }
     const QChar before = text[index - 1];
     const QChar after = text[index];
     return !(before.isHighSurrogate() && after.isLowSurrogate()) && !(before == u'\r' && after == u'\n');
@@ -57,11 +58,13 @@ bool mayDivide(const QString &text, qsizetype index)
 qsizetype sliceEnd(const QString &text, qsizetype begin)
 {
     const qsizetype limit = begin + kSliceUnits;
-    if (limit >= text.size())
+    if (limit >= text.size()) {
         return text.size();
+    }
     const qsizetype lineFeed = QStringView(text).mid(begin, kSliceUnits).lastIndexOf(u'\n');
-    if (lineFeed >= 0)
+    if (lineFeed >= 0) {
         return begin + lineFeed + 1;
+    }
     return mayDivide(text, limit) ? limit : limit + 1;
 }
 
@@ -87,8 +90,9 @@ private:
         QString selected;
         for (QTextBlock block = document()->findBlock(begin); block.isValid() && block.position() <= end;
              block = block.next()) {
-            if (block.position() > begin && block.userState() != kContinuesLine)
+            if (block.position() > begin && block.userState() != kContinuesLine) {
                 selected += u'\n';
+            }
             const int from = std::max(begin - block.position(), 0);
             selected += QStringView(block.text()).mid(from, end - block.position() - from);
         }
@@ -119,8 +123,9 @@ void ReportTextView::setString(const QString &newText)
 {
     text = newText;
     displayIsCurrent = false;
-    if (isVisible())
+    if (isVisible()) {
         startDisplaying();
+    }
 }
 
 QSize ReportTextView::sizeHint() const
@@ -136,8 +141,9 @@ QSize ReportTextView::minimumSizeHint() const
 void ReportTextView::showEvent(QShowEvent *event)
 {
     QWidget::showEvent(event);
-    if (!displayIsCurrent)
+    if (!displayIsCurrent) {
         startDisplaying();
+    }
 }
 
 void ReportTextView::makeDisplay()
@@ -154,14 +160,16 @@ void ReportTextView::makeDisplay()
     display->show();
     const bool hadFocus = hasFocus();
     setFocusProxy(display);
-    if (hadFocus)
+    if (hadFocus) {
         display->setFocus();
+    }
 }
 
 void ReportTextView::startDisplaying()
 {
-    if (!display)
+    if (!display) {
         makeDisplay();
+    }
     display->clear();
     displayedUnits = 0;
     lineUnits = 0;

@@ -30,8 +30,9 @@ bool isEnter(const QKeyEvent &event)
 QIcon applicationIcon()
 {
     QIcon icon;
-    for (const int side : {16, 24, 32, 48, 64, 128, 256})
+    for (const int side : {16, 24, 32, 48, 64, 128, 256}) {
         icon.addFile(u":/icons/%1.png"_s.arg(side), {side, side});
+    }
     return icon;
 }
 
@@ -96,10 +97,11 @@ ReportControls ReportWindow::controls()
 
 void ReportWindow::reject()
 {
-    if (parts->ui.cancelBtn->isEnabled())
+    if (parts->ui.cancelBtn->isEnabled()) {
         Q_EMIT cancelClicked();
-    else
+    } else {
         close();
+    }
 }
 
 void ReportWindow::closeEvent(QCloseEvent *event)
@@ -111,15 +113,17 @@ void ReportWindow::closeEvent(QCloseEvent *event)
 
 void ReportWindow::dragEnterEvent(QDragEnterEvent *event)
 {
-    if (!droppedFiles(*event->mimeData()).isEmpty())
+    if (!droppedFiles(*event->mimeData()).isEmpty()) {
         event->acceptProposedAction();
+    }
 }
 
 void ReportWindow::dropEvent(QDropEvent *event)
 {
     const QStringList paths = droppedFiles(*event->mimeData());
-    if (paths.isEmpty())
+    if (paths.isEmpty()) {
         return;
+    }
     event->acceptProposedAction();
     Q_EMIT filesDropped(paths);
 }
@@ -157,14 +161,16 @@ void ReportWindow::setAddressEnabled(bool enabled)
     const Ui::ReportWindow &ui = parts->ui;
     if (enabled) {
         ui.emailText->setEnabled(true);
-        if (focusWidget() == ui.cancelBtn || (ui.cancelBtn->isEnabled() && focusWidget() == ui.submitBtn))
+        if (focusWidget() == ui.cancelBtn || (ui.cancelBtn->isEnabled() && focusWidget() == ui.submitBtn)) {
             ui.emailText->setFocus();
+        }
         ui.cancelBtn->setEnabled(false);
         return;
     }
     ui.cancelBtn->setEnabled(true);
-    if (focusWidget() == ui.emailText)
+    if (focusWidget() == ui.emailText) {
         ui.cancelBtn->setFocus();
+    }
     ui.emailText->setEnabled(false);
 }
 
@@ -172,9 +178,11 @@ void ReportWindow::setAddressEnabled(bool enabled)
 void ReportWindow::setSubmitEnabled(bool enabled)
 {
     const Ui::ReportWindow &ui = parts->ui;
-    if (!enabled && focusWidget() == ui.submitBtn && ui.cancelBtn->isEnabled())
+    if (!enabled && focusWidget() == ui.submitBtn && ui.cancelBtn->isEnabled()) {
         ui.cancelBtn->setFocus();
+    }
     ui.submitBtn->setEnabled(enabled);
-    if (enabled && focusWidget() == ui.cancelBtn)
+    if (enabled && focusWidget() == ui.cancelBtn) {
         ui.submitBtn->setFocus();
+    }
 }

@@ -4,8 +4,9 @@
 #include <algorithm>
 #include <utility>
 
-SequentialBody::SequentialBody(QByteArray content)
-    : bytes(std::move(content))
+SequentialBody::SequentialBody(QByteArray content, QObject *parent)
+    : QIODevice(parent)
+    , bytes(std::move(content))
 {
     // Unbuffered, for QIODevice would keep a copy of its own.
     open(QIODevice::ReadOnly | QIODevice::Unbuffered);

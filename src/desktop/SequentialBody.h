@@ -11,7 +11,7 @@ class SequentialBody : public QIODevice
     Q_OBJECT
 
 public:
-    explicit SequentialBody(QByteArray content);
+    SequentialBody(QByteArray content, QObject *parent);
 
     bool isSequential() const override { return true; }
     qint64 bytesAvailable() const override;

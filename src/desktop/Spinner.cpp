@@ -30,8 +30,9 @@ Spinner::Spinner(QWidget *parent)
 
 void Spinner::start()
 {
-    if (!timer.isActive())
+    if (!timer.isActive()) {
         timer.start(static_cast<int>(kStep.count()), this);
+    }
     show();
 }
 

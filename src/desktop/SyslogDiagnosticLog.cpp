@@ -23,7 +23,7 @@ QString escaped(QChar control)
     case u'\t':
         return u"\\t"_s;
     default:
-        return u"\\x%1"_s.arg(uint {control.unicode()}, 2, 16, QLatin1Char('0'));
+        return u"\\x%1"_s.arg(uint{control.unicode()}, 2, 16, QLatin1Char('0'));
     }
 }
 

@@ -40,7 +40,7 @@ constexpr std::size_t kLargestAccountBuffer = std::size_t(16) * 1024 * 1024;
 /// Where a kind of directory lies: below "~" for the user, and machine-wide for the other two; empty where a domain has
 /// none.
 struct StandardDirectory {
-    std::uint64_t kind;
+    std::uint64_t kind = 0;
     QStringView user;
     QStringView local;
     QStringView system;

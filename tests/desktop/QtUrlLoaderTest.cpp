@@ -10,12 +10,14 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QNetworkProxyFactory>
 #include <QTcpServer>
 #include <QTcpSocket>
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <iostream>
 #include <ostream>
 
 using namespace Qt::StringLiterals;
@@ -186,14 +188,14 @@ TEST_F(UrlLoaderTest, OtherMethodsAreSentUnderTheirOwnName)
 
 TEST_F(UrlLoaderTest, EveryRequestHasAConnectionOfItsOwn)
 {
-    server.willAnswer({answered("200 OK", "", "Connection: close\r\n")});
+    server.willAnswer({{answered("200 OK").bytes, Then::StayConnected}});
 
     heardAfter(aPost(server.url()));
+    EXPECT_TRUE(eventually([this] { return server.closedConnections() == 1; }));
     delegate.heard.clear();
     heardAfter(aPost(server.url()));
 
     EXPECT_EQ(server.connections(), 2);
-    EXPECT_EQ(server.requests().value(0).values("Connection"), QList<QByteArray>{"close"});
 }
 
 TEST_F(UrlLoaderTest, Http2IsNotOffered)
@@ -881,4 +883,92 @@ TEST_F(IdleTime, DoesNotPassWhileItIsTheDelegateThatIsWaitedFor)
     EXPECT_TRUE(eventually([this] { return delegate.hasEnded(); }));
     EXPECT_EQ(delegate.heard.last(), u"finished"_s);
     EXPECT_EQ(delegate.bytes, 3);
+}
+
+// What no transfer can be created for
+
+namespace {
+
+class UnusableUrl : public UrlLoaderTest, public testing::WithParamInterface<const char *>
+{
+};
+
+} // namespace
+
+TEST_P(UnusableUrl, GivesNoTransfer)
+{
+    EXPECT_EQ(start(aPost(QUrl(QString::fromLatin1(GetParam())))), nullptr);
+    EXPECT_EQ(delegate.heard, QStringList{});
+}
+
+INSTANTIATE_TEST_SUITE_P(, UnusableUrl,
+                         testing::Values("", "https://", "https:///path", "https://local host/",
+                                         "https://localhost:70000/", "localhost/path", "http://localhost/",
+                                         "ftp://localhost/", "file:///etc/hostname"));
+
+TEST(UrlLoaderDeathTest, WithoutATlsLibraryThereIsNoTransfer)
+{
+    // In a process of its own, where no library has been loaded yet.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            QCoreApplication::setLibraryPaths({});
+            OperationQueue operations;
+            HeardDelegate delegate;
+            QtUrlLoader loader(operations);
+            const auto transfer = loader.connectionWithRequestDelegate(aPost(QUrl(u"https://localhost/"_s)), delegate);
+            _exit(transfer == nullptr && delegate.heard.isEmpty() ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+// Proxies
+
+namespace {
+
+/// Answers every request with a demand for a password, and keeps what it was asked.
+class RefusingProxy
+{
+public:
+    RefusingProxy()
+    {
+        server.listen(QHostAddress::LocalHost);
+        QObject::connect(&server, &QTcpServer::newConnection, &server, [this] {
+            QTcpSocket *const socket = server.nextPendingConnection();
+            QObject::connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
+                asked += socket->readAll();
+                socket->write("HTTP/1.1 407 Proxy Authentication Required\r\nContent-Length: 0\r\n\r\n");
+                socket->disconnectFromHost();
+            });
+        });
+    }
+
+    QByteArray address() const { return "http://127.0.0.1:" + QByteArray::number(server.serverPort()); }
+
+    QByteArray asked;
+
+private:
+    QTcpServer server;
+};
+
+} // namespace
+
+TEST(UrlLoaderDeathTest, TheProxyOfTheSystemIsAskedAndItsRefusalIsNoAnswer)
+{
+    // In a process of its own, for the system's proxies are looked up once.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            const RefusingProxy proxy;
+            qputenv("https_proxy", proxy.address());
+            OperationQueue operations;
+            HeardDelegate delegate;
+            QtUrlLoader loader(operations);
+            loader.connectionWithRequestDelegate(aPost(QUrl(u"https://crash.example.org/"_s)), delegate);
+            const bool ended = eventually([&] { return delegate.hasEnded(); });
+            const bool asked = proxy.asked.startsWith("CONNECT crash.example.org:443 HTTP/1.");
+            std::cerr << proxy.asked.toStdString() << delegate.reason.toStdString();
+            _exit(ended && asked && delegate.heard == kFailed ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
 }
