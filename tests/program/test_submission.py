@@ -2,7 +2,7 @@
 
 import os
 
-from support import ADDRESS, ProgramTest, UPLOAD_FAILED, cases
+from support import ADDRESS, CRASH_LOG, ORDINARY_USER, ProgramTest, UPLOAD_FAILED, cases
 from trial.waiting import wait_until
 
 COUNT = "crashSubmissionCount"
@@ -121,6 +121,14 @@ class Settings(ProgramTest):
             pass
         server = self.serve()
         self.assert_report_sent(self.submitted(self.launch()), server, self.expected())
+
+
+    def test_a_missing_home_does_not_stop_a_report(self):
+        server = self.serve()
+        homeless = ("env", "-u", "XDG_CONFIG_HOME", "-u", "XDG_CACHE_HOME", "-u", "XDG_DATA_HOME", "HOME=/nonexistent",
+                    *ORDINARY_USER)
+        program = self.start("-remotename", "anvil", "-log", self.crash_log, prefix=homeless).wait_for_window()
+        self.assert_report_sent(self.submitted(program), server, CRASH_LOG)
 
 
 class Throttle(ProgramTest):
