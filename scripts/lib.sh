@@ -50,9 +50,11 @@ Ask an administrator to run: apt-get install --no-install-recommends ${missing[*
     asAdministrator env DEBIAN_FRONTEND=noninteractive apt-get install --yes --no-install-recommends "${missing[@]}"
 }
 
-# Builds everything of the preset.
+# Builds the preset: everything, or what further arguments of cmake --build name.
 build() {
+    local preset=$1
+    shift
     cd "$root" || return
-    cmake --preset "$1"
-    cmake --build --preset "$1"
+    cmake --preset "$preset"
+    cmake --build --preset "$preset" "$@"
 }

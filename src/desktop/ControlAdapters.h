@@ -36,7 +36,7 @@ public:
     {
         if (needsDisplay) {
             widget.update();
-}
+        }
     }
 
 protected:

@@ -11,7 +11,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 /// The most bytes that one callback hands over.
-constexpr qint64 kChunkSize = 64 * 1024;
+constexpr qint64 kChunkSize = qint64(64) * 1024;
 
 int statusOf(const QNetworkReply &reply)
 {

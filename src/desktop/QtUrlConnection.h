@@ -34,7 +34,7 @@ public:
 
 private:
     struct DeleteLater {
-        void operator()(QNetworkReply *reply) const { reply->manager()->deleteLater(); }
+        void operator()(QNetworkReply *ended) const { ended->manager()->deleteLater(); }
     };
 
     void onIdle();

@@ -9,6 +9,7 @@
 #include <QCloseEvent>
 #include <QDropEvent>
 #include <QKeyEvent>
+#include <QPushButton>
 #include <QStyle>
 
 using namespace Qt::StringLiterals;
@@ -63,6 +64,11 @@ struct ReportWindow::Parts {
         const int side = window.style()->pixelMetric(QStyle::PM_MessageBoxIconSize, nullptr, &window);
         window.setWindowIcon(applicationIcon());
         widgets.iconLabel->setPixmap(window.windowIcon().pixmap(QSize(side, side), window.devicePixelRatio()));
+        for (QPushButton *button : {widgets.cancelBtn, widgets.submitBtn}) {
+            // Some styles leave hardly any room beside a title.
+            const int room = 2 * button->fontMetrics().averageCharWidth();
+            button->setMinimumWidth(button->sizeHint().width() + room);
+        }
         return widgets;
     }
 

@@ -168,6 +168,15 @@ TEST_F(UserDefaultsTest, WhatIsNoWholeNumberCountsAsZero)
     }
 }
 
+TEST_F(UserDefaultsTest, AFractionCountsAsZeroAndIsNotRounded)
+{
+    QtUserDefaults defaults;
+
+    defaults.setObjectForKey(3.7, kCount);
+
+    EXPECT_EQ(defaults.integerForKey(kCount), 0);
+}
+
 TEST_F(UserDefaultsTest, ABrokenDateIsNoDateAndNoCrash)
 {
     for (const char *value : {"@DateTime()", "@DateTime(\\0\\0)", "@Variant(\\0\\0\\0\\x10\\0)", "@Invalid()"}) {

@@ -40,7 +40,8 @@ def remote_headline(name):
 
 
 def application_headline(name):
-    return f"{name} crashed the last time it ran. Please submit a bug report so we can prevent this occurring in future."
+    return (f"{name} crashed the last time it ran. "
+            "Please submit a bug report so we can prevent this occurring in future.")
 
 
 def cases(**table):

@@ -4,7 +4,6 @@ import os
 import shutil
 
 from support import APPLICATION_LOGS, CRASH_LOG, ProgramTest, cases
-from trial.waiting import wait_until
 
 MEBIBYTE = 1 << 20
 

@@ -1,7 +1,6 @@
 """What goes wrong between the program and its server: the alert, the window afterwards, and never a second POST."""
 
 from support import CONNECTION_FAILED, ProgramTest, UPLOAD_FAILED, cases
-from trial.waiting import wait_until
 
 
 class AnswersWithBytes(ProgramTest):
@@ -130,7 +129,6 @@ class Redirects(ProgramTest):
     @cases(
         same_method_307=("redirect-307",),
         same_method_308=("redirect-308",),
-        less_safe=("redirect-to-http",),
         nothing_there=("redirect-to-nothing",),
     )
     def test_that_cannot_be_followed_are_a_failed_connection(self, redirect):

@@ -2,7 +2,7 @@
 
 import os
 
-from support import CRASH_LOG, ProgramTest, cases
+from support import CRASH_LOG, ProgramTest
 
 # The console user as systemd's login service writes it down, in a /run of the program's own.
 LOGIN_SERVICE = """

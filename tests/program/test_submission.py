@@ -2,8 +2,7 @@
 
 import os
 
-from support import ADDRESS, CRASH_LOG, ProgramTest, UPLOAD_FAILED, cases
-from trial.processes import ORDINARY_USER
+from support import ADDRESS, CRASH_LOG, ORDINARY_USER, ProgramTest, UPLOAD_FAILED, cases
 from trial.waiting import wait_until
 
 COUNT = "crashSubmissionCount"
@@ -124,13 +123,12 @@ class Settings(ProgramTest):
         self.assert_report_sent(self.submitted(self.launch()), server, self.expected())
 
 
-    def test_a_home_that_cannot_be_made_does_not_stop_a_report(self):
-        # Below a file there is no folder, for nobody.
-        nowhere = os.path.join(self.crash_log, "home")
+    def test_a_missing_home_does_not_stop_a_report(self):
         server = self.serve()
-        program = self.start("-remotename", "anvil", "-log", self.crash_log,
-                             prefix=("env", "-u", "XDG_CONFIG_HOME", f"HOME={nowhere}", *ORDINARY_USER))
-        self.assert_report_sent(self.submitted(program.wait_for_window()), server, CRASH_LOG)
+        homeless = ("env", "-u", "XDG_CONFIG_HOME", "-u", "XDG_CACHE_HOME", "-u", "XDG_DATA_HOME", "HOME=/nonexistent",
+                    *ORDINARY_USER)
+        program = self.start("-remotename", "anvil", "-log", self.crash_log, prefix=homeless).wait_for_window()
+        self.assert_report_sent(self.submitted(program), server, CRASH_LOG)
 
 
 class Throttle(ProgramTest):
