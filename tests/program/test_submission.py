@@ -125,7 +125,9 @@ class Settings(ProgramTest):
 
     def test_a_missing_home_does_not_stop_a_report(self):
         server = self.serve()
-        homeless = ("env", "-u", "XDG_CONFIG_HOME", "-u", "XDG_CACHE_HOME", "-u", "XDG_DATA_HOME", "HOME=/nonexistent",
+        # Below a file, where nobody can make a folder: root, who may be behind the ordinary user, would make any other.
+        nowhere = os.path.join(self.crash_log, "home")
+        homeless = ("env", "-u", "XDG_CONFIG_HOME", "-u", "XDG_CACHE_HOME", "-u", "XDG_DATA_HOME", f"HOME={nowhere}",
                     *ORDINARY_USER)
         program = self.start("-remotename", "anvil", "-log", self.crash_log, prefix=homeless).wait_for_window()
         self.assert_report_sent(self.submitted(program), server, CRASH_LOG)
