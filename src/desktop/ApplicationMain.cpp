@@ -1,22 +1,11 @@
-// The application's main function: makes the parts, connects them and runs the event loop.
+// The application's main function.
 #include "desktop/ApplicationMain.h"
 
-#include "AppController.h"
-#include "CommandLine.h"
-#include "SubmissionHost.h"
-#include "desktop/DesktopApplication.h"
 #include "desktop/DisplayCheck.h"
-#include "desktop/MessageAlertPanel.h"
-#include "desktop/OperationQueue.h"
 #include "desktop/QtProcessInfo.h"
-#include "desktop/QtUrlLoader.h"
-#include "desktop/QtUserDefaults.h"
-#include "desktop/ReportWindow.h"
-#include "desktop/SyslogDiagnosticLog.h"
-#include "desktop/SystemClock.h"
+#include "desktop/RunningApplication.h"
 
 #include <QApplication>
-#include <QFileOpenEvent>
 
 #include <memory>
 
@@ -34,93 +23,6 @@ std::unique_ptr<QApplication> startedToolkit(int &argumentCount, char **argument
     QApplication::setQuitOnLastWindowClosed(false);
     return toolkit;
 }
-
-/// The application's parts, alive together for the whole run.
-class RunningApplication : public QObject
-{
-public:
-    explicit RunningApplication(QtProcessInfo &info)
-        : processInfo(info)
-        , desktopApplication(&window)
-        , alertPanel(&window)
-        , urlLoader(operations)
-        , controls(window.controls())
-        , controller(controls,
-                     {.application = desktopApplication,
-                      .alertPanel = alertPanel,
-                      .userDefaults = userDefaults,
-                      .urlLoader = urlLoader,
-                      .processInfo = processInfo,
-                      .clock = clock,
-                      .diagnosticLog = diagnosticLog,
-                      .submissionHost = QString::fromUtf16(kSubmissionHost)})
-    {
-        controller.init();
-        connectWindow();
-        qApp->installEventFilter(this);
-    }
-
-    /// Opens the files of the command line and then finishes launching. The event loop must be running: termination
-    /// asked for before that would go unheard.
-    void launch()
-    {
-        const QStringList paths = openedFiles(processInfo.arguments());
-        for (const QString &path : paths) {
-            openFile(path);
-        }
-        // A turn of the event loop later, because some systems deliver the files opened at launch as events.
-        QMetaObject::invokeMethod(
-            this, [this] { operations.perform([this] { controller.applicationDidFinishLaunching(nullptr); }); },
-            Qt::QueuedConnection);
-    }
-
-    bool eventFilter(QObject * /*watched*/, QEvent *event) override
-    {
-        if (event->type() != QEvent::FileOpen) {
-            return false;
-        }
-        openFile(static_cast<QFileOpenEvent *>(event)->file());
-        return true;
-    }
-
-private:
-    void openFile(const QString &path)
-    {
-        operations.perform([this, path] { controller.applicationOpenFile(&desktopApplication, path); });
-    }
-
-    void connectWindow()
-    {
-        connect(&window, &ReportWindow::disclosureClicked, this,
-                [this] { operations.performIfIdle([this] { controller.disclosureClick(&controls.disclosureBtn); }); });
-        connect(&window, &ReportWindow::submitClicked, this,
-                [this] { operations.performIfIdle([this] { controller.submitReport(&controls.submitBtn); }); });
-        connect(&window, &ReportWindow::cancelClicked, this,
-                [this] { operations.performIfIdle([this] { controller.cancel(); }); });
-        connect(&window, &ReportWindow::filesDropped, this, [this](const QStringList &paths) {
-            for (const QString &path : paths) {
-                openFile(path);
-            }
-        });
-        connect(&window, &ReportWindow::closed, this, [this] {
-            if (controller.applicationShouldTerminateAfterLastWindowClosed(&desktopApplication)) {
-                desktopApplication.terminate(nullptr);
-            }
-        });
-    }
-
-    QtProcessInfo &processInfo;
-    OperationQueue operations;
-    ReportWindow window;
-    DesktopApplication desktopApplication;
-    MessageAlertPanel alertPanel;
-    QtUserDefaults userDefaults;
-    SystemClock clock;
-    SyslogDiagnosticLog diagnosticLog;
-    QtUrlLoader urlLoader;
-    ReportControls controls;
-    AppController controller;
-};
 
 } // namespace
 
