@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 
 namespace {
 
@@ -109,7 +110,11 @@ std::optional<QByteArray> contentsOfRegularFile(const QString &path, qsizetype m
     if (status.st_size > mostBytes) {
         return std::nullopt;
     }
-    return readToEnd(file, std::max<qsizetype>(status.st_size, 0), mostBytes);
+    try {
+        return readToEnd(file, std::max<qsizetype>(status.st_size, 0), mostBytes);
+    } catch (const std::bad_alloc &) {
+        return std::nullopt;
+    }
 }
 
 std::optional<QString> textOfFile(const QString &path, qsizetype mostBytes)
@@ -118,5 +123,9 @@ std::optional<QString> textOfFile(const QString &path, qsizetype mostBytes)
     if (!content) {
         return std::nullopt;
     }
-    return textFromUtf8(*content);
+    try {
+        return textFromUtf8(*content);
+    } catch (const std::bad_alloc &) {
+        return std::nullopt;
+    }
 }

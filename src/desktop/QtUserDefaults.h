@@ -5,6 +5,14 @@
 
 #include <QSettings>
 
+#include <memory>
+
+/// Keeps the settings in Korvale/CrashReporter.conf in the user's configuration folder: $XDG_CONFIG_HOME if that is an
+/// absolute path, else .config in the user's home (freedesktop.org, XDG Base Directory Specification). A system with
+/// a settings store of its own keeps them there.
+///
+/// Only a regular file is a store, or a link to one. Where there is anything else, or where the user has no home,
+/// nothing is stored and nothing is touched: every look-up answers as for a new user.
 class QtUserDefaults : public platform::UserDefaults
 {
 public:
@@ -17,5 +25,8 @@ public:
     void synchronize() override;
 
 private:
-    QSettings settings;
+    QVariant stored(const QString &key) const;
+    void store(const QVariant &value, const QString &key);
+
+    std::unique_ptr<QSettings> settings; ///< None where nothing can be stored.
 };

@@ -547,11 +547,10 @@ INSTANTIATE_TEST_SUITE_P(, Redirect,
                                          "307 Temporary Redirect", "308 Permanent Redirect"),
                          nameOfStatus);
 
-TEST_F(UrlLoaderTest, AStatusThatNamesNoOtherPlaceIsJudgedByItsBodyAlone)
+TEST_F(UrlLoaderTest, AnOutdatedRedirectToNowhereIsAFailureLikeAnyOther)
 {
-    EXPECT_EQ(heardAfterAnswer(answered("305 Use Proxy")), kFinished);
-    delegate.heard.clear();
-    EXPECT_EQ(heardAfterAnswer(answered("305 Use Proxy", "refused")), (QStringList{u"data refused"_s, u"finished"_s}));
+    EXPECT_EQ(heardAfterAnswer(answered("305 Use Proxy")), kFailed);
+    EXPECT_EQ(server.requests().size(), 1);
 }
 
 // Large answers

@@ -2,6 +2,8 @@
 #include "desktop/QtUserDefaults.h"
 
 #include "support/PrintQt.h"
+#include "support/ScopedVariable.h"
+#include "support/ScriptedLookups.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -28,11 +30,7 @@ const QString kDate = u"lastCrashSubmissionDate"_s;
 class UserDefaultsTest : public testing::Test
 {
 protected:
-    UserDefaultsTest()
-    {
-        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, user.path());
-        QSettings::setPath(QSettings::NativeFormat, QSettings::SystemScope, everyone.path());
-    }
+    UserDefaultsTest() { QSettings::setPath(QSettings::NativeFormat, QSettings::SystemScope, everyone.path()); }
 
     QString path() const { return user.filePath(u"Korvale/CrashReporter.conf"_s); }
 
@@ -59,6 +57,7 @@ protected:
     }
 
     const QTemporaryDir user;
+    const ScopedVariable folder{"XDG_CONFIG_HOME", user.path().toUtf8()};
     const QTemporaryDir everyone;
 };
 
@@ -293,4 +292,67 @@ TEST_F(UserDefaultsTest, AStoreThatIsALinkToAFifoLeavesTheFifoInPlace)
     ASSERT_EQ(stat(fifo.toLocal8Bit().constData(), &status), 0);
     EXPECT_TRUE(S_ISFIFO(status.st_mode));
     close(held);
+}
+
+TEST_F(UserDefaultsTest, AFifoInPlaceOfTheStoreIsNotWaitedForAndStays)
+{
+    QDir().mkpath(QFileInfo(path()).path());
+    ASSERT_EQ(mkfifo(path().toLocal8Bit().constData(), 0600), 0);
+
+    QtUserDefaults defaults;
+    EXPECT_EQ(defaults.integerForKey(kCount), 0);
+    defaults.setIntegerForKey(5, kCount);
+    defaults.synchronize();
+
+    struct stat status = {};
+    ASSERT_EQ(stat(path().toLocal8Bit().constData(), &status), 0);
+    EXPECT_TRUE(S_ISFIFO(status.st_mode));
+}
+
+TEST_F(UserDefaultsTest, ALinkToAFileStaysALink)
+{
+    const QString file = user.filePath(u"elsewhere.conf"_s);
+    write(file, "[General]\ncrashSubmissionCount=3\n");
+    QDir().mkpath(QFileInfo(path()).path());
+    ASSERT_TRUE(QFile::link(file, path()));
+
+    QtUserDefaults defaults;
+    defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
+    defaults.synchronize();
+
+    EXPECT_TRUE(QFileInfo(path()).isSymLink());
+    EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
+}
+
+TEST_F(UserDefaultsTest, WithoutAConfigurationFolderTheStoreIsInTheHomeThatTheSystemKnows)
+{
+    for (const std::optional<QByteArray> &configured :
+         {std::optional<QByteArray>(), std::optional<QByteArray>("relative")}) {
+        const QTemporaryDir home;
+        const ScopedVariable unset("XDG_CONFIG_HOME", configured);
+        ScriptedLookups lookups;
+        lookups.home = home.path();
+        const platform::LocalLookupsScope scope(lookups);
+
+        QtUserDefaults defaults;
+        defaults.setIntegerForKey(5, kCount);
+        defaults.synchronize();
+
+        EXPECT_TRUE(QFileInfo(home.filePath(u".config/Korvale/CrashReporter.conf"_s)).isFile());
+    }
+}
+
+TEST_F(UserDefaultsTest, WithoutAHomeNothingIsStoredAndNothingFails)
+{
+    const ScopedVariable unset("XDG_CONFIG_HOME", std::nullopt);
+    ScriptedLookups lookups;
+    lookups.home = std::nullopt;
+    const platform::LocalLookupsScope scope(lookups);
+
+    QtUserDefaults defaults;
+    defaults.setIntegerForKey(5, kCount);
+    defaults.synchronize();
+
+    EXPECT_EQ(QtUserDefaults().integerForKey(kCount), 0);
+    EXPECT_EQ(QtUserDefaults().objectForKey(kDate), std::nullopt);
 }

@@ -2,6 +2,7 @@
 #include "desktop/QtUserDefaults.h"
 #include "desktop/SystemClock.h"
 #include "support/RecordingPlatform.h"
+#include "support/ScopedVariable.h"
 
 #include <QSettings>
 #include <QTemporaryDir>
@@ -18,11 +19,7 @@ const QString kDate = u"lastCrashSubmissionDate"_s;
 class StoredThrottleTest : public testing::Test
 {
 protected:
-    StoredThrottleTest()
-    {
-        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, user.path());
-        world.logText.text = u"the report"_s;
-    }
+    StoredThrottleTest() { world.logText.text = u"the report"_s; }
 
     static void store(qint64 count, qint64 secondsFromNow)
     {
@@ -52,6 +49,7 @@ protected:
     }
 
     const QTemporaryDir user;
+    const ScopedVariable folder{"XDG_CONFIG_HOME", user.path().toUtf8()};
     SystemClock clock;
     RecordingPlatform world;
 };

@@ -2,7 +2,7 @@
 #include "linux/LinuxLocalLookups.h"
 
 #include "KVLocalPaths.h"
-#include "linux/ScopedVariable.h"
+#include "support/ScopedVariable.h"
 
 #include <QSet>
 #include <QUuid>
