@@ -57,7 +57,7 @@ protected:
     }
 
     const QTemporaryDir user;
-    const ScopedVariable folder{"XDG_CONFIG_HOME", user.path().toUtf8()};
+    const ScopedVariable configured{"XDG_CONFIG_HOME", user.path().toUtf8()};
     const QTemporaryDir everyone;
 };
 
@@ -326,10 +326,10 @@ TEST_F(UserDefaultsTest, ALinkToAFileStaysALink)
 
 TEST_F(UserDefaultsTest, WithoutAConfigurationFolderTheStoreIsInTheHomeThatTheSystemKnows)
 {
-    for (const std::optional<QByteArray> &configured :
+    for (const std::optional<QByteArray> &value :
          {std::optional<QByteArray>(), std::optional<QByteArray>("relative")}) {
         const QTemporaryDir home;
-        const ScopedVariable unset("XDG_CONFIG_HOME", configured);
+        const ScopedVariable unset("XDG_CONFIG_HOME", value);
         ScriptedLookups lookups;
         lookups.home = home.path();
         const platform::LocalLookupsScope scope(lookups);

@@ -49,7 +49,7 @@ protected:
     }
 
     const QTemporaryDir user;
-    const ScopedVariable folder{"XDG_CONFIG_HOME", user.path().toUtf8()};
+    const ScopedVariable configured{"XDG_CONFIG_HOME", user.path().toUtf8()};
     SystemClock clock;
     RecordingPlatform world;
 };
