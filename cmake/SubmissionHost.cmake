@@ -2,18 +2,54 @@
 set(SUBMISSION_HOST "localhost" CACHE STRING
     "Host of the submission endpoint: a bare name or address, without scheme, port or path")
 
-# A name of letters, digits, hyphens and dots (RFC 1123 section 2.1), an IPv4 address, or an IPv6 address without
-# brackets (RFC 4291 section 2.2).
-set(label "[A-Za-z0-9]([A-Za-z0-9-]*[A-Za-z0-9])?")
-set(host_is_name FALSE)
-if(SUBMISSION_HOST MATCHES "^${label}([.]${label})*[.]?$")
-    set(host_is_name TRUE)
-endif()
-set(host_is_ipv6 FALSE)
-if(SUBMISSION_HOST MATCHES "^[0-9A-Fa-f:]*:[0-9A-Fa-f:]*:[0-9A-Fa-f:.]*$")
-    set(host_is_ipv6 TRUE)
-endif()
-if(NOT host_is_name AND NOT host_is_ipv6)
+# A name of letters, digits, hyphens and dots, in labels of at most 63 characters (RFC 1123 section 2.1). One of digits
+# alone would be taken for an address.
+function(check_host_name host result)
+    set(${result} FALSE PARENT_SCOPE)
+    string(REGEX REPLACE "[.]$" "" name "${host}")
+    string(LENGTH "${name}" length)
+    if(NOT name MATCHES "^[A-Za-z0-9.-]+$" OR length GREATER 253 OR name MATCHES "[.][.]|(^|[.])[0-9]+$")
+        return()
+    endif()
+    string(REPLACE "." ";" labels "${name}")
+    foreach(label IN LISTS labels)
+        string(LENGTH "${label}" length)
+        if(NOT label MATCHES "^[A-Za-z0-9]([A-Za-z0-9-]*[A-Za-z0-9])?$" OR length GREATER 63)
+            return()
+        endif()
+    endforeach()
+    set(${result} TRUE PARENT_SCOPE)
+endfunction()
+
+# Four numbers up to 255 (RFC 3986 section 3.2.2).
+function(check_ipv4_address host result)
+    set(octet "(25[0-5]|2[0-4][0-9]|1[0-9][0-9]|[1-9]?[0-9])")
+    set(${result} FALSE PARENT_SCOPE)
+    if(host MATCHES "^${octet}[.]${octet}[.]${octet}[.]${octet}$")
+        set(${result} TRUE PARENT_SCOPE)
+    endif()
+endfunction()
+
+# Eight groups of up to four hexadecimal digits, without brackets; "::" may stand once for groups of zeros (RFC 4291
+# section 2.2).
+function(check_ipv6_address host result)
+    set(${result} FALSE PARENT_SCOPE)
+    set(group "[0-9A-Fa-f][0-9A-Fa-f]?[0-9A-Fa-f]?[0-9A-Fa-f]?")
+    set(groups "${group}(:${group})*")
+    if(NOT host MATCHES "^(${groups})?(::)?(${groups})?$")
+        return()
+    endif()
+    string(REGEX MATCHALL "[0-9A-Fa-f]+" found "${host}")
+    list(LENGTH found count)
+    if((host MATCHES "::" AND count LESS 8) OR (NOT host MATCHES "::" AND count EQUAL 8))
+        set(${result} TRUE PARENT_SCOPE)
+    endif()
+endfunction()
+
+check_host_name("${SUBMISSION_HOST}" is_name)
+check_ipv4_address("${SUBMISSION_HOST}" is_ipv4)
+check_ipv6_address("${SUBMISSION_HOST}" is_ipv6)
+if(NOT is_name AND NOT is_ipv4 AND NOT is_ipv6)
     message(FATAL_ERROR
         "SUBMISSION_HOST is \"${SUBMISSION_HOST}\"; it takes a bare host name or address such as "
         "crash.example.org, with no scheme, port, path or blank.")
