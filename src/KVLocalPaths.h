@@ -10,8 +10,8 @@
 
 /// Answers questions about local paths. Every operation belongs to the class: it holds no state and no cache, no
 /// instance is ever made, and each answer is worked out afresh from the system's look-ups
-/// (platform::LocalLookups::current()). All operations may be called from any thread; randomString() alone disturbs
-/// other threads, because it uses the process's one random generator.
+/// (platform::LocalLookups::current()). All operations may be called from any thread; only randomString(), and
+/// tempFile() through it, disturb other threads, because they use the process's one random generator.
 ///
 /// The user. "The user" is the one the process runs as. When the real user ID is 0 (never the effective one), the user
 /// is the person logged in at the console instead, so that a program started with root's rights still finds that
@@ -27,8 +27,9 @@ public:
     KVLocalPaths() = delete;
 
     // Standard directories. Those with an argument answer for the user's own domain (true) or the machine-wide, local
-    // domain (false); for true, root gets the folder of the console user. They give nothing when the system has no
-    // such directory in that domain and, for true as root, when the console user's home is not known.
+    // domain (false); those without one say which. In the user's own domain root gets the folder of the console user.
+    // All of them give nothing when the system has no such directory in that domain and, in the user's own domain as
+    // root, when the console user's home is not known.
 
     /// The first place where the system looks for a directory of this kind in the domains of the mask (the numbers of
     /// platform::directory and platform::domain), unchanged; nothing when it knows none.
@@ -62,20 +63,21 @@ public:
     /// is an empty path; nothing when there is no value, or when its bytes are no UTF-8 and so no path as a text.
     static std::optional<QString> darwinCacheDirectory();
 
-    /// The user's films.
+    /// The user's films, in the user's own domain.
     static std::optional<QString> movieDirectory();
 
     /// Supporting files of applications.
     static std::optional<QString> appSupportDirectory(bool userDomain);
 
-    /// The user's desktop.
+    /// The user's desktop, in the user's own domain.
     static std::optional<QString> desktopDirectory();
 
     /// The user's home directory. For root it is the console user's, and with nobody at the console whatever the
     /// system's look-up answers for no name; nothing when it is not known.
     static std::optional<QString> userDirectory();
 
-    /// The user's login name. For root it is currentConsoleUser(), so nothing when nobody is at the console.
+    /// The user's login name; nothing when the system has no account for the process's user. For root it is
+    /// currentConsoleUser(), so nothing when nobody is at the console.
     static std::optional<QString> username();
 
     /// The library folder of the system itself, the same for everybody.
@@ -92,7 +94,8 @@ public:
 
     // Temporary names. These operations only make names; they create no file and look for none.
 
-    /// The temporary directory of the process's user, as the system gives it; it may end with "/".
+    /// The temporary directory of the process's user, as the system gives it; it may end with "/". Nothing when the
+    /// system names none.
     static std::optional<QString> tempDirectory();
 
     /// A path in tempDirectory() whose last component is uuid() directly followed by randomString(8); a different path

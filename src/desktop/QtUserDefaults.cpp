@@ -6,10 +6,17 @@
 #include "platform/LocalLookups.h"
 
 #include <QFileInfo>
+#include <QLockFile>
+
+#include <chrono>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
 namespace {
+
+/// For another process that is just writing; longer than that the window must not stand still.
+constexpr std::chrono::milliseconds kLongestWait(500);
 
 const QString kOrganisation = u"Korvale"_s;
 const QString kApplication = u"CrashReporter"_s;
@@ -29,6 +36,18 @@ std::optional<QString> configurationFolder()
 bool canBeAStore(const QString &path)
 {
     return !fileExists(path) || QFileInfo(path).isFile();
+}
+
+/// Whether another process keeps the store from being written. The toolkit would wait for its lock for half a minute,
+/// or for ever where the lock is no file, and the window with it.
+bool isLocked(const QString &path)
+{
+    const QString lockPath = path + u".lock"_s;
+    if (!canBeAStore(lockPath)) {
+        return true;
+    }
+    QLockFile lock(lockPath);
+    return !lock.tryLock(static_cast<int>(kLongestWait.count())) && lock.error() == QLockFile::LockFailedError;
 }
 
 std::unique_ptr<QSettings> openedStore()
@@ -55,12 +74,12 @@ QtUserDefaults::QtUserDefaults()
 qint64 QtUserDefaults::integerForKey(const QString &key) const
 {
     // The textual form, because a fraction would be rounded otherwise; what is no whole number gives 0.
-    return stored(key).toString().toLongLong();
+    return valueForKey(key).toString().toLongLong();
 }
 
 std::optional<QVariant> QtUserDefaults::objectForKey(const QString &key) const
 {
-    const QVariant value = stored(key);
+    const QVariant value = valueForKey(key);
     if (!value.isValid()) {
         return std::nullopt;
     }
@@ -69,30 +88,31 @@ std::optional<QVariant> QtUserDefaults::objectForKey(const QString &key) const
 
 void QtUserDefaults::setIntegerForKey(qint64 value, const QString &key)
 {
-    store(value, key);
+    unsaved[key] = value;
 }
 
 void QtUserDefaults::setObjectForKey(const QVariant &value, const QString &key)
 {
-    store(value, key);
+    unsaved[key] = value;
 }
 
 void QtUserDefaults::synchronize()
 {
-    if (settings && canBeAStore(settings->fileName())) {
-        // Replaces the file as a whole, so its former content is lost only to the new one.
-        settings->sync();
+    // Not before this is sure: the toolkit would write what it has been given from the event loop, and at its end.
+    if (!settings || !canBeAStore(settings->fileName()) || isLocked(settings->fileName())) {
+        return;
     }
-}
-
-QVariant QtUserDefaults::stored(const QString &key) const
-{
-    return settings ? settings->value(key) : QVariant();
-}
-
-void QtUserDefaults::store(const QVariant &value, const QString &key)
-{
-    if (settings) {
+    for (const auto &[key, value] : std::exchange(unsaved, {}).asKeyValueRange()) {
         settings->setValue(key, value);
     }
+    // Replaces the file as a whole, so its former content is lost only to the new one.
+    settings->sync();
+}
+
+QVariant QtUserDefaults::valueForKey(const QString &key) const
+{
+    if (const auto found = unsaved.constFind(key); found != unsaved.constEnd()) {
+        return *found;
+    }
+    return settings ? settings->value(key) : QVariant();
 }

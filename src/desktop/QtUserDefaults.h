@@ -4,6 +4,7 @@
 #include "platform/UserDefaults.h"
 
 #include <QSettings>
+#include <QVariantMap>
 
 #include <memory>
 
@@ -11,8 +12,9 @@
 /// absolute path, else .config in the user's home (freedesktop.org, XDG Base Directory Specification). A system with
 /// a settings store of its own keeps them there.
 ///
-/// Only a regular file is a store, or a link to one. Where there is anything else, or where the user has no home,
-/// nothing is stored and nothing is touched: every look-up answers as for a new user.
+/// Only a regular file is a store, or a link to one. Where there is anything else, where the user has no home, or while
+/// another process holds the store locked, nothing is stored and nothing is touched: what was set is known to this
+/// object alone.
 class QtUserDefaults : public platform::UserDefaults
 {
 public:
@@ -25,8 +27,8 @@ public:
     void synchronize() override;
 
 private:
-    QVariant stored(const QString &key) const;
-    void store(const QVariant &value, const QString &key);
+    QVariant valueForKey(const QString &key) const;
 
     std::unique_ptr<QSettings> settings; ///< None where nothing can be stored.
+    QVariantMap unsaved;                 ///< What was set since it was last made durable.
 };

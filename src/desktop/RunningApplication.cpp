@@ -23,6 +23,8 @@ RunningApplication::RunningApplication(QtProcessInfo &info)
                   .diagnosticLog = diagnosticLog,
                   .submissionHost = QString::fromUtf16(kSubmissionHost)})
 {
+    // Alerts may stand alone, before the window.
+    QApplication::setWindowIcon(window.windowIcon());
     controller.init();
     connectWindow();
     qApp->installEventFilter(this);

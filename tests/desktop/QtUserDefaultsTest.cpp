@@ -356,3 +356,41 @@ TEST_F(UserDefaultsTest, WithoutAHomeNothingIsStoredAndNothingFails)
     EXPECT_EQ(QtUserDefaults().integerForKey(kCount), 0);
     EXPECT_EQ(QtUserDefaults().objectForKey(kDate), std::nullopt);
 }
+
+TEST_F(UserDefaultsTest, ALockThatNobodyGivesUpLeavesTheStoreAsItIs)
+{
+    aFileWith("crashSubmissionCount=3");
+    write(path() + u".lock"_s, "");
+
+    QtUserDefaults defaults;
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+
+    EXPECT_TRUE(stored().contains("crashSubmissionCount=3\n"));
+    EXPECT_EQ(defaults.integerForKey(kCount), 4) << "this run goes on counting";
+}
+
+TEST_F(UserDefaultsTest, ALockThatIsNoFileIsNotWaitedFor)
+{
+    aFileWith("crashSubmissionCount=3");
+    ASSERT_EQ(mkfifo((path() + u".lock"_s).toLocal8Bit().constData(), 0600), 0);
+
+    QtUserDefaults defaults;
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+
+    EXPECT_TRUE(stored().contains("crashSubmissionCount=3\n"));
+}
+
+TEST_F(UserDefaultsTest, WhatALockKeptBackIsStoredWithTheNext)
+{
+    write(path() + u".lock"_s, "");
+    QtUserDefaults defaults;
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+    QFile::remove(path() + u".lock"_s);
+
+    defaults.synchronize();
+
+    EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
+}
