@@ -58,8 +58,9 @@ void RunningApplication::openFile(const QString &path)
 
 void RunningApplication::connectWindow()
 {
+    // Not dropped like the other presses: the triangle has turned already, and has to go on saying what the pane does.
     connect(&window, &ReportWindow::disclosureClicked, this,
-            [this] { operations.performIfIdle([this] { controller.disclosureClick(&controls.disclosureBtn); }); });
+            [this] { operations.perform([this] { controller.disclosureClick(&controls.disclosureBtn); }); });
     connect(&window, &ReportWindow::submitClicked, this,
             [this] { operations.performIfIdle([this] { controller.submitReport(&controls.submitBtn); }); });
     connect(&window, &ReportWindow::cancelClicked, this,
