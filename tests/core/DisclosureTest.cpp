@@ -73,22 +73,36 @@ TEST_F(Disclosure, FollowsThePaneAndNotTheTriangle)
 
 TEST_F(Disclosure, PaneOfNoHeightTogglesAndStillAsksForTheSameFrame)
 {
+    const std::string sameFrame = "mainWindow setFrame 40,300 640x500 display yes animate yes";
     world.logView.rect.height = 0;
 
     click();
-
     EXPECT_TRUE(world.logView.hidden);
-    EXPECT_EQ(world.calls.taken().back(), "mainWindow setFrame 40,300 640x500 display yes animate yes");
+    EXPECT_EQ(world.calls.taken(),
+              (Calls::List{"logView isHidden", "logView setHidden yes", "mainWindow frame", "logView frame",
+                           "logView frame", sameFrame}));
+
+    click();
+    EXPECT_FALSE(world.logView.hidden);
+    EXPECT_EQ(world.calls.taken(),
+              (Calls::List{"logView isHidden", "mainWindow frame", "logView frame", "logView frame", sameFrame,
+                           "logView setHidden no"}));
 }
 
-TEST_F(Disclosure, WithoutAWindowThePaneIsStillHidden)
+TEST_F(Disclosure, WithoutAWindowThePaneIsStillHiddenAndShown)
 {
     ReportControls controls = {.logView = world.logView};
     AppController controller(controls, world.services());
 
     controller.disclosureClick(nullptr);
-
     EXPECT_TRUE(world.logView.hidden);
+    EXPECT_EQ(world.calls.taken(),
+              (Calls::List{"logView isHidden", "logView setHidden yes", "logView frame", "logView frame"}));
+
+    controller.disclosureClick(nullptr);
+    EXPECT_FALSE(world.logView.hidden);
+    EXPECT_EQ(world.calls.taken(),
+              (Calls::List{"logView isHidden", "logView frame", "logView frame", "logView setHidden no"}));
 }
 
 TEST_F(Disclosure, WithoutAPaneTheWindowIsSetToItsOwnFrame)

@@ -156,3 +156,10 @@ TEST_F(FormData, ExceptionIsLoggedAndThereIsNoBody)
     EXPECT_EQ(world.calls.taken(),
               (Calls::List{"log Exception in generateFormData:forBoundary. TestFailure - no textual form"}));
 }
+
+TEST_F(FormData, ExceptionOfAnotherKindPassesOn)
+{
+    EXPECT_THROW(world.controller.generateFormDataForBoundary({{u"a"_s, otherwiseUnspeakableValue()}}, u"XYZ"_s),
+                 std::runtime_error);
+    EXPECT_EQ(world.calls.taken(), Calls::List());
+}

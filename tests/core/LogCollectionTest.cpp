@@ -6,7 +6,12 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/inotify.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
 
 using namespace Qt::StringLiterals;
 
@@ -31,6 +36,40 @@ protected:
 
     SampleHome home;
     RecordingPlatform world;
+};
+
+/// Notes which files of a folder are opened.
+class OpenedFiles
+{
+public:
+    explicit OpenedFiles(const QString &folder)
+    {
+        if (queue < 0 || ::inotify_add_watch(queue, folder.toUtf8().constData(), IN_OPEN) < 0) {
+            throw std::runtime_error("cannot watch " + folder.toStdString());
+        }
+    }
+    OpenedFiles(const OpenedFiles &) = delete;
+    OpenedFiles &operator=(const OpenedFiles &) = delete;
+    ~OpenedFiles() { ::close(queue); }
+
+    /// The names of the files that were opened since the last call of this function, in their order.
+    QStringList taken() const
+    {
+        QStringList names;
+        std::array<char, 4096> bytes = {};
+        for (ssize_t count = 0; (count = ::read(queue, bytes.data(), bytes.size())) > 0;) {
+            for (size_t at = 0; at < static_cast<size_t>(count);) {
+                inotify_event event = {};
+                std::memcpy(&event, bytes.data() + at, sizeof event);
+                names << QString::fromUtf8(bytes.data() + at + sizeof event);
+                at += sizeof event + event.len;
+            }
+        }
+        return names;
+    }
+
+private:
+    int queue = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
 };
 
 QByteArray hangReportOf(qsizetype length)
@@ -267,6 +306,19 @@ TEST_F(LogCollection, NoLogIsLookedAtOnceTheCeilingIsReached)
     EXPECT_FALSE(mayTakeMoreLogs(1'048'576));
 }
 
+TEST_F(LogCollection, NoLogIsEvenOpenedOnceTheCeilingIsReached)
+{
+    const QString log = home.writeApplicationLog(u"Harbour.1.log"_s, "one");
+    home.writeApplicationLog(u"Harbour.task.1.log"_s, "task one");
+    const OpenedFiles opened(QFileInfo(log).path());
+
+    ASSERT_TRUE(load(QByteArray(1'048'576, 'x')));
+    EXPECT_EQ(opened.taken(), QStringList());
+
+    ASSERT_TRUE(load(QByteArray(1'048'575, 'x')));
+    EXPECT_EQ(opened.taken(), (QStringList{u"Harbour.1.log"_s, u"Harbour.task.1.log"_s}));
+}
+
 TEST_F(LogCollection, AppendedLogsCountSoALaterOneThatWouldFitAloneIsLeftOut)
 {
     home.writeApplicationLog(u"Harbour.1.log"_s, QByteArray(600'000, 'a'));
@@ -322,6 +374,24 @@ TEST_F(LogCollection, ReportTextIsWhatTheFileHolds)
     ASSERT_TRUE(load(text.toUtf8()));
 
     EXPECT_EQ(report(), text);
+}
+
+TEST_F(LogCollection, ApplicationLogsAreAppendedAsTheyAre)
+{
+    const QString one = u"\uFEFFone\r\ntwo\rthree\u00A0four\u2028five"_s;
+    const QString taskOne = u"a"_s + QChar(QChar::Null) + u"b"_s;
+    const QString two = QString(1'000'000, u'x');
+    const QString taskTwo = u"\uFEFF\n\u2029\U0001F600"_s;
+    home.writeApplicationLog(u"Harbour.1.log"_s, one.toUtf8());
+    home.writeApplicationLog(u"Harbour.task.1.log"_s, taskOne.toUtf8());
+    home.writeApplicationLog(u"Harbour.2.log"_s, two.toUtf8());
+    home.writeApplicationLog(u"Harbour.task.2.log"_s, taskTwo.toUtf8());
+
+    ASSERT_TRUE(load("crash"));
+
+    EXPECT_TRUE(report()
+                == u"crash\nLog 1:\n"_s + one + u"\nTask Log 1:\n"_s + taskOne + u"\nLog 2:\n"_s + two
+                    + u"\nTask Log 2:\n"_s + taskTwo);
 }
 
 TEST_F(LogCollection, DirectoryInPlaceOfTheCrashLogChangesNothing)

@@ -22,6 +22,8 @@ const Calls::List kReadSettings = {
     "emailText stringValue",
 };
 
+const Calls::List kTooSoon = {"clock date", kAddressWanted};
+
 const Calls::List kSendingState = {
     "spinner setUsesThreadedAnimation yes",
     "spinner startAnimation",
@@ -69,12 +71,12 @@ protected:
     size_t posts() const { return world.urlLoader.requests.size(); }
     QByteArray body() const { return world.urlLoader.requests.back().body.value_or(QByteArray()); }
 
-    /// Checks that a submission was refused with the alert and has changed nothing.
-    void expectRefusal(const std::string &alert)
+    /// Checks that a submission was refused, by these last messages, and has changed nothing.
+    void expectRefusal(const Calls::List &lastCalls)
     {
         const QVariantMap settingsBefore = world.userDefaults.values;
         submit();
-        EXPECT_EQ(world.calls.taken(), joined({kReadSettings, {alert}}));
+        EXPECT_EQ(world.calls.taken(), joined({kReadSettings, lastCalls}));
         EXPECT_EQ(world.userDefaults.values, settingsBefore);
         EXPECT_EQ(posts(), 0U);
         EXPECT_TRUE(world.emailText.enabled);
@@ -130,7 +132,7 @@ TEST_F(Submission, RunsItsStepsInTheirOrder)
 
     EXPECT_EQ(world.calls.taken(),
               joined({kReadSettings,
-                      {"defaults setInteger 1 forKey crashSubmissionCount",
+                      {"defaults setInteger 1 forKey crashSubmissionCount", "clock date",
                        "defaults setObject forKey lastCrashSubmissionDate", "defaults synchronize"},
                       kSendingState,
                       kPosted}));
@@ -165,7 +167,7 @@ TEST_P(RefusedAddress, ShowsInvalidEmailFormatAndChangesNothing)
 {
     world.emailText.text = GetParam().text;
 
-    expectRefusal(kInvalidAddress);
+    expectRefusal({kInvalidAddress});
 }
 
 INSTANTIATE_TEST_SUITE_P(Addresses, RefusedAddress,
@@ -209,7 +211,7 @@ TEST_F(Submission, AnonymousWithCount10IsAcceptedAndTheNextWithin180SecondsRefus
     world.calls.taken();
     world.urlLoader.requests.clear();
     world.clock.now = world.clock.now.addSecs(179);
-    expectRefusal(kAddressWanted);
+    expectRefusal(kTooSoon);
 }
 
 TEST_F(Submission, AnonymousExactly180SecondsAfterTheLastIsAccepted)
@@ -225,7 +227,7 @@ TEST_F(Submission, Anonymous179Point9SecondsAfterTheLastIsRefused)
     store(11);
     storeDate(179.9);
 
-    expectRefusal(kAddressWanted);
+    expectRefusal(kTooSoon);
 }
 
 TEST_F(Submission, AnonymousWithTheLastDateInTheFutureIsRefused)
@@ -233,7 +235,7 @@ TEST_F(Submission, AnonymousWithTheLastDateInTheFutureIsRefused)
     store(11);
     storeDate(-3600);
 
-    expectRefusal(kAddressWanted);
+    expectRefusal(kTooSoon);
 }
 
 TEST_F(Submission, AnonymousWithNoStoredDateIsAccepted)
@@ -253,7 +255,7 @@ TEST_F(Submission, FirstElevenAnonymousSubmissionsInOneSecondAreAcceptedAndTheTw
     world.calls.taken();
     world.urlLoader.requests.clear();
 
-    expectRefusal(kAddressWanted);
+    expectRefusal(kTooSoon);
 }
 
 TEST_F(Submission, FailedUploadLeavesCountAndDateSoAnAnonymousRetryIsRefused)
@@ -266,7 +268,7 @@ TEST_F(Submission, FailedUploadLeavesCountAndDateSoAnAnonymousRetryIsRefused)
 
     submit();
 
-    EXPECT_EQ(world.calls.taken(), joined({kReadSettings, {kAddressWanted}}));
+    EXPECT_EQ(world.calls.taken(), joined({kReadSettings, kTooSoon}));
     EXPECT_EQ(world.userDefaults.values.value(kCountKey), QVariant(qint64(11)));
     EXPECT_EQ(world.userDefaults.values.value(kDateKey), QVariant(world.clock.now));
     EXPECT_EQ(posts(), 1U);
@@ -280,7 +282,7 @@ TEST_F(Submission, SilentOutputPostsWithoutTouchingAControl)
 
     EXPECT_EQ(world.calls.taken(),
               joined({kReadSettings,
-                      {"defaults setInteger 1 forKey crashSubmissionCount",
+                      {"defaults setInteger 1 forKey crashSubmissionCount", "clock date",
                        "defaults setObject forKey lastCrashSubmissionDate", "defaults synchronize"},
                       kPosted}));
 }
@@ -350,7 +352,8 @@ TEST_F(Submission, StoredTextInPlaceOfADateIsLoggedAndNothingIsSent)
 
     EXPECT_EQ(world.calls.taken(),
               joined({kReadSettings,
-                      {"log Exception in submitReport. InvalidArgumentException - a value of type QString has no "
+                      {"clock date",
+                       "log Exception in submitReport. InvalidArgumentException - a value of type QString has no "
                        "interval since now"}}));
     EXPECT_EQ(posts(), 0U);
     EXPECT_EQ(world.userDefaults.values.value(kCountKey), QVariant(qint64(11)));

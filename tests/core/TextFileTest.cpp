@@ -3,13 +3,21 @@
 
 #include "support/SampleHome.h"
 
+#include <QDeadlineTimer>
+
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <thread>
 
 using namespace Qt::StringLiterals;
 
@@ -42,6 +50,51 @@ public:
 private:
     static constexpr uid_t kNobody = 65534;
     bool switched = false;
+};
+
+/// The flags of the process's descriptor of the file; nothing when there is none.
+std::optional<int> descriptorFlags(const QString &path)
+{
+    std::error_code failure;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd", failure)) {
+        if (std::filesystem::read_symlink(entry.path(), failure) != path.toStdString()) {
+            continue;
+        }
+        // It may be closed, and its number be another's, before it is asked: so what it refers to is looked at again.
+        const int flags = ::fcntl(std::stoi(entry.path().filename()), F_GETFD);
+        if (flags >= 0 && std::filesystem::read_symlink(entry.path(), failure) == path.toStdString()) {
+            return flags;
+        }
+    }
+    return std::nullopt;
+}
+
+/// Memory of many mappings, each of which has a line in /proc/self/maps.
+class ManyMappings
+{
+public:
+    ManyMappings()
+    {
+        for (size_t page = 0; page < kMappings; page += 2) {
+            EXPECT_EQ(::mprotect(memory + page * pageSize, pageSize, PROT_READ), 0);
+        }
+    }
+    ManyMappings(const ManyMappings &) = delete;
+    ManyMappings &operator=(const ManyMappings &) = delete;
+    ~ManyMappings() { ::munmap(memory, kMappings * pageSize); }
+
+    bool contains(quintptr address) const
+    {
+        const auto begin = reinterpret_cast<quintptr>(memory);
+        return address >= begin && address < begin + kMappings * pageSize;
+    }
+
+    static constexpr size_t kMappings = 4096;
+
+private:
+    size_t pageSize = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
+    char *memory = static_cast<char *>(
+        ::mmap(nullptr, kMappings *pageSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
 };
 
 class TextFile : public testing::Test
@@ -120,6 +173,57 @@ TEST_F(TextFile, FileThatReportsNoSizeIsReadToItsEnd)
     ASSERT_TRUE(content.has_value());
     EXPECT_TRUE(content->startsWith("Name:"));
     EXPECT_TRUE(content->endsWith('\n'));
+}
+
+TEST_F(TextFile, LongFileThatReportsNoSizeIsReadToItsEnd)
+{
+    const ManyMappings mappings;
+
+    const std::optional<QByteArray> content = contentsOfRegularFile(u"/proc/self/maps"_s);
+
+    ASSERT_TRUE(content.has_value());
+    EXPECT_TRUE(content->endsWith('\n'));
+    const QList<QByteArray> lines = content->split('\n');
+    const auto ofMappings = std::count_if(lines.begin(), lines.end(), [&](const QByteArray &line) {
+        return mappings.contains(line.left(line.indexOf('-')).toULongLong(nullptr, 16));
+    });
+    EXPECT_EQ(ofMappings, ManyMappings::kMappings);
+}
+
+TEST_F(TextFile, FileThatReportsMoreThanItHoldsIsReadToItsEnd)
+{
+    struct stat status = {};
+    ASSERT_EQ(::stat("/sys/devices/system/cpu/online", &status), 0);
+
+    const std::optional<QByteArray> content = contentsOfRegularFile(u"/sys/devices/system/cpu/online"_s);
+
+    ASSERT_TRUE(content.has_value());
+    EXPECT_LT(content->size(), status.st_size);
+    EXPECT_TRUE(content->startsWith('0'));
+    EXPECT_EQ(content->indexOf('\n'), content->size() - 1);
+}
+
+TEST_F(TextFile, ProgramsStartedMeanwhileDoNotInheritTheFile)
+{
+    // A file of holes, long enough that it is seen while it is being read.
+    const QString file = QFileInfo(home.write(u"a"_s, "start")).canonicalFilePath();
+    ASSERT_EQ(::truncate(file.toUtf8().constData(), off_t(64) * 1024 * 1024), 0);
+    std::atomic<bool> isSeen = false;
+    std::optional<int> flags;
+    std::thread observer([&] {
+        const QDeadlineTimer deadline(20'000);
+        while (!flags && !deadline.hasExpired()) {
+            flags = descriptorFlags(file);
+        }
+        isSeen = true;
+    });
+
+    while (!isSeen) {
+        EXPECT_TRUE(contentsOfRegularFile(file).has_value());
+    }
+
+    observer.join();
+    EXPECT_EQ(flags, FD_CLOEXEC);
 }
 
 TEST_F(TextFile, MissingEmptyAndUnnameablePathsDoNotExist)

@@ -106,6 +106,16 @@ TEST_F(Upload, AnswerWithoutBytesEndsTheApplicationWithoutAMessage)
     EXPECT_EQ(world.spinner.lastSender, &world.controller);
 }
 
+TEST_F(Upload, FinishedTransferStaysReferredTo)
+{
+    const auto transfer = submitted();
+
+    world.controller.connectionDidFinishLoading(*transfer);
+
+    EXPECT_NE(transfer, nullptr);
+    EXPECT_EQ(world.controller.connection, transfer);
+}
+
 TEST_F(Upload, AnswerWithBytesIsRefusedAndLogged)
 {
     const auto transfer = submitted();

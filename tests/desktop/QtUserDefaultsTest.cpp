@@ -242,9 +242,10 @@ TEST_F(UserDefaultsTest, AStoreThatCannotBeReplacedKeepsItsFormerContentWhole)
     }
     aFileWith("crashSubmissionCount=3");
     const QByteArray before = stored();
-    const QString folder = QFileInfo(path()).path();
+    const QString storeFolder = QFileInfo(path()).path();
     ASSERT_TRUE(QFile::setPermissions(path(), QFile::ReadOwner | QFile::ReadOther));
-    ASSERT_TRUE(QFile::setPermissions(folder, QFile::ReadOwner | QFile::ExeOwner | QFile::ReadOther | QFile::ExeOther));
+    ASSERT_TRUE(
+        QFile::setPermissions(storeFolder, QFile::ReadOwner | QFile::ExeOwner | QFile::ReadOther | QFile::ExeOther));
 
     EXPECT_EXIT(
         {
@@ -259,8 +260,8 @@ TEST_F(UserDefaultsTest, AStoreThatCannotBeReplacedKeepsItsFormerContentWhole)
         testing::ExitedWithCode(0), "");
 
     EXPECT_EQ(stored(), before);
-    EXPECT_EQ(QDir(folder).entryList(QDir::Files | QDir::Hidden), QStringList{u"CrashReporter.conf"_s});
-    QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    EXPECT_EQ(QDir(storeFolder).entryList(QDir::Files | QDir::Hidden), QStringList{u"CrashReporter.conf"_s});
+    QFile::setPermissions(storeFolder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
 TEST_F(UserDefaultsTest, AHomeThatDoesNotExistIsNoError)

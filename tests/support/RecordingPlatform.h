@@ -367,9 +367,21 @@ private:
 class FixedClock : public platform::Clock
 {
 public:
-    QDateTime date() const override { return now; }
+    explicit FixedClock(Calls &noted)
+        : calls(noted)
+    {
+    }
+
+    QDateTime date() const override
+    {
+        calls.note("clock date");
+        return now;
+    }
 
     QDateTime now = QDateTime(QDate(2026, 11, 2), QTime(10, 15), QTimeZone::utc());
+
+private:
+    Calls &calls;
 };
 
 class RecordingDiagnosticLog : public platform::DiagnosticLog
@@ -465,7 +477,7 @@ struct RecordingPlatform {
     RecordingUserDefaults userDefaults{calls};
     RecordingUrlLoader urlLoader{calls};
     RecordingProcessInfo processInfo{calls};
-    FixedClock clock;
+    FixedClock clock{calls};
     RecordingDiagnosticLog diagnosticLog{calls};
     OpenController controller{controls(), services()};
 
