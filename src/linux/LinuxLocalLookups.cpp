@@ -1,8 +1,9 @@
 // What Linux knows about its users, the standard directories and its clocks.
 #include "linux/LinuxLocalLookups.h"
 
+#include "Utf8.h"
+
 #include <QByteArray>
-#include <QStringDecoder>
 #include <QUuid>
 
 #include <pwd.h>
@@ -71,16 +72,6 @@ struct FreeDeleter {
 
 using HandedOverText = std::unique_ptr<char, FreeDeleter>;
 
-/// The text of a name or path of the system; nothing when its bytes are no UTF-8 and a text could not name it.
-std::optional<QString> textOf(const QByteArray &bytes)
-{
-    // Only a stateless decoder takes notice of a character that is cut at the end.
-    QStringDecoder decode(QStringDecoder::Utf8,
-                          QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom);
-    QString text = decode(bytes);
-    return decode.hasError() ? std::nullopt : std::optional(std::move(text));
-}
-
 /// The path without separators at its end, so that a name can be appended; the root directory stays "/".
 QString withoutTrailingSeparators(QString path)
 {
@@ -92,7 +83,7 @@ QString withoutTrailingSeparators(QString path)
 
 std::optional<QString> homePath(const QByteArray &bytes)
 {
-    const std::optional<QString> path = textOf(bytes);
+    const std::optional<QString> path = textFromUtf8(bytes);
     if (!path || !path->startsWith(u'/')) {
         return std::nullopt;
     }
@@ -114,7 +105,7 @@ std::optional<Account> findAccount(LookUp lookUp)
         if (!found) {
             return std::nullopt;
         }
-        return Account{textOf(found->pw_name), homePath(found->pw_dir)};
+        return Account{textFromUtf8(found->pw_name), homePath(found->pw_dir)};
     }
     return std::nullopt;
 }
@@ -263,7 +254,7 @@ std::size_t LinuxLocalLookups::configurationString(int name, std::span<char> buf
 
 std::optional<QString> LinuxLocalLookups::temporaryDirectory() const
 {
-    const std::optional<QString> configured = textOf(qgetenv("TMPDIR"));
+    const std::optional<QString> configured = textFromUtf8(qgetenv("TMPDIR"));
     return configured && !configured->isEmpty() ? configured : u"/tmp"_s;
 }
 
