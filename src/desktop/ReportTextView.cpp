@@ -176,6 +176,8 @@ void ReportTextView::startDisplaying()
     displayIsCurrent = true;
     // The first slice at once: a text of usual size is there as soon as the pane is.
     displayNextSlice();
+    // What is inserted takes the caret along; the keyboard reads from the start.
+    display->moveCursor(QTextCursor::Start);
 }
 
 void ReportTextView::displayNextSlice()

@@ -3,10 +3,12 @@
 
 #include "WindowSupport.h"
 
+#include <QAbstractTextDocumentLayout>
 #include <QClipboard>
 #include <QFontInfo>
 #include <QGuiApplication>
 #include <QPlainTextEdit>
+#include <QScrollBar>
 #include <QSignalSpy>
 #include <QTextBlock>
 
@@ -45,6 +47,42 @@ protected:
     ReportTextView view;
 };
 
+/// A text, the lines that it is shown in, and what is copied of it.
+struct ShownText {
+    std::string name;
+    QString text;
+    QStringList lines;
+    QString copied;
+};
+
+void PrintTo(const ShownText &shown, std::ostream *stream)
+{
+    *stream << shown.name;
+}
+
+class ShownTextTest : public ReportTextViewTest, public testing::WithParamInterface<ShownText>
+{
+protected:
+    /// The lines that the display lays out, one below the other.
+    QStringList shownLines() const
+    {
+        QStringList lines;
+        for (QTextBlock block = display()->document()->begin(); block.isValid(); block = block.next()) {
+            // Lines are laid out when they are first asked for.
+            (void)display()->document()->documentLayout()->blockBoundingRect(block);
+            for (int index = 0; index < block.layout()->lineCount(); ++index) {
+                const QTextLine line = block.layout()->lineAt(index);
+                QString text = block.text().mid(line.textStart(), line.textLength());
+                if (text.endsWith(QChar::LineSeparator)) {
+                    text.chop(1);
+                }
+                lines += text;
+            }
+        }
+        return lines;
+    }
+};
+
 class KeptTextTest : public ReportTextViewTest, public testing::WithParamInterface<NamedText>
 {
 };
@@ -69,6 +107,49 @@ INSTANTIATE_TEST_SUITE_P(
                     NamedText{"ByteOrderMark", QString(QChar(0xFEFF)) + u"a"_s}, NamedText{"Emoji", u"\U0001F4A5"_s},
                     NamedText{"ObjectReplacement", QString(QChar(0xFFFC))}),
     [](const testing::TestParamInfo<NamedText> &given) { return given.param.name; });
+
+TEST_P(ShownTextTest, IsShownInItsLinesAndCopiedWithLineFeeds)
+{
+    view.setString(GetParam().text);
+    showAndFill();
+    EXPECT_EQ(shownLines(), GetParam().lines);
+    EXPECT_EQ(copiedWhole(), GetParam().copied);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , ShownTextTest,
+    testing::Values(
+        ShownText{"LineFeeds", u"a\nb\n"_s, {u"a"_s, u"b"_s, u""_s}, u"a\nb\n"_s},
+        ShownText{"CarriageReturnLineFeeds", u"a\r\nb\r\n\r\nc"_s, {u"a"_s, u"b"_s, u""_s, u"c"_s}, u"a\nb\n\nc"_s},
+        ShownText{"LoneCarriageReturns", u"a\rb\r\rc"_s, {u"a"_s, u"b"_s, u""_s, u"c"_s}, u"a\nb\n\nc"_s},
+        ShownText{"LineSeparator", u"a\u2028b"_s, {u"a"_s, u"b"_s}, u"a\nb"_s},
+        ShownText{"ParagraphSeparator", u"a\u2029b"_s, {u"a"_s, u"b"_s}, u"a\nb"_s},
+        ShownText{"NoBreakSpace", u"a\u00a0b"_s, {u"a\u00a0b"_s}, u"a\u00a0b"_s},
+        ShownText{"Emoji", u"a\U0001F4A5b"_s, {u"a\U0001F4A5b"_s}, u"a\U0001F4A5b"_s},
+        ShownText{
+            "Nul", QString::fromUtf16(u"a\0b", 3), {QString::fromUtf16(u"a\0b", 3)}, QString::fromUtf16(u"a\0b", 3)},
+        ShownText{"ByteOrderMark", u"\uFEFFa"_s, {u"\uFEFFa"_s}, u"\uFEFFa"_s}),
+    [](const testing::TestParamInfo<ShownText> &given) { return given.param.name; });
+
+TEST_F(ReportTextViewTest, CaretStandsAtTheStartOfTheText)
+{
+    view.setString(u"0123456789abcde\n"_s.repeated(50'000));
+    showAndFill();
+    EXPECT_EQ(display()->textCursor().position(), 0);
+    QTest::keyClick(display(), Qt::Key_Down);
+    EXPECT_EQ(display()->textCursor().blockNumber(), 1);
+    EXPECT_EQ(display()->verticalScrollBar()->value(), 0);
+}
+
+TEST_F(ReportTextViewTest, OneStepSelectsAWholeEmoji)
+{
+    view.setString(u"\U0001F4A5b"_s);
+    showAndFill();
+    display()->moveCursor(QTextCursor::Start);
+    QTest::keyClick(display(), Qt::Key_Right, Qt::ShiftModifier);
+    display()->copy();
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), u"\U0001F4A5"_s);
+}
 
 TEST_F(ReportTextViewTest, NoDocumentIsMadeBeforeTheViewIsShown)
 {
