@@ -45,7 +45,7 @@ quint16 aClosedPort()
 
 QUrl withPort(quint16 port)
 {
-    QUrl url(u"https://localhost/"_s);
+    QUrl url(u"https://127.0.0.1/"_s);
     url.setPort(port);
     return url;
 }
@@ -417,7 +417,7 @@ TEST_F(UrlLoaderTest, NothingListeningIsAFailure)
 TEST_F(UrlLoaderTest, AHostThatIsNotFoundIsAFailure)
 {
     // Longer than any name of the domain name system (RFC 1035 section 2.3.4), so no server is asked for it.
-    QUrl url(u"https://localhost/"_s);
+    QUrl url(u"https://127.0.0.1/"_s);
     url.setHost(u"label."_s.repeated(50) + u"invalid"_s);
     ASSERT_TRUE(url.isValid());
 
@@ -526,7 +526,7 @@ TEST_P(Redirect, ToNowhereIsAFailure)
 
 TEST_P(Redirect, ToAnUnprotectedAddressIsAFailure)
 {
-    EXPECT_EQ(heardAfterRedirectTo("http://localhost:" + QByteArray::number(server.port()) + "/"), kFailed);
+    EXPECT_EQ(heardAfterRedirectTo("http://127.0.0.1:" + QByteArray::number(server.port()) + "/"), kFailed);
     EXPECT_EQ(server.requests().size(), 1);
 }
 
@@ -538,7 +538,7 @@ TEST_P(Redirect, ToAFileIsAFailure)
 
 TEST_P(Redirect, ToWhereNothingListensIsAFailure)
 {
-    EXPECT_EQ(heardAfterRedirectTo("https://localhost:" + QByteArray::number(aClosedPort()) + "/"), kFailed);
+    EXPECT_EQ(heardAfterRedirectTo("https://127.0.0.1:" + QByteArray::number(aClosedPort()) + "/"), kFailed);
     EXPECT_EQ(server.requests().size(), 1);
 }
 
@@ -924,7 +924,7 @@ TEST(UrlLoaderDeathTest, WithoutATlsLibraryThereIsNoTransfer)
             OperationQueue operations;
             HeardDelegate delegate;
             QtUrlLoader loader(operations);
-            const auto transfer = loader.connectionWithRequestDelegate(aPost(QUrl(u"https://localhost/"_s)), delegate);
+            const auto transfer = loader.connectionWithRequestDelegate(aPost(QUrl(u"https://127.0.0.1/"_s)), delegate);
             _exit(transfer == nullptr && delegate.heard.isEmpty() ? 0 : 1);
         },
         testing::ExitedWithCode(0), "");

@@ -40,7 +40,7 @@ protected:
                                      .processInfo = world.processInfo,
                                      .clock = clock,
                                      .diagnosticLog = world.diagnosticLog,
-                                     .submissionHost = u"localhost"_s};
+                                     .submissionHost = u"127.0.0.1"_s};
         OpenController controller(world.controls(), services);
         controller.init();
         const size_t before = world.urlLoader.requests.size();

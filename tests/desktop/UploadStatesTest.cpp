@@ -99,7 +99,7 @@ protected:
                 .processInfo = world.processInfo,
                 .clock = world.clock,
                 .diagnosticLog = world.diagnosticLog,
-                .submissionHost = u"localhost"_s};
+                .submissionHost = u"127.0.0.1"_s};
     }
 
     WindowState window() const
@@ -313,7 +313,7 @@ TEST_F(UploadStates, NothingListeningLeadsToFailed)
                              .processInfo = world.processInfo,
                              .clock = world.clock,
                              .diagnosticLog = world.diagnosticLog,
-                             .submissionHost = u"localhost"_s};
+                             .submissionHost = u"127.0.0.1"_s};
     OpenController other(world.controls(), lost);
     other.init();
 

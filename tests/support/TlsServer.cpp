@@ -84,7 +84,7 @@ quint16 TlsServer::port() const
 
 QUrl TlsServer::url(const QString &path) const
 {
-    QUrl url(u"https://localhost"_s);
+    QUrl url(u"https://127.0.0.1"_s);
     url.setPort(port());
     url.setPath(path);
     return url;

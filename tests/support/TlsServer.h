@@ -52,7 +52,7 @@ public:
     explicit TlsServer(const QString &certificateName = QStringLiteral("localhost"));
 
     quint16 port() const;
-    /// https://localhost:PORT and the path.
+    /// https://127.0.0.1:PORT and the path: an address, because not every machine knows the name of loopback.
     QUrl url(const QString &path = QStringLiteral("/")) const;
 
     /// The first connection gets the first answer and so on; the last answer is given again and again.
