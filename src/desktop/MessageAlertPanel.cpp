@@ -55,8 +55,6 @@ void MessageAlertPanel::runAlertPanel(const QString &title, const QString &messa
     box.setAccessibleDescription(title + u'\n' + message);
     showPlain(box);
     emphasizeTitle(box);
-    HeldKeys heldKeys;
-    box.installEventFilter(&heldKeys);
-    box.button(QMessageBox::Ok)->installEventFilter(&heldKeys);
+    const HeldKeys heldKeys({&box, box.button(QMessageBox::Ok)});
     box.exec();
 }

@@ -162,10 +162,7 @@ void ReportWindow::connectControls()
     connect(ui.cancelBtn, &QPushButton::clicked, this, &ReportWindow::cancelClicked);
     ui.emailText->installEventFilter(this);
     // The window's own keys are those that its controls leave to it.
-    auto *heldKeys = new HeldKeys(this);
-    for (QWidget *pressed : std::initializer_list<QWidget *>{this, ui.disclosureBtn, ui.cancelBtn, ui.submitBtn}) {
-        pressed->installEventFilter(heldKeys);
-    }
+    new HeldKeys({this, ui.disclosureBtn, ui.cancelBtn, ui.submitBtn}, this);
 }
 
 void ReportWindow::ignoreDoubledEscape()

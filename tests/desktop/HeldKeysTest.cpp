@@ -103,6 +103,20 @@ TEST_P(HeldKeyTest, PressesNothingFromTheAddress)
     expectNothingPressed();
 }
 
+TEST_P(HeldKeyTest, PressesNothingWhereOnlyTheTimeTellsThatItIsHeld)
+{
+    show();
+    submit.setFocus();
+    for (const quint64 time : {1000U, 1040U, 1080U}) {
+        for (const QEvent::Type type : {QEvent::KeyRelease, QEvent::KeyPress}) {
+            QKeyEvent event(type, GetParam().key, Qt::NoModifier, GetParam().text);
+            event.setTimestamp(time);
+            QCoreApplication::sendEvent(&submit, &event);
+        }
+    }
+    expectNothingPressed();
+}
+
 TEST_P(HeldKeyTest, PressesNoButtonThatHasTheFocus)
 {
     show();
@@ -162,6 +176,20 @@ TEST_F(HeldKeysTest, HeldBlankIsTypedInTheFields)
     EXPECT_EQ(controls.emailText.stringValue(), u"   "_s);
     hold(description, kBlank);
     EXPECT_EQ(controls.infoText.string(), u"   "_s);
+}
+
+TEST_F(HeldKeysTest, KeyPressedAgainIsNoHeldKey)
+{
+    show();
+    for (const quint64 time : {1000U, 1040U}) {
+        QKeyEvent press(QEvent::KeyPress, kReturn.key, Qt::NoModifier, kReturn.text);
+        press.setTimestamp(time);
+        QCoreApplication::sendEvent(&email, &press);
+        QKeyEvent release(QEvent::KeyRelease, kReturn.key, Qt::NoModifier, kReturn.text);
+        release.setTimestamp(time + 20);
+        QCoreApplication::sendEvent(&email, &release);
+    }
+    EXPECT_EQ(submissions.count(), 2);
 }
 
 // Escape, pressed twice
