@@ -1,8 +1,11 @@
 // The alert: its title in bold, the message below, one button.
 #include "desktop/MessageAlertPanel.h"
 
+#include "desktop/HeldKeys.h"
+
 #include <QLabel>
 #include <QMessageBox>
+#include <QPushButton>
 
 using namespace Qt::StringLiterals;
 
@@ -52,5 +55,6 @@ void MessageAlertPanel::runAlertPanel(const QString &title, const QString &messa
     box.setAccessibleDescription(title + u'\n' + message);
     showPlain(box);
     emphasizeTitle(box);
+    const HeldKeys heldKeys({&box, box.button(QMessageBox::Ok)});
     box.exec();
 }

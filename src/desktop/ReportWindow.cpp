@@ -4,11 +4,12 @@
 #include "desktop/ControlAdapters.h"
 #include "desktop/DroppedFiles.h"
 #include "desktop/FoldingPane.h"
+#include "desktop/HeldKeys.h"
 #include "ui_ReportWindow.h"
 
+#include <QApplication>
 #include <QCloseEvent>
 #include <QDropEvent>
-#include <QKeyEvent>
 #include <QPushButton>
 #include <QStyle>
 
@@ -22,11 +23,6 @@ static void registerResources()
 }
 
 namespace {
-
-bool isEnter(const QKeyEvent &event)
-{
-    return event.key() == Qt::Key_Return || event.key() == Qt::Key_Enter;
-}
 
 QIcon applicationIcon()
 {
@@ -105,9 +101,21 @@ void ReportWindow::reject()
 {
     if (parts->ui.cancelBtn->isEnabled()) {
         Q_EMIT cancelClicked();
-    } else {
+        ignoreDoubledEscape();
+        return;
+    }
+    if (escapeCloses.hasExpired()) {
         close();
     }
+}
+
+bool ReportWindow::event(QEvent *event)
+{
+    // An alert that stood before the window is gone.
+    if (event->type() == QEvent::WindowUnblocked) {
+        ignoreDoubledEscape();
+    }
+    return QDialog::event(event);
 }
 
 void ReportWindow::closeEvent(QCloseEvent *event)
@@ -142,11 +150,6 @@ bool ReportWindow::eventFilter(QObject *object, QEvent *event)
         event->setAccepted(event->isAccepted() && !bringsFiles);
         return bringsFiles;
     }
-    if (object == parts->ui.cancelBtn && event->type() == QEvent::KeyPress) {
-        // Return that is held down a little long after submitting must not press Cancel, which has the focus then.
-        const auto &key = *static_cast<QKeyEvent *>(event);
-        return isEnter(key) && key.isAutoRepeat();
-    }
     return QDialog::eventFilter(object, event);
 }
 
@@ -157,8 +160,14 @@ void ReportWindow::connectControls()
     connect(ui.disclosureBtn, &QToolButton::toggled, this, &ReportWindow::disclosureClicked);
     connect(ui.submitBtn, &QPushButton::clicked, this, &ReportWindow::submitClicked);
     connect(ui.cancelBtn, &QPushButton::clicked, this, &ReportWindow::cancelClicked);
-    ui.cancelBtn->installEventFilter(this);
     ui.emailText->installEventFilter(this);
+    // The window's own keys are those that its controls leave to it.
+    new HeldKeys({this, ui.disclosureBtn, ui.cancelBtn, ui.submitBtn}, this);
+}
+
+void ReportWindow::ignoreDoubledEscape()
+{
+    escapeCloses.setRemainingTime(QApplication::doubleClickInterval());
 }
 
 // There is something to cancel, or to unlock, exactly while the address is locked.

@@ -3,6 +3,7 @@
 
 #include "AppController.h"
 
+#include <QDeadlineTimer>
 #include <QDialog>
 #include <QStringList>
 
@@ -20,7 +21,9 @@ public:
     /// The controls, for the controller; they live as long as the window.
     ReportControls controls();
 
-    /// What Escape does: cancels while there is something to cancel or to unlock, and else closes the window.
+    /// What Escape does: cancels while there is something to cancel or to unlock, and else closes the window. Pressed
+    /// twice it must not do both, nor close the window right after an alert: what the user typed would be lost. So it
+    /// closes nothing for the time of a double click after it cancelled or an alert was dismissed.
     void reject() override;
 
 Q_SIGNALS:
@@ -36,6 +39,7 @@ Q_SIGNALS:
     void closed();
 
 protected:
+    bool event(QEvent *event) override;
     void closeEvent(QCloseEvent *event) override;
     void dragEnterEvent(QDragEnterEvent *event) override;
     void dropEvent(QDropEvent *event) override;
@@ -45,8 +49,10 @@ private:
     struct Parts;
 
     void connectControls();
+    void ignoreDoubledEscape();
     void setAddressEnabled(bool enabled);
     void setSubmitEnabled(bool enabled);
 
     std::unique_ptr<Parts> parts;
+    QDeadlineTimer escapeCloses; ///< Until then Escape closes nothing.
 };
