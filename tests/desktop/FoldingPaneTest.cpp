@@ -327,7 +327,7 @@ TEST_P(LargeLettersTest, WindowAndItsFrameStartWithinTheScreen)
     EXPECT_GE(window.height(), window.minimumHeight());
 }
 
-INSTANTIATE_TEST_SUITE_P(, LargeLettersTest, testing::Values(22, 26, 30), testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(, LargeLettersTest, testing::Values(22, 26, 30, 34), testing::PrintToStringParamName());
 
 class HeldWindowTest : public FoldingPaneTest, public testing::WithParamInterface<Qt::WindowState>
 {
