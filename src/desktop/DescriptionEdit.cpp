@@ -4,7 +4,6 @@
 #include "desktop/DroppedFiles.h"
 
 #include <QKeyEvent>
-#include <QTextBlock>
 
 #include <cmath>
 
@@ -13,8 +12,24 @@ namespace {
 constexpr int kUsualLines = 6;
 constexpr int kLeastLines = 3;
 constexpr int kLeastCharacters = 20;
+/// UTF-16 code units of the longest paragraph that wraps. The time that wrapping takes grows with the square of the
+/// length: some 15 milliseconds for this one, and half a minute for a million units.
+constexpr int kLongestWrapped = 20'000;
+
+bool isVeryLong(const QTextBlock &paragraph)
+{
+    return paragraph.isValid() && paragraph.length() > kLongestWrapped;
+}
 
 } // namespace
+
+DescriptionEdit::DescriptionEdit(QWidget *parent)
+    : QPlainTextEdit(parent)
+{
+    // A document tells of a change before it lays it out.
+    connect(document(), &QTextDocument::contentsChange, this,
+            [this](int position, int /*removedUnits*/, int addedUnits) { wrapUnlessVeryLong(position, addedUnits); });
+}
 
 void DescriptionEdit::setEditable(bool editable)
 {
@@ -55,6 +70,26 @@ void DescriptionEdit::keyPressEvent(QKeyEvent *event)
 bool DescriptionEdit::canInsertFromMimeData(const QMimeData *source) const
 {
     return droppedFiles(*source).isEmpty() && QPlainTextEdit::canInsertFromMimeData(source);
+}
+
+void DescriptionEdit::wrapUnlessVeryLong(int position, int addedUnits)
+{
+    const bool didWrap = !veryLong.isValid();
+    if (didWrap) {
+        veryLong = veryLongParagraph(position, position + addedUnits);
+    } else if (!isVeryLong(veryLong)) {
+        veryLong = veryLongParagraph(0, document()->characterCount());
+    }
+    setLineWrapMode(veryLong.isValid() ? NoWrap : WidgetWidth);
+}
+
+QTextBlock DescriptionEdit::veryLongParagraph(int from, int to) const
+{
+    QTextBlock paragraph = document()->findBlock(from);
+    while (paragraph.isValid() && paragraph.position() <= to && !isVeryLong(paragraph)) {
+        paragraph = paragraph.next();
+    }
+    return isVeryLong(paragraph) && paragraph.position() <= to ? paragraph : QTextBlock();
 }
 
 QSize DescriptionEdit::sizeForLines(int lines) const

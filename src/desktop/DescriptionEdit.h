@@ -2,15 +2,16 @@
 #pragma once
 
 #include <QPlainTextEdit>
+#include <QTextBlock>
 
 /// A text field of a few lines that can be locked. Files dropped onto it are left to the window, and Return is its own,
-/// locked or not: the window's default button is never pressed from here.
+/// locked or not: the window's default button is never pressed from here. Its lines wrap unless one is very long.
 class DescriptionEdit : public QPlainTextEdit
 {
     Q_OBJECT
 
 public:
-    using QPlainTextEdit::QPlainTextEdit;
+    explicit DescriptionEdit(QWidget *parent = nullptr);
 
     /// A locked description can be read and copied, and looks like the window around it.
     void setEditable(bool editable);
@@ -25,5 +26,9 @@ protected:
     bool canInsertFromMimeData(const QMimeData *source) const override;
 
 private:
+    void wrapUnlessVeryLong(int position, int addedUnits);
+    QTextBlock veryLongParagraph(int from, int to) const;
     QSize sizeForLines(int lines) const;
+
+    QTextBlock veryLong; ///< One that keeps the text from wrapping; not valid while none does.
 };

@@ -24,10 +24,17 @@ QRect screenGeometry()
     return screen ? screen->geometry() : QRect();
 }
 
-int availableHeight()
+/// What the screen has for a window inside its frame. Nobody knows the frame before the window is shown, so this takes
+/// the one that the style would draw.
+QSize availableSize(const QWidget &window)
 {
     const QScreen *screen = QGuiApplication::primaryScreen();
-    return screen ? screen->availableGeometry().height() : 0;
+    if (!screen) {
+        return {};
+    }
+    const int edge = window.style()->pixelMetric(QStyle::PM_MdiSubWindowFrameWidth, nullptr, &window);
+    const int titleBar = window.style()->pixelMetric(QStyle::PM_TitleBarHeight, nullptr, &window);
+    return screen->availableSize() - QSize(2 * edge, titleBar + 2 * edge);
 }
 
 platform::Rect frameOf(const QRect &geometry)
@@ -73,13 +80,23 @@ FoldingPane::FoldingPane(QWidget &parentWindow, QWidget &upperPart, QWidget &low
     restoring.setSingleShot(true);
     connect(&restoring, &QTimer::timeout, this, &FoldingPane::payHeightOwed);
 
-    const int width = std::max(form.sizeHint().width(), pane.sizeHint().width());
-    const int formHeight = form.layout()->totalHeightForWidth(width);
-    paneHeight = std::clamp(availableHeight() - formHeight, pane.minimumSizeHint().height(), pane.sizeHint().height());
-    window.resize(width, formHeight + paneHeight);
+    takeFirstSize();
     window.installEventFilter(this);
     form.installEventFilter(this);
     settle();
+}
+
+void FoldingPane::takeFirstSize()
+{
+    const QSize available = availableSize(window);
+    const int leastWidth = std::max(form.minimumSizeHint().width(), pane.minimumSizeHint().width());
+    const int usualWidth = std::max(form.sizeHint().width(), pane.sizeHint().width());
+    const int width = std::max(leastWidth, std::min(usualWidth, available.width()));
+    const int leastForm = form.layout()->totalMinimumHeightForWidth(width);
+    const int usualForm = std::max(leastForm, form.layout()->totalHeightForWidth(width));
+    paneHeight = std::clamp(available.height() - usualForm, pane.minimumSizeHint().height(), pane.sizeHint().height());
+    const int formHeight = std::clamp(available.height() - paneHeight, leastForm, usualForm);
+    window.resize(width, formHeight + paneHeight);
 }
 
 void FoldingPane::setFolded(bool fold)
@@ -98,8 +115,9 @@ void FoldingPane::setFolded(bool fold)
 platform::Rect FoldingPane::frame() const
 {
     QRect geometry = window.geometry();
-    const int due = isHeldByScreen() ? 0 : heightOwed;
-    geometry.setHeight(targetHeight.value_or(geometry.height() + due));
+    if (!isHeldByScreen()) {
+        geometry.setHeight(targetHeight.value_or(restoredHeight()));
+    }
     return frameOf(geometry);
 }
 
@@ -115,6 +133,7 @@ void FoldingPane::setFrame(const platform::Rect &frame, platform::Animation anim
         return;
     }
     heightOwed = 0;
+    interruptedTarget.reset();
     if (!onlyHeightChanges) {
         window.setGeometry(wanted);
     } else if (animation == platform::Animation::On && isInView() && animationDuration() > 0) {
@@ -135,12 +154,15 @@ bool FoldingPane::eventFilter(QObject *object, QEvent *event)
     case QEvent::Resize:
     case QEvent::WindowStateChange:
         if (object == &window) {
+            if (isHeldByScreen() && movement.state() == QAbstractAnimation::Running) {
+                leaveMovementToTheScreen();
+            }
             if (formIsHeld) {
                 divide();
             } else {
                 settle();
             }
-            if (heightOwed != 0 && !isHeldByScreen()) {
+            if (owesHeight() && !isHeldByScreen()) {
                 restoring.start(kLateConfirmations);
             }
         }
@@ -166,6 +188,14 @@ void FoldingPane::moveToHeight(int height)
     movement.start();
 }
 
+// A step of the movement would take the window out of the place that it has on the screen now.
+void FoldingPane::leaveMovementToTheScreen()
+{
+    movement.stop();
+    interruptedTarget = std::exchange(targetHeight, std::nullopt);
+    settle();
+}
+
 void FoldingPane::holdForm()
 {
     formIsHeld = true;
@@ -183,7 +213,7 @@ void FoldingPane::settle()
     settling.stop();
     formIsHeld = false;
     pane.setVisible(!folded);
-    const int unfoldedHeight = folded || heightOwed != 0 ? 0 : paneHeight;
+    const int unfoldedHeight = folded || owesHeight() ? 0 : paneHeight;
     window.setMinimumSize(std::max(form.minimumSizeHint().width(), pane.minimumSizeHint().width()),
                           leastFormHeight() + unfoldedHeight);
     divide();
@@ -206,9 +236,16 @@ void FoldingPane::payHeightOwed()
     if (isHeldByScreen()) {
         return;
     }
-    const int due = std::exchange(heightOwed, 0);
-    window.resize(window.width(), window.height() + due);
+    const int height = restoredHeight();
+    heightOwed = 0;
+    interruptedTarget.reset();
+    window.resize(window.width(), height);
     settle();
+}
+
+int FoldingPane::restoredHeight() const
+{
+    return interruptedTarget.value_or(window.height()) + heightOwed;
 }
 
 int FoldingPane::leastFormHeight() const

@@ -41,11 +41,15 @@ protected:
     bool eventFilter(QObject *object, QEvent *event) override;
 
 private:
+    void takeFirstSize();
     void moveToHeight(int height);
+    void leaveMovementToTheScreen();
     void holdForm();
     void settle();
     void divide();
     void payHeightOwed();
+    bool owesHeight() const { return heightOwed != 0 || interruptedTarget.has_value(); }
+    int restoredHeight() const;
     int leastFormHeight() const;
     bool isHeldByScreen() const;
     bool isInView() const;
@@ -61,5 +65,7 @@ private:
     QVariantAnimation movement;
     QTimer settling;
     int heightOwed = 0; ///< What was asked of a window that the screen holds; it is due when the window is restored.
+    /// Where the window was going when the screen took hold of it; what it is restored to then is a height on the way.
+    std::optional<int> interruptedTarget;
     QTimer restoring;
 };

@@ -1,11 +1,12 @@
 // The window's frame and the pane that folds: coordinates, animation, held windows and what never moves.
 #include "WindowSupport.h"
 
-#include <QGuiApplication>
+#include <QApplication>
 #include <QLayout>
 #include <QLineEdit>
 #include <QProxyStyle>
 #include <QScreen>
+#include <QStyle>
 
 #include <algorithm>
 #include <array>
@@ -297,6 +298,37 @@ TEST_F(FoldingPaneTest, WindowMovedWhileItUnfoldsStaysWhereItWasMoved)
     EXPECT_EQ(window.height(), height + paneHeight());
 }
 
+class LargeLettersTest : public testing::TestWithParam<int>
+{
+protected:
+    LargeLettersTest()
+    {
+        QFont large = usual;
+        large.setPixelSize(GetParam());
+        QApplication::setFont(large);
+    }
+    ~LargeLettersTest() override { QApplication::setFont(usual); }
+
+    const QFont usual = QApplication::font();
+    const QSize available = QGuiApplication::primaryScreen()->availableSize();
+};
+
+TEST_P(LargeLettersTest, WindowAndItsFrameStartWithinTheScreen)
+{
+    const ReportWindow window;
+    const auto &form = child<QWidget>(window, "form");
+    const auto &pane = child<QWidget>(window, "logView");
+    const int titleBar = window.style()->pixelMetric(QStyle::PM_TitleBarHeight);
+    const QSize wanted(form.sizeHint().width(), form.sizeHint().height() + pane.sizeHint().height());
+    ASSERT_TRUE(wanted.width() > available.width() || wanted.height() > available.height());
+    EXPECT_LT(window.width(), available.width());
+    EXPECT_LE(window.height(), available.height() - titleBar);
+    EXPECT_GE(window.width(), window.minimumWidth());
+    EXPECT_GE(window.height(), window.minimumHeight());
+}
+
+INSTANTIATE_TEST_SUITE_P(, LargeLettersTest, testing::Values(22, 26, 30, 34), testing::PrintToStringParamName());
+
 class HeldWindowTest : public FoldingPaneTest, public testing::WithParamInterface<Qt::WindowState>
 {
 protected:
@@ -374,6 +406,36 @@ TEST_P(HeldWindowTest, FoldedAsSoonAsTheWindowIsRestoredItHasItsFormerSize)
     toggleDisclosure(controls);
     waitForRest();
     EXPECT_EQ(window.size(), size);
+}
+
+TEST_P(HeldWindowTest, HeldWhileItUnfoldsTheAnimationEndsAndTheRestoredWindowHasItsHeight)
+{
+    show();
+    const int foldedHeight = window.height();
+    const int width = window.width();
+    toggleDisclosure(controls);
+    ASSERT_TRUE(comesTrue([&] { return window.height() != foldedHeight; }));
+    window.setWindowState(GetParam());
+    ASSERT_TRUE(comesTrue([&] { return window.width() != width; }));
+    const QRect held = window.geometry();
+    ASSERT_TRUE(comesTrue([this] { return form.height() == window.height() - paneHeight(); }));
+    EXPECT_EQ(window.geometry(), held);
+    window.setWindowState(Qt::WindowNoState);
+    EXPECT_TRUE(comesTrue([&] { return window.height() == foldedHeight + paneHeight(); })) << window.height();
+    EXPECT_EQ(window.width(), width);
+}
+
+TEST_P(HeldWindowTest, HeldWhileItUnfoldsAndFoldedAgainTheRestoredWindowIsFolded)
+{
+    show();
+    const int foldedHeight = window.height();
+    toggleDisclosure(controls);
+    ASSERT_TRUE(comesTrue([&] { return window.height() != foldedHeight; }));
+    window.setWindowState(GetParam());
+    toggleDisclosure(controls);
+    ASSERT_TRUE(comesTrue([this] { return form.height() == window.height(); }));
+    window.setWindowState(Qt::WindowNoState);
+    EXPECT_TRUE(comesTrue([&] { return window.height() == foldedHeight; })) << window.height();
 }
 
 INSTANTIATE_TEST_SUITE_P(, HeldWindowTest, testing::Values(Qt::WindowMaximized, Qt::WindowFullScreen),
