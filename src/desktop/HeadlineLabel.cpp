@@ -6,6 +6,7 @@
 #include <QTextOption>
 
 #include <algorithm>
+#include <numeric>
 
 using namespace Qt::StringLiterals;
 
@@ -20,6 +21,10 @@ constexpr int kMostToolTipUnits = 2000;
 /// A tool tip breaks at blanks only, so longer words get a place to break.
 constexpr int kMostToolTipWordUnits = 60;
 
+/// UTF-16 code units at the end of a headline that are kept in view: what happened, and what is asked of the user. The
+/// part before, the name, is what may be long.
+constexpr qsizetype kKeptEnd = 110;
+
 bool reordersText(QChar character)
 {
     const char16_t unit = character.unicode();
@@ -33,11 +38,27 @@ bool isShownAsBlank(QChar character)
         || category == QChar::Separator_Paragraph || reordersText(character);
 }
 
-QString shownText(const QString &text)
+QString withoutControls(const QString &text)
 {
     QString shown = text;
     std::replace_if(shown.begin(), shown.end(), isShownAsBlank, u' ');
     return shown;
+}
+
+/// That many units of the text's beginning and end with an ellipsis between. The end has up to kKeptEnd units, but
+/// never more than three quarters, so that something of the beginning is left in little room.
+QString shortened(const QString &text, qsizetype units)
+{
+    const qsizetype kept = std::min(kKeptEnd, units * 3 / 4);
+    QStringView beginning = QStringView(text).left(units - kept);
+    QStringView end = QStringView(text).right(kept);
+    if (!beginning.isEmpty() && beginning.back().isHighSurrogate()) {
+        beginning.chop(1);
+    }
+    if (!end.isEmpty() && end.front().isLowSurrogate()) {
+        end = end.mid(1);
+    }
+    return beginning.toString() + u'…' + end.toString();
 }
 
 /// Rich text that shows the text as it is: a tool tip takes a text that looks like markup for markup, and wraps only
@@ -61,6 +82,16 @@ QString toolTipText(const QString &text)
     return u"<qt>"_s + broken.toHtmlEscaped() + u"</qt>"_s;
 }
 
+/// UTF-16 code units of the text that the lines hold.
+qsizetype endOf(const QTextLayout &lines)
+{
+    if (lines.lineCount() == 0) {
+        return 0;
+    }
+    const QTextLine last = lines.lineAt(lines.lineCount() - 1);
+    return last.textStart() + last.textLength();
+}
+
 } // namespace
 
 HeadlineLabel::HeadlineLabel(QWidget *parent)
@@ -75,10 +106,15 @@ HeadlineLabel::HeadlineLabel(QWidget *parent)
 
 void HeadlineLabel::setHeadline(const QString &text)
 {
-    setText(shownText(text));
+    setText(withoutControls(text));
     fit();
     updateGeometry();
     update();
+}
+
+QString HeadlineLabel::shownText() const
+{
+    return lines ? lines->text() : QString();
 }
 
 QSize HeadlineLabel::sizeHint() const
@@ -141,22 +177,28 @@ std::unique_ptr<QTextLayout> HeadlineLabel::layOut(const QString &text, int widt
     return layout;
 }
 
+bool HeadlineLabel::fits(const QString &text, int lineLimit) const
+{
+    return endOf(*layOut(text, width(), lineLimit)) >= text.size();
+}
+
 void HeadlineLabel::fit()
 {
     const int lineLimit = std::clamp(height() / fontMetrics().lineSpacing(), 1, kMostLines);
     const QString whole = text();
     lines = layOut(whole, width(), lineLimit);
     setToolTip({});
-    if (lines->lineCount() == 0) {
+    const qsizetype room = endOf(*lines);
+    if (lines->lineCount() == 0 || room >= whole.size()) {
         return;
     }
-    const QTextLine last = lines->lineAt(lines->lineCount() - 1);
-    if (last.textStart() + last.textLength() >= whole.size()) {
-        return;
+    // About as much as fits from the beginning; where the end has narrower letters, a little room is left over.
+    qsizetype fitting = 0;
+    qsizetype tooMuch = room + 1;
+    while (tooMuch - fitting > 1) {
+        const qsizetype middle = std::midpoint(fitting, tooMuch);
+        (fits(shortened(whole, middle), lineLimit) ? fitting : tooMuch) = middle;
     }
-    // More than fits in one line is enough to elide, and eliding a long text whole takes long.
-    const QString rest = whole.mid(last.textStart(), 2 * last.textLength() + 1);
-    const QString elided = fontMetrics().elidedText(rest, Qt::ElideRight, width());
-    lines = layOut(whole.left(last.textStart()) + elided, width(), lineLimit);
+    lines = layOut(shortened(whole, fitting), width(), lineLimit);
     setToolTip(toolTipText(whole));
 }

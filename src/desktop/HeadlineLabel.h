@@ -6,8 +6,8 @@
 
 #include <memory>
 
-/// A label for text that may come from anywhere. It breaks words that are wider than the label, ends a text that is too
-/// long with an ellipsis and offers the rest as a tool tip, so no text widens the window or fills it.
+/// A label for text that may come from anywhere. It breaks words that are wider than the label, puts an ellipsis in the
+/// middle of a text that is too long and offers the whole as a tool tip, so no text widens the window or fills it.
 class HeadlineLabel : public QLabel
 {
     Q_OBJECT
@@ -18,6 +18,9 @@ public:
     /// Shows the text on its own lines as far as it has room. Control characters and line ends are shown as blanks,
     /// and so are characters that would reorder the sentence around them.
     void setHeadline(const QString &text);
+
+    /// What of the text is in view.
+    QString shownText() const;
 
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;
@@ -31,6 +34,7 @@ protected:
 
 private:
     std::unique_ptr<QTextLayout> layOut(const QString &text, int width, int lineLimit) const;
+    bool fits(const QString &text, int lineLimit) const;
     void fit();
 
     std::unique_ptr<QTextLayout> lines;

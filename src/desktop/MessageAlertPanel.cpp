@@ -11,6 +11,9 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+/// The least width of the message, in average characters.
+constexpr int kLeastCharacters = 40;
+
 QWidget *visibleWindow(QWidget *window)
 {
     return window && window->isVisible() ? window : nullptr;
@@ -37,6 +40,14 @@ void emphasizeTitle(QMessageBox &box)
     title->setFont(bold);
 }
 
+/// Left to itself, the message wraps within the width of the title, and the window's title finds no room.
+void widenMessage(QMessageBox &box)
+{
+    if (auto *message = box.findChild<QLabel *>(u"qt_msgbox_informativelabel"_s)) {
+        message->setMinimumWidth(message->fontMetrics().averageCharWidth() * kLeastCharacters);
+    }
+}
+
 } // namespace
 
 MessageAlertPanel::MessageAlertPanel(QWidget *reportWindow)
@@ -55,6 +66,7 @@ void MessageAlertPanel::runAlertPanel(const QString &title, const QString &messa
     box.setAccessibleDescription(title + u'\n' + message);
     showPlain(box);
     emphasizeTitle(box);
+    widenMessage(box);
     const HeldKeys heldKeys({&box, box.button(QMessageBox::Ok)});
     box.exec();
 }

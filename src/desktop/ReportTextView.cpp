@@ -100,6 +100,11 @@ private:
     }
 };
 
+QFont monospaced()
+{
+    return QFontDatabase::systemFont(QFontDatabase::FixedFont);
+}
+
 /// Room for the text and, by half a line and a column at each side, for the frame and the margins around it.
 QSize sizeForText(const QFontMetrics &metrics, int columns, int lines)
 {
@@ -110,11 +115,11 @@ QSize sizeForText(const QFontMetrics &metrics, int columns, int lines)
 
 ReportTextView::ReportTextView(QWidget *parent)
     : QWidget(parent)
+    , label(new QLabel(tr("&Text that is sent with the report"), this))
 {
-    setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
-    setFocusPolicy(Qt::StrongFocus);
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(label);
     nextSlice.setInterval(0);
     connect(&nextSlice, &QTimer::timeout, this, &ReportTextView::displayNextSlice);
 }
@@ -130,12 +135,20 @@ void ReportTextView::setString(const QString &newText)
 
 QSize ReportTextView::sizeHint() const
 {
-    return sizeForText(fontMetrics(), kUsualColumns, kUsualLines);
+    return sizeBelowLabel(kUsualColumns, kUsualLines);
 }
 
 QSize ReportTextView::minimumSizeHint() const
 {
-    return sizeForText(fontMetrics(), kLeastColumns, kLeastLines);
+    return sizeBelowLabel(kLeastColumns, kLeastLines);
+}
+
+QSize ReportTextView::sizeBelowLabel(int columns, int lines) const
+{
+    const QSize labelSize = label->sizeHint();
+    const QSize textSize = sizeForText(QFontMetrics(monospaced()), columns, lines);
+    return {std::max(labelSize.width(), textSize.width()),
+            labelSize.height() + layout()->spacing() + textSize.height()};
 }
 
 void ReportTextView::showEvent(QShowEvent *event)
@@ -155,14 +168,11 @@ void ReportTextView::makeDisplay()
     display->setLineWrapMode(QPlainTextEdit::NoWrap);
     display->setWordWrapMode(QTextOption::NoWrap);
     display->setTabChangesFocus(true);
-    layout()->addWidget(display);
+    display->setFont(monospaced());
+    static_cast<QVBoxLayout *>(layout())->addWidget(display, 1);
     // At once: a layout shows what it is given later from the event loop, and until then nothing can focus it.
     display->show();
-    const bool hadFocus = hasFocus();
-    setFocusProxy(display);
-    if (hadFocus) {
-        display->setFocus();
-    }
+    label->setBuddy(display);
 }
 
 void ReportTextView::startDisplaying()

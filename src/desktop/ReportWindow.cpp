@@ -87,6 +87,7 @@ ReportWindow::ReportWindow(QWidget *parent)
     , parts(std::make_unique<Parts>(*this))
 {
     connectControls();
+    showLockedAddress();
 }
 
 ReportWindow::~ReportWindow() = default;
@@ -116,6 +117,14 @@ bool ReportWindow::event(QEvent *event)
         ignoreDoubledEscape();
     }
     return QDialog::event(event);
+}
+
+void ReportWindow::changeEvent(QEvent *event)
+{
+    QDialog::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange && parts) {
+        showLockedAddress();
+    }
 }
 
 void ReportWindow::closeEvent(QCloseEvent *event)
@@ -163,6 +172,15 @@ void ReportWindow::connectControls()
     ui.emailText->installEventFilter(this);
     // The window's own keys are those that its controls leave to it.
     new HeldKeys({this, ui.disclosureBtn, ui.cancelBtn, ui.submitBtn}, this);
+}
+
+// Like the locked description: a disabled field's own letters are hardly to be read.
+void ReportWindow::showLockedAddress()
+{
+    QPalette locked;
+    locked.setBrush(QPalette::Disabled, QPalette::Text, palette().brush(QPalette::Active, QPalette::Text));
+    locked.setBrush(QPalette::Disabled, QPalette::Base, palette().brush(QPalette::Active, QPalette::Window));
+    parts->ui.emailText->setPalette(locked);
 }
 
 void ReportWindow::ignoreDoubledEscape()

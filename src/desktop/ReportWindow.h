@@ -40,6 +40,7 @@ Q_SIGNALS:
 
 protected:
     bool event(QEvent *event) override;
+    void changeEvent(QEvent *event) override;
     void closeEvent(QCloseEvent *event) override;
     void dragEnterEvent(QDragEnterEvent *event) override;
     void dropEvent(QDropEvent *event) override;
@@ -49,6 +50,7 @@ private:
     struct Parts;
 
     void connectControls();
+    void showLockedAddress();
     void ignoreDoubledEscape();
     void setAddressEnabled(bool enabled);
     void setSubmitEnabled(bool enabled);

@@ -73,6 +73,21 @@ TEST_F(MessageAlertPanelTest, ShowsTheTitleInBoldAndTheMessageNot)
     }));
 }
 
+TEST_F(MessageAlertPanelTest, ShowsShortTextsInOneLineEach)
+{
+    EXPECT_TRUE(
+        runAlert(panel, u"Crash log upload failed."_s, u"The report could not be sent."_s, [](QMessageBox &box) {
+            const QList<QLabel *> labels = box.findChildren<QLabel *>();
+            for (const QLabel *label : labels) {
+                if (label->text().isEmpty()) {
+                    continue;
+                }
+                EXPECT_GE(label->contentsRect().width(), label->fontMetrics().horizontalAdvance(label->text()));
+            }
+            EXPECT_GE(box.width(), 40 * box.fontMetrics().averageCharWidth());
+        }));
+}
+
 TEST_F(MessageAlertPanelTest, ShowsMarkupAsPlainText)
 {
     EXPECT_TRUE(runAlert(panel, u"<b>title</b>"_s, u"<i>message</i>"_s, [](QMessageBox &box) {

@@ -109,6 +109,23 @@ TEST_F(ReportWindowTest, ControlsAreFoundByTheirAccessibleNames)
     EXPECT_EQ(accessibleName(headline), u"Plovrin crashed."_s);
 }
 
+TEST_F(ReportWindowTest, ReportIsLabelledAndAloneHasTheFocus)
+{
+    show();
+    toggleDisclosure(controls);
+    auto &display = *reportText.findChild<QPlainTextEdit *>();
+    display.setFocus();
+
+    QAccessibleInterface *const accessible = QAccessible::queryAccessibleInterface(&display);
+    QStringList labels;
+    for (const auto &[related, relation] : accessible->relations(QAccessible::Label)) {
+        labels += related->text(QAccessible::Name);
+    }
+    EXPECT_EQ(labels, QStringList{u"Text that is sent with the report"_s});
+    EXPECT_TRUE(accessible->state().focused);
+    EXPECT_FALSE(QAccessible::queryAccessibleInterface(&reportText)->state().focused);
+}
+
 TEST_F(ReportWindowTest, TriangleAndSpinnerTellAssistiveTechnologyWhatTheyAre)
 {
     EXPECT_EQ(QAccessible::queryAccessibleInterface(&triangle)->role(), QAccessible::CheckBox);
@@ -164,6 +181,18 @@ TEST_P(ReportWindowWithLongNameTest, WindowKeepsItsWidthAndItsControls)
     EXPECT_GE(email.height(), email.minimumSizeHint().height());
 }
 
+TEST_P(ReportWindowWithLongNameTest, BothEndsOfTheSentenceStayInView)
+{
+    show();
+    controls.initialInfo.setStringValue(headlineNaming(GetParam().text));
+    QCoreApplication::sendPostedEvents();
+    const QString shown = headline.shownText();
+    EXPECT_TRUE(shown.startsWith(u"The client running on "_s));
+    EXPECT_TRUE(shown.contains(u'…'));
+    EXPECT_TRUE(shown.endsWith(headlineNaming(QString()).mid(int(sizeof("The client running on")))));
+    EXPECT_TRUE(shown.isValidUtf16());
+}
+
 TEST_P(ReportWindowWithLongNameTest, WhatDoesNotFitIsAToolTipThatShowsTheTextAsItIs)
 {
     show();
@@ -180,11 +209,12 @@ INSTANTIATE_TEST_SUITE_P(, ReportWindowWithLongNameTest,
                                          NamedText{"Emoji", u"\U0001F4A5"_s.repeated(5'000)}),
                          [](const testing::TestParamInfo<NamedText> &given) { return given.param.name; });
 
-TEST_F(ReportWindowTest, HeadlineThatFitsHasNoToolTip)
+TEST_F(ReportWindowTest, HeadlineThatFitsIsShownWholeAndHasNoToolTip)
 {
     show();
     controls.initialInfo.setStringValue(headlineNaming(u"plovrin"_s));
     QCoreApplication::sendPostedEvents();
+    EXPECT_EQ(headline.shownText(), headlineNaming(u"plovrin"_s));
     EXPECT_EQ(headline.toolTip(), QString());
 }
 
@@ -317,7 +347,7 @@ TEST_F(ReportWindowTest, FoldingThePaneThatHasTheFocusLeavesItWithTheTriangle)
     QObject::connect(&window, &ReportWindow::disclosureClicked, [this] { toggleDisclosure(controls); });
     show();
     toggleDisclosure(controls);
-    reportText.setFocus();
+    reportText.findChild<QPlainTextEdit *>()->setFocus();
     QTest::keyClick(window.focusWidget(), Qt::Key_D, Qt::AltModifier);
     ASSERT_TRUE(comesTrue([this] { return controls.logView.isHidden(); }));
     EXPECT_TRUE(hasFocus(triangle));
@@ -349,6 +379,21 @@ TEST_F(ReportWindowTest, SendingLocksTheFormAndTurnsTheSpinner)
     EXPECT_EQ(submit.text(), u"Sending..."_s);
     EXPECT_TRUE(spinner.isVisible());
     EXPECT_TRUE(spinner.isTurning());
+}
+
+TEST_F(ReportWindowTest, LockedFieldsLookAlike)
+{
+    show();
+    enterSendingState(controls);
+    for (const QPalette::ColorRole background : {QPalette::Window, QPalette::WindowText}) {
+        QPalette palette = QApplication::palette();
+        palette.setColor(background, Qt::darkGreen);
+        window.setPalette(palette);
+        EXPECT_EQ(email.palette().color(QPalette::Disabled, QPalette::Text),
+                  description.palette().color(QPalette::Active, QPalette::Text));
+        EXPECT_EQ(email.palette().color(QPalette::Disabled, QPalette::Base),
+                  description.palette().color(QPalette::Active, description.viewport()->backgroundRole()));
+    }
 }
 
 TEST_F(ReportWindowTest, CancellingUnlocksTheForm)
