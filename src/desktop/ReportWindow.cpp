@@ -24,6 +24,11 @@ static void registerResources()
 
 namespace {
 
+bool isEnter(const QKeyEvent &event)
+{
+    return event.key() == Qt::Key_Return || event.key() == Qt::Key_Enter;
+}
+
 QIcon applicationIcon()
 {
     QIcon icon;
@@ -159,6 +164,9 @@ bool ReportWindow::eventFilter(QObject *object, QEvent *event)
         event->setAccepted(event->isAccepted() && !bringsFiles);
         return bringsFiles;
     }
+    if (object == parts->ui.cancelBtn && event->type() == QEvent::KeyPress) {
+        return isEnter(*static_cast<QKeyEvent *>(event)) && !returnCancels.hasExpired();
+    }
     return QDialog::eventFilter(object, event);
 }
 
@@ -169,6 +177,7 @@ void ReportWindow::connectControls()
     connect(ui.disclosureBtn, &QToolButton::toggled, this, &ReportWindow::disclosureClicked);
     connect(ui.submitBtn, &QPushButton::clicked, this, &ReportWindow::submitClicked);
     connect(ui.cancelBtn, &QPushButton::clicked, this, &ReportWindow::cancelClicked);
+    ui.cancelBtn->installEventFilter(this);
     ui.emailText->installEventFilter(this);
     // The window's own keys are those that its controls leave to it.
     new HeldKeys({this, ui.disclosureBtn, ui.cancelBtn, ui.submitBtn}, this);
@@ -201,6 +210,8 @@ void ReportWindow::setAddressEnabled(bool enabled)
         return;
     }
     ui.cancelBtn->setEnabled(true);
+    // Cancel gets the keyboard now: a Return that was pressed twice to submit must not take the report back.
+    returnCancels.setRemainingTime(QApplication::doubleClickInterval());
     if (focusWidget() == ui.emailText) {
         ui.cancelBtn->setFocus();
     }
@@ -215,6 +226,9 @@ void ReportWindow::setSubmitEnabled(bool enabled)
         ui.cancelBtn->setFocus();
     }
     ui.submitBtn->setEnabled(enabled);
+    if (enabled) {
+        returnCancels = QDeadlineTimer();
+    }
     if (enabled && focusWidget() == ui.cancelBtn) {
         ui.submitBtn->setFocus();
     }

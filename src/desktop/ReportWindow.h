@@ -56,5 +56,6 @@ private:
     void setSubmitEnabled(bool enabled);
 
     std::unique_ptr<Parts> parts;
-    QDeadlineTimer escapeCloses; ///< Until then Escape closes nothing.
+    QDeadlineTimer escapeCloses;  ///< Until then Escape closes nothing.
+    QDeadlineTimer returnCancels; ///< Until then Return does not press Cancel.
 };

@@ -192,6 +192,28 @@ TEST_F(HeldKeysTest, KeyPressedAgainIsNoHeldKey)
     EXPECT_EQ(submissions.count(), 2);
 }
 
+// Return, pressed twice
+
+TEST_F(HeldKeysTest, SecondReturnRightAfterTheOneThatSubmittedDoesNotCancel)
+{
+    show();
+    enterSendingState(controls);
+    ASSERT_EQ(window.focusWidget(), &cancel);
+    QTest::keyClick(&cancel, Qt::Key_Return);
+    EXPECT_EQ(cancellations.count(), 0);
+}
+
+TEST_F(HeldKeysTest, ReturnSomeTimeAfterTheOneThatSubmittedCancels)
+{
+    QApplication::setDoubleClickInterval(50);
+    show();
+    enterSendingState(controls);
+    EXPECT_TRUE(comesTrue([this] {
+        QTest::keyClick(&cancel, Qt::Key_Return);
+        return cancellations.count() == 1;
+    }));
+}
+
 // Escape, pressed twice
 
 TEST_F(HeldKeysTest, SecondEscapeRightAfterTheOneThatCancelledClosesNothing)
