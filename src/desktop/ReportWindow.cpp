@@ -10,6 +10,7 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QDropEvent>
+#include <QKeyEvent>
 #include <QPushButton>
 #include <QStyle>
 

@@ -55,9 +55,7 @@ TEST_F(Launch, FiveArgumentsLoadTheLogSilentlyAndShowTheWindowWithTheRemoteName)
 {
     launchWith({u"-remotename"_s, u"build-mac-3"_s, u"-log"_s, crashLog});
 
-    Calls::List expected = {"process arguments"};
-    expected.insert(expected.end(), kShownWindow.begin(), kShownWindow.end());
-    EXPECT_EQ(world.calls.taken(), expected);
+    EXPECT_EQ(world.calls.taken(), joined({{"process arguments"}, kShownWindow}));
     EXPECT_EQ(world.initialInfo.text, kClientHeadline);
     EXPECT_EQ(world.logText.text, u"Thread 0 crashed with com.unsanity.ape\n"_s);
     EXPECT_TRUE(windowIsShown());

@@ -42,15 +42,6 @@ const Calls::List kPosted = {
     "loader POST https://crash.example.org/appdata/plovrin/reportcrash.php",
 };
 
-Calls::List joined(std::initializer_list<Calls::List> lists)
-{
-    Calls::List all;
-    for (const Calls::List &list : lists) {
-        all.insert(all.end(), list.begin(), list.end());
-    }
-    return all;
-}
-
 class Submission : public testing::Test
 {
 protected:

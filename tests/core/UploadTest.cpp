@@ -22,9 +22,7 @@ const Calls::List kResetControls = {
 
 Calls::List resetControlsAnd(const Calls::List &more)
 {
-    Calls::List all = kResetControls;
-    all.insert(all.end(), more.begin(), more.end());
-    return all;
+    return joined({kResetControls, more});
 }
 
 class Upload : public testing::Test

@@ -7,6 +7,7 @@
 #include <QTimeZone>
 
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -51,6 +52,16 @@ private:
     List list;
     std::map<std::string, std::function<void()>> actions;
 };
+
+/// The lists one after the other.
+inline Calls::List joined(std::initializer_list<Calls::List> lists)
+{
+    Calls::List all;
+    for (const Calls::List &list : lists) {
+        all.insert(all.end(), list.begin(), list.end());
+    }
+    return all;
+}
 
 inline std::string yesNo(bool value)
 {
