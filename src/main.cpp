@@ -1,5 +1,5 @@
 // The process entry.
-#include "desktop/ApplicationMain.h"
+#include "desktop/application/ApplicationMain.h"
 
 int main(int argc, char **argv)
 {

@@ -1,7 +1,7 @@
 // What Linux knows about its users, the standard directories and its clocks.
 #include "linux/LinuxLocalLookups.h"
 
-#include "Utf8.h"
+#include "base/Utf8.h"
 
 #include <QByteArray>
 #include <QUuid>

@@ -1,7 +1,7 @@
 // The look-ups of Linux, asked of the system that the tests run on.
 #include "linux/LinuxLocalLookups.h"
 
-#include "KVLocalPaths.h"
+#include "paths/KVLocalPaths.h"
 #include "support/ScopedVariable.h"
 
 #include <QSet>

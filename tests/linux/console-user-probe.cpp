@@ -1,5 +1,5 @@
 // Prints who the class of paths takes for the user, for the tests that give a process a console of their own.
-#include "KVLocalPaths.h"
+#include "paths/KVLocalPaths.h"
 
 #include <QString>
 

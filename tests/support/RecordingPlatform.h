@@ -1,8 +1,8 @@
 // A platform that notes, in one list, every message the controller sends, and fails where a test tells it to.
 #pragma once
 
-#include "AppController.h"
 #include "platform/PlatformException.h"
+#include "report/AppController.h"
 
 #include <QTimeZone>
 

@@ -1,0 +1,45 @@
+// Keeps the controller's operations apart.
+#include "base/OperationQueue.h"
+
+#include <QScopeGuard>
+
+#include <utility>
+
+void OperationQueue::perform(Operation operation)
+{
+    if (running || !waiting.empty()) {
+        waiting.push_back(std::move(operation));
+        return;
+    }
+    run(operation);
+}
+
+void OperationQueue::performIfIdle(const Operation &operation)
+{
+    if (!running && waiting.empty()) {
+        run(operation);
+    }
+}
+
+void OperationQueue::run(const Operation &operation)
+{
+    // Also when the operation ends by an exception, which passes on: those that wait must not wait for ever.
+    const auto goOn = qScopeGuard([this] {
+        running = false;
+        if (!waiting.empty()) {
+            QMetaObject::invokeMethod(this, &OperationQueue::runNext, Qt::QueuedConnection);
+        }
+    });
+    running = true;
+    operation();
+}
+
+void OperationQueue::runNext()
+{
+    if (running || waiting.empty()) {
+        return;
+    }
+    const Operation next = std::move(waiting.front());
+    waiting.pop_front();
+    run(next);
+}

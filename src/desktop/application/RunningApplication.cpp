@@ -1,0 +1,78 @@
+// The running application's parts and their connections.
+#include "desktop/application/RunningApplication.h"
+
+#include "SubmissionHost.h"
+#include "report/CommandLine.h"
+
+#include <QApplication>
+#include <QFileOpenEvent>
+
+RunningApplication::RunningApplication(QtProcessInfo &info)
+    : processInfo(info)
+    , desktopApplication(&window)
+    , alertPanel(&window)
+    , urlLoader(operations)
+    , controls(window.controls())
+    , controller(controls,
+                 {.application = desktopApplication,
+                  .alertPanel = alertPanel,
+                  .userDefaults = userDefaults,
+                  .urlLoader = urlLoader,
+                  .processInfo = processInfo,
+                  .clock = clock,
+                  .diagnosticLog = diagnosticLog,
+                  .submissionHost = QString::fromUtf16(kSubmissionHost)})
+{
+    // Alerts may stand alone, before the window.
+    QApplication::setWindowIcon(window.windowIcon());
+    controller.init();
+    connectWindow();
+    qApp->installEventFilter(this);
+}
+
+void RunningApplication::launch()
+{
+    const QStringList paths = openedFiles(processInfo.arguments());
+    for (const QString &path : paths) {
+        openFile(path);
+    }
+    // A turn of the event loop later, because some systems deliver the files opened at launch as events.
+    QMetaObject::invokeMethod(
+        this, [this] { operations.perform([this] { controller.applicationDidFinishLaunching(nullptr); }); },
+        Qt::QueuedConnection);
+}
+
+bool RunningApplication::eventFilter(QObject * /*watched*/, QEvent *event)
+{
+    if (event->type() != QEvent::FileOpen) {
+        return false;
+    }
+    openFile(static_cast<QFileOpenEvent *>(event)->file());
+    return true;
+}
+
+void RunningApplication::openFile(const QString &path)
+{
+    operations.perform([this, path] { controller.applicationOpenFile(&desktopApplication, path); });
+}
+
+void RunningApplication::connectWindow()
+{
+    // Not dropped like the other presses: the triangle has turned already, and has to go on saying what the pane does.
+    connect(&window, &ReportWindow::disclosureClicked, this,
+            [this] { operations.perform([this] { controller.disclosureClick(&controls.disclosureBtn); }); });
+    connect(&window, &ReportWindow::submitClicked, this,
+            [this] { operations.performIfIdle([this] { controller.submitReport(&controls.submitBtn); }); });
+    connect(&window, &ReportWindow::cancelClicked, this,
+            [this] { operations.performIfIdle([this] { controller.cancel(); }); });
+    connect(&window, &ReportWindow::filesDropped, this, [this](const QStringList &paths) {
+        for (const QString &path : paths) {
+            openFile(path);
+        }
+    });
+    connect(&window, &ReportWindow::closed, this, [this] {
+        if (controller.applicationShouldTerminateAfterLastWindowClosed(&desktopApplication)) {
+            desktopApplication.terminate(nullptr);
+        }
+    });
+}

@@ -1,0 +1,49 @@
+// The running application: its parts, and how they are connected.
+#pragma once
+
+#include "base/OperationQueue.h"
+#include "desktop/application/DesktopApplication.h"
+#include "desktop/application/QtProcessInfo.h"
+#include "desktop/application/QtUserDefaults.h"
+#include "desktop/application/SyslogDiagnosticLog.h"
+#include "desktop/application/SystemClock.h"
+#include "desktop/transfer/QtUrlLoader.h"
+#include "desktop/window/MessageAlertPanel.h"
+#include "desktop/window/ReportWindow.h"
+#include "report/AppController.h"
+
+#include <QObject>
+
+/// Makes the window and its controller, alive together for the whole run, and leads everything that reaches the
+/// application to the controller, one operation at a time: what the window's user presses, files that are dropped onto
+/// it, and files that the system opens onto the application object, which must exist before.
+class RunningApplication : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// The process information must outlive the application.
+    explicit RunningApplication(QtProcessInfo &info);
+
+    /// Opens the files of the command line and then finishes launching. The event loop must be running: termination
+    /// asked for before that would go unheard.
+    void launch();
+
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    void openFile(const QString &path);
+    void connectWindow();
+
+    QtProcessInfo &processInfo;
+    OperationQueue operations;
+    ReportWindow window;
+    DesktopApplication desktopApplication;
+    MessageAlertPanel alertPanel;
+    QtUserDefaults userDefaults;
+    SystemClock clock;
+    SyslogDiagnosticLog diagnosticLog;
+    QtUrlLoader urlLoader;
+    ReportControls controls;
+    AppController controller;
+};

@@ -1,0 +1,78 @@
+// Draws the spinner from the palette and turns it by a timer.
+#include "desktop/window/Spinner.h"
+
+#include <QPainter>
+#include <QStyle>
+#include <QTimerEvent>
+
+#include <algorithm>
+#include <chrono>
+
+namespace {
+
+constexpr int kSpokes = 12;
+/// One turn a second.
+constexpr std::chrono::milliseconds kStep = std::chrono::milliseconds(1000) / kSpokes;
+
+} // namespace
+
+Spinner::Spinner(QWidget *parent)
+    : QProgressBar(parent)
+{
+    setRange(0, 0);
+    setTextVisible(false);
+    QSizePolicy policy(QSizePolicy::Fixed, QSizePolicy::Fixed);
+    // The buttons beside it must not jump when it appears.
+    policy.setRetainSizeWhenHidden(true);
+    setSizePolicy(policy);
+    hide();
+}
+
+void Spinner::start()
+{
+    if (!timer.isActive()) {
+        timer.start(static_cast<int>(kStep.count()), this);
+    }
+    show();
+}
+
+void Spinner::stop()
+{
+    timer.stop();
+    leadingSpoke = 0;
+    hide();
+}
+
+QSize Spinner::sizeHint() const
+{
+    const int side = style()->pixelMetric(QStyle::PM_SmallIconSize, nullptr, this);
+    return {side, side};
+}
+
+void Spinner::paintEvent(QPaintEvent * /*event*/)
+{
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.translate(rect().toRectF().center());
+    const qreal radius = std::min(width(), height()) / 2.0;
+    QColor color = palette().color(QPalette::WindowText);
+    for (int spoke = 0; spoke < kSpokes; ++spoke) {
+        const int age = (leadingSpoke - spoke + kSpokes) % kSpokes;
+        color.setAlphaF(1.0F - static_cast<float>(age) / (kSpokes + 1));
+        painter.setPen(QPen(color, radius / 5, Qt::SolidLine, Qt::RoundCap));
+        painter.save();
+        painter.rotate(360.0 * spoke / kSpokes);
+        painter.drawLine(QPointF(0, -radius * 0.5), QPointF(0, -radius * 0.85));
+        painter.restore();
+    }
+}
+
+void Spinner::timerEvent(QTimerEvent *event)
+{
+    if (event->timerId() != timer.timerId()) {
+        QProgressBar::timerEvent(event);
+        return;
+    }
+    leadingSpoke = (leadingSpoke + 1) % kSpokes;
+    update();
+}

@@ -1,0 +1,62 @@
+// The body of a multipart/form-data request, part by part.
+#include "report/FormData.h"
+
+#include "base/PathText.h"
+#include "base/TextFile.h"
+#include "base/Utf8.h"
+
+#include <QUrl>
+
+#include <utility>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// Bytes reserved before the first part.
+constexpr qsizetype kReservedBytes = 100;
+
+/// Exactly the URL type: a type derived from it is a text like any other value. The narrowness is deliberate.
+bool isUrl(const QVariant &value)
+{
+    return value.metaType() == QMetaType::fromType<QUrl>();
+}
+
+} // namespace
+
+FormDataBody::FormDataBody(QString boundaryText)
+    : boundary(std::move(boundaryText))
+{
+    body.reserve(kReservedBytes);
+}
+
+void FormDataBody::addField(const QString &name, const QVariant &value)
+{
+    append(u"--"_s + boundary + u"\r\n"_s);
+    if (!isUrl(value)) {
+        addText(name, value.toString());
+    } else if (const QUrl url = value.toUrl(); url.isLocalFile()) {
+        addFile(name, url);
+    }
+    append(u"\r\n"_s);
+}
+
+void FormDataBody::addText(const QString &name, const QString &text)
+{
+    append(u"Content-Disposition: form-data; name=\""_s + name + u"\"\r\n\r\n"_s);
+    append(text);
+}
+
+void FormDataBody::addFile(const QString &name, const QUrl &file)
+{
+    const QString path = file.path(QUrl::FullyDecoded);
+    append(u"Content-Disposition: form-data; name=\""_s + name + u"\"; filename=\""_s + lastPathComponent(path)
+           + u"\"\r\n"_s);
+    append(u"Content-Type: application/octet-stream\r\n\r\n"_s);
+    body.append(contentsOfRegularFile(path).value_or(QByteArray()));
+}
+
+void FormDataBody::append(const QString &piece)
+{
+    body.append(utf8FromText(piece).value_or(QByteArray()));
+}

@@ -1,0 +1,272 @@
+// Whole files, read without ever waiting for them.
+#include "base/TextFile.h"
+
+#include "support/SampleHome.h"
+
+#include <QDeadlineTimer>
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <thread>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// Lets the test go on as an ordinary user who owns the paths, because root may read every file.
+class OrdinaryUser
+{
+public:
+    explicit OrdinaryUser(const QStringList &paths)
+    {
+        if (::geteuid() != 0) {
+            return;
+        }
+        for (const QString &path : paths) {
+            EXPECT_EQ(::chown(path.toUtf8().constData(), kNobody, static_cast<gid_t>(-1)), 0);
+        }
+        EXPECT_EQ(::seteuid(kNobody), 0);
+        switched = true;
+    }
+    OrdinaryUser(const OrdinaryUser &) = delete;
+    OrdinaryUser &operator=(const OrdinaryUser &) = delete;
+    ~OrdinaryUser()
+    {
+        if (switched) {
+            EXPECT_EQ(::seteuid(0), 0);
+        }
+    }
+
+private:
+    static constexpr uid_t kNobody = 65534;
+    bool switched = false;
+};
+
+/// The flags of the process's descriptor of the file; nothing when there is none.
+std::optional<int> descriptorFlags(const QString &path)
+{
+    std::error_code failure;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd", failure)) {
+        if (std::filesystem::read_symlink(entry.path(), failure) != path.toStdString()) {
+            continue;
+        }
+        // It may be closed, and its number be another's, before it is asked: so what it refers to is looked at again.
+        const int flags = ::fcntl(std::stoi(entry.path().filename()), F_GETFD);
+        if (flags >= 0 && std::filesystem::read_symlink(entry.path(), failure) == path.toStdString()) {
+            return flags;
+        }
+    }
+    return std::nullopt;
+}
+
+/// Memory of many mappings, each of which has a line in /proc/self/maps.
+class ManyMappings
+{
+public:
+    ManyMappings()
+    {
+        for (size_t page = 0; page < kMappings; page += 2) {
+            EXPECT_EQ(::mprotect(memory + page * pageSize, pageSize, PROT_READ), 0);
+        }
+    }
+    ManyMappings(const ManyMappings &) = delete;
+    ManyMappings &operator=(const ManyMappings &) = delete;
+    ~ManyMappings() { ::munmap(memory, kMappings * pageSize); }
+
+    bool contains(quintptr address) const
+    {
+        const auto begin = reinterpret_cast<quintptr>(memory);
+        return address >= begin && address < begin + kMappings * pageSize;
+    }
+
+    static constexpr size_t kMappings = 4096;
+
+private:
+    size_t pageSize = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
+    char *memory = static_cast<char *>(
+        ::mmap(nullptr, kMappings *pageSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
+};
+
+class TextFile : public testing::Test
+{
+protected:
+    SampleHome home;
+};
+
+} // namespace
+
+TEST_F(TextFile, RegularFileGivesItsBytes)
+{
+    const QByteArray bytes(200'001, 'x');
+
+    EXPECT_EQ(contentsOfRegularFile(home.write(u"a"_s, bytes)), bytes);
+    EXPECT_EQ(contentsOfRegularFile(home.write(u"empty"_s, QByteArray())), QByteArray());
+}
+
+TEST_F(TextFile, LinkIsFollowed)
+{
+    ASSERT_TRUE(QFile::link(home.write(u"a"_s, "content"), home.path(u"link"_s)));
+
+    EXPECT_EQ(contentsOfRegularFile(home.path(u"link"_s)), "content");
+    EXPECT_TRUE(fileExists(home.path(u"link"_s)));
+}
+
+TEST_F(TextFile, DanglingLinkDoesNotExist)
+{
+    ASSERT_TRUE(QFile::link(home.path(u"gone"_s), home.path(u"link"_s)));
+
+    EXPECT_FALSE(fileExists(home.path(u"link"_s)));
+    EXPECT_EQ(contentsOfRegularFile(home.path(u"link"_s)), std::nullopt);
+}
+
+TEST_F(TextFile, DirectoryExistsAndCannotBeRead)
+{
+    EXPECT_TRUE(fileExists(home.path(QString())));
+    EXPECT_EQ(contentsOfRegularFile(home.path(QString())), std::nullopt);
+}
+
+TEST_F(TextFile, FifoWithoutAWriterIsRefusedAtOnce)
+{
+    ASSERT_EQ(::mkfifo(home.path(u"pipe"_s).toUtf8().constData(), 0600), 0);
+
+    EXPECT_TRUE(fileExists(home.path(u"pipe"_s)));
+    EXPECT_EQ(contentsOfRegularFile(home.path(u"pipe"_s)), std::nullopt);
+}
+
+TEST_F(TextFile, SocketCannotBeRead)
+{
+    const QByteArray path = home.path(u"socket"_s).toUtf8();
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = {}};
+    ASSERT_LT(static_cast<size_t>(path.size()), sizeof address.sun_path);
+    std::copy(path.begin(), path.end(), address.sun_path);
+    ASSERT_EQ(::bind(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+
+    EXPECT_EQ(contentsOfRegularFile(home.path(u"socket"_s)), std::nullopt);
+    ::close(socket);
+}
+
+TEST_F(TextFile, DeviceCannotBeRead)
+{
+    EXPECT_EQ(contentsOfRegularFile(u"/dev/zero"_s), std::nullopt);
+    EXPECT_EQ(contentsOfRegularFile(u"/dev/null"_s), std::nullopt);
+}
+
+TEST_F(TextFile, FileThatReportsNoSizeIsReadToItsEnd)
+{
+    struct stat status = {};
+    ASSERT_EQ(::stat("/proc/self/status", &status), 0);
+    ASSERT_EQ(status.st_size, 0);
+
+    const std::optional<QByteArray> content = contentsOfRegularFile(u"/proc/self/status"_s);
+
+    ASSERT_TRUE(content.has_value());
+    EXPECT_TRUE(content->startsWith("Name:"));
+    EXPECT_TRUE(content->endsWith('\n'));
+}
+
+TEST_F(TextFile, LongFileThatReportsNoSizeIsReadToItsEnd)
+{
+    const ManyMappings mappings;
+
+    const std::optional<QByteArray> content = contentsOfRegularFile(u"/proc/self/maps"_s);
+
+    ASSERT_TRUE(content.has_value());
+    EXPECT_TRUE(content->endsWith('\n'));
+    const QList<QByteArray> lines = content->split('\n');
+    const auto ofMappings = std::count_if(lines.begin(), lines.end(), [&](const QByteArray &line) {
+        return mappings.contains(line.left(line.indexOf('-')).toULongLong(nullptr, 16));
+    });
+    EXPECT_EQ(ofMappings, ManyMappings::kMappings);
+}
+
+TEST_F(TextFile, FileThatReportsMoreThanItHoldsIsReadToItsEnd)
+{
+    struct stat status = {};
+    ASSERT_EQ(::stat("/sys/devices/system/cpu/online", &status), 0);
+
+    const std::optional<QByteArray> content = contentsOfRegularFile(u"/sys/devices/system/cpu/online"_s);
+
+    ASSERT_TRUE(content.has_value());
+    EXPECT_LT(content->size(), status.st_size);
+    EXPECT_TRUE(content->startsWith('0'));
+    EXPECT_EQ(content->indexOf('\n'), content->size() - 1);
+}
+
+TEST_F(TextFile, ProgramsStartedMeanwhileDoNotInheritTheFile)
+{
+    // A file of holes, long enough that it is seen while it is being read.
+    const QString file = QFileInfo(home.write(u"a"_s, "start")).canonicalFilePath();
+    ASSERT_EQ(::truncate(file.toUtf8().constData(), off_t(64) * 1024 * 1024), 0);
+    std::atomic<bool> isSeen = false;
+    std::optional<int> flags;
+    std::thread observer([&] {
+        const QDeadlineTimer deadline(20'000);
+        while (!flags && !deadline.hasExpired()) {
+            flags = descriptorFlags(file);
+        }
+        isSeen = true;
+    });
+
+    while (!isSeen) {
+        EXPECT_TRUE(contentsOfRegularFile(file).has_value());
+    }
+
+    observer.join();
+    EXPECT_EQ(flags, FD_CLOEXEC);
+}
+
+TEST_F(TextFile, MissingEmptyAndUnnameablePathsDoNotExist)
+{
+    home.write(u"a"_s, "content");
+
+    for (const QString &path : {home.path(u"gone"_s), QString(), home.path(u"a\0b"_s), home.path(QChar(0xD83D))}) {
+        EXPECT_FALSE(fileExists(path));
+        EXPECT_EQ(contentsOfRegularFile(path), std::nullopt);
+    }
+}
+
+TEST_F(TextFile, FileOfMoreBytesThanTheMostIsNotGiven)
+{
+    const QString file = home.write(u"a"_s, "12345");
+
+    EXPECT_EQ(contentsOfRegularFile(file, 5), "12345");
+    EXPECT_EQ(contentsOfRegularFile(file, 4), std::nullopt);
+    EXPECT_EQ(contentsOfRegularFile(u"/proc/self/status"_s, 10), std::nullopt) << "whatever size it reports";
+}
+
+TEST_F(TextFile, FileThatNoMemoryCanHoldCannotBeRead)
+{
+    // A file of holes: nothing of it is on the disk.
+    const QString file = home.write(u"a"_s, "start");
+    constexpr off_t kEightTebibytes = off_t(8) << 40;
+    ASSERT_EQ(::truncate(file.toUtf8().constData(), kEightTebibytes), 0);
+
+    EXPECT_EQ(contentsOfRegularFile(file), std::nullopt);
+}
+
+TEST_F(TextFile, TextIsReadStrictly)
+{
+    EXPECT_EQ(textOfFile(home.write(u"a"_s, "caf\xC3\xA9")), u"caf\u00E9"_s);
+    EXPECT_EQ(textOfFile(home.write(u"b"_s, "caf\xC3")), std::nullopt);
+}
+
+TEST_F(TextFile, FileWithoutReadPermissionExistsAndCannotBeRead)
+{
+    const QString file = home.write(u"a"_s, "content");
+    const OrdinaryUser user({home.path(QString()), file});
+    ASSERT_EQ(::chmod(file.toUtf8().constData(), 0), 0);
+
+    EXPECT_TRUE(fileExists(file));
+    EXPECT_EQ(contentsOfRegularFile(file), std::nullopt);
+}

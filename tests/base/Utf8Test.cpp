@@ -1,0 +1,89 @@
+// Strict conversions between text and bytes.
+#include "base/Utf8.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct Bytes {
+    std::string name;
+    QByteArray bytes;
+};
+
+void PrintTo(const Bytes &bytes, std::ostream *output)
+{
+    *output << bytes.name;
+}
+
+std::string nameOf(const testing::TestParamInfo<Bytes> &info)
+{
+    return info.param.name;
+}
+
+class InvalidUtf8 : public testing::TestWithParam<Bytes>
+{
+};
+
+class ValidUtf8 : public testing::TestWithParam<Bytes>
+{
+};
+
+} // namespace
+
+TEST_P(InvalidUtf8, HasNoText)
+{
+    EXPECT_EQ(textFromUtf8(GetParam().bytes), std::nullopt);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Bytes, InvalidUtf8,
+    testing::Values(Bytes{"BadAtTheStart", "\xFF text"}, Bytes{"BadInTheMiddle", "te\xC3xt"},
+                    Bytes{"CutAtTheEndAfterOne", "text\xC3"}, Bytes{"CutAtTheEndAfterTwo", "text\xE2\x82"},
+                    Bytes{"CutAtTheEndAfterThree", "text\xF0\x9F\x98"}, Bytes{"LoneContinuation", "\x80"},
+                    Bytes{"OverlongSlash", "\xC0\xAF"}, Bytes{"OverlongOfThree", "\xE0\x80\xAF"},
+                    Bytes{"OverlongNul", "\xC0\x80"}, Bytes{"HighSurrogate", "\xED\xA0\x80"},
+                    Bytes{"SurrogatePair", "\xED\xA0\xBD\xED\xB8\x80"}, Bytes{"BeyondTheLast", "\xF4\x90\x80\x80"},
+                    Bytes{"FiveByteForm", "\xF8\x88\x80\x80\x80"}, Bytes{"Utf16Mark", QByteArray("\xFF\xFEt\0", 4)}),
+    nameOf);
+
+TEST_P(ValidUtf8, ComesBackAsTheSameBytes)
+{
+    const std::optional<QString> text = textFromUtf8(GetParam().bytes);
+
+    ASSERT_TRUE(text.has_value());
+    EXPECT_EQ(utf8FromText(*text), GetParam().bytes);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Bytes, ValidUtf8,
+    testing::Values(Bytes{"Empty", ""}, Bytes{"Mark", "\xEF\xBB\xBFtext"}, Bytes{"MarkAlone", "\xEF\xBB\xBF"},
+                    Bytes{"TwoMarks", "\xEF\xBB\xBF\xEF\xBB\xBF"}, Bytes{"Nul", QByteArray("a\0b\0", 4)},
+                    Bytes{"LineEnds", "a\r\nb\rc\n\xE2\x80\xA8"}, Bytes{"Emoji", "\xF0\x9F\x98\x80"},
+                    Bytes{"LastCharacter", "\xF4\x8F\xBF\xBF"}, Bytes{"Noncharacter", "\xEF\xBF\xBE\xEF\xB7\x90"},
+                    Bytes{"NoBreakSpace",
+                          "a\xC2\xA0"
+                          "b"}),
+    nameOf);
+
+TEST(Utf8, ByteOrderMarkIsACharacterOfTheText)
+{
+    EXPECT_EQ(textFromUtf8("\xEF\xBB\xBFx"), u"\uFEFFx"_s);
+}
+
+TEST(Utf8, UnpairedSurrogateHasNoBytes)
+{
+    EXPECT_EQ(utf8FromText(u"x"_s + QChar(0xD83D)), std::nullopt);
+    EXPECT_EQ(utf8FromText(QChar(0xDE00) + u"x"_s), std::nullopt);
+    EXPECT_EQ(utf8FromText(u"\U0001F600"_s), QByteArray("\xF0\x9F\x98\x80"));
+}
+
+TEST(Utf8, AsciiEndsAt7F)
+{
+    EXPECT_EQ(textFromAscii(QByteArray("a\0\x7F", 3)), u"a\0\x7F"_s);
+    EXPECT_EQ(textFromAscii("\x80"), std::nullopt);
+    EXPECT_EQ(textFromAscii(""), QString());
+}

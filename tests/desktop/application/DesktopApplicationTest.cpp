@@ -1,0 +1,65 @@
+// Bringing the application to the front, and ending it.
+#include "desktop/application/DesktopApplication.h"
+
+#include "support/WindowSupport.h"
+
+#include <QApplication>
+#include <QTimer>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class DesktopApplicationTest : public testing::Test
+{
+protected:
+    /// Runs the event loop, five seconds at most; gives its exit status, or -1 when it had to be stopped.
+    static int runEventLoop()
+    {
+        QTimer limit;
+        QObject::connect(&limit, &QTimer::timeout, [] { QCoreApplication::exit(-1); });
+        limit.start(5000);
+        return QCoreApplication::exec();
+    }
+
+    QWidget window;
+    DesktopApplication application{&window};
+};
+
+} // namespace
+
+TEST_F(DesktopApplicationTest, TerminateBeforeTheEventLoopEndsItWithStatus0)
+{
+    application.terminate(nullptr);
+    EXPECT_EQ(runEventLoop(), 0);
+}
+
+TEST_F(DesktopApplicationTest, TerminateFromTheEventLoopReturnsToItsCallerFirst)
+{
+    bool nextStepRan = false;
+    QTimer::singleShot(0, [&] {
+        application.terminate(nullptr);
+        EXPECT_FALSE(QCoreApplication::closingDown());
+        nextStepRan = true;
+    });
+    EXPECT_EQ(runEventLoop(), 0);
+    EXPECT_TRUE(nextStepRan);
+}
+
+TEST_F(DesktopApplicationTest, ActivateGivesTheWindowTheKeyboard)
+{
+    window.show();
+    QWidget other;
+    other.show();
+    other.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&other));
+    application.activate(platform::OtherApplications::Ignore);
+    EXPECT_TRUE(QTest::qWaitForWindowActive(&window));
+}
+
+TEST_F(DesktopApplicationTest, ActivateWithoutAWindowDoesNothing)
+{
+    DesktopApplication windowless(nullptr);
+    windowless.activate(platform::OtherApplications::Ignore);
+    EXPECT_EQ(QApplication::activeWindow(), nullptr);
+}

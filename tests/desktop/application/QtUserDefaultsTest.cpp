@@ -1,0 +1,397 @@
+// The settings in a real file, and what is made of a file that somebody else has written.
+#include "desktop/application/QtUserDefaults.h"
+
+#include "support/PrintQt.h"
+#include "support/ScopedVariable.h"
+#include "support/ScriptedLookups.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTimeZone>
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <limits>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString kCount = u"crashSubmissionCount"_s;
+const QString kDate = u"lastCrashSubmissionDate"_s;
+
+class UserDefaultsTest : public testing::Test
+{
+protected:
+    UserDefaultsTest() { QSettings::setPath(QSettings::NativeFormat, QSettings::SystemScope, everyone.path()); }
+
+    QString path() const { return user.filePath(u"Korvale/CrashReporter.conf"_s); }
+
+    QByteArray stored() const
+    {
+        QFile file(path());
+        return file.open(QFile::ReadOnly) ? file.readAll() : "no file"_ba;
+    }
+
+    static void write(const QString &path, const QByteArray &content)
+    {
+        QDir().mkpath(QFileInfo(path).path());
+        QFile file(path);
+        ASSERT_TRUE(file.open(QFile::WriteOnly));
+        file.write(content);
+    }
+
+    void aFileWith(const QByteArray &content) const { write(path(), "[General]\n" + content + "\n"); }
+
+    qint64 countIn(const QByteArray &value) const
+    {
+        aFileWith("crashSubmissionCount=" + value);
+        return QtUserDefaults().integerForKey(kCount);
+    }
+
+    const QTemporaryDir user;
+    const ScopedVariable configured{"XDG_CONFIG_HOME", user.path().toUtf8()};
+    const QTemporaryDir everyone;
+};
+
+} // namespace
+
+TEST_F(UserDefaultsTest, AnAbsentCountIsZeroAndAnAbsentObjectIsNothing)
+{
+    const QtUserDefaults defaults;
+
+    EXPECT_EQ(defaults.integerForKey(kCount), 0);
+    EXPECT_EQ(defaults.objectForKey(kDate), std::nullopt);
+}
+
+TEST_F(UserDefaultsTest, ACountComesBackInAnotherRun)
+{
+    for (const qint64 count :
+         {qint64(1), qint64(-1), std::numeric_limits<qint64>::max(), std::numeric_limits<qint64>::min()}) {
+        {
+            QtUserDefaults defaults;
+            defaults.setIntegerForKey(count, kCount);
+            EXPECT_EQ(defaults.integerForKey(kCount), count);
+            defaults.synchronize();
+        }
+        EXPECT_EQ(QtUserDefaults().integerForKey(kCount), count);
+    }
+}
+
+TEST_F(UserDefaultsTest, ADateComesBackExactToTheMillisecond)
+{
+    const QDateTime date(QDate(2026, 11, 2), QTime(10, 15, 30, 123), QTimeZone::utc());
+    {
+        QtUserDefaults defaults;
+        defaults.setObjectForKey(date, kDate);
+        defaults.synchronize();
+    }
+
+    const std::optional<QVariant> found = QtUserDefaults().objectForKey(kDate);
+
+    ASSERT_NE(found, std::nullopt);
+    EXPECT_EQ(found->metaType(), QMetaType::fromType<QDateTime>());
+    EXPECT_EQ(found->toDateTime().toMSecsSinceEpoch(), date.toMSecsSinceEpoch());
+}
+
+TEST_F(UserDefaultsTest, ATextInThePlaceOfTheDateStaysAText)
+{
+    aFileWith("lastCrashSubmissionDate=2026-11-02T10:15:00");
+
+    const std::optional<QVariant> found = QtUserDefaults().objectForKey(kDate);
+
+    ASSERT_NE(found, std::nullopt);
+    EXPECT_EQ(found->metaType(), QMetaType::fromType<QString>());
+    EXPECT_EQ(found->toString(), u"2026-11-02T10:15:00"_s);
+}
+
+TEST_F(UserDefaultsTest, ValuesAreInTheFileAsSoonAsTheyAreSynchronized)
+{
+    QtUserDefaults defaults;
+    defaults.setIntegerForKey(12, kCount);
+    defaults.setObjectForKey(QDateTime(QDate(2026, 11, 2), QTime(10, 15), QTimeZone::utc()), kDate);
+
+    defaults.synchronize();
+
+    EXPECT_TRUE(stored().contains("crashSubmissionCount=12\n"));
+    EXPECT_TRUE(stored().contains("lastCrashSubmissionDate=@DateTime("));
+}
+
+TEST_F(UserDefaultsTest, SynchronizedValuesSurviveTheProcessEndingAtOnce)
+{
+    EXPECT_EXIT(
+        {
+            QtUserDefaults defaults;
+            defaults.setIntegerForKey(7, kCount);
+            defaults.synchronize();
+            _exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+
+    EXPECT_EQ(QtUserDefaults().integerForKey(kCount), 7);
+}
+
+TEST_F(UserDefaultsTest, OtherValuesInTheFileStay)
+{
+    aFileWith("crashSubmissionCount=3\nsomethingElse=kept");
+    {
+        QtUserDefaults defaults;
+        defaults.setIntegerForKey(4, kCount);
+        defaults.synchronize();
+    }
+
+    EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
+    EXPECT_TRUE(stored().contains("somethingElse=kept\n"));
+}
+
+TEST_F(UserDefaultsTest, AWholeNumberAsTextCounts)
+{
+    EXPECT_EQ(countIn("\"12\""), 12);
+    EXPECT_EQ(countIn("-5"), -5);
+    EXPECT_EQ(countIn("9223372036854775807"), std::numeric_limits<qint64>::max());
+}
+
+TEST_F(UserDefaultsTest, WhatIsNoWholeNumberCountsAsZero)
+{
+    for (const char *value :
+         {"", "twelve", "12abc", "3.7", "9223372036854775808", "0x1f", "1, 2, 3", "true", "@Invalid()",
+          "@ByteArray(\\xff)", "@Variant(\\0\\0\\0\\x10)", "@DateTime(\\0)", "@Rect(1 2 3 4)"}) {
+        EXPECT_EQ(countIn(value), 0) << value;
+    }
+}
+
+TEST_F(UserDefaultsTest, AFractionCountsAsZeroAndIsNotRounded)
+{
+    QtUserDefaults defaults;
+
+    defaults.setObjectForKey(3.7, kCount);
+
+    EXPECT_EQ(defaults.integerForKey(kCount), 0);
+}
+
+TEST_F(UserDefaultsTest, ABrokenDateIsNoDateAndNoCrash)
+{
+    for (const char *value : {"@DateTime()", "@DateTime(\\0\\0)", "@Variant(\\0\\0\\0\\x10\\0)", "@Invalid()"}) {
+        aFileWith("lastCrashSubmissionDate=" + QByteArray(value));
+        const std::optional<QVariant> found = QtUserDefaults().objectForKey(kDate);
+        EXPECT_FALSE(found && found->toDateTime().isValid()) << value;
+    }
+}
+
+TEST_F(UserDefaultsTest, AFileThatIsNoSettingsFileIsNoCrash)
+{
+    write(path(), QByteArray("\0\xff\xfe[[[\n=\n]\x01", 12));
+    QtUserDefaults defaults;
+
+    EXPECT_EQ(defaults.integerForKey(kCount), 0);
+    defaults.setIntegerForKey(1, kCount);
+    defaults.synchronize();
+}
+
+TEST_F(UserDefaultsTest, SettingsOfTheWholeSystemAreNotTheUsers)
+{
+    write(everyone.filePath(u"Korvale/CrashReporter.conf"_s), "[General]\ncrashSubmissionCount=99\n");
+    write(everyone.filePath(u"Korvale.conf"_s), "[General]\ncrashSubmissionCount=98\n");
+
+    EXPECT_EQ(QtUserDefaults().integerForKey(kCount), 0);
+}
+
+TEST_F(UserDefaultsTest, SettingsOfTheWholeOrganisationAreNotTheProgrammes)
+{
+    write(user.filePath(u"Korvale.conf"_s), "[General]\ncrashSubmissionCount=99\n");
+
+    EXPECT_EQ(QtUserDefaults().integerForKey(kCount), 0);
+}
+
+TEST_F(UserDefaultsTest, AStoreWhoseFolderCannotBeMadeIsNoErrorAndKeepsTheValuesForThisRun)
+{
+    // A file where the folder should be.
+    write(user.filePath(u"Korvale"_s), "in the way");
+    QtUserDefaults defaults;
+
+    defaults.setIntegerForKey(5, kCount);
+    defaults.synchronize();
+
+    EXPECT_EQ(defaults.integerForKey(kCount), 5);
+    EXPECT_EQ(QDir(user.path()).entryList(QDir::Files), QStringList{u"Korvale"_s});
+}
+
+TEST_F(UserDefaultsTest, AStoreThatIsAFolderIsNoError)
+{
+    QDir().mkpath(path() + u"/inside"_s);
+    QtUserDefaults defaults;
+
+    defaults.setIntegerForKey(5, kCount);
+    defaults.synchronize();
+
+    EXPECT_TRUE(QFileInfo(path()).isDir());
+}
+
+TEST_F(UserDefaultsTest, AStoreThatCannotBeReplacedKeepsItsFormerContentWhole)
+{
+    if (geteuid() == 0) {
+        // The rules about who may write do not hold for root; an ordinary user does the writing.
+        ASSERT_EQ(chown(user.path().toLocal8Bit(), 65534, 65534), 0);
+    }
+    aFileWith("crashSubmissionCount=3");
+    const QByteArray before = stored();
+    const QString storeFolder = QFileInfo(path()).path();
+    ASSERT_TRUE(QFile::setPermissions(path(), QFile::ReadOwner | QFile::ReadOther));
+    ASSERT_TRUE(
+        QFile::setPermissions(storeFolder, QFile::ReadOwner | QFile::ExeOwner | QFile::ReadOther | QFile::ExeOther));
+
+    EXPECT_EXIT(
+        {
+            if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) {
+                _exit(2);
+            }
+            QtUserDefaults defaults;
+            defaults.setIntegerForKey(4, kCount);
+            defaults.synchronize();
+            _exit(defaults.integerForKey(kCount) == 4 ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+
+    EXPECT_EQ(stored(), before);
+    EXPECT_EQ(QDir(storeFolder).entryList(QDir::Files | QDir::Hidden), QStringList{u"CrashReporter.conf"_s});
+    QFile::setPermissions(storeFolder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
+TEST_F(UserDefaultsTest, AHomeThatDoesNotExistIsNoError)
+{
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, u"/proc/self/no such home/.config"_s);
+    QtUserDefaults defaults;
+
+    defaults.setIntegerForKey(5, kCount);
+    defaults.synchronize();
+
+    EXPECT_EQ(defaults.integerForKey(kCount), 5);
+}
+
+TEST_F(UserDefaultsTest, AStoreThatIsALinkToAFifoLeavesTheFifoInPlace)
+{
+    const QString fifo = user.filePath(u"fifo"_s);
+    ASSERT_EQ(mkfifo(fifo.toLocal8Bit().constData(), 0600), 0);
+    QDir().mkpath(QFileInfo(path()).path());
+    ASSERT_TRUE(QFile::link(fifo, path()));
+    // Readable and writable at once, so that whoever opens the fifo does not wait.
+    const int held = open(fifo.toLocal8Bit().constData(), O_RDWR | O_NONBLOCK);
+    ASSERT_GE(held, 0);
+
+    QtUserDefaults defaults;
+    defaults.setIntegerForKey(5, kCount);
+    defaults.synchronize();
+
+    struct stat status = {};
+    ASSERT_EQ(stat(fifo.toLocal8Bit().constData(), &status), 0);
+    EXPECT_TRUE(S_ISFIFO(status.st_mode));
+    close(held);
+}
+
+TEST_F(UserDefaultsTest, AFifoInPlaceOfTheStoreIsNotWaitedForAndStays)
+{
+    QDir().mkpath(QFileInfo(path()).path());
+    ASSERT_EQ(mkfifo(path().toLocal8Bit().constData(), 0600), 0);
+
+    QtUserDefaults defaults;
+    EXPECT_EQ(defaults.integerForKey(kCount), 0);
+    defaults.setIntegerForKey(5, kCount);
+    defaults.synchronize();
+
+    struct stat status = {};
+    ASSERT_EQ(stat(path().toLocal8Bit().constData(), &status), 0);
+    EXPECT_TRUE(S_ISFIFO(status.st_mode));
+}
+
+TEST_F(UserDefaultsTest, ALinkToAFileStaysALink)
+{
+    const QString file = user.filePath(u"elsewhere.conf"_s);
+    write(file, "[General]\ncrashSubmissionCount=3\n");
+    QDir().mkpath(QFileInfo(path()).path());
+    ASSERT_TRUE(QFile::link(file, path()));
+
+    QtUserDefaults defaults;
+    defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
+    defaults.synchronize();
+
+    EXPECT_TRUE(QFileInfo(path()).isSymLink());
+    EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
+}
+
+TEST_F(UserDefaultsTest, WithoutAConfigurationFolderTheStoreIsInTheHomeThatTheSystemKnows)
+{
+    for (const std::optional<QByteArray> &value :
+         {std::optional<QByteArray>(), std::optional<QByteArray>("relative")}) {
+        const QTemporaryDir home;
+        const ScopedVariable unset("XDG_CONFIG_HOME", value);
+        ScriptedLookups lookups;
+        lookups.home = home.path();
+        const platform::LocalLookupsScope scope(lookups);
+
+        QtUserDefaults defaults;
+        defaults.setIntegerForKey(5, kCount);
+        defaults.synchronize();
+
+        EXPECT_TRUE(QFileInfo(home.filePath(u".config/Korvale/CrashReporter.conf"_s)).isFile());
+    }
+}
+
+TEST_F(UserDefaultsTest, WithoutAHomeNothingIsStoredAndNothingFails)
+{
+    const ScopedVariable unset("XDG_CONFIG_HOME", std::nullopt);
+    ScriptedLookups lookups;
+    lookups.home = std::nullopt;
+    const platform::LocalLookupsScope scope(lookups);
+
+    QtUserDefaults defaults;
+    defaults.setIntegerForKey(5, kCount);
+    defaults.synchronize();
+
+    EXPECT_EQ(QtUserDefaults().integerForKey(kCount), 0);
+    EXPECT_EQ(QtUserDefaults().objectForKey(kDate), std::nullopt);
+}
+
+TEST_F(UserDefaultsTest, ALockThatNobodyGivesUpLeavesTheStoreAsItIs)
+{
+    aFileWith("crashSubmissionCount=3");
+    write(path() + u".lock"_s, "");
+
+    QtUserDefaults defaults;
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+
+    EXPECT_TRUE(stored().contains("crashSubmissionCount=3\n"));
+    EXPECT_EQ(defaults.integerForKey(kCount), 4) << "this run goes on counting";
+}
+
+TEST_F(UserDefaultsTest, ALockThatIsNoFileIsNotWaitedFor)
+{
+    aFileWith("crashSubmissionCount=3");
+    ASSERT_EQ(mkfifo((path() + u".lock"_s).toLocal8Bit().constData(), 0600), 0);
+
+    QtUserDefaults defaults;
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+
+    EXPECT_TRUE(stored().contains("crashSubmissionCount=3\n"));
+}
+
+TEST_F(UserDefaultsTest, WhatALockKeptBackIsStoredWithTheNext)
+{
+    write(path() + u".lock"_s, "");
+    QtUserDefaults defaults;
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+    QFile::remove(path() + u".lock"_s);
+
+    defaults.synchronize();
+
+    EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
+}

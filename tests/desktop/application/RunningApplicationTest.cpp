@@ -1,0 +1,372 @@
+// The running application: the files that reach it, when launching finishes, what an alert holds up, and its end.
+#include "desktop/application/RunningApplication.h"
+
+#include "desktop/window/HeadlineLabel.h"
+#include "desktop/window/ReportTextView.h"
+#include "support/WindowSupport.h"
+
+#include <QApplication>
+#include <QFile>
+#include <QFileOpenEvent>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <QToolButton>
+
+#include <functional>
+#include <utility>
+#include <vector>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QByteArray kConflicting = "loaded: com.unsanity.ape";
+const QString kConflictAlert = u"Unsanity Application Enhancer is installed"_s;
+const QString kAddressAlert = u"Invalid email format."_s;
+
+/// The window of the running application; there is one.
+ReportWindow &reportWindow()
+{
+    const QWidgetList widgets = QApplication::topLevelWidgets();
+    for (QWidget *widget : widgets) {
+        if (auto *window = qobject_cast<ReportWindow *>(widget)) {
+            return *window;
+        }
+    }
+    qFatal("The application has no report window.");
+}
+
+/// Acts while alerts are up, and dismisses each of them.
+class Alerts
+{
+public:
+    /// The steps are taken while the first alert is up, each in a turn of the event loop of its own.
+    explicit Alerts(std::vector<std::function<void()>> stepsToTake = {})
+        : steps(std::move(stepsToTake))
+    {
+        QObject::connect(&look, &QTimer::timeout, [this] { meet(); });
+        look.start(1);
+    }
+
+    QStringList titles; ///< Of the alerts that came up, in their order.
+
+private:
+    void meet()
+    {
+        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+        if (!box || !box->isVisible() || box == met) {
+            return;
+        }
+        met = box;
+        titles << box->text();
+        for (const std::function<void()> &step : std::exchange(steps, {})) {
+            QMetaObject::invokeMethod(box, step, Qt::QueuedConnection);
+        }
+        // Not from here: a step that brings another alert up needs this timer for that one.
+        QMetaObject::invokeMethod(box, &QWidget::close, Qt::QueuedConnection);
+    }
+
+    std::vector<std::function<void()>> steps;
+    QPointer<QMessageBox> met;
+    QTimer look;
+};
+
+class RunningApplicationTest : public testing::Test
+{
+protected:
+    RunningApplicationTest() { QApplication::setQuitOnLastWindowClosed(false); }
+    ~RunningApplicationTest() override { QApplication::setQuitOnLastWindowClosed(true); }
+
+    /// Writes a crash log and gives its path.
+    QString crashLog(const QString &name, const QByteArray &content) const
+    {
+        const QString path = folder.filePath(name);
+        QFile file(path);
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        EXPECT_EQ(file.write(content), content.size());
+        return path;
+    }
+
+    /// Makes the application with the words on its command line.
+    void start(const QStringList &words = {})
+    {
+        std::vector<QByteArray> texts = {"korvale-crash-reporter"};
+        for (const QString &word : words) {
+            texts.push_back(word.toUtf8());
+        }
+        std::vector<char *> arguments;
+        for (QByteArray &text : texts) {
+            arguments.push_back(text.data());
+        }
+        processInfo = std::make_unique<QtProcessInfo>(static_cast<int>(arguments.size()), arguments.data());
+        application = std::make_unique<RunningApplication>(*processInfo);
+    }
+
+    /// Starts the application with a report in its shown window.
+    void startWithReport()
+    {
+        start({crashLog(u"Harbour_1.crash"_s, "first report")});
+        application->launch();
+        ASSERT_TRUE(comesTrue([] { return reportWindow().isVisible(); }));
+    }
+
+    /// Queues the launch and runs the event loop, as the program does; gives the exit status, or -1 after five seconds.
+    int run()
+    {
+        QTimer limit;
+        QObject::connect(&limit, &QTimer::timeout, [] { QCoreApplication::exit(-1); });
+        limit.start(5000);
+        QMetaObject::invokeMethod(application.get(), &RunningApplication::launch, Qt::QueuedConnection);
+        return QCoreApplication::exec();
+    }
+
+    /// The system opens the file onto the application.
+    static void open(const QString &path)
+    {
+        QFileOpenEvent event(path);
+        QCoreApplication::sendEvent(qApp, &event);
+    }
+
+    static void drop(const QStringList &paths)
+    {
+        QMimeData data;
+        QList<QUrl> urls;
+        for (const QString &path : paths) {
+            urls << QUrl::fromLocalFile(path);
+        }
+        data.setUrls(urls);
+        ReportWindow &window = reportWindow();
+        const QPoint centre = window.rect().center();
+        QDragEnterEvent enter(centre, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(&window, &enter);
+        QDropEvent event(centre, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(&window, &event);
+    }
+
+    static QString report() { return child<ReportTextView>(reportWindow(), "logText").string(); }
+    static bool headlineNames(const QString &name)
+    {
+        return child<HeadlineLabel>(reportWindow(), "initialInfo").text().startsWith(name + u" crashed"_s);
+    }
+    static bool paneIsShown() { return child<ReportTextView>(reportWindow(), "logText").isVisible(); }
+
+    QTemporaryDir folder;
+    std::unique_ptr<QtProcessInfo> processInfo;
+    std::unique_ptr<RunningApplication> application;
+};
+
+} // namespace
+
+// Launching
+
+TEST_F(RunningApplicationTest, FilesOfTheCommandLineAreOpenedAtOnceAndLaunchingFinishesATurnLater)
+{
+    start({crashLog(u"Harbour_1.crash"_s, "harbour"), crashLog(u"Beacon_1.crash"_s, "beacon")});
+
+    application->launch();
+
+    EXPECT_EQ(report(), u"beacon"_s);
+    EXPECT_FALSE(reportWindow().isVisible());
+    QCoreApplication::sendPostedEvents(application.get(), QEvent::MetaCall);
+    EXPECT_TRUE(reportWindow().isVisible());
+    EXPECT_TRUE(headlineNames(u"Beacon"_s));
+}
+
+TEST_F(RunningApplicationTest, FileThatTheSystemOpensInTheTurnOfTheLaunchIsLoadedBeforeLaunchingFinishes)
+{
+    start();
+    QMetaObject::invokeMethod(application.get(), &RunningApplication::launch, Qt::QueuedConnection);
+    QCoreApplication::postEvent(qApp, new QFileOpenEvent(crashLog(u"Harbour_1.crash"_s, "harbour")));
+
+    EXPECT_TRUE(comesTrue([] { return reportWindow().isVisible(); }));
+
+    EXPECT_EQ(report(), u"harbour"_s);
+    EXPECT_TRUE(headlineNames(u"Harbour"_s));
+}
+
+TEST_F(RunningApplicationTest, FileThatTheSystemOpensBetweenLaunchAndItsEndTakesThePlaceOfTheCommandLines)
+{
+    start({crashLog(u"Harbour_1.crash"_s, "harbour")});
+    application->launch();
+
+    open(crashLog(u"Beacon_1.crash"_s, "beacon"));
+
+    ASSERT_TRUE(comesTrue([] { return reportWindow().isVisible(); }));
+    EXPECT_EQ(report(), u"beacon"_s);
+    EXPECT_TRUE(headlineNames(u"Beacon"_s));
+}
+
+TEST_F(RunningApplicationTest, LaunchingFinishesAfterEveryFileThatAnAlertHeldUp)
+{
+    const QString beacon = crashLog(u"Beacon_1.crash"_s, "beacon");
+    start({crashLog(u"Harbour_1.crash"_s, kConflicting), crashLog(u"Anchor_1.crash"_s, "anchor")});
+    Alerts alerts({[&] { open(beacon); }, [] { EXPECT_EQ(report(), QString()); }});
+
+    application->launch();
+
+    EXPECT_EQ(alerts.titles, QStringList{kConflictAlert});
+    ASSERT_TRUE(comesTrue([] { return reportWindow().isVisible(); }));
+    EXPECT_EQ(report(), u"anchor"_s);
+    EXPECT_TRUE(headlineNames(u"Anchor"_s));
+}
+
+TEST_F(RunningApplicationTest, RemoteNameAndLogOfTheCommandLineAreShownWithoutAnAlert)
+{
+    Alerts alerts;
+    start({u"-remotename"_s, u"build-mac-3"_s, u"-style"_s, u"windows"_s, u"-log"_s,
+           crashLog(u"Harbour_1.crash"_s, kConflicting)});
+
+    application->launch();
+
+    ASSERT_TRUE(comesTrue([] { return reportWindow().isVisible(); }));
+    EXPECT_TRUE(headlineNames(u"The client running on build-mac-3"_s));
+    EXPECT_EQ(report(), QString::fromLatin1(kConflicting));
+    EXPECT_EQ(alerts.titles, QStringList());
+}
+
+// Files that come later
+
+TEST_F(RunningApplicationTest, FileThatTheSystemOpensLaterReplacesTheReportAlone)
+{
+    startWithReport();
+
+    open(crashLog(u"Beacon_1.crash"_s, "beacon"));
+
+    EXPECT_EQ(report(), u"beacon"_s);
+    EXPECT_TRUE(headlineNames(u"Harbour"_s));
+}
+
+TEST_F(RunningApplicationTest, DroppedFilesReplaceTheReportInTheirOrder)
+{
+    startWithReport();
+    const QString beacon = crashLog(u"Beacon_1.crash"_s, "beacon");
+    const QString anchor = crashLog(u"Anchor_1.crash"_s, "anchor");
+
+    drop({beacon, anchor});
+    EXPECT_EQ(report(), u"anchor"_s);
+
+    drop({anchor, beacon});
+    EXPECT_EQ(report(), u"beacon"_s);
+}
+
+TEST_F(RunningApplicationTest, EachOfSeveralDroppedFilesIsLoaded)
+{
+    startWithReport();
+    Alerts alerts;
+
+    drop({crashLog(u"Beacon_1.crash"_s, kConflicting), crashLog(u"Anchor_1.crash"_s, "net.culater.SIMBL")});
+
+    EXPECT_TRUE(comesTrue([] { return report() == u"net.culater.SIMBL"; }));
+    EXPECT_EQ(alerts.titles, (QStringList{kConflictAlert, u"SIMBL is installed"_s}));
+}
+
+// While an alert is up
+
+TEST_F(RunningApplicationTest, FilesThatComeWhileAnAlertIsUpWaitUntilTheFirstIsLoaded)
+{
+    startWithReport();
+    const QString opened = crashLog(u"Beacon_1.crash"_s, "opened");
+    const QString dropped = crashLog(u"Anchor_1.crash"_s, "dropped");
+    QString heldUp;
+    Alerts alerts({[&] {
+                       open(opened);
+                       drop({dropped});
+                   },
+                   [&] { heldUp = report(); }});
+
+    open(crashLog(u"Harbour_2.crash"_s, kConflicting));
+
+    EXPECT_EQ(alerts.titles, QStringList{kConflictAlert});
+    EXPECT_EQ(heldUp, u"first report"_s);
+    EXPECT_EQ(report(), QString::fromLatin1(kConflicting)) << "the others come from the event loop";
+    EXPECT_TRUE(comesTrue([] { return report() == u"dropped"; }));
+}
+
+TEST_F(RunningApplicationTest, SubmittingWhileAnAlertIsUpIsDropped)
+{
+    startWithReport();
+    child<QLineEdit>(reportWindow(), "emailText").setText(u"anna"_s);
+    auto &submit = child<QPushButton>(reportWindow(), "submitBtn");
+    Alerts alerts({[&] { submit.click(); }});
+
+    open(crashLog(u"Harbour_2.crash"_s, kConflicting));
+    QCoreApplication::processEvents();
+    EXPECT_EQ(alerts.titles, QStringList{kConflictAlert});
+
+    submit.click();
+    EXPECT_EQ(alerts.titles, (QStringList{kConflictAlert, kAddressAlert}));
+}
+
+TEST_F(RunningApplicationTest, DisclosingWhileAnAlertIsUpWaitsSoThatTriangleAndPaneAgree)
+{
+    startWithReport();
+    auto &triangle = child<QToolButton>(reportWindow(), "disclosureBtn");
+    ASSERT_FALSE(paneIsShown());
+    bool shownBehindTheAlert = true;
+    Alerts alerts({[&] {
+        triangle.click();
+        shownBehindTheAlert = paneIsShown();
+    }});
+
+    open(crashLog(u"Harbour_2.crash"_s, kConflicting));
+
+    EXPECT_FALSE(shownBehindTheAlert);
+    EXPECT_TRUE(comesTrue([] { return paneIsShown(); }));
+    EXPECT_TRUE(triangle.isChecked());
+}
+
+TEST_F(RunningApplicationTest, CancellingWhileAnAlertIsUpIsDropped)
+{
+    startWithReport();
+    // Locked, as it is while a report is being sent.
+    reportWindow().controls().emailText.setEnabled(false);
+    auto &address = child<QLineEdit>(reportWindow(), "emailText");
+    auto &cancel = child<QPushButton>(reportWindow(), "cancelBtn");
+    Alerts alerts({[&] { cancel.click(); }});
+
+    open(crashLog(u"Harbour_2.crash"_s, kConflicting));
+    QCoreApplication::processEvents();
+    EXPECT_EQ(alerts.titles, QStringList{kConflictAlert});
+    EXPECT_FALSE(address.isEnabled());
+
+    cancel.click();
+    EXPECT_TRUE(address.isEnabled());
+}
+
+// The end
+
+TEST_F(RunningApplicationTest, LaunchingWithoutAReportQuitsAndShowsNothing)
+{
+    start({folder.filePath(u"gone_1.crash"_s)});
+    QSignalSpy quitting(qApp, &QCoreApplication::aboutToQuit);
+
+    EXPECT_EQ(run(), 0);
+
+    EXPECT_EQ(quitting.count(), 1);
+    EXPECT_FALSE(reportWindow().isVisible());
+}
+
+TEST_F(RunningApplicationTest, ClosingTheWindowQuits)
+{
+    start({crashLog(u"Harbour_1.crash"_s, "harbour")});
+    QSignalSpy quitting(qApp, &QCoreApplication::aboutToQuit);
+    bool wasShown = false;
+    QTimer look;
+    QObject::connect(&look, &QTimer::timeout, [&] {
+        if (reportWindow().isVisible()) {
+            wasShown = true;
+            reportWindow().close();
+        }
+    });
+    look.start(1);
+
+    EXPECT_EQ(run(), 0);
+
+    EXPECT_TRUE(wasShown);
+    EXPECT_EQ(quitting.count(), 1);
+}

@@ -1,0 +1,107 @@
+// The description with lines of any length: which ones wrap, and what that keeps.
+#include "desktop/window/DescriptionEdit.h"
+
+#include "support/WindowSupport.h"
+
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QTextBlock>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr qsizetype kVeryLong = 1'000'000;
+
+class DescriptionEditTest : public testing::Test
+{
+protected:
+    void show()
+    {
+        edit.resize(400, 200);
+        edit.show();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(&edit));
+    }
+
+    void paste(const QString &text)
+    {
+        QGuiApplication::clipboard()->setText(text);
+        edit.paste();
+    }
+
+    bool wraps() const { return edit.lineWrapMode() == QPlainTextEdit::WidgetWidth; }
+
+    /// Lines that the paragraphs are laid out in.
+    int shownLines() const { return edit.document()->lineCount(); }
+
+    DescriptionEdit edit;
+};
+
+} // namespace
+
+TEST_F(DescriptionEditTest, OrdinaryParagraphsWrap)
+{
+    show();
+    paste(u"many words "_s.repeated(200));
+    EXPECT_TRUE(wraps());
+    EXPECT_GT(shownLines(), 5);
+}
+
+TEST_F(DescriptionEditTest, ManyParagraphsWrapHoweverLongTheTextIs)
+{
+    show();
+    paste(u"many words\n"_s.repeated(20'000));
+    EXPECT_TRUE(wraps());
+}
+
+TEST_F(DescriptionEditTest, VeryLongParagraphDoesNotWrapAndIsKeptWhole)
+{
+    show();
+    const QString text(kVeryLong, u'x');
+    paste(text);
+    EXPECT_FALSE(wraps());
+    EXPECT_EQ(edit.typedText(), text);
+}
+
+TEST_F(DescriptionEditTest, VeryLongParagraphBetweenOthersDoesNotWrap)
+{
+    show();
+    paste(u"first\nlast"_s);
+    edit.moveCursor(QTextCursor::Start);
+    paste(u"a\n"_s + QString(kVeryLong, u'x') + u"\nb"_s);
+    EXPECT_FALSE(wraps());
+}
+
+TEST_F(DescriptionEditTest, SetTextDoesNotWrapEither)
+{
+    show();
+    edit.setPlainText(QString(kVeryLong, u'x'));
+    EXPECT_FALSE(wraps());
+    edit.setPlainText(u"short"_s);
+    EXPECT_TRUE(wraps());
+}
+
+TEST_F(DescriptionEditTest, WrapsAgainWhenTheLastVeryLongParagraphIsGone)
+{
+    show();
+    paste(QString(kVeryLong, u'x') + u'\n' + QString(kVeryLong, u'y'));
+    edit.moveCursor(QTextCursor::Start);
+    edit.moveCursor(QTextCursor::EndOfBlock, QTextCursor::KeepAnchor);
+    edit.textCursor().removeSelectedText();
+    EXPECT_FALSE(wraps());
+    edit.selectAll();
+    edit.textCursor().removeSelectedText();
+    EXPECT_TRUE(wraps());
+    paste(u"many words "_s.repeated(200));
+    EXPECT_GT(shownLines(), 5);
+}
+
+TEST_F(DescriptionEditTest, UndoingAVeryLongPasteWrapsAgain)
+{
+    show();
+    paste(u"before"_s);
+    paste(QString(kVeryLong, u'x'));
+    edit.undo();
+    EXPECT_EQ(edit.typedText(), u"before"_s);
+    EXPECT_TRUE(wraps());
+}

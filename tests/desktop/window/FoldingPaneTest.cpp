@@ -1,0 +1,444 @@
+// The window's frame and the pane that folds: coordinates, animation, held windows and what never moves.
+#include "support/WindowSupport.h"
+
+#include <QApplication>
+#include <QLayout>
+#include <QLineEdit>
+#include <QProxyStyle>
+#include <QScreen>
+#include <QStyle>
+
+#include <algorithm>
+#include <array>
+#include <set>
+#include <vector>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class StyleWithoutAnimations : public QProxyStyle
+{
+public:
+    int styleHint(StyleHint hint, const QStyleOption *option, const QWidget *widget,
+                  QStyleHintReturn *data) const override
+    {
+        return hint == SH_Widget_Animation_Duration ? 0 : QProxyStyle::styleHint(hint, option, widget, data);
+    }
+};
+
+/// Records every height that the window goes through, and where a widget of the form lies each time anything moves.
+class MovementRecorder : public QObject
+{
+public:
+    MovementRecorder(QWidget &topLevel, const QList<QWidget *> &observedWidgets)
+        : window(topLevel)
+        , observed(observedWidgets)
+    {
+        window.installEventFilter(this);
+        for (QWidget *widget : observed) {
+            places.insert(placeOf(*widget));
+            widget->installEventFilter(this);
+        }
+    }
+
+    bool eventFilter(QObject *object, QEvent *event) override
+    {
+        if (event->type() != QEvent::Resize && event->type() != QEvent::Move)
+            return false;
+        if (object == &window) {
+            heights.push_back(window.height());
+            tops.insert(window.y());
+        }
+        for (QWidget *widget : observed)
+            places.insert(placeOf(*widget));
+        return false;
+    }
+
+    std::vector<int> heights;
+    std::set<int> tops;
+    std::set<std::array<int, 5>> places; ///< Which widget, and its rectangle in the window.
+
+private:
+    std::array<int, 5> placeOf(const QWidget &widget) const
+    {
+        const QPoint corner = widget.mapTo(&window, QPoint(0, 0));
+        return {static_cast<int>(observed.indexOf(&widget)), corner.x(), corner.y(), widget.width(), widget.height()};
+    }
+
+    QWidget &window;
+    QList<QWidget *> observed;
+};
+
+class FoldingPaneTest : public testing::Test
+{
+protected:
+    void show()
+    {
+        toggleDisclosure(controls);
+        controls.mainWindow.makeKeyAndOrderFront(nullptr);
+        ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+        window.move(40, 30);
+    }
+
+    void toggleAndWait()
+    {
+        toggleDisclosure(controls);
+        waitForRest();
+    }
+
+    /// Waits until the window has the frame that was asked for and divides itself freely again.
+    void waitForRest()
+    {
+        const int unfolded = controls.logView.isHidden() ? 0 : paneHeight();
+        ASSERT_TRUE(comesTrue([&] {
+            return window.height() == static_cast<int>(controls.mainWindow.frame().height)
+                && pane.isVisible() != controls.logView.isHidden() && form.height() == window.height() - unfolded
+                && window.minimumHeight() == form.layout()->totalMinimumHeightForWidth(window.width()) + unfolded;
+        }));
+    }
+
+    int paneHeight() const { return static_cast<int>(controls.logView.frame().height); }
+
+    ReportWindow window;
+    ReportControls controls = window.controls();
+    QWidget &form = child<QWidget>(window, "form");
+    QWidget &pane = child<QWidget>(window, "logView");
+    QWidget &description = child<QWidget>(window, "infoText");
+    QWidget &triangle = child<QWidget>(window, "disclosureBtn");
+    QWidget &submit = child<QWidget>(window, "submitBtn");
+};
+
+} // namespace
+
+TEST_F(FoldingPaneTest, FrameCountsFromTheBottomLeftOfTheScreenUpwards)
+{
+    window.setGeometry(70, 90, 640, 500);
+    const QRect screen = QGuiApplication::primaryScreen()->geometry();
+    const platform::Rect expected{70, screen.height() - 90.0 - window.height(), static_cast<double>(window.width()),
+                                  static_cast<double>(window.height())};
+    EXPECT_EQ(controls.mainWindow.frame(), expected);
+}
+
+TEST_F(FoldingPaneTest, FrameThatIsSetIsTheFrame)
+{
+    show();
+    const platform::Rect frame{25, 60, 700, 480};
+    controls.mainWindow.setFrameDisplayAnimate(frame, platform::Display::On, platform::Animation::Off);
+    EXPECT_EQ(controls.mainWindow.frame(), frame);
+    EXPECT_EQ(window.geometry(), QRect(25, QGuiApplication::primaryScreen()->geometry().height() - 540, 700, 480));
+}
+
+TEST_F(FoldingPaneTest, PaneIsVisibleInTheLayoutAndFoldedBeforeTheWindowIsShown)
+{
+    EXPECT_FALSE(controls.logView.isHidden());
+    const int unfoldedHeight = window.height();
+    toggleDisclosure(controls);
+    EXPECT_TRUE(controls.logView.isHidden());
+    EXPECT_EQ(window.height(), unfoldedHeight - paneHeight());
+    controls.mainWindow.makeKeyAndOrderFront(nullptr);
+    EXPECT_FALSE(pane.isVisible());
+    EXPECT_EQ(form.height(), window.height());
+}
+
+TEST_F(FoldingPaneTest, HiddenWindowTakesItsFrameAtOnce)
+{
+    const platform::Rect before = controls.mainWindow.frame();
+    toggleDisclosure(controls);
+    platform::Rect expected = before;
+    expected.height -= paneHeight();
+    expected.y += paneHeight();
+    EXPECT_EQ(controls.mainWindow.frame(), expected);
+    EXPECT_EQ(window.height(), static_cast<int>(expected.height));
+}
+
+TEST_F(FoldingPaneTest, PaneHasItsHeightAlsoWhileItIsFolded)
+{
+    const double height = controls.logView.frame().height;
+    EXPECT_GT(height, 0);
+    EXPECT_EQ(pane.height(), static_cast<int>(height));
+    show();
+    EXPECT_EQ(controls.logView.frame().height, height);
+    toggleAndWait();
+    EXPECT_EQ(controls.logView.frame().height, height);
+    EXPECT_EQ(pane.height(), static_cast<int>(height));
+}
+
+TEST_F(FoldingPaneTest, UnfoldingGrowsTheWindowAtItsBottomThroughHeightsInBetween)
+{
+    show();
+    const platform::Rect folded = controls.mainWindow.frame();
+    MovementRecorder recorder(window, {});
+    toggleAndWait();
+    platform::Rect expected = folded;
+    expected.height += paneHeight();
+    expected.y -= paneHeight();
+    EXPECT_EQ(controls.mainWindow.frame(), expected);
+    EXPECT_GT(recorder.heights.size(), 2U);
+    EXPECT_TRUE(std::is_sorted(recorder.heights.begin(), recorder.heights.end()));
+    EXPECT_EQ(recorder.tops, std::set<int>{window.y()});
+}
+
+TEST_F(FoldingPaneTest, FoldAfterUnfoldGivesTheFormerFrame)
+{
+    show();
+    const platform::Rect before = controls.mainWindow.frame();
+    toggleAndWait();
+    toggleAndWait();
+    EXPECT_EQ(controls.mainWindow.frame(), before);
+    EXPECT_EQ(window.y(), 30);
+}
+
+TEST_F(FoldingPaneTest, FrameIsTheOneAskedForWhileTheWindowIsOnItsWay)
+{
+    show();
+    platform::Rect asked = controls.mainWindow.frame();
+    asked.height += paneHeight();
+    asked.y -= paneHeight();
+    toggleDisclosure(controls);
+    EXPECT_LT(window.height(), static_cast<int>(asked.height));
+    EXPECT_EQ(controls.mainWindow.frame(), asked);
+}
+
+TEST_F(FoldingPaneTest, QuickClicksDoNotDrift)
+{
+    show();
+    const platform::Rect before = controls.mainWindow.frame();
+    for (int click = 0; click < 7; ++click) {
+        const int height = window.height();
+        toggleDisclosure(controls);
+        ASSERT_TRUE(comesTrue([&] { return window.height() != height; }));
+    }
+    toggleDisclosure(controls);
+    waitForRest();
+    EXPECT_EQ(controls.mainWindow.frame(), before);
+    EXPECT_TRUE(controls.logView.isHidden());
+}
+
+TEST_F(FoldingPaneTest, FormStaysWhereItIsAtEveryMoment)
+{
+    show();
+    MovementRecorder recorder(window, {&form, &description, &triangle, &submit});
+    const auto placesAtRest = recorder.places;
+    toggleAndWait();
+    toggleAndWait();
+    EXPECT_EQ(recorder.places, placesAtRest);
+    EXPECT_GT(recorder.heights.size(), 4U);
+}
+
+TEST_F(FoldingPaneTest, FormStaysWhereItIsWithoutAnimationsToo)
+{
+    StyleWithoutAnimations style;
+    window.setStyle(&style);
+    show();
+    MovementRecorder recorder(window, {&form, &description, &triangle, &submit});
+    const auto placesAtRest = recorder.places;
+    const int height = window.height();
+    toggleDisclosure(controls);
+    EXPECT_EQ(window.height(), height + paneHeight());
+    waitForRest();
+    toggleAndWait();
+    EXPECT_EQ(recorder.places, placesAtRest);
+    EXPECT_EQ(recorder.heights, (std::vector<int>{height + paneHeight(), height}));
+    window.setStyle(nullptr);
+}
+
+TEST_F(FoldingPaneTest, PaneStaysInViewUntilTheWindowHasClosedOverIt)
+{
+    show();
+    toggleAndWait();
+    toggleDisclosure(controls);
+    EXPECT_TRUE(controls.logView.isHidden());
+    EXPECT_TRUE(pane.isVisible());
+    waitForRest();
+    EXPECT_FALSE(pane.isVisible());
+}
+
+TEST_F(FoldingPaneTest, DescriptionTakesTheHeightThatTheUserGivesTheWindow)
+{
+    show();
+    toggleAndWait();
+    const int descriptionHeight = description.height();
+    window.resize(window.width(), window.height() + 75);
+    EXPECT_TRUE(comesTrue([&] { return description.height() == descriptionHeight + 75; }));
+    EXPECT_EQ(pane.height(), paneHeight());
+    EXPECT_EQ(pane.geometry().bottom(), window.rect().bottom());
+}
+
+TEST_F(FoldingPaneTest, HeightThatTheUserGaveTheWindowOutlastsFolding)
+{
+    show();
+    toggleAndWait();
+    window.resize(window.width(), window.height() + 75);
+    const int descriptionHeight = description.height();
+    toggleAndWait();
+    EXPECT_EQ(description.height(), descriptionHeight);
+    toggleAndWait();
+    EXPECT_EQ(description.height(), descriptionHeight);
+}
+
+TEST_F(FoldingPaneTest, UserCannotMakeTheWindowTooSmallForItsControls)
+{
+    show();
+    toggleAndWait();
+    window.resize(1, 1);
+    EXPECT_TRUE(form.rect().contains(submit.geometry()));
+    EXPECT_EQ(form.height() + pane.height(), window.height());
+    EXPECT_EQ(pane.height(), paneHeight());
+}
+
+TEST_F(FoldingPaneTest, WindowMovedWhileItUnfoldsStaysWhereItWasMoved)
+{
+    show();
+    const int height = window.height();
+    toggleDisclosure(controls);
+    window.move(90, 70);
+    waitForRest();
+    EXPECT_EQ(window.pos(), QPoint(90, 70));
+    EXPECT_EQ(window.height(), height + paneHeight());
+}
+
+class LargeLettersTest : public testing::TestWithParam<int>
+{
+protected:
+    LargeLettersTest()
+    {
+        QFont large = usual;
+        large.setPixelSize(GetParam());
+        QApplication::setFont(large);
+    }
+    ~LargeLettersTest() override { QApplication::setFont(usual); }
+
+    const QFont usual = QApplication::font();
+    const QSize available = QGuiApplication::primaryScreen()->availableSize();
+};
+
+TEST_P(LargeLettersTest, WindowAndItsFrameStartWithinTheScreen)
+{
+    const ReportWindow window;
+    const auto &form = child<QWidget>(window, "form");
+    const auto &pane = child<QWidget>(window, "logView");
+    const int titleBar = window.style()->pixelMetric(QStyle::PM_TitleBarHeight);
+    const QSize wanted(form.sizeHint().width(), form.sizeHint().height() + pane.sizeHint().height());
+    ASSERT_TRUE(wanted.width() > available.width() || wanted.height() > available.height());
+    EXPECT_LT(window.width(), available.width());
+    EXPECT_LE(window.height(), available.height() - titleBar);
+    EXPECT_GE(window.width(), window.minimumWidth());
+    EXPECT_GE(window.height(), window.minimumHeight());
+}
+
+INSTANTIATE_TEST_SUITE_P(, LargeLettersTest, testing::Values(22, 26, 30, 34), testing::PrintToStringParamName());
+
+class HeldWindowTest : public FoldingPaneTest, public testing::WithParamInterface<Qt::WindowState>
+{
+protected:
+    void holdByScreen()
+    {
+        const QSize available = QGuiApplication::primaryScreen()->availableSize();
+        window.setWindowState(GetParam());
+        ASSERT_TRUE(comesTrue([&] { return window.frameSize().height() >= available.height(); }));
+    }
+};
+
+TEST_P(HeldWindowTest, PaneFoldsInsideAndTheWindowKeepsTheScreensSize)
+{
+    show();
+    holdByScreen();
+    const QRect held = window.geometry();
+    const platform::Rect frame = controls.mainWindow.frame();
+    toggleDisclosure(controls);
+    ASSERT_TRUE(comesTrue([this] { return form.height() == window.height() - paneHeight(); }));
+    EXPECT_TRUE(pane.isVisible());
+    EXPECT_EQ(window.geometry(), held);
+    EXPECT_EQ(window.windowState() & GetParam(), GetParam());
+    toggleDisclosure(controls);
+    ASSERT_TRUE(comesTrue([this] { return form.height() == window.height(); }));
+    EXPECT_EQ(controls.mainWindow.frame(), frame);
+}
+
+TEST_P(HeldWindowTest, UnfoldedWhileHeldTheRestoredWindowHasRoomForThePane)
+{
+    show();
+    const int foldedHeight = window.height();
+    const int width = window.width();
+    holdByScreen();
+    toggleDisclosure(controls);
+    ASSERT_TRUE(comesTrue([this] { return form.height() == window.height() - paneHeight(); }));
+    window.setWindowState(Qt::WindowNoState);
+    EXPECT_TRUE(comesTrue([&] { return window.height() == foldedHeight + paneHeight(); })) << window.height();
+    EXPECT_EQ(window.width(), width);
+    EXPECT_EQ(form.height(), foldedHeight);
+}
+
+TEST_P(HeldWindowTest, FoldedWhileHeldTheRestoredWindowIsFolded)
+{
+    show();
+    const int foldedHeight = window.height();
+    toggleAndWait();
+    holdByScreen();
+    toggleDisclosure(controls);
+    ASSERT_TRUE(comesTrue([this] { return form.height() == window.height(); }));
+    window.setWindowState(Qt::WindowNoState);
+    EXPECT_TRUE(comesTrue([&] { return window.height() == foldedHeight; })) << window.height();
+    EXPECT_EQ(form.height(), foldedHeight);
+}
+
+TEST_P(HeldWindowTest, UnchangedWhileHeldTheRestoredWindowHasItsFormerSize)
+{
+    show();
+    const QSize size = window.size();
+    holdByScreen();
+    toggleDisclosure(controls);
+    toggleDisclosure(controls);
+    window.setWindowState(Qt::WindowNoState);
+    EXPECT_TRUE(comesTrue([&] { return window.size() == size; }));
+    EXPECT_EQ(form.height(), size.height());
+}
+
+TEST_P(HeldWindowTest, FoldedAsSoonAsTheWindowIsRestoredItHasItsFormerSize)
+{
+    show();
+    const QSize size = window.size();
+    holdByScreen();
+    toggleDisclosure(controls);
+    window.setWindowState(Qt::WindowNoState);
+    ASSERT_TRUE(comesTrue([&] { return window.width() == size.width(); }));
+    toggleDisclosure(controls);
+    waitForRest();
+    EXPECT_EQ(window.size(), size);
+}
+
+TEST_P(HeldWindowTest, HeldWhileItUnfoldsTheAnimationEndsAndTheRestoredWindowHasItsHeight)
+{
+    show();
+    const int foldedHeight = window.height();
+    const int width = window.width();
+    toggleDisclosure(controls);
+    ASSERT_TRUE(comesTrue([&] { return window.height() != foldedHeight; }));
+    window.setWindowState(GetParam());
+    ASSERT_TRUE(comesTrue([&] { return window.width() != width; }));
+    const QRect held = window.geometry();
+    ASSERT_TRUE(comesTrue([this] { return form.height() == window.height() - paneHeight(); }));
+    EXPECT_EQ(window.geometry(), held);
+    window.setWindowState(Qt::WindowNoState);
+    EXPECT_TRUE(comesTrue([&] { return window.height() == foldedHeight + paneHeight(); })) << window.height();
+    EXPECT_EQ(window.width(), width);
+}
+
+TEST_P(HeldWindowTest, HeldWhileItUnfoldsAndFoldedAgainTheRestoredWindowIsFolded)
+{
+    show();
+    const int foldedHeight = window.height();
+    toggleDisclosure(controls);
+    ASSERT_TRUE(comesTrue([&] { return window.height() != foldedHeight; }));
+    window.setWindowState(GetParam());
+    toggleDisclosure(controls);
+    ASSERT_TRUE(comesTrue([this] { return form.height() == window.height(); }));
+    window.setWindowState(Qt::WindowNoState);
+    EXPECT_TRUE(comesTrue([&] { return window.height() == foldedHeight; })) << window.height();
+}
+
+INSTANTIATE_TEST_SUITE_P(, HeldWindowTest, testing::Values(Qt::WindowMaximized, Qt::WindowFullScreen),
+                         [](const testing::TestParamInfo<Qt::WindowState> &given) {
+                             return std::string(given.param == Qt::WindowMaximized ? "Maximised" : "FullScreen");
+                         });

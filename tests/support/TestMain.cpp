@@ -1,0 +1,24 @@
+// Runs the tests that need no toolkit.
+#include <QCoreApplication>
+
+#include <gtest/gtest.h>
+
+// The sanitizers would end the program where an allocation merely fails; they ask these for their settings.
+extern "C" const char *__asan_default_options();
+extern "C" const char *__asan_default_options()
+{
+    return "allocator_may_return_null=1";
+}
+
+extern "C" const char *__tsan_default_options();
+extern "C" const char *__tsan_default_options()
+{
+    return "allocator_may_return_null=1";
+}
+
+int main(int argc, char **argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    const QCoreApplication application(argc, argv);
+    return RUN_ALL_TESTS();
+}
