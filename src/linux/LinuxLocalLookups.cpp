@@ -25,12 +25,6 @@ namespace {
 namespace directory = platform::directory;
 namespace domain = platform::domain;
 
-constexpr std::uint32_t kRootUserId = 0;
-
-/// Root's home as the look-up of standard directories expands "~", on every system, so that callers can recognise it
-/// and put the console user's home in its place.
-constexpr QStringView kExpandedRootHome = u"/var/root";
-
 constexpr const char *kFirstSeat = "seat0";
 constexpr std::string_view kGreeterClass = "greeter";
 
@@ -182,8 +176,8 @@ QStringList LinuxLocalLookups::searchPathForDirectoriesInDomains(std::uint64_t k
     }
     QStringList places;
     if ((domainMask & domain::kUser) != 0 && !row->user.isEmpty()) {
-        const bool isRoot = realUserId() == kRootUserId;
-        if (const std::optional<QString> home = isRoot ? kExpandedRootHome.toString() : homeDirectory()) {
+        const bool isRoot = realUserId() == platform::kRootUserId;
+        if (const std::optional<QString> home = isRoot ? platform::kRootHome.toString() : homeDirectory()) {
             places.append(belowHome(*home, row->user));
         }
     }
@@ -232,7 +226,7 @@ std::optional<QString> LinuxLocalLookups::copyConsoleUser() const
     if (!sessionClass) {
         return std::nullopt;
     }
-    return sessionClass.get() == kGreeterClass ? u"loginwindow"_s : userOfSession(session.get());
+    return sessionClass.get() == kGreeterClass ? platform::kLoginScreen.toString() : userOfSession(session.get());
 }
 
 std::size_t LinuxLocalLookups::configurationString(int name, std::span<char> buffer) const

@@ -20,13 +20,7 @@ namespace domain = platform::domain;
 
 using Directory = std::optional<QString>;
 
-constexpr std::uint32_t kRootUserId = 0;
-
-/// What the console's look-up answers while nobody is logged in.
-constexpr QStringView kLoginScreen = u"loginwindow";
-
-/// Root's home as the look-up expands it, and the same once the link "/var" has been followed.
-constexpr QStringView kRootHome = u"/var/root";
+/// Root's home once the link "/var" has been followed.
 constexpr QStringView kResolvedRootHome = u"/private/var/root";
 
 /// How many units of kResolvedRootHome are dropped. It has 17; dropping 16 is deliberate, so that its last letter
@@ -81,7 +75,7 @@ constexpr QStringView kMountedVolumes = u"/Volumes/";
 
 const platform::LocalLookups &lookups()
 {
-    return platform::LocalLookups::current();
+    return platform::systemLocalLookups();
 }
 
 std::uint64_t domainFor(bool userDomain)
@@ -91,7 +85,7 @@ std::uint64_t domainFor(bool userDomain)
 
 bool runsAsRoot()
 {
-    return lookups().realUserId() == kRootUserId;
+    return lookups().realUserId() == platform::kRootUserId;
 }
 
 /// What remains of a path of root's without root's home. The two are plain prefixes with no regard to where a component
@@ -99,8 +93,8 @@ bool runsAsRoot()
 QString withoutRootHome(const QString &path)
 {
     QString rest = path;
-    if (rest.startsWith(kRootHome)) {
-        rest.remove(0, kRootHome.size());
+    if (rest.startsWith(platform::kRootHome)) {
+        rest.remove(0, platform::kRootHome.size());
     }
     if (rest.startsWith(kResolvedRootHome)) {
         rest.remove(0, kResolvedRootHomeDropped);
@@ -304,5 +298,5 @@ bool KVLocalPaths::isPathOnTimeMachineVolume(const std::optional<QString> &path)
 std::optional<QString> KVLocalPaths::currentConsoleUser()
 {
     const std::optional<QString> name = lookups().copyConsoleUser();
-    return name == kLoginScreen ? std::nullopt : name;
+    return name == platform::kLoginScreen ? std::nullopt : name;
 }

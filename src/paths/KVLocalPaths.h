@@ -9,8 +9,8 @@
 #include <optional>
 
 /// Answers questions about local paths. Every operation belongs to the class: it holds no state and no cache, no
-/// instance is ever made, and each answer is worked out afresh from the system's look-ups
-/// (platform::LocalLookups::current()). All operations may be called from any thread; only randomString(), and
+/// instance is ever made, and each answer is worked out afresh from the system's lookups
+/// (platform::systemLocalLookups()). All operations may be called from any thread; only randomString(), and
 /// tempFile() through it, disturb other threads, because they use the process's one random generator.
 ///
 /// The user. "The user" is the one the process runs as. When the real user ID is 0 (never the effective one), the user

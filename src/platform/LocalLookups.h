@@ -37,14 +37,19 @@ inline constexpr std::uint64_t kSystem = 8;
 /// The configuration string that names the per-user cache directory.
 inline constexpr int kUserCacheDirectoryName = 65538;
 
+/// The user ID of root. What follows is what the lookups of every system answer for it, and while nobody is logged in.
+inline constexpr std::uint32_t kRootUserId = 0;
+/// The home that "~" is expanded to for root, on every system: KVLocalPaths recognises it and puts the console user's
+/// home in its place.
+inline constexpr QStringView kRootHome = u"/var/root";
+/// The name of the console user while the login screen shows.
+inline constexpr QStringView kLoginScreen = u"loginwindow";
+
 class LocalLookups : public Object
 {
 public:
-    /// The look-ups that are asked now: the system's own, unless a LocalLookupsScope has put others in their place.
-    static const LocalLookups &current();
-
     /// Where the standard directory of the kind lies in the domains of the mask, in the order user, local, system,
-    /// with "~" expanded to the home of the process's user ("/var/root" for user ID 0). Empty when there is none.
+    /// with "~" expanded to the home of the process's user (kRootHome for root). Empty when there is none.
     virtual QStringList searchPathForDirectoriesInDomains(std::uint64_t kind, std::uint64_t domainMask) const = 0;
     /// The real user ID of the process, never the effective one.
     virtual std::uint32_t realUserId() const = 0;
@@ -54,7 +59,7 @@ public:
     virtual std::optional<QString> homeDirectoryForUser(const std::optional<QString> &name) const = 0;
     /// The login name of the process's user; nothing when there is no account for it.
     virtual std::optional<QString> userName() const = 0;
-    /// The name of the user at the console, "loginwindow" while the login screen shows, or nothing.
+    /// The name of the user at the console, kLoginScreen while the login screen shows, or nothing.
     virtual std::optional<QString> copyConsoleUser() const = 0;
     /// Copies the value of a configuration string into the buffer, cut to fit and ended by NUL, and returns the bytes
     /// that the whole value needs, its NUL counted; 0 when the name has no value (as confstr(3) does).
@@ -69,21 +74,7 @@ public:
     virtual std::clock_t processorTime() const = 0;
 };
 
-/// Puts other look-ups in the place of the system's for as long as the scope lives. Scopes may be nested; the look-ups
-/// must outlive the scope.
-class LocalLookupsScope
-{
-public:
-    explicit LocalLookupsScope(const LocalLookups &lookups);
-    LocalLookupsScope(const LocalLookupsScope &) = delete;
-    LocalLookupsScope &operator=(const LocalLookupsScope &) = delete;
-    ~LocalLookupsScope();
-
-private:
-    const LocalLookups *previous;
-};
-
-/// The look-ups of the system that the program was built for; each system's sources define it.
+/// The lookups of the system that the program was built for. Each system's sources define it; what is linked chooses.
 const LocalLookups &systemLocalLookups();
 
 } // namespace platform

@@ -75,7 +75,7 @@ std::optional<QString> appendableLog(const ApplicationLog &log, const std::optio
 
 } // namespace
 
-AppController::AppController(const ReportControls &controls, const PlatformServices &platformServices)
+AppController::AppController(const platform::ReportControls &controls, const PlatformServices &platformServices)
     : mainWindow(controls.mainWindow)
     , initialInfo(controls.initialInfo)
     , disclosureBtn(controls.disclosureBtn)

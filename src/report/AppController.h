@@ -7,9 +7,9 @@
 #include "platform/AlertPanel.h"
 #include "platform/Application.h"
 #include "platform/Clock.h"
-#include "platform/Controls.h"
 #include "platform/DiagnosticLog.h"
 #include "platform/ProcessInfo.h"
+#include "platform/ReportControls.h"
 #include "platform/UrlConnection.h"
 #include "platform/UserDefaults.h"
 
@@ -19,19 +19,6 @@
 
 #include <memory>
 #include <optional>
-
-/// The controls of the report window. One that is left out is the missing object, which ignores every message.
-struct ReportControls {
-    platform::Window &mainWindow = platform::Window::missing();
-    platform::TextField &initialInfo = platform::TextField::missing();
-    platform::Button &disclosureBtn = platform::Button::missing();
-    platform::View &logView = platform::View::missing();
-    platform::TextView &logText = platform::TextView::missing();
-    platform::TextView &infoText = platform::TextView::missing();
-    platform::TextField &emailText = platform::TextField::missing();
-    platform::Button &submitBtn = platform::Button::missing();
-    platform::ProgressIndicator &spinner = platform::ProgressIndicator::missing();
-};
 
 /// What the controller asks of the platform.
 struct PlatformServices {
@@ -55,7 +42,7 @@ struct PlatformServices {
 class AppController : public platform::Object, public platform::UrlConnectionDelegate
 {
 public:
-    AppController(const ReportControls &controls, const PlatformServices &platformServices);
+    AppController(const platform::ReportControls &controls, const PlatformServices &platformServices);
 
     /// Prepares the controller for launching: no log is loaded yet. Sent once, before any other operation; gives the
     /// controller itself.

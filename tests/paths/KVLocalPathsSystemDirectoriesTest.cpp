@@ -94,7 +94,7 @@ protected:
     ScriptedLookups lookups;
 
 private:
-    platform::LocalLookupsScope scope{lookups};
+    LookupsScope scope{lookups};
 };
 
 class KVLocalPathsSystemDirectories : public testing::Test
@@ -110,7 +110,7 @@ protected:
     ScriptedLookups lookups;
 
 private:
-    platform::LocalLookupsScope scope{lookups};
+    LookupsScope scope{lookups};
 };
 
 const Questions kAllQuestions = searchOf("1 1") + searchOf("1 2") + searchOf("4 1") + searchOf("4 2") + searchOf("9 1")
@@ -166,7 +166,7 @@ protected:
     }
 
     ScriptedLookups lookups;
-    platform::LocalLookupsScope scope{lookups};
+    LookupsScope scope{lookups};
 };
 
 constexpr ListedCase kListedCases[] = {

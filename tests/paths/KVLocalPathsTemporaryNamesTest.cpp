@@ -41,7 +41,7 @@ protected:
     ScriptedLookups lookups;
 
 private:
-    platform::LocalLookupsScope scope{lookups};
+    LookupsScope scope{lookups};
 };
 
 struct SeedCase {
@@ -60,7 +60,7 @@ class KVLocalPathsSeed : public testing::TestWithParam<SeedCase>
 {
 protected:
     ScriptedLookups lookups;
-    platform::LocalLookupsScope scope{lookups};
+    LookupsScope scope{lookups};
 };
 
 constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();

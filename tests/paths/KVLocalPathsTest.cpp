@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <ostream>
-#include <thread>
 
 using namespace Qt::StringLiterals;
 
@@ -36,7 +35,7 @@ protected:
     ScriptedLookups lookups;
 
 private:
-    platform::LocalLookupsScope scope{lookups};
+    LookupsScope scope{lookups};
 };
 
 /// An operation that answers for a kind of directory in a domain.
@@ -91,7 +90,7 @@ protected:
     QString appended() const { return GetParam().appended.toString(); }
 
     ScriptedLookups lookups;
-    platform::LocalLookupsScope scope{lookups};
+    LookupsScope scope{lookups};
 };
 
 } // namespace
@@ -318,7 +317,7 @@ class KVLocalPathsRootAdjustment : public testing::TestWithParam<RootAdjustmentC
 {
 protected:
     ScriptedLookups lookups;
-    platform::LocalLookupsScope scope{lookups};
+    LookupsScope scope{lookups};
 };
 
 constexpr RootAdjustmentCase kRootAdjustmentCases[] = {
@@ -447,50 +446,4 @@ TEST(KVLocalPaths, HoldsNoStateAndHasNoInstances)
     EXPECT_TRUE((std::is_base_of_v<platform::Object, KVLocalPaths>));
     EXPECT_FALSE(std::is_default_constructible_v<KVLocalPaths>);
     EXPECT_EQ(sizeof(KVLocalPaths), sizeof(platform::Object));
-}
-
-namespace {
-
-/// Everything but randomString and what calls it, which share the process's generator.
-std::vector<Answer> everyAnswer()
-{
-    std::vector<Answer> answers;
-    for (const DirectoryCase &directoryCase : kDirectoryCases) {
-        answers.push_back(directoryCase.ask());
-    }
-    for (const auto ask :
-         {KVLocalPaths::darwinCacheDirectory, KVLocalPaths::userDirectory, KVLocalPaths::username,
-          KVLocalPaths::trashDirectory, KVLocalPaths::tempDirectory, KVLocalPaths::currentConsoleUser}) {
-        answers.push_back(ask());
-    }
-    const auto yesOrNo = [](bool yes) { return yes ? u"yes"_s : u"no"_s; };
-    answers.push_back(yesOrNo(KVLocalPaths::isPathSystemDirectory(u"/usr/local"_s)));
-    answers.push_back(yesOrNo(KVLocalPaths::isPathSystemDirectoryExactMatch(u"/no such"_s, true)));
-    answers.push_back(yesOrNo(KVLocalPaths::isPathOnTimeMachineVolume(u"/Volumes/a/Backups.backupdb"_s)));
-    return answers;
-}
-
-} // namespace
-
-TEST(KVLocalPaths, TwoThreadsCallingEverythingButRandomStringAtOnceGetTheSameAnswers)
-{
-    constexpr int kRounds = 200;
-    const std::vector<Answer> expected = everyAnswer();
-    const auto differingRounds = [&expected](int *differing) {
-        for (int round = 0; round < kRounds; ++round) {
-            if (everyAnswer() != expected || KVLocalPaths::uuid() == KVLocalPaths::uuid()) {
-                ++*differing;
-            }
-        }
-    };
-    int differingInFirst = 0;
-    int differingInSecond = 0;
-
-    std::thread first(differingRounds, &differingInFirst);
-    std::thread second(differingRounds, &differingInSecond);
-    first.join();
-    second.join();
-
-    EXPECT_EQ(differingInFirst, 0);
-    EXPECT_EQ(differingInSecond, 0);
 }

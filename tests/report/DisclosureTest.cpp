@@ -91,7 +91,7 @@ TEST_F(Disclosure, PaneOfNoHeightTogglesAndStillAsksForTheSameFrame)
 
 TEST_F(Disclosure, WithoutAWindowThePaneIsStillHiddenAndShown)
 {
-    ReportControls controls = {.logView = world.logView};
+    platform::ReportControls controls = {.logView = world.logView};
     AppController controller(controls, world.services());
 
     controller.disclosureClick(nullptr);
@@ -107,7 +107,7 @@ TEST_F(Disclosure, WithoutAWindowThePaneIsStillHiddenAndShown)
 
 TEST_F(Disclosure, WithoutAPaneTheWindowIsSetToItsOwnFrame)
 {
-    ReportControls controls = {.mainWindow = world.mainWindow};
+    platform::ReportControls controls = {.mainWindow = world.mainWindow};
     AppController controller(controls, world.services());
 
     controller.disclosureClick(nullptr);

@@ -492,7 +492,7 @@ struct RecordingPlatform {
     RecordingDiagnosticLog diagnosticLog{calls};
     OpenController controller{controls(), services()};
 
-    ReportControls controls()
+    platform::ReportControls controls()
     {
         return {.mainWindow = mainWindow,
                 .initialInfo = initialInfo,

@@ -47,5 +47,5 @@ public:
     ScriptedLookups lookups;
 
 private:
-    platform::LocalLookupsScope scope{lookups};
+    LookupsScope scope{lookups};
 };

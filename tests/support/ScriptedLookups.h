@@ -1,4 +1,4 @@
-// Look-ups whose answers a test writes down, and which note every question in the order it was asked.
+// Lookups whose answers a test writes down, and which note every question in the order it was asked.
 #pragma once
 
 #include "platform/LocalLookups.h"
@@ -171,3 +171,17 @@ inline void runAsRoot(ScriptedLookups &lookups, const std::optional<QString> &co
     lookups.name = QStringLiteral("root");
     lookups.consoleUser = consoleUser;
 }
+
+/// Answers for the system with these lookups for as long as the scope lives, in a program of tests that is linked with
+/// ScriptedLookups.cpp. The lookups must outlive the scope.
+class LookupsScope
+{
+public:
+    explicit LookupsScope(const ScriptedLookups &lookups);
+    LookupsScope(const LookupsScope &) = delete;
+    LookupsScope &operator=(const LookupsScope &) = delete;
+    ~LookupsScope();
+
+private:
+    const ScriptedLookups *previous;
+};

@@ -30,7 +30,7 @@ bool comesTrue(Condition condition)
 }
 
 /// Folds or unfolds the pane in the order of steps that the controller uses.
-inline void toggleDisclosure(const ReportControls &controls)
+inline void toggleDisclosure(const platform::ReportControls &controls)
 {
     using platform::Animation;
     using platform::Display;
@@ -52,7 +52,7 @@ inline void toggleDisclosure(const ReportControls &controls)
 }
 
 /// What the controller does to the window when a report is on its way, in its order.
-inline void enterSendingState(const ReportControls &controls)
+inline void enterSendingState(const platform::ReportControls &controls)
 {
     controls.spinner.setUsesThreadedAnimation(true);
     controls.spinner.startAnimation(nullptr);
@@ -64,7 +64,7 @@ inline void enterSendingState(const ReportControls &controls)
 }
 
 /// What the controller does to the window when the server refuses the report.
-inline void enterRefusedState(const ReportControls &controls)
+inline void enterRefusedState(const platform::ReportControls &controls)
 {
     controls.spinner.stopAnimation(nullptr);
     controls.submitBtn.setTitle(QStringLiteral("Report Crash"));
@@ -72,7 +72,7 @@ inline void enterRefusedState(const ReportControls &controls)
 }
 
 /// What the controller does to the window when the user cancels.
-inline void enterIdleState(const ReportControls &controls)
+inline void enterIdleState(const platform::ReportControls &controls)
 {
     enterRefusedState(controls);
     controls.emailText.setEnabled(true);

@@ -3,7 +3,6 @@
 
 #include "base/PathText.h"
 #include "base/TextFile.h"
-#include "platform/LocalLookups.h"
 
 #include <QFileInfo>
 #include <QLockFile>
@@ -22,13 +21,13 @@ const QString kOrganisation = u"Korvale"_s;
 const QString kApplication = u"CrashReporter"_s;
 
 /// The toolkit would put the settings of a user whose home is not in the environment into the root directory.
-std::optional<QString> configurationFolder()
+std::optional<QString> configurationFolder(const platform::LocalLookups &lookups)
 {
     const QString configured = qEnvironmentVariable("XDG_CONFIG_HOME");
     if (configured.startsWith(u'/')) {
         return configured;
     }
-    return byAppendingPathComponent(platform::LocalLookups::current().homeDirectory(), u".config"_s);
+    return byAppendingPathComponent(lookups.homeDirectory(), u".config"_s);
 }
 
 /// Whether writing to the path replaces nothing but settings: the toolkit writes a new file in the place of what a link
@@ -50,9 +49,9 @@ bool isLocked(const QString &path)
     return !lock.tryLock(static_cast<int>(kLongestWait.count())) && lock.error() == QLockFile::LockFailedError;
 }
 
-std::unique_ptr<QSettings> openedStore()
+std::unique_ptr<QSettings> openedStore(const platform::LocalLookups &lookups)
 {
-    const std::optional<QString> folder = configurationFolder();
+    const std::optional<QString> folder = configurationFolder(lookups);
     if (!folder || !canBeAStore(*folder + u'/' + kOrganisation + u'/' + kApplication + u".conf"_s)) {
         return nullptr;
     }
@@ -66,8 +65,8 @@ std::unique_ptr<QSettings> openedStore()
 
 } // namespace
 
-QtUserDefaults::QtUserDefaults()
-    : settings(openedStore())
+QtUserDefaults::QtUserDefaults(const platform::LocalLookups &lookups)
+    : settings(openedStore(lookups))
 {
 }
 

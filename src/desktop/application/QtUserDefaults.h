@@ -1,6 +1,7 @@
 // The user's settings store over QSettings.
 #pragma once
 
+#include "platform/LocalLookups.h"
 #include "platform/UserDefaults.h"
 
 #include <QSettings>
@@ -18,7 +19,8 @@
 class QtUserDefaults : public platform::UserDefaults
 {
 public:
-    QtUserDefaults();
+    /// The lookups are asked for the user's home, once.
+    explicit QtUserDefaults(const platform::LocalLookups &lookups);
 
     qint64 integerForKey(const QString &key) const override;
     std::optional<QVariant> objectForKey(const QString &key) const override;

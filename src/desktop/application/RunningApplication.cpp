@@ -11,6 +11,7 @@ RunningApplication::RunningApplication(QtProcessInfo &info)
     : processInfo(info)
     , desktopApplication(&window)
     , alertPanel(&window)
+    , userDefaults(platform::systemLocalLookups())
     , urlLoader(operations)
     , controls(window.controls())
     , controller(controls,

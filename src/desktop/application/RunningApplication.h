@@ -44,6 +44,6 @@ private:
     SystemClock clock;
     SyslogDiagnosticLog diagnosticLog;
     QtUrlLoader urlLoader;
-    ReportControls controls;
+    platform::ReportControls controls;
     AppController controller;
 };

@@ -98,7 +98,7 @@ ReportWindow::ReportWindow(QWidget *parent)
 
 ReportWindow::~ReportWindow() = default;
 
-ReportControls ReportWindow::controls()
+platform::ReportControls ReportWindow::controls()
 {
     return {parts->mainWindow, parts->initialInfo, parts->disclosureBtn, parts->logView, parts->logText,
             parts->infoText,   parts->emailText,   parts->submitBtn,     parts->spinner};

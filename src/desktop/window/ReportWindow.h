@@ -1,7 +1,7 @@
 // The report window on Qt Widgets.
 #pragma once
 
-#include "report/AppController.h"
+#include "platform/ReportControls.h"
 
 #include <QDeadlineTimer>
 #include <QDialog>
@@ -19,7 +19,7 @@ public:
     ~ReportWindow() override;
 
     /// The controls, for the controller; they live as long as the window.
-    ReportControls controls();
+    platform::ReportControls controls();
 
     /// What Escape does: cancels while there is something to cancel or to unlock, and else closes the window. Pressed
     /// twice it must not do both, nor close the window right after an alert: what the user typed would be lost. So it

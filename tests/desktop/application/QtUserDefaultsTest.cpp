@@ -4,6 +4,7 @@
 #include "support/PrintQt.h"
 #include "support/ScopedVariable.h"
 #include "support/ScriptedLookups.h"
+#include "support/StoredDefaults.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -53,7 +54,7 @@ protected:
     qint64 countIn(const QByteArray &value) const
     {
         aFileWith("crashSubmissionCount=" + value);
-        return QtUserDefaults().integerForKey(kCount);
+        return StoredDefaults().integerForKey(kCount);
     }
 
     const QTemporaryDir user;
@@ -65,7 +66,7 @@ protected:
 
 TEST_F(UserDefaultsTest, AnAbsentCountIsZeroAndAnAbsentObjectIsNothing)
 {
-    const QtUserDefaults defaults;
+    const StoredDefaults defaults;
 
     EXPECT_EQ(defaults.integerForKey(kCount), 0);
     EXPECT_EQ(defaults.objectForKey(kDate), std::nullopt);
@@ -76,12 +77,12 @@ TEST_F(UserDefaultsTest, ACountComesBackInAnotherRun)
     for (const qint64 count :
          {qint64(1), qint64(-1), std::numeric_limits<qint64>::max(), std::numeric_limits<qint64>::min()}) {
         {
-            QtUserDefaults defaults;
+            StoredDefaults defaults;
             defaults.setIntegerForKey(count, kCount);
             EXPECT_EQ(defaults.integerForKey(kCount), count);
             defaults.synchronize();
         }
-        EXPECT_EQ(QtUserDefaults().integerForKey(kCount), count);
+        EXPECT_EQ(StoredDefaults().integerForKey(kCount), count);
     }
 }
 
@@ -89,12 +90,12 @@ TEST_F(UserDefaultsTest, ADateComesBackExactToTheMillisecond)
 {
     const QDateTime date(QDate(2026, 11, 2), QTime(10, 15, 30, 123), QTimeZone::utc());
     {
-        QtUserDefaults defaults;
+        StoredDefaults defaults;
         defaults.setObjectForKey(date, kDate);
         defaults.synchronize();
     }
 
-    const std::optional<QVariant> found = QtUserDefaults().objectForKey(kDate);
+    const std::optional<QVariant> found = StoredDefaults().objectForKey(kDate);
 
     ASSERT_NE(found, std::nullopt);
     EXPECT_EQ(found->metaType(), QMetaType::fromType<QDateTime>());
@@ -105,7 +106,7 @@ TEST_F(UserDefaultsTest, ATextInThePlaceOfTheDateStaysAText)
 {
     aFileWith("lastCrashSubmissionDate=2026-11-02T10:15:00");
 
-    const std::optional<QVariant> found = QtUserDefaults().objectForKey(kDate);
+    const std::optional<QVariant> found = StoredDefaults().objectForKey(kDate);
 
     ASSERT_NE(found, std::nullopt);
     EXPECT_EQ(found->metaType(), QMetaType::fromType<QString>());
@@ -114,7 +115,7 @@ TEST_F(UserDefaultsTest, ATextInThePlaceOfTheDateStaysAText)
 
 TEST_F(UserDefaultsTest, ValuesAreInTheFileAsSoonAsTheyAreSynchronized)
 {
-    QtUserDefaults defaults;
+    StoredDefaults defaults;
     defaults.setIntegerForKey(12, kCount);
     defaults.setObjectForKey(QDateTime(QDate(2026, 11, 2), QTime(10, 15), QTimeZone::utc()), kDate);
 
@@ -128,21 +129,21 @@ TEST_F(UserDefaultsTest, SynchronizedValuesSurviveTheProcessEndingAtOnce)
 {
     EXPECT_EXIT(
         {
-            QtUserDefaults defaults;
+            StoredDefaults defaults;
             defaults.setIntegerForKey(7, kCount);
             defaults.synchronize();
             _exit(0);
         },
         testing::ExitedWithCode(0), "");
 
-    EXPECT_EQ(QtUserDefaults().integerForKey(kCount), 7);
+    EXPECT_EQ(StoredDefaults().integerForKey(kCount), 7);
 }
 
 TEST_F(UserDefaultsTest, OtherValuesInTheFileStay)
 {
     aFileWith("crashSubmissionCount=3\nsomethingElse=kept");
     {
-        QtUserDefaults defaults;
+        StoredDefaults defaults;
         defaults.setIntegerForKey(4, kCount);
         defaults.synchronize();
     }
@@ -169,7 +170,7 @@ TEST_F(UserDefaultsTest, WhatIsNoWholeNumberCountsAsZero)
 
 TEST_F(UserDefaultsTest, AFractionCountsAsZeroAndIsNotRounded)
 {
-    QtUserDefaults defaults;
+    StoredDefaults defaults;
 
     defaults.setObjectForKey(3.7, kCount);
 
@@ -180,7 +181,7 @@ TEST_F(UserDefaultsTest, ABrokenDateIsNoDateAndNoCrash)
 {
     for (const char *value : {"@DateTime()", "@DateTime(\\0\\0)", "@Variant(\\0\\0\\0\\x10\\0)", "@Invalid()"}) {
         aFileWith("lastCrashSubmissionDate=" + QByteArray(value));
-        const std::optional<QVariant> found = QtUserDefaults().objectForKey(kDate);
+        const std::optional<QVariant> found = StoredDefaults().objectForKey(kDate);
         EXPECT_FALSE(found && found->toDateTime().isValid()) << value;
     }
 }
@@ -188,7 +189,7 @@ TEST_F(UserDefaultsTest, ABrokenDateIsNoDateAndNoCrash)
 TEST_F(UserDefaultsTest, AFileThatIsNoSettingsFileIsNoCrash)
 {
     write(path(), QByteArray("\0\xff\xfe[[[\n=\n]\x01", 12));
-    QtUserDefaults defaults;
+    StoredDefaults defaults;
 
     EXPECT_EQ(defaults.integerForKey(kCount), 0);
     defaults.setIntegerForKey(1, kCount);
@@ -200,21 +201,21 @@ TEST_F(UserDefaultsTest, SettingsOfTheWholeSystemAreNotTheUsers)
     write(everyone.filePath(u"Korvale/CrashReporter.conf"_s), "[General]\ncrashSubmissionCount=99\n");
     write(everyone.filePath(u"Korvale.conf"_s), "[General]\ncrashSubmissionCount=98\n");
 
-    EXPECT_EQ(QtUserDefaults().integerForKey(kCount), 0);
+    EXPECT_EQ(StoredDefaults().integerForKey(kCount), 0);
 }
 
 TEST_F(UserDefaultsTest, SettingsOfTheWholeOrganisationAreNotTheProgrammes)
 {
     write(user.filePath(u"Korvale.conf"_s), "[General]\ncrashSubmissionCount=99\n");
 
-    EXPECT_EQ(QtUserDefaults().integerForKey(kCount), 0);
+    EXPECT_EQ(StoredDefaults().integerForKey(kCount), 0);
 }
 
 TEST_F(UserDefaultsTest, AStoreWhoseFolderCannotBeMadeIsNoErrorAndKeepsTheValuesForThisRun)
 {
     // A file where the folder should be.
     write(user.filePath(u"Korvale"_s), "in the way");
-    QtUserDefaults defaults;
+    StoredDefaults defaults;
 
     defaults.setIntegerForKey(5, kCount);
     defaults.synchronize();
@@ -226,7 +227,7 @@ TEST_F(UserDefaultsTest, AStoreWhoseFolderCannotBeMadeIsNoErrorAndKeepsTheValues
 TEST_F(UserDefaultsTest, AStoreThatIsAFolderIsNoError)
 {
     QDir().mkpath(path() + u"/inside"_s);
-    QtUserDefaults defaults;
+    StoredDefaults defaults;
 
     defaults.setIntegerForKey(5, kCount);
     defaults.synchronize();
@@ -252,7 +253,7 @@ TEST_F(UserDefaultsTest, AStoreThatCannotBeReplacedKeepsItsFormerContentWhole)
             if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) {
                 _exit(2);
             }
-            QtUserDefaults defaults;
+            StoredDefaults defaults;
             defaults.setIntegerForKey(4, kCount);
             defaults.synchronize();
             _exit(defaults.integerForKey(kCount) == 4 ? 0 : 1);
@@ -267,7 +268,7 @@ TEST_F(UserDefaultsTest, AStoreThatCannotBeReplacedKeepsItsFormerContentWhole)
 TEST_F(UserDefaultsTest, AHomeThatDoesNotExistIsNoError)
 {
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, u"/proc/self/no such home/.config"_s);
-    QtUserDefaults defaults;
+    StoredDefaults defaults;
 
     defaults.setIntegerForKey(5, kCount);
     defaults.synchronize();
@@ -285,7 +286,7 @@ TEST_F(UserDefaultsTest, AStoreThatIsALinkToAFifoLeavesTheFifoInPlace)
     const int held = open(fifo.toLocal8Bit().constData(), O_RDWR | O_NONBLOCK);
     ASSERT_GE(held, 0);
 
-    QtUserDefaults defaults;
+    StoredDefaults defaults;
     defaults.setIntegerForKey(5, kCount);
     defaults.synchronize();
 
@@ -300,7 +301,7 @@ TEST_F(UserDefaultsTest, AFifoInPlaceOfTheStoreIsNotWaitedForAndStays)
     QDir().mkpath(QFileInfo(path()).path());
     ASSERT_EQ(mkfifo(path().toLocal8Bit().constData(), 0600), 0);
 
-    QtUserDefaults defaults;
+    StoredDefaults defaults;
     EXPECT_EQ(defaults.integerForKey(kCount), 0);
     defaults.setIntegerForKey(5, kCount);
     defaults.synchronize();
@@ -317,7 +318,7 @@ TEST_F(UserDefaultsTest, ALinkToAFileStaysALink)
     QDir().mkpath(QFileInfo(path()).path());
     ASSERT_TRUE(QFile::link(file, path()));
 
-    QtUserDefaults defaults;
+    StoredDefaults defaults;
     defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
     defaults.synchronize();
 
@@ -333,9 +334,8 @@ TEST_F(UserDefaultsTest, WithoutAConfigurationFolderTheStoreIsInTheHomeThatTheSy
         const ScopedVariable unset("XDG_CONFIG_HOME", value);
         ScriptedLookups lookups;
         lookups.home = home.path();
-        const platform::LocalLookupsScope scope(lookups);
 
-        QtUserDefaults defaults;
+        QtUserDefaults defaults(lookups);
         defaults.setIntegerForKey(5, kCount);
         defaults.synchronize();
 
@@ -348,14 +348,13 @@ TEST_F(UserDefaultsTest, WithoutAHomeNothingIsStoredAndNothingFails)
     const ScopedVariable unset("XDG_CONFIG_HOME", std::nullopt);
     ScriptedLookups lookups;
     lookups.home = std::nullopt;
-    const platform::LocalLookupsScope scope(lookups);
 
-    QtUserDefaults defaults;
+    QtUserDefaults defaults(lookups);
     defaults.setIntegerForKey(5, kCount);
     defaults.synchronize();
 
-    EXPECT_EQ(QtUserDefaults().integerForKey(kCount), 0);
-    EXPECT_EQ(QtUserDefaults().objectForKey(kDate), std::nullopt);
+    EXPECT_EQ(QtUserDefaults(lookups).integerForKey(kCount), 0);
+    EXPECT_EQ(StoredDefaults().objectForKey(kDate), std::nullopt);
 }
 
 TEST_F(UserDefaultsTest, ALockThatNobodyGivesUpLeavesTheStoreAsItIs)
@@ -363,7 +362,7 @@ TEST_F(UserDefaultsTest, ALockThatNobodyGivesUpLeavesTheStoreAsItIs)
     aFileWith("crashSubmissionCount=3");
     write(path() + u".lock"_s, "");
 
-    QtUserDefaults defaults;
+    StoredDefaults defaults;
     defaults.setIntegerForKey(4, kCount);
     defaults.synchronize();
 
@@ -376,7 +375,7 @@ TEST_F(UserDefaultsTest, ALockThatIsNoFileIsNotWaitedFor)
     aFileWith("crashSubmissionCount=3");
     ASSERT_EQ(mkfifo((path() + u".lock"_s).toLocal8Bit().constData(), 0600), 0);
 
-    QtUserDefaults defaults;
+    StoredDefaults defaults;
     defaults.setIntegerForKey(4, kCount);
     defaults.synchronize();
 
@@ -386,7 +385,7 @@ TEST_F(UserDefaultsTest, ALockThatIsNoFileIsNotWaitedFor)
 TEST_F(UserDefaultsTest, WhatALockKeptBackIsStoredWithTheNext)
 {
     write(path() + u".lock"_s, "");
-    QtUserDefaults defaults;
+    StoredDefaults defaults;
     defaults.setIntegerForKey(4, kCount);
     defaults.synchronize();
     QFile::remove(path() + u".lock"_s);

@@ -3,6 +3,7 @@
 #include "desktop/application/SystemClock.h"
 #include "support/RecordingPlatform.h"
 #include "support/ScopedVariable.h"
+#include "support/StoredDefaults.h"
 
 #include <QSettings>
 #include <QTemporaryDir>
@@ -23,7 +24,7 @@ protected:
 
     static void store(qint64 count, qint64 secondsFromNow)
     {
-        QtUserDefaults defaults;
+        StoredDefaults defaults;
         defaults.setIntegerForKey(count, kCount);
         defaults.setObjectForKey(QDateTime::currentDateTimeUtc().addSecs(secondsFromNow), kDate);
         defaults.synchronize();
@@ -32,7 +33,7 @@ protected:
     /// Submits anonymously in a run of its own; gives whether the report was posted.
     bool isPosted()
     {
-        QtUserDefaults defaults;
+        StoredDefaults defaults;
         PlatformServices services = {.application = world.application,
                                      .alertPanel = world.alertPanel,
                                      .userDefaults = defaults,
@@ -61,7 +62,7 @@ TEST_F(StoredThrottleTest, AStoredDateInTheFutureIsRefused)
     store(11, 3600);
 
     EXPECT_FALSE(isPosted());
-    EXPECT_EQ(QtUserDefaults().integerForKey(kCount), 11);
+    EXPECT_EQ(StoredDefaults().integerForKey(kCount), 11);
 }
 
 TEST_F(StoredThrottleTest, AStoredDateOfLessThan180SecondsAgoIsRefused)
@@ -69,7 +70,7 @@ TEST_F(StoredThrottleTest, AStoredDateOfLessThan180SecondsAgoIsRefused)
     store(11, -120);
 
     EXPECT_FALSE(isPosted());
-    EXPECT_EQ(QtUserDefaults().integerForKey(kCount), 11);
+    EXPECT_EQ(StoredDefaults().integerForKey(kCount), 11);
 }
 
 TEST_F(StoredThrottleTest, AStoredDateOf180SecondsAgoIsAcceptedAndThePresentStored)
@@ -79,7 +80,7 @@ TEST_F(StoredThrottleTest, AStoredDateOf180SecondsAgoIsAcceptedAndThePresentStor
 
     EXPECT_TRUE(isPosted());
 
-    const QtUserDefaults defaults;
+    const StoredDefaults defaults;
     EXPECT_EQ(defaults.integerForKey(kCount), 12);
     EXPECT_GE(defaults.objectForKey(kDate).value().toDateTime(), before);
     EXPECT_LE(defaults.objectForKey(kDate).value().toDateTime(), QDateTime::currentDateTimeUtc());

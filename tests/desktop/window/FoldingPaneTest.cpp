@@ -101,7 +101,7 @@ protected:
     int paneHeight() const { return static_cast<int>(controls.logView.frame().height); }
 
     ReportWindow window;
-    ReportControls controls = window.controls();
+    platform::ReportControls controls = window.controls();
     QWidget &form = child<QWidget>(window, "form");
     QWidget &pane = child<QWidget>(window, "logView");
     QWidget &description = child<QWidget>(window, "infoText");

@@ -76,7 +76,7 @@ protected:
 
     const int usualInterval = QApplication::doubleClickInterval();
     ReportWindow window;
-    ReportControls controls = window.controls();
+    platform::ReportControls controls = window.controls();
     QLineEdit &email = child<QLineEdit>(window, "emailText");
     DescriptionEdit &description = child<DescriptionEdit>(window, "infoText");
     QToolButton &triangle = child<QToolButton>(window, "disclosureBtn");

@@ -163,7 +163,7 @@ TEST_F(ReportTextViewTest, NoDocumentIsMadeBeforeTheViewIsShown)
 TEST_F(ReportTextViewTest, LaunchingWithThePaneFoldedMakesNoDocument)
 {
     ReportWindow window;
-    const ReportControls controls = window.controls();
+    const platform::ReportControls controls = window.controls();
     controls.logText.setString(u"a"_s);
     toggleDisclosure(controls);
     controls.mainWindow.makeKeyAndOrderFront(nullptr);

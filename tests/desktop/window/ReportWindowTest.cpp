@@ -47,7 +47,7 @@ protected:
     bool hasFocus(const QWidget &widget) { return window.focusWidget() == &widget; }
 
     ReportWindow window;
-    ReportControls controls = window.controls();
+    platform::ReportControls controls = window.controls();
     QLineEdit &email = child<QLineEdit>(window, "emailText");
     DescriptionEdit &description = child<DescriptionEdit>(window, "infoText");
     QToolButton &triangle = child<QToolButton>(window, "disclosureBtn");
