@@ -7,7 +7,13 @@ constexpr QStringView kRemoteNameOption = u"-remotename";
 constexpr QStringView kLogOption = u"-log";
 
 /// The program's path and two options with their values.
-constexpr qsizetype kLeastArguments = 5;
+constexpr qsizetype kMinArguments = 5;
+
+bool isConsidered(const QStringList &arguments)
+{
+    return arguments.size() >= kMinArguments && arguments.contains(kRemoteNameOption)
+        && arguments.contains(kLogOption);
+}
 
 std::optional<QString> valueOf(QStringView option, const QStringList &arguments)
 {
@@ -18,12 +24,28 @@ std::optional<QString> valueOf(QStringView option, const QStringList &arguments)
     return arguments.at(index + 1);
 }
 
+/// The words that are left when the launch decision has taken its own: both options and their values.
+QStringList wordsForOpening(const QStringList &arguments)
+{
+    const bool taken = isConsidered(arguments);
+    const qsizetype remoteName = taken ? arguments.indexOf(kRemoteNameOption) : -1;
+    const qsizetype log = taken ? arguments.indexOf(kLogOption) : -1;
+    QStringList words;
+    for (qsizetype index = 1; index < arguments.size(); ++index) {
+        const bool isTaken =
+            taken && (index == remoteName || index == remoteName + 1 || index == log || index == log + 1);
+        if (!isTaken) {
+            words.append(arguments.at(index));
+        }
+    }
+    return words;
+}
+
 } // namespace
 
 LaunchOptions launchOptions(const QStringList &arguments)
 {
-    if (arguments.size() < kLeastArguments || !arguments.contains(kRemoteNameOption)
-        || !arguments.contains(kLogOption)) {
+    if (!isConsidered(arguments)) {
         return {};
     }
     return {.remoteName = valueOf(kRemoteNameOption, arguments), .logPath = valueOf(kLogOption, arguments)};
@@ -31,13 +53,18 @@ LaunchOptions launchOptions(const QStringList &arguments)
 
 QStringList openedFiles(const QStringList &arguments)
 {
+    const QStringList words = wordsForOpening(arguments);
     QStringList files;
-    for (qsizetype index = 1; index < arguments.size(); ++index) {
-        if (arguments.at(index).startsWith(u'-')) {
-            ++index;
-            continue;
+    for (qsizetype index = 0; index < words.size(); ++index) {
+        const QString &word = words.at(index);
+        if (word == u"--") {
+            return files + words.mid(index + 1);
         }
-        files.append(arguments.at(index));
+        if (!word.startsWith(u'-')) {
+            files.append(word);
+        } else if (index + 1 < words.size() && !words.at(index + 1).startsWith(u'-')) {
+            ++index;
+        }
     }
     return files;
 }

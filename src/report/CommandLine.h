@@ -14,10 +14,11 @@ struct LaunchOptions {
 };
 
 /// The values of "-remotename" and "-log" in an argument list whose element 0 is the program's own path. Both stay
-/// nothing unless the list has at least five elements and contains both options. The first occurrence of an option
+/// std::nullopt unless the list has at least five elements and contains both options. The first occurrence of an option
 /// counts, its value is the next element, whatever that says, and an option at the end has none.
 LaunchOptions launchOptions(const QStringList &arguments);
 
-/// The files that the command line opens onto the application: the elements after the first that belong to no
-/// "-key value" pair, in their order. Whatever begins with "-" is a key and takes the next element as its value.
+/// The files that the command line opens onto the application, in their order. The words that launchOptions() uses are
+/// taken out first. Of what is left, a word that begins with "-" is a key and takes the next word as its value, unless
+/// that begins with "-" too; the other words are files, and so is everything after a lone "--".
 QStringList openedFiles(const QStringList &arguments);

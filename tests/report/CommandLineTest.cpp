@@ -59,7 +59,42 @@ TEST(CommandLine, WordsOutsideOfPairsAreOpenedFiles)
     EXPECT_EQ(openedFiles({}), QStringList());
 }
 
-TEST(CommandLine, KeyTakesTheNextWordWhateverItSays)
+TEST(CommandLine, WordsOfTheLaunchDecisionAreNoOpenedFiles)
 {
-    EXPECT_EQ(openedFiles(commandLine({u"-remotename"_s, u"-log"_s, u"/l"_s})), (QStringList{u"/l"_s}));
+    EXPECT_EQ(openedFiles(commandLine({u"-verbose"_s, u"-log"_s, u"/l"_s, u"-remotename"_s, u"m"_s})), QStringList());
+    EXPECT_EQ(openedFiles(commandLine({u"-verbose"_s, u"-log"_s, u"/l"_s, u"-remotename"_s, u"m"_s, u"/value"_s})),
+              QStringList())
+        << "of what is left, -verbose takes the next word";
+    EXPECT_EQ(openedFiles(commandLine({u"/before"_s, u"-log"_s, u"/l"_s, u"/between"_s, u"-remotename"_s, u"m"_s})),
+              (QStringList{u"/before"_s, u"/between"_s}));
+    EXPECT_EQ(openedFiles(commandLine({u"-remotename"_s, u"-log"_s, u"/l"_s, u"/file"_s})), (QStringList{u"/file"_s}))
+        << "the option that is also the remote name counts once";
+}
+
+TEST(CommandLine, WordsOfAnIgnoredLaunchDecisionAreKeysLikeOthers)
+{
+    EXPECT_EQ(openedFiles(commandLine({u"-log"_s, u"/l"_s, u"/file"_s})), (QStringList{u"/file"_s}));
+    EXPECT_EQ(openedFiles(commandLine({u"-remotename"_s, u"-log"_s, u"/l"_s})), QStringList());
+}
+
+TEST(CommandLine, RepeatedOptionIsAKeyLikeOthers)
+{
+    EXPECT_EQ(openedFiles(commandLine(
+                  {u"-remotename"_s, u"m"_s, u"-log"_s, u"/l"_s, u"-log"_s, u"/other"_s, u"/file"_s})),
+              (QStringList{u"/file"_s}));
+}
+
+TEST(CommandLine, KeyDoesNotTakeAnotherKeyAsItsValue)
+{
+    EXPECT_EQ(openedFiles(commandLine({u"-a"_s, u"-b"_s, u"value"_s, u"/file"_s})), (QStringList{u"/file"_s}));
+    EXPECT_EQ(openedFiles(commandLine({u"-a"_s, u""_s, u"/file"_s})), (QStringList{u"/file"_s}));
+}
+
+TEST(CommandLine, EverythingAfterALoneDoubleDashIsAFile)
+{
+    EXPECT_EQ(openedFiles(commandLine({u"-a"_s, u"--"_s, u"-b"_s, u"--"_s, u"/file"_s})),
+              (QStringList{u"-b"_s, u"--"_s, u"/file"_s}));
+    EXPECT_EQ(openedFiles(commandLine({u"--"_s, u"-log"_s, u"/l"_s, u"-remotename"_s, u"m"_s, u"-x"_s})),
+              (QStringList{u"-x"_s}))
+        << "the launch decision looks for its words everywhere";
 }
