@@ -4,6 +4,26 @@
 #include <QStringDecoder>
 
 #include <algorithm>
+#include <array>
+
+namespace {
+
+/// UTF-16 code units encoded in one step, through a buffer that stays in the processor's cache.
+constexpr qsizetype kSliceUnits = 4096;
+/// Bytes that the largest slice takes: a unit takes three at most, half a pair that grew the slice included.
+constexpr std::size_t kSliceBytes = 3 * (kSliceUnits + 1);
+
+/// The first units of the text, never ending between the two halves of a pair.
+QStringView firstSlice(QStringView text)
+{
+    if (text.size() <= kSliceUnits) {
+        return text;
+    }
+    const bool partsAPair = text[kSliceUnits - 1].isHighSurrogate() && text[kSliceUnits].isLowSurrogate();
+    return text.first(kSliceUnits + (partsAPair ? 1 : 0));
+}
+
+} // namespace
 
 std::optional<QString> textFromUtf8(QByteArrayView bytes)
 {
@@ -34,4 +54,32 @@ std::optional<QByteArray> utf8FromText(QStringView text)
         return std::nullopt;
     }
     return text.toUtf8();
+}
+
+qsizetype utf8Length(QStringView text)
+{
+    qsizetype length = 0;
+    for (const QChar character : text) {
+        const char16_t unit = character.unicode();
+        // Three bytes for a unit from U+0800 on; a half of a pair, whose two halves take four together, is corrected
+        // below.
+        length += 1 + (unit >= 0x80 ? 1 : 0) + (unit >= 0x800 ? 1 : 0);
+    }
+    for (qsizetype index = 1; index < text.size(); ++index) {
+        length -= text[index].isLowSurrogate() && text[index - 1].isHighSurrogate() ? 2 : 0;
+    }
+    return length;
+}
+
+void appendUtf8(QByteArray &bytes, QStringView text)
+{
+    bytes.reserve(std::max(bytes.capacity(), bytes.size() + utf8Length(text)));
+    QStringEncoder encoder(QStringEncoder::Utf8, QStringEncoder::Flag::Stateless);
+    std::array<char, kSliceBytes> buffer;
+    while (!text.isEmpty()) {
+        const QStringView slice = firstSlice(text);
+        const char *const end = encoder.appendToBuffer(buffer.data(), slice);
+        bytes.append(buffer.data(), end - buffer.data());
+        text = text.sliced(slice.size());
+    }
 }

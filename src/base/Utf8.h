@@ -1,4 +1,4 @@
-// Strict conversions between text and bytes: a conversion that would lose something gives nothing instead.
+// Conversions between text and bytes. Reading is strict; writing loses nothing but halves of characters.
 #pragma once
 
 #include <QByteArray>
@@ -14,5 +14,14 @@ std::optional<QString> textFromUtf8(QByteArrayView bytes);
 /// The text of 7-bit ASCII bytes; nothing when a byte is above 0x7F.
 std::optional<QString> textFromAscii(QByteArrayView bytes);
 
-/// The text as UTF-8 without a byte-order mark of its own; nothing when it holds an unpaired surrogate.
+/// The text as UTF-8 without a byte-order mark of its own; nothing when it holds an unpaired surrogate. For names,
+/// where another character would be another name.
 std::optional<QByteArray> utf8FromText(QStringView text);
+
+/// The bytes that appendUtf8() writes for the text.
+qsizetype utf8Length(QStringView text);
+
+/// Appends the text as UTF-8, without a byte-order mark of its own; an unpaired surrogate becomes U+FFFD (EF BF BD), as
+/// in every conversion that must not fail (Unicode Standard, section 3.9). Needs no memory beside that of the bytes.
+/// Throws std::bad_alloc, with the bytes as they were, when there is no memory for them.
+void appendUtf8(QByteArray &bytes, QStringView text);

@@ -11,8 +11,7 @@ constexpr qsizetype kMinArguments = 5;
 
 bool isConsidered(const QStringList &arguments)
 {
-    return arguments.size() >= kMinArguments && arguments.contains(kRemoteNameOption)
-        && arguments.contains(kLogOption);
+    return arguments.size() >= kMinArguments && arguments.contains(kRemoteNameOption) && arguments.contains(kLogOption);
 }
 
 std::optional<QString> valueOf(QStringView option, const QStringList &arguments)

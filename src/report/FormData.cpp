@@ -4,9 +4,11 @@
 #include "base/PathText.h"
 #include "base/TextFile.h"
 #include "base/Utf8.h"
+#include "platform/PlatformException.h"
 
 #include <QUrl>
 
+#include <new>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -32,31 +34,35 @@ FormDataBody::FormDataBody(QString boundaryText)
 
 void FormDataBody::addField(const QString &name, const QVariant &value)
 {
-    append(u"--"_s + boundary + u"\r\n"_s);
+    append({u"--", boundary, u"\r\n"});
     if (!isUrl(value)) {
         addText(name, value.toString());
     } else if (const QUrl url = value.toUrl(); url.isLocalFile()) {
         addFile(name, url);
     }
-    append(u"\r\n"_s);
+    append({u"\r\n"});
 }
 
 void FormDataBody::addText(const QString &name, const QString &text)
 {
-    append(u"Content-Disposition: form-data; name=\""_s + name + u"\"\r\n\r\n"_s);
-    append(text);
+    append({u"Content-Disposition: form-data; name=\"", name, u"\"\r\n\r\n", text});
 }
 
 void FormDataBody::addFile(const QString &name, const QUrl &file)
 {
     const QString path = file.path(QUrl::FullyDecoded);
-    append(u"Content-Disposition: form-data; name=\""_s + name + u"\"; filename=\""_s + lastPathComponent(path)
-           + u"\"\r\n"_s);
-    append(u"Content-Type: application/octet-stream\r\n\r\n"_s);
+    append({u"Content-Disposition: form-data; name=\"", name, u"\"; filename=\"", lastPathComponent(path), u"\"\r\n"});
+    append({u"Content-Type: application/octet-stream\r\n\r\n"});
     body.append(contentsOfRegularFile(path).value_or(QByteArray()));
 }
 
-void FormDataBody::append(const QString &piece)
+void FormDataBody::append(std::initializer_list<QStringView> pieces)
 {
-    body.append(utf8FromText(piece).value_or(QByteArray()));
+    try {
+        for (const QStringView piece : pieces) {
+            appendUtf8(body, piece);
+        }
+    } catch (const std::bad_alloc &) {
+        throw platform::PlatformException(u"MallocException"_s, u"there is no memory for the body of the request"_s);
+    }
 }

@@ -15,6 +15,8 @@
 #include <QString>
 #include <QVariant>
 
+#include <initializer_list>
+
 /// Knows no transport: it collects bytes.
 class FormDataBody
 {
@@ -23,15 +25,16 @@ public:
     /// section 5.1.1).
     explicit FormDataBody(QString boundaryText);
 
-    /// Appends the part of one field. A file that cannot be read contributes no bytes, and neither does a piece of text
-    /// that has no UTF-8 form; the rest of the part is written all the same.
+    /// Appends the part of one field. A file that cannot be read contributes no bytes; the rest of the part is written
+    /// all the same. Half of a surrogate pair is written as U+FFFD. Throws platform::PlatformException when there is no
+    /// memory for the part.
     void addField(const QString &name, const QVariant &value);
 
     /// The bytes collected so far.
     const QByteArray &bytes() const { return body; }
 
 private:
-    void append(const QString &piece);
+    void append(std::initializer_list<QStringView> pieces);
     void addText(const QString &name, const QString &text);
     void addFile(const QString &name, const QUrl &file);
 

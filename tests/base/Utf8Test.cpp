@@ -81,6 +81,61 @@ TEST(Utf8, UnpairedSurrogateHasNoBytes)
     EXPECT_EQ(utf8FromText(u"\U0001F600"_s), QByteArray("\xF0\x9F\x98\x80"));
 }
 
+namespace {
+
+QByteArray appended(const QString &text)
+{
+    QByteArray bytes;
+    appendUtf8(bytes, text);
+    EXPECT_EQ(utf8Length(text), bytes.size());
+    return bytes;
+}
+
+} // namespace
+
+TEST(Utf8, AppendedTextFollowsTheBytesThatAreThere)
+{
+    QByteArray bytes = "before ";
+    appendUtf8(bytes, u"caf\u00E9");
+
+    EXPECT_EQ(bytes, "before caf\xC3\xA9");
+}
+
+TEST(Utf8, AppendedTextHasOneToFourBytesACharacter)
+{
+    EXPECT_EQ(appended(u"\u007F\u0080\u07FF\u0800\uFFFF\U00010000\U0010FFFF"_s),
+              "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF0\x90\x80\x80\xF4\x8F\xBF\xBF");
+    EXPECT_EQ(appended(u"\uFEFFa"_s),
+              "\xEF\xBB\xBF"
+              "a")
+        << "a mark of the text's own is kept";
+    EXPECT_EQ(appended(QString()), QByteArray());
+}
+
+TEST(Utf8, HalfAPairIsAppendedAsTheReplacementCharacter)
+{
+    const QChar high(0xD83D);
+    const QChar low(0xDE00);
+
+    EXPECT_EQ(appended(u"x"_s + high), "x\xEF\xBF\xBD");
+    EXPECT_EQ(appended(low + u"x"_s),
+              "\xEF\xBF\xBD"
+              "x");
+    EXPECT_EQ(appended(QString(high) + high + low), "\xEF\xBF\xBD\xF0\x9F\x98\x80");
+    EXPECT_EQ(appended(QString(low) + high), "\xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
+TEST(Utf8, PairAtAnyPlaceOfALongTextStaysWhole)
+{
+    for (qsizetype before = 4090; before <= 4100; ++before) {
+        const QByteArray start(before, 'a');
+        const QByteArray end(5000, 'b');
+        EXPECT_EQ(appended(QString::fromLatin1(start) + u"\U0001F600"_s + QString::fromLatin1(end)),
+                  start + "\xF0\x9F\x98\x80" + end)
+            << before;
+    }
+}
+
 TEST(Utf8, AsciiEndsAt7F)
 {
     EXPECT_EQ(textFromAscii(QByteArray("a\0\x7F", 3)), u"a\0\x7F"_s);

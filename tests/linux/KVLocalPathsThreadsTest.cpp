@@ -1,6 +1,5 @@
 // The path utility, asked from two threads at once with the lookups of the system.
 #include "paths/KVLocalPaths.h"
-
 #include "support/PrintQt.h"
 
 #include <gtest/gtest.h>

@@ -79,9 +79,9 @@ TEST(CommandLine, WordsOfAnIgnoredLaunchDecisionAreKeysLikeOthers)
 
 TEST(CommandLine, RepeatedOptionIsAKeyLikeOthers)
 {
-    EXPECT_EQ(openedFiles(commandLine(
-                  {u"-remotename"_s, u"m"_s, u"-log"_s, u"/l"_s, u"-log"_s, u"/other"_s, u"/file"_s})),
-              (QStringList{u"/file"_s}));
+    EXPECT_EQ(
+        openedFiles(commandLine({u"-remotename"_s, u"m"_s, u"-log"_s, u"/l"_s, u"-log"_s, u"/other"_s, u"/file"_s})),
+        (QStringList{u"/file"_s}));
 }
 
 TEST(CommandLine, KeyDoesNotTakeAnotherKeyAsItsValue)

@@ -1,4 +1,5 @@
 // The multipart body, byte for byte.
+#include "support/LimitedMemory.h"
 #include "support/RecordingPlatform.h"
 #include "support/SampleHome.h"
 #include "support/UnspeakableValue.h"
@@ -139,14 +140,26 @@ TEST_F(FormData, NulCharactersAreCopied)
     EXPECT_EQ(bodyOf({{u"crashlog"_s, u"a\0b"_s}}), textPart("crashlog", QByteArray("a\0b", 3)));
 }
 
-TEST_F(FormData, PieceWithAnUnpairedSurrogateContributesNoBytes)
+TEST_F(FormData, HalfASurrogatePairIsTheReplacementCharacterAndLosesNothingElse)
 {
     const QString unpaired = u"x"_s + QChar(0xD83D);
 
-    EXPECT_EQ(bodyOf({{u"crashlog"_s, unpaired}}), textPart("crashlog", ""));
-    EXPECT_EQ(bodyOf({{unpaired, u"abc"_s}}), "--XYZ\r\nabc\r\n") << "the header block is one piece";
-    EXPECT_EQ(bodyOf({{u"a"_s, u"b"_s}}, unpaired), "Content-Disposition: form-data; name=\"a\"\r\n\r\nb\r\n")
-        << "the boundary line is one piece";
+    EXPECT_EQ(bodyOf({{u"crashlog"_s, unpaired + u'y'}}), textPart("crashlog", "x\xEF\xBF\xBDy"));
+    EXPECT_EQ(bodyOf({{unpaired, u"abc"_s}}), textPart("x\xEF\xBF\xBD", "abc"));
+    EXPECT_EQ(bodyOf({{u"a"_s, u"b"_s}}, unpaired),
+              "--x\xEF\xBF\xBD\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\nb\r\n");
+}
+
+TEST_F(FormData, MemoryThatRunsOutIsLoggedAndThereIsNoBody)
+{
+    const QString text(qsizetype(16) * 1024 * 1024, QChar(0x2500));
+    const LimitedMemory fourMebibytesMore(4 * 1024 * 1024);
+
+    EXPECT_EQ(world.controller.generateFormDataForBoundary({{u"crashlog"_s, text}}, u"XYZ"_s), std::nullopt);
+    EXPECT_EQ(
+        world.calls.taken(),
+        (Calls::List{"log Exception in generateFormData:forBoundary. MallocException - there is no memory for the "
+                     "body of the request"}));
 }
 
 TEST_F(FormData, ExceptionIsLoggedAndThereIsNoBody)
