@@ -3,13 +3,19 @@
 
 #include "base/Utf8.h"
 
+#include <QLoggingCategory>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <new>
+
+// Off unless QT_LOGGING_RULES switches it on: the program prints its diagnostic lines and nothing else.
+Q_LOGGING_CATEGORY(loading, "korvale.loading", QtFatalMsg)
 
 namespace {
 
@@ -54,16 +60,23 @@ int openForReading(const QByteArray &path)
     return ::open(path.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
 }
 
-ssize_t readSome(const FileDescriptor &file, char *into, qsizetype most)
+ssize_t readSome(const FileDescriptor &file, char *into, qsizetype maxCount)
 {
     ssize_t count = 0;
     do {
-        count = ::read(file.get(), into, static_cast<size_t>(most));
+        count = ::read(file.get(), into, static_cast<size_t>(maxCount));
     } while (count < 0 && errno == EINTR);
     return count;
 }
 
-std::optional<QByteArray> readToEnd(const FileDescriptor &file, qsizetype sizeHint, qsizetype mostBytes)
+/// Says why a file is not taken, to whoever has asked for it by QT_LOGGING_RULES; returns what a failed reading does.
+std::nullopt_t notTaken(const QString &path, const char *reason)
+{
+    qCInfo(loading).noquote() << path << "is not taken:" << reason;
+    return std::nullopt;
+}
+
+std::optional<QByteArray> readToEnd(const FileDescriptor &file, qsizetype sizeHint, qsizetype maxBytes)
 {
     QByteArray content;
     qsizetype used = 0;
@@ -77,7 +90,7 @@ std::optional<QByteArray> readToEnd(const FileDescriptor &file, qsizetype sizeHi
             return std::nullopt;
         }
         used += count;
-        if (used > mostBytes) {
+        if (used > maxBytes) {
             return std::nullopt;
         }
         if (count == 0) {
@@ -96,36 +109,41 @@ bool fileExists(const QString &path)
     return name && ::stat(name->constData(), &status) == 0;
 }
 
-std::optional<QByteArray> contentsOfRegularFile(const QString &path, qsizetype mostBytes)
+std::optional<QByteArray> contentsOfRegularFile(const QString &path, qsizetype maxBytes)
 {
     const std::optional<QByteArray> name = fileSystemRepresentation(path);
     if (!name) {
-        return std::nullopt;
+        return notTaken(path, "it is not a name that a file can have");
     }
     const FileDescriptor file(openForReading(*name));
     struct stat status = {};
-    if (!file.isOpen() || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        return std::nullopt;
+    if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
+        return notTaken(path, std::strerror(errno));
     }
-    if (status.st_size > mostBytes) {
-        return std::nullopt;
+    if (!S_ISREG(status.st_mode)) {
+        return notTaken(path, "it is not a regular file");
+    }
+    if (status.st_size > maxBytes) {
+        return notTaken(path, "it is too large");
     }
     try {
-        return readToEnd(file, std::max<qsizetype>(status.st_size, 0), mostBytes);
+        std::optional<QByteArray> content = readToEnd(file, std::max<qsizetype>(status.st_size, 0), maxBytes);
+        return content ? std::move(content) : notTaken(path, "it cannot be read, or has grown too large");
     } catch (const std::bad_alloc &) {
-        return std::nullopt;
+        return notTaken(path, "there is no memory for it");
     }
 }
 
-std::optional<QString> textOfFile(const QString &path, qsizetype mostBytes)
+std::optional<QString> textOfFile(const QString &path, qsizetype maxBytes)
 {
-    const std::optional<QByteArray> content = contentsOfRegularFile(path, mostBytes);
+    const std::optional<QByteArray> content = contentsOfRegularFile(path, maxBytes);
     if (!content) {
         return std::nullopt;
     }
     try {
-        return textFromUtf8(*content);
+        std::optional<QString> text = textFromUtf8(*content);
+        return text ? std::move(text) : notTaken(path, "it is not valid UTF-8");
     } catch (const std::bad_alloc &) {
-        return std::nullopt;
+        return notTaken(path, "there is no memory for its text");
     }
 }

@@ -1,6 +1,8 @@
 // The shared missing objects.
 #include "platform/Controls.h"
 
+#include "platform/LoadedReport.h"
+
 namespace platform {
 
 namespace {
@@ -42,6 +44,11 @@ ProgressIndicator &ProgressIndicator::missing()
 Window &Window::missing()
 {
     return sharedInstance<Window>();
+}
+
+ReportListener &ReportListener::missing()
+{
+    return sharedInstance<ReportListener>();
 }
 
 } // namespace platform

@@ -1,12 +1,14 @@
-// The application controller: launch, details disclosure, log collection and submission.
+// The application controller, its operations in the order in which a report meets them.
 #include "report/AppController.h"
 
 #include "base/PathText.h"
 #include "base/TextFile.h"
-#include "paths/KVLocalPaths.h"
+#include "base/Utf8.h"
 #include "report/CommandLine.h"
+#include "report/FormData.h"
 #include "report/OperationGuard.h"
 #include "report/ReportText.h"
+#include "report/SubmissionRequest.h"
 #include "report/SubmissionRules.h"
 
 #include <array>
@@ -29,9 +31,6 @@ constexpr std::array<ConflictingSoftware, 2> kConflictingSoftware = {{
     {"net.culater.SIMBL"_L1, "SIMBL is installed"_L1},
 }};
 
-/// Where the application logs of the table stand in the order in which their paths are built: the plain logs first.
-constexpr std::array<size_t, kApplicationLogs.size()> kPathOrder = {0, 2, 1, 3};
-
 constexpr QLatin1StringView kSubmissionCountKey = "crashSubmissionCount"_L1;
 constexpr QLatin1StringView kLastSubmissionKey = "lastCrashSubmissionDate"_L1;
 
@@ -47,30 +46,9 @@ QString crashHeadline(const QString &subject)
         + u" crashed the last time it ran. Please submit a bug report so we can prevent this occurring in future."_s;
 }
 
-/// The paths of the application logs, in the order of the table; nothing where there is no log directory.
-std::array<std::optional<QString>, kApplicationLogs.size()> applicationLogPaths(const QString &appName)
+QString tryAgainMessage()
 {
-    std::array<std::optional<QString>, kApplicationLogs.size()> paths;
-    for (const size_t index : kPathOrder) {
-        if (const std::optional<QString> directory = KVLocalPaths::logDirectory(true)) {
-            paths.at(index) = *directory + u"/Korvale/"_s + appName + kApplicationLogs.at(index).fileSuffix;
-        }
-    }
-    return paths;
-}
-
-/// The text of the application log, if it may be appended to a report of the running length.
-std::optional<QString> appendableLog(const ApplicationLog &log, const std::optional<QString> &path,
-                                     quint64 runningLength)
-{
-    if (!path || !fileExists(*path) || !mayTakeMoreLogs(runningLength)) {
-        return std::nullopt;
-    }
-    std::optional<QString> text = textOfFile(*path, mostBytes(log));
-    if (!text || !fits(log, static_cast<quint64>(text->size()), runningLength)) {
-        return std::nullopt;
-    }
-    return text;
+    return u"Please try again later."_s;
 }
 
 } // namespace
@@ -97,7 +75,7 @@ AppController *AppController::init()
 
 bool AppController::applicationOpenFile(const platform::Object * /*application*/, const QString &path)
 {
-    return guarded(services.diagnosticLog, "application:openFile"_L1, false, [&] {
+    return guarded("application:openFile"_L1, [&] {
         logOpened = false;
         logOpened = loadLogSilent(path, false);
         return logOpened;
@@ -106,7 +84,7 @@ bool AppController::applicationOpenFile(const platform::Object * /*application*/
 
 void AppController::applicationDidFinishLaunching(const platform::Object * /*notification*/)
 {
-    guarded(services.diagnosticLog, "applicationDidFinishLaunching"_L1, [&] {
+    guarded("applicationDidFinishLaunching"_L1, [&] {
         const LaunchOptions options = launchOptions(services.processInfo.arguments());
         if (options.remoteName && options.logPath) {
             loadLogSilent(*options.logPath, true);
@@ -141,7 +119,7 @@ bool AppController::applicationShouldTerminateAfterLastWindowClosed(const platfo
 
 void AppController::disclosureClick(const platform::Object * /*sender*/)
 {
-    guarded(services.diagnosticLog, "disclosureClick"_L1, [&] {
+    guarded("disclosureClick"_L1, [&] {
         // Height and origin change by the same amount in opposite directions: the top edge stays where it is. The pane
         // is never visible in a window too small for it: it is shown after the window was told to grow and hidden
         // before it is told to shrink.
@@ -173,7 +151,7 @@ bool AppController::loadLogSilent(const QString &path, bool silent)
     if (!fileExists(path)) {
         return false;
     }
-    const std::optional<QString> crashLog = textOfFile(path);
+    std::optional<QString> crashLog = textOfFile(path);
     if (!crashLog) {
         return false;
     }
@@ -182,18 +160,10 @@ bool AppController::loadLogSilent(const QString &path, bool silent)
     }
     appName = appNameFromFilename(path);
 
-    QString report = withoutLongHangReport(*crashLog);
-    auto runningLength = static_cast<quint64>(report.size());
-    const auto paths = applicationLogPaths(*appName);
-    for (size_t index = 0; index < kApplicationLogs.size(); ++index) {
-        const ApplicationLog &log = kApplicationLogs.at(index);
-        if (const std::optional<QString> text = appendableLog(log, paths.at(index), runningLength)) {
-            report += log.header + *text;
-            runningLength += static_cast<quint64>(text->size());
-        }
-    }
-    logText.setString(report);
+    const ReportText report = reportText(*std::move(crashLog), *appName);
+    logText.setString(report.text);
     logOpened = true;
+    services.reportListener.reportLoaded({.path = path, .appendedLogs = report.appendedLogs});
     return true;
 }
 
@@ -210,7 +180,7 @@ void AppController::warnOfConflictingSoftware(const QString &crashLog)
 
 void AppController::submitReport(const platform::Object * /*sender*/)
 {
-    guarded(services.diagnosticLog, "submitReport"_L1, [&] {
+    guarded("submitReport"_L1, [&] {
         if (logText.string().isEmpty()) {
             services.alertPanel.runAlertPanel(u"Critical error"_s, u"Plovrin was unable to find a log to submit."_s);
             services.application.terminate(this);
@@ -273,4 +243,96 @@ QVariantMap AppController::reportForm() const
         form.insert(u"email"_s, address);
     }
     return form;
+}
+
+std::optional<QByteArray> AppController::generateFormDataForBoundary(const QVariantMap &form, const QString &boundary)
+{
+    return guarded("generateFormData:forBoundary"_L1, [&]() -> std::optional<QByteArray> {
+        FormDataBody body(boundary);
+        const QStringList names = form.keys();
+        for (const QString &name : names) {
+            body.addField(name, form.value(name));
+        }
+        return body.bytes();
+    });
+}
+
+void AppController::postDictionary(const QVariantMap &form)
+{
+    guarded("postDictionary"_L1, [&] {
+        responseData = QByteArray();
+        const QString boundary = services.processInfo.globallyUniqueString();
+        std::optional<QByteArray> body = generateFormDataForBoundary(form, boundary);
+        // A transfer that still runs is replaced here without being cancelled: it goes on and reports to this
+        // controller, and the loader keeps it for as long.
+        connection = services.urlLoader.connectionWithRequestDelegate(
+            submissionRequest(services.submissionHost, boundary, std::move(body)), *this);
+        if (!connection) {
+            // Said even when output is silent. The window stays in the sending state, which cancel leaves.
+            services.alertPanel.runAlertPanel(u"Unable to submit crash report - failed to establish a connection."_s,
+                                              tryAgainMessage());
+        }
+    });
+}
+
+void AppController::connectionDidReceiveData(platform::UrlConnection &transfer, const QByteArray &data)
+{
+    guarded("connection:didReceiveData"_L1, [&] {
+        // A report is accepted by an answer without a body and refused by one with a body. Its status is never looked
+        // at, on purpose: the server's front end may answer with a status of its own.
+        // The transfer that reports is cancelled, which need not be the one in connection.
+        transfer.cancel();
+        resetSubmitControls();
+        if (!silentOutput) {
+            services.alertPanel.runAlertPanel(u"Crash log upload failed."_s, tryAgainMessage());
+        }
+        services.diagnosticLog.log(u"Returned data: "_s + textFromAscii(data).value_or(u"(null)"_s));
+        responseData.append(data);
+    });
+}
+
+void AppController::connectionDidFailWithError(platform::UrlConnection & /*transfer*/,
+                                               const platform::UrlError & /*error*/)
+{
+    guarded("connection:didFailWithError"_L1, [&] {
+        resetSubmitControls();
+        if (!silentOutput) {
+            services.alertPanel.runAlertPanel(u"Connection failed."_s, tryAgainMessage());
+        }
+        // connection goes on referring to the ended transfer, so that a later cancel still addresses a living one.
+    });
+}
+
+void AppController::connectionDidFinishLoading(platform::UrlConnection & /*transfer*/)
+{
+    guarded("connectionDidFinishLoading"_L1, [&] {
+        resetSubmitControls();
+        services.application.terminate(this);
+    });
+}
+
+void AppController::cancel()
+{
+    guarded("cancel:"_L1, [&] {
+        resetSubmitControls();
+        emailText.setEnabled(true);
+        infoText.setEditable(true);
+        if (connection) {
+            connection->cancel();
+        }
+        connection.reset();
+    });
+}
+
+std::optional<QString> AppController::response()
+{
+    return guarded("response:"_L1, [&] { return textFromUtf8(responseData); });
+}
+
+void AppController::resetSubmitControls()
+{
+    // The address and the description stay locked: only cancel gives them back.
+    spinner.stopAnimation(this);
+    submitBtn.setTitle(u"Report Crash"_s);
+    submitBtn.setEnabled(true);
 }

@@ -8,10 +8,12 @@
 #include "platform/Application.h"
 #include "platform/Clock.h"
 #include "platform/DiagnosticLog.h"
+#include "platform/LoadedReport.h"
 #include "platform/ProcessInfo.h"
 #include "platform/ReportControls.h"
 #include "platform/UrlConnection.h"
 #include "platform/UserDefaults.h"
+#include "report/OperationGuard.h"
 
 #include <QByteArray>
 #include <QString>
@@ -19,6 +21,7 @@
 
 #include <memory>
 #include <optional>
+#include <utility>
 
 /// What the controller asks of the platform.
 struct PlatformServices {
@@ -29,6 +32,7 @@ struct PlatformServices {
     platform::ProcessInfo &processInfo;
     platform::Clock &clock;
     platform::DiagnosticLog &diagnosticLog;
+    platform::ReportListener &reportListener = platform::ReportListener::missing();
     /// Host name or address of the submission endpoint, bare: no scheme, no port.
     QString submissionHost;
 };
@@ -38,22 +42,22 @@ struct PlatformServices {
 /// Eleven operations run under a guard for platform::PlatformException: applicationOpenFile,
 /// applicationDidFinishLaunching, disclosureClick, submitReport, generateFormDataForBoundary, postDictionary, the three
 /// callbacks of a transfer, cancel and response. Such an exception becomes one line of the diagnostic log and the
-/// operation's neutral result (false, nothing); the steps already done stay done. Any other exception passes on.
+/// operation's neutral result (false, std::nullopt); the steps already done stay done. Any other exception passes on.
 class AppController : public platform::Object, public platform::UrlConnectionDelegate
 {
 public:
     AppController(const platform::ReportControls &controls, const PlatformServices &platformServices);
 
-    /// Prepares the controller for launching: no log is loaded yet. Sent once, before any other operation; gives the
-    /// controller itself.
+    /// Prepares the controller for launching: no log is loaded yet. Called once, before any other operation; returns
+    /// this.
     AppController *init();
 
     /// A crash log was opened onto the application, at launch or later. Loads it with the alerts about conflicting
-    /// software and gives whether it is now the report; if not, an earlier report stays. The application is not used.
+    /// software and returns whether it is now the report; if not, an earlier report stays. `application` is ignored.
     bool applicationOpenFile(const platform::Object *application, const QString &path);
 
     /// Launching has finished; every file opened at launch has been delivered. Reads the command line and shows the
-    /// report window, or asks the application to terminate when no log was loaded. The notification is not used.
+    /// report window, or asks the application to terminate when no log was loaded. `notification` is ignored.
     void applicationDidFinishLaunching(const platform::Object *notification);
 
     /// Always true: closing the report window ends the application.
@@ -61,15 +65,16 @@ public:
 
     /// Folds the log pane away when it is visible and brings it back when it is hidden; the window shrinks or grows by
     /// the pane's height at its bottom edge and keeps its top edge. The pane's visibility alone decides, not the
-    /// triangle's state. The sender is not used.
+    /// triangle's state. `sender` is ignored.
     void disclosureClick(const platform::Object *sender);
 
     /// Validates the form, throttles anonymous submissions, records the attempt in the user's settings and starts the
-    /// upload. A refusal is an alert and changes nothing. The sender is not used.
+    /// upload. A refusal is an alert and changes nothing. `sender` is ignored.
     void submitReport(const platform::Object *sender);
 
     /// The body of a multipart/form-data request (RFC 7578, on the syntax of RFC 2046) with one part for each field of
-    /// the form, in the form's own order; nothing when the encoding failed. FormData.h says what a part looks like.
+    /// the form, in the form's own order; std::nullopt when the encoding failed. FormData.h says what a part looks
+    /// like.
     std::optional<QByteArray> generateFormDataForBoundary(const QVariantMap &form, const QString &boundary);
 
     /// Posts the form to the submission endpoint; returns before any callback of the transfer. Keeps no reference to
@@ -88,13 +93,13 @@ public:
     /// description.
     void cancel();
 
-    /// The bytes of the last answer as UTF-8 text; nothing when they are not valid UTF-8.
+    /// The bytes of the last answer as UTF-8 text; std::nullopt when they are not valid UTF-8.
     std::optional<QString> response();
 
     /// The part of the path's last component before its first "_"; "This application" when there is none.
     QString appNameFromFilename(const QString &path) const;
 
-    /// Makes the crash log at the path, with the crashed application's own logs, the report. Gives false, and changes
+    /// Makes the crash log at the path, with the crashed application's own logs, the report. Returns false, and changes
     /// nothing, when no file exists there or it cannot be read as UTF-8. Unless silent, alerts say which conflicting
     /// software the log names.
     bool loadLogSilent(const QString &path, bool silent);
@@ -104,7 +109,7 @@ protected:
     bool silentOutput = false; ///< Suppresses the sending state and the failure alerts; no operation ever sets it.
     QByteArray responseData;   ///< The bytes of the server's answer to the current upload.
     std::shared_ptr<platform::UrlConnection> connection; ///< The current upload, also after it ended; see cancel.
-    std::optional<QString> appName;                      ///< The crashed application; nothing until a log is loaded.
+    std::optional<QString> appName;                      ///< The crashed application; unset until a log is loaded.
     platform::Window &mainWindow;
     platform::TextField &initialInfo;
     platform::Button &disclosureBtn;
@@ -116,6 +121,12 @@ protected:
     platform::ProgressIndicator &spinner;
 
 private:
+    template<typename Body>
+    auto guarded(QLatin1StringView label, Body body)
+    {
+        return ::guarded(services.diagnosticLog, label, std::move(body));
+    }
+
     void showReport();
     void warnOfConflictingSoftware(const QString &crashLog);
     bool isThrottled(qint64 storedCount, const std::optional<QVariant> &storedDate) const;

@@ -6,28 +6,20 @@
 
 #include <QString>
 
-#include <utility>
+#include <concepts>
+#include <type_traits>
 
-/// Runs the body. A platform::PlatformException that leaves it becomes one line of the log, with the operation's label
-/// and the exception's name and reason, and the neutral result is given. Any other exception passes on.
-template<typename Result, typename Body>
-Result guarded(platform::DiagnosticLog &log, QLatin1StringView label, Result neutral, Body &&body)
+/// Calls the body and returns its result. A platform::PlatformException that leaves it becomes one line of the log,
+/// with the operation's label and the exception's name and reason, and the result is the neutral one: false,
+/// std::nullopt or nothing at all. Any other exception passes on.
+template<std::invocable Body>
+std::invoke_result_t<Body> guarded(platform::DiagnosticLog &log, QLatin1StringView label, Body body)
 {
     try {
-        return std::forward<Body>(body)();
+        return body();
     } catch (const platform::PlatformException &exception) {
         log.log(QLatin1StringView("Exception in ") + label + QLatin1StringView(". ") + exception.name()
                 + QLatin1StringView(" - ") + exception.reason());
-        return neutral;
+        return std::invoke_result_t<Body>();
     }
-}
-
-/// The same for an operation without a result.
-template<typename Body>
-void guarded(platform::DiagnosticLog &log, QLatin1StringView label, Body &&body)
-{
-    guarded(log, label, false, [&body] {
-        std::forward<Body>(body)();
-        return true;
-    });
 }

@@ -1,21 +1,85 @@
 // The rules that turn a crash log and the application's own logs into the report text.
 #include "report/ReportText.h"
 
-QString withoutLongHangReport(const QString &crashLog)
+#include "base/TextFile.h"
+#include "paths/KVLocalPaths.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+using LogPaths = std::array<std::optional<QString>, kApplicationLogs.size()>;
+
+/// Where the logs of the table stand in the order in which their paths are built: the plain logs first. The log
+/// directory is asked for each of them in this order, because who is at the console may change between two questions,
+/// and every system asks alike.
+constexpr std::array<size_t, kApplicationLogs.size()> kPathOrder = {0, 2, 1, 3};
+
+/// The paths in the order of the table; std::nullopt where there is no log directory.
+LogPaths applicationLogPaths(const QString &appName)
 {
-    const bool isHangReport = crashLog.contains(u"hang") && crashLog.contains(u"Duration:");
-    if (!isHangReport || crashLog.size() <= kLongestHangReport) {
-        return crashLog;
+    LogPaths paths;
+    for (const size_t index : kPathOrder) {
+        if (const std::optional<QString> directory = KVLocalPaths::logDirectory(true)) {
+            paths.at(index) = *directory + u"/Korvale/"_s + appName + kApplicationLogs.at(index).fileSuffix;
+        }
     }
-    return crashLog.left(kLongestHangReport);
+    return paths;
 }
 
-bool mayTakeMoreLogs(quint64 runningLength)
+/// The maximum size of a file that can fit: a text of fewer units than the bound takes at most three bytes a unit in
+/// UTF-8. A larger one need not be read.
+qsizetype maxBytes(const ApplicationLog &log)
 {
-    return runningLength < kReportCeiling;
+    return static_cast<qsizetype>(3 * log.bound());
 }
 
-bool fits(const ApplicationLog &log, quint64 logLength, quint64 runningLength)
+/// The text of the log, if it may be appended to a report of the running length.
+std::optional<QString> appendableLog(const ApplicationLog &log, const std::optional<QString> &path,
+                                     quint64 runningLength)
 {
-    return logLength + runningLength < log.bound();
+    if (!path || !fileExists(*path) || runningLength >= kReportCeiling) {
+        return std::nullopt;
+    }
+    std::optional<QString> text = textOfFile(*path, maxBytes(log));
+    if (!text || static_cast<quint64>(text->size()) + runningLength >= log.bound()) {
+        return std::nullopt;
+    }
+    return text;
+}
+
+/// "Log 1" of "\nLog 1:\n".
+QString titleOf(const ApplicationLog &log)
+{
+    return QString(log.header).trimmed().chopped(1);
+}
+
+} // namespace
+
+QString withoutLongHangReport(QString crashLog)
+{
+    // The length first: it alone decides for most logs.
+    if (crashLog.size() > kMaxHangReport && crashLog.contains(u"hang") && crashLog.contains(u"Duration:")) {
+        crashLog.truncate(kMaxHangReport);
+    }
+    return crashLog;
+}
+
+ReportText reportText(QString crashLog, const QString &appName)
+{
+    ReportText report = {.text = withoutLongHangReport(std::move(crashLog)), .appendedLogs = {}};
+    // Counts the texts and never their headers.
+    auto runningLength = static_cast<quint64>(report.text.size());
+    const LogPaths paths = applicationLogPaths(appName);
+    for (size_t index = 0; index < kApplicationLogs.size(); ++index) {
+        const ApplicationLog &log = kApplicationLogs.at(index);
+        if (const std::optional<QString> text = appendableLog(log, paths.at(index), runningLength)) {
+            // The heading begins behind the line feed that ends the text before it.
+            report.appendedLogs.append({.title = titleOf(log), .offset = report.text.size() + 1});
+            report.text += log.header;
+            report.text += *text;
+            runningLength += static_cast<quint64>(text->size());
+        }
+    }
+    return report;
 }

@@ -3,24 +3,27 @@
 // All lengths are UTF-16 code units.
 #pragma once
 
+#include "platform/LoadedReport.h"
+
+#include <QList>
 #include <QString>
 
 #include <array>
+#include <optional>
 
-/// No application log is read once the text has this length: 1 Mi units.
+/// Once the report reaches this length, no further log is read: 1 Mi units.
 inline constexpr quint64 kReportCeiling = 0x100000;
 
 /// A hang report is kept up to this length.
-inline constexpr qsizetype kLongestHangReport = 50'000;
+inline constexpr qsizetype kMaxHangReport = 50'000;
 
 /// One of the crashed application's own logs.
 struct ApplicationLog {
     QLatin1StringView fileSuffix; ///< What follows the application's name in the file's name.
     QLatin1StringView header;     ///< What stands before the log's text in the report.
 
-    /// The log is appended only if its length and the report's running length together stay below this: with the
-    /// header as it stands in its format, the two characters of its placeholder counted, they may just reach the
-    /// ceiling.
+    /// The log is appended only if its length and the report's running length together stay below this: the ceiling
+    /// minus the header's length and the two characters of its placeholder, which they may just reach.
     constexpr quint64 bound() const
     {
         constexpr quint64 kPlaceholder = 2;
@@ -37,19 +40,16 @@ inline constexpr std::array<ApplicationLog, 4> kApplicationLogs = {{
 }};
 static_assert(kApplicationLogs[0].bound() == 1'048'567 && kApplicationLogs[1].bound() == 1'048'562);
 
+struct ReportText {
+    QString text;
+    QList<platform::AppendedLog> appendedLogs; ///< Those that are part of the text, in their order.
+};
+
+/// The report text: the crash log, cut where it is a long hang report, followed by those of the application's own logs
+/// that can be read and fit. They lie in the folder "Korvale" of the user's log directory; without one there are none.
+/// A log that is left out changes nothing for those after it. Reads their files.
+ReportText reportText(QString crashLog, const QString &appName);
+
 /// The crash log, or its first 50,000 units when it is a long hang report: when it contains "hang" and "Duration:"
 /// anywhere (also inside other words) and is longer than that. The cut may part a surrogate pair.
-QString withoutLongHangReport(const QString &crashLog);
-
-/// Whether any application log may still be looked at when the text has the running length.
-bool mayTakeMoreLogs(quint64 runningLength);
-
-/// Whether a log of the length may be appended. The running length counts texts, never their headers.
-bool fits(const ApplicationLog &log, quint64 logLength, quint64 runningLength);
-
-/// The most bytes that a text of fewer units than the bound can have in UTF-8, at three bytes a unit; a file of more
-/// need not be read to know that it does not fit.
-constexpr qsizetype mostBytes(const ApplicationLog &log)
-{
-    return static_cast<qsizetype>(3 * log.bound());
-}
+QString withoutLongHangReport(QString crashLog);

@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
+#include <limits>
 #include <thread>
 
 using namespace Qt::StringLiterals;
@@ -253,6 +254,17 @@ TEST_F(TextFile, FileThatNoMemoryCanHoldCannotBeRead)
     ASSERT_EQ(::truncate(file.toUtf8().constData(), kEightTebibytes), 0);
 
     EXPECT_EQ(contentsOfRegularFile(file), std::nullopt);
+}
+
+TEST_F(TextFile, FileWhoseReportedSizeIsTheLargestNumberCannotBeRead)
+{
+    // Memory that is a file has no limit of a file system's own, and holds nothing yet.
+    const int file = ::memfd_create("log", MFD_CLOEXEC);
+    ASSERT_GE(file, 0);
+    ASSERT_EQ(::ftruncate(file, std::numeric_limits<off_t>::max()), 0);
+
+    EXPECT_EQ(contentsOfRegularFile(u"/proc/self/fd/%1"_s.arg(file)), std::nullopt);
+    ::close(file);
 }
 
 TEST_F(TextFile, TextIsReadStrictly)

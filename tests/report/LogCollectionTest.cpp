@@ -212,6 +212,32 @@ TEST_F(LogCollection, AppendsTheFourLogsAlternately)
     EXPECT_EQ(report(), u"crash\nLog 1:\none\nTask Log 1:\ntask one\nLog 2:\ntwo\nTask Log 2:\ntask two"_s);
 }
 
+TEST_F(LogCollection, ListenerHearsWhereTheAppendedLogsBegin)
+{
+    home.writeApplicationLog(u"Harbour.1.log"_s, "Log 1:\nfirst");
+    home.writeApplicationLog(u"Harbour.task.1.log"_s, "\xFF");
+    home.writeApplicationLog(u"Harbour.task.2.log"_s, "last");
+    ASSERT_TRUE(load("crash \xF0\x9F\x98\x80"));
+
+    EXPECT_EQ(world.reportListener.report.path, home.path(u"Harbour_2026-11-02.crash"_s));
+    EXPECT_EQ(
+        world.reportListener.report.appendedLogs,
+        (QList<platform::AppendedLog>{{.title = u"Log 1"_s, .offset = 9}, {.title = u"Task Log 2"_s, .offset = 29}}));
+    for (const platform::AppendedLog &log : world.reportListener.report.appendedLogs) {
+        EXPECT_TRUE(report().mid(log.offset).startsWith(log.title + u":\n"_s));
+    }
+}
+
+TEST_F(LogCollection, ListenerHearsOfTheReplacedTextAndNotOfAFailure)
+{
+    ASSERT_TRUE(load("first"));
+    EXPECT_EQ(world.reportListener.textWhenHeard, u"first"_s);
+
+    EXPECT_FALSE(load("\xFF", u"Other_1.crash"_s));
+
+    EXPECT_EQ(world.reportListener.report.path, home.path(u"Harbour_2026-11-02.crash"_s));
+}
+
 TEST_F(LogCollection, EmptyApplicationLogIsItsHeaderAlone)
 {
     home.writeApplicationLog(u"Harbour.task.1.log"_s, QByteArray());
@@ -298,12 +324,6 @@ TEST_F(LogCollection, BoundsCountUtf16UnitsAndNotBytes)
     ASSERT_TRUE(load("crash"));
 
     EXPECT_EQ(report(), u"crash\nLog 1:\n"_s + text);
-}
-
-TEST_F(LogCollection, NoLogIsLookedAtOnceTheCeilingIsReached)
-{
-    EXPECT_TRUE(mayTakeMoreLogs(1'048'575));
-    EXPECT_FALSE(mayTakeMoreLogs(1'048'576));
 }
 
 TEST_F(LogCollection, NoLogIsEvenOpenedOnceTheCeilingIsReached)

@@ -459,6 +459,28 @@ private:
     Calls &calls;
 };
 
+/// Keeps the last report that it heard of.
+class LastReport : public platform::ReportListener
+{
+public:
+    explicit LastReport(const RecordingTextView &shown)
+        : logText(shown)
+    {
+    }
+
+    void reportLoaded(const platform::LoadedReport &loaded) override
+    {
+        report = loaded;
+        textWhenHeard = logText.text;
+    }
+
+    platform::LoadedReport report;
+    QString textWhenHeard;
+
+private:
+    const RecordingTextView &logText;
+};
+
 /// The controller with its instance variables in reach.
 class OpenController : public AppController
 {
@@ -490,6 +512,7 @@ struct RecordingPlatform {
     RecordingProcessInfo processInfo{calls};
     FixedClock clock{calls};
     RecordingDiagnosticLog diagnosticLog{calls};
+    LastReport reportListener{logText};
     OpenController controller{controls(), services()};
 
     platform::ReportControls controls()
@@ -514,6 +537,7 @@ struct RecordingPlatform {
                 .processInfo = processInfo,
                 .clock = clock,
                 .diagnosticLog = diagnosticLog,
+                .reportListener = reportListener,
                 .submissionHost = QStringLiteral("crash.example.org")};
     }
 };
