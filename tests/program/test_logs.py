@@ -91,6 +91,13 @@ class SentCrashLog(ProgramTest):
         line = b"0x00007fff8c4a2d10 Harbour  -[Window drawRect:] + 1024 in some library\n"
         self.assert_sent_unchanged(line * (128 * MEBIBYTE // len(line)))
 
+    def test_of_a_hang_report_cut_inside_a_character_arrives_with_a_replacement_character(self):
+        server = self.serve()
+        start = b"hang\nDuration: 12 s\n"
+        content = start + b"x" * (50_000 - len(start) - 1) + "\U0001f30a".encode()
+        program = self.submitted(self.launch(self.home.crash_log("Alone_1.crash", content)))
+        self.assert_report_sent(program, server, content[:-4] + b"\xef\xbf\xbd")
+
     def test_of_a_long_hang_report_is_cut(self):
         content = b"hang\nDuration: 12 s\n" + "\u00e9".encode() * 60_000
         server = self.serve()

@@ -1,8 +1,9 @@
 """What the command line leads to: a headline, a quiet end, or one clear line."""
 
 import os
+import signal
 
-from support import CRASH_LOG, ProgramTest, application_headline, cases, remote_headline
+from support import CRASH_LOG, ORDINARY_USER, ProgramTest, UPLOAD_FAILED, application_headline, cases, remote_headline
 from trial.waiting import wait_until
 
 OTHER_LOG = b"Process: Lantern [12]\n"
@@ -70,6 +71,19 @@ class CommandLine(ProgramTest):
     def test_the_options_stand_among_others(self):
         program = self.start("--verbose", "yes", "-remotename", "anvil", "-x", "1", "-log", self.crash_log, "-y", "2")
         self.assertEqual(program.wait_for_window().headline(), remote_headline("anvil"))
+
+    def test_a_log_behind_an_unknown_key_is_loaded_silently_and_once(self):
+        log = self.home.crash_log("Harbour_3.crash", CRASH_LOG + b"com.unsanity.ape")
+        program = self.start("-verbose", "-log", log, "-remotename", "anvil").wait_for_window()
+        self.assertIsNone(program.screen.alert())
+        self.assert_report_shown(program, self.expected(crash_log=CRASH_LOG + b"com.unsanity.ape"))
+
+    def test_everything_after_two_hyphens_is_a_file(self):
+        self.home.crash_log("-x_1.crash", OTHER_LOG)
+        crash_logs = os.path.dirname(self.crash_log)
+        program = self.start("-key", "--", "-x_1.crash", prefix=(*ORDINARY_USER, "env", "-C", crash_logs))
+        program.wait_for_window()
+        self.assert_report_shown(program, OTHER_LOG)
 
     @cases(
         platform=("-platform", "offscreen"),
@@ -157,12 +171,51 @@ class Display(ProgramTest):
         self.assertEqual(program.exit_status(), 1)
         lines = program.errors().splitlines()
         self.assertEqual(len(lines), 1, lines)
-        self.assertIn("display", lines[0])
+        self.assertIn("the report window cannot be shown on this display", lines[0])
+        return lines[0]
 
     def test_without_a_display_one_line_says_so(self):
         self.assert_one_clear_line(
             self.start("-remotename", "anvil", "-log", self.crash_log, without=["DISPLAY"]))
 
     def test_with_a_dead_display_one_line_says_so(self):
-        self.assert_one_clear_line(
+        line = self.assert_one_clear_line(
             self.start("-remotename", "anvil", "-log", self.crash_log, prefix=("env", "DISPLAY=:4242")))
+        self.assertIn("could not connect to display :4242", line)
+
+    def test_without_a_plugin_for_it_the_line_names_the_plugin(self):
+        line = self.assert_one_clear_line(
+            self.start("-remotename", "anvil", "-log", self.crash_log, prefix=("env", "QT_QPA_PLATFORM=nosuchplatform")))
+        self.assertIn("nosuchplatform", line)
+
+
+class Signals(ProgramTest):
+    @cases(terminate=(signal.SIGTERM,), interrupt=(signal.SIGINT,), hang_up=(signal.SIGHUP,))
+    def test_a_signal_ends_the_program_as_closing_its_window_does(self, number):
+        program = self.launch()
+        os.kill(program.pid, number)
+        self.assertEqual(program.exit_status(), 0)
+        self.assertEqual(program.errors(), "")
+
+    def test_a_signal_ends_an_upload(self):
+        server = self.serve("never")
+        program = self.submitted(self.launch())
+        wait_until(server.posts, "the report to arrive")
+        os.kill(program.pid, signal.SIGTERM)
+        self.assertEqual(program.exit_status(), 0)
+
+    def test_a_signal_ends_the_program_behind_an_alert(self):
+        program = self.launch()
+        program.fill_in("no address")
+        program.submit()
+        program.alert()
+        os.kill(program.pid, signal.SIGTERM)
+        self.assertEqual(program.exit_status(), 0)
+
+    def test_a_reader_of_standard_error_that_is_gone_does_not_end_the_program(self):
+        self.serve("refuse")
+        nobody_reads = ("bash", "-c", 'exec 2> >(exit 0); exec "$@"', "bash")
+        program = self.start(self.crash_log, prefix=(*ORDINARY_USER, *nobody_reads)).wait_for_window()
+        self.submitted(program)
+        self.assertEqual(program.dismiss_alert(), UPLOAD_FAILED)
+        self.assert_usable_after_failure(program)

@@ -1,12 +1,14 @@
 """Submitting: the form's fields, the address, the settings, the throttle between runs."""
 
 import os
+import resource
 
 from support import ADDRESS, CRASH_LOG, ORDINARY_USER, ProgramTest, UPLOAD_FAILED, cases
 from trial.waiting import wait_until
 
 COUNT = "crashSubmissionCount"
 DATE = "lastCrashSubmissionDate"
+MEBIBYTE = 1 << 20
 
 
 class Form(ProgramTest):
@@ -122,7 +124,6 @@ class Settings(ProgramTest):
         server = self.serve()
         self.assert_report_sent(self.submitted(self.launch()), server, self.expected())
 
-
     def test_a_missing_home_does_not_stop_a_report(self):
         server = self.serve()
         # Below a file, where nobody can make a folder: root, who may be behind the ordinary user, would make any other.
@@ -131,6 +132,25 @@ class Settings(ProgramTest):
                     *ORDINARY_USER)
         program = self.start("-remotename", "anvil", "-log", self.crash_log, prefix=homeless).wait_for_window()
         self.assert_report_sent(self.submitted(program), server, CRASH_LOG)
+
+
+class Memory(ProgramTest):
+    def test_a_report_that_memory_cannot_hold_twice_is_posted_without_a_body(self):
+        size = 64 * MEBIBYTE
+        server = self.serve("refuse,accept")
+        program = self.launch(self.home.crash_log("Large_1.crash", b"x" * size))
+        with open(f"/proc/{program.pid}/statm", encoding="ascii") as statm:
+            address_space = int(statm.read().split()[0]) * os.sysconf("SC_PAGE_SIZE")
+        limit = address_space + 48 * MEBIBYTE
+        resource.prlimit(program.pid, resource.RLIMIT_AS, (limit, resource.RLIM_INFINITY))
+        self.submitted(program)
+        self.assertEqual(program.dismiss_alert(), UPLOAD_FAILED)
+        self.assertEqual(server.posts()[0].body, b"")
+        self.assertEqual(self.home.settings()[COUNT], "1")
+        lines = program.errors().splitlines()
+        self.assertIn("Exception in generateFormData:forBoundary. MallocException - ", lines[0])
+        self.assertIn("Returned data: ", lines[1])
+        self.assertEqual(len(lines), 2, lines)
 
 
 class Throttle(ProgramTest):
@@ -151,6 +171,18 @@ class Throttle(ProgramTest):
         self.assertEqual(self.home.settings(), stored)
         self.assertTrue(second.is_unlocked())
         self.assert_accepted(self.submitted(second), server, posts=2)
+
+    def test_what_another_window_has_stored_since_counts(self):
+        self.home.write_settings(f"[General]\n{COUNT}=11\n")
+        server = self.serve()
+        first = self.launch()
+        self.assert_accepted(self.submitted(self.launch(), email=None), server)
+        self.submitted(first, email=None)
+        self.assertEqual(first.dismiss_alert()[0], "You must enter your email address.")
+        self.assertEqual(self.home.settings()[COUNT], "12")
+        self.submitted(first)
+        self.assert_accepted(first, server, posts=2)
+        self.assertEqual(self.home.settings()[COUNT], "13")
 
     def test_without_a_stored_date_an_anonymous_report_is_sent(self):
         self.home.write_settings(f"[General]\n{COUNT}=1000\n")

@@ -2,6 +2,6 @@
 #pragma once
 
 /// Sets up the application, the report window and its controller, launches them and runs the event loop. Takes the
-/// process's own argument count and vector, unchanged; gives the exit status: 0 after an orderly end, 1 when there is
-/// no display.
+/// process's own argument count and vector, unchanged; returns the exit status: 0 after an orderly end, 1
+/// when there is no display.
 int applicationMain(int argc, char **argv);

@@ -6,16 +6,20 @@
 
 #include <QFileInfo>
 #include <QLockFile>
+#include <QLoggingCategory>
 
 #include <chrono>
 #include <utility>
 
 using namespace Qt::StringLiterals;
 
+Q_LOGGING_CATEGORY(lcSettings, "korvale.settings", QtFatalMsg)
+
 namespace {
 
-/// For another process that is just writing; longer than that the window must not stand still.
-constexpr std::chrono::milliseconds kLongestWait(500);
+/// For another process that is just writing, which takes some milliseconds. The window stands still for at most twice
+/// as long.
+constexpr std::chrono::milliseconds kMaxWait(250);
 
 const QString kOrganisation = u"Korvale"_s;
 const QString kApplication = u"CrashReporter"_s;
@@ -37,8 +41,9 @@ bool canBeAStore(const QString &path)
     return !fileExists(path) || QFileInfo(path).isFile();
 }
 
-/// Whether another process keeps the store from being written. The toolkit would wait for its lock for half a minute,
-/// or for ever where the lock is no file, and the window with it.
+/// Whether another process keeps the store from being written. The toolkit would wait for its lock up to 30 seconds, or
+/// forever if the lock is not a regular file, blocking the window. Best effort: another process may take the lock right
+/// behind this look at it.
 bool isLocked(const QString &path)
 {
     const QString lockPath = path + u".lock"_s;
@@ -46,7 +51,11 @@ bool isLocked(const QString &path)
         return true;
     }
     QLockFile lock(lockPath);
-    return !lock.tryLock(static_cast<int>(kLongestWait.count())) && lock.error() == QLockFile::LockFailedError;
+    // A process that was killed before it had written its ID into the lock leaves one that looks alive but for its age.
+    // A lock counts as left behind at this age; its holder's own lock on the file (flock(2)) keeps it from being
+    // removed while the holder lives.
+    lock.setStaleLockTime(static_cast<int>(kMaxWait.count()));
+    return !lock.tryLock(static_cast<int>(2 * kMaxWait.count())) && lock.error() == QLockFile::LockFailedError;
 }
 
 std::unique_ptr<QSettings> openedStore(const platform::LocalLookups &lookups)
@@ -98,7 +107,12 @@ void QtUserDefaults::setObjectForKey(const QVariant &value, const QString &key)
 void QtUserDefaults::synchronize()
 {
     // Not before this is sure: the toolkit would write what it has been given from the event loop, and at its end.
-    if (!settings || !canBeAStore(settings->fileName()) || isLocked(settings->fileName())) {
+    if (!settings) {
+        qCInfo(lcSettings) << "nothing is kept: there is no folder for the settings, or no regular file";
+        return;
+    }
+    if (!canBeAStore(settings->fileName()) || isLocked(settings->fileName())) {
+        qCInfo(lcSettings) << settings->fileName() << "is not written: it or its lock is no regular file, or is locked";
         return;
     }
     for (const auto &[key, value] : std::exchange(unsaved, {}).asKeyValueRange()) {
@@ -106,6 +120,9 @@ void QtUserDefaults::synchronize()
     }
     // Replaces the file as a whole, so its former content is lost only to the new one.
     settings->sync();
+    if (settings->status() != QSettings::NoError) {
+        qCInfo(lcSettings) << settings->fileName() << "is not written:" << settings->status();
+    }
 }
 
 QVariant QtUserDefaults::valueForKey(const QString &key) const
@@ -113,5 +130,13 @@ QVariant QtUserDefaults::valueForKey(const QString &key) const
     if (const auto found = unsaved.constFind(key); found != unsaved.constEnd()) {
         return *found;
     }
-    return settings ? settings->value(key) : QVariant();
+    if (!settings || !canBeAStore(settings->fileName())) {
+        return {};
+    }
+    // Another window may have submitted since: what counts is what is stored now. Where this one could not write, it
+    // goes on with what it has counted; the toolkit would try to write again here, and wait for locks.
+    if (settings->status() != QSettings::AccessError) {
+        settings->sync();
+    }
+    return settings->value(key);
 }

@@ -5,8 +5,6 @@
 
 #include <syslog.h>
 
-#include <csignal>
-
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -45,8 +43,6 @@ QString onOneLine(const QString &text)
 
 SyslogDiagnosticLog::SyslogDiagnosticLog()
 {
-    // The reader of standard error may be the crashed application, which is gone.
-    std::signal(SIGPIPE, SIG_IGN);
     openlog(kProgram, LOG_PERROR | LOG_PID, LOG_USER);
 }
 

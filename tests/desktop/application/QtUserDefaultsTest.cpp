@@ -16,10 +16,13 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <limits>
+#include <memory>
 
 using namespace Qt::StringLiterals;
 
@@ -357,10 +360,64 @@ TEST_F(UserDefaultsTest, WithoutAHomeNothingIsStoredAndNothingFails)
     EXPECT_EQ(StoredDefaults().objectForKey(kDate), std::nullopt);
 }
 
+namespace {
+
+/// A lock whose holder lives: it keeps the file itself locked, as long as this object lives.
+class HeldLock
+{
+public:
+    explicit HeldLock(const QString &path)
+    {
+        QDir().mkpath(QFileInfo(path).path());
+        file = open(path.toLocal8Bit().constData(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
+        EXPECT_EQ(flock(file, LOCK_EX | LOCK_NB), 0);
+    }
+    HeldLock(const HeldLock &) = delete;
+    HeldLock &operator=(const HeldLock &) = delete;
+    ~HeldLock() { close(file); }
+
+private:
+    int file = -1;
+};
+
+} // namespace
+
+TEST_F(UserDefaultsTest, WhatAnotherProcessHasStoredMeanwhileIsRead)
+{
+    aFileWith("crashSubmissionCount=11");
+    const StoredDefaults defaults;
+    ASSERT_EQ(defaults.integerForKey(kCount), 11);
+
+    aFileWith("crashSubmissionCount=112\nlastCrashSubmissionDate=soon");
+
+    EXPECT_EQ(defaults.integerForKey(kCount), 112);
+    EXPECT_EQ(defaults.objectForKey(kDate), QVariant(u"soon"_s));
+}
+
+TEST_F(UserDefaultsTest, ALockOfAKilledProcessHoldsNobodyUp)
+{
+    // Killed after it had made the file and before it had written its ID there.
+    const QByteArray lock = (path() + u".lock"_s).toLocal8Bit();
+    write(path() + u".lock"_s, "");
+    const timespec longAgo = {.tv_sec = 1'000'000'000, .tv_nsec = 0};
+    for (const timespec &time : {timespec{.tv_sec = 0, .tv_nsec = UTIME_NOW}, longAgo}) {
+        const std::array times = {time, time};
+        write(path() + u".lock"_s, "");
+        ASSERT_EQ(utimensat(AT_FDCWD, lock.constData(), times.data(), 0), 0);
+        StoredDefaults defaults;
+        const qint64 count = defaults.integerForKey(kCount) + 1;
+
+        defaults.setIntegerForKey(count, kCount);
+        defaults.synchronize();
+
+        EXPECT_TRUE(stored().contains("crashSubmissionCount=" + QByteArray::number(count) + "\n"));
+    }
+}
+
 TEST_F(UserDefaultsTest, ALockThatNobodyGivesUpLeavesTheStoreAsItIs)
 {
     aFileWith("crashSubmissionCount=3");
-    write(path() + u".lock"_s, "");
+    const HeldLock held(path() + u".lock"_s);
 
     StoredDefaults defaults;
     defaults.setIntegerForKey(4, kCount);
@@ -384,11 +441,12 @@ TEST_F(UserDefaultsTest, ALockThatIsNoFileIsNotWaitedFor)
 
 TEST_F(UserDefaultsTest, WhatALockKeptBackIsStoredWithTheNext)
 {
-    write(path() + u".lock"_s, "");
+    auto held = std::make_unique<HeldLock>(path() + u".lock"_s);
     StoredDefaults defaults;
     defaults.setIntegerForKey(4, kCount);
     defaults.synchronize();
-    QFile::remove(path() + u".lock"_s);
+    ASSERT_EQ(stored(), "no file");
+    held.reset();
 
     defaults.synchronize();
 

@@ -1,5 +1,5 @@
 // The running application's parts and their connections.
-#include "desktop/application/RunningApplication.h"
+#include "desktop/application/Composition.h"
 
 #include "SubmissionHost.h"
 #include "report/CommandLine.h"
@@ -7,15 +7,15 @@
 #include <QApplication>
 #include <QFileOpenEvent>
 
-RunningApplication::RunningApplication(QtProcessInfo &info)
+Composition::Composition(QtProcessInfo &info)
     : processInfo(info)
-    , desktopApplication(&window)
+    , qtApplication(&window)
     , alertPanel(&window)
     , userDefaults(platform::systemLocalLookups())
     , urlLoader(operations)
     , controls(window.controls())
     , controller(controls,
-                 {.application = desktopApplication,
+                 {.application = qtApplication,
                   .alertPanel = alertPanel,
                   .userDefaults = userDefaults,
                   .urlLoader = urlLoader,
@@ -28,10 +28,12 @@ RunningApplication::RunningApplication(QtProcessInfo &info)
     QApplication::setWindowIcon(window.windowIcon());
     controller.init();
     connectWindow();
+    // The system asks for no more than the user who closes the window.
+    connect(&terminationSignals, &TerminationSignals::received, this, &Composition::windowClosed);
     qApp->installEventFilter(this);
 }
 
-void RunningApplication::launch()
+void Composition::launch()
 {
     const QStringList paths = openedFiles(processInfo.arguments());
     for (const QString &path : paths) {
@@ -43,7 +45,7 @@ void RunningApplication::launch()
         Qt::QueuedConnection);
 }
 
-bool RunningApplication::eventFilter(QObject * /*watched*/, QEvent *event)
+bool Composition::eventFilter(QObject * /*watched*/, QEvent *event)
 {
     if (event->type() != QEvent::FileOpen) {
         return false;
@@ -52,12 +54,12 @@ bool RunningApplication::eventFilter(QObject * /*watched*/, QEvent *event)
     return true;
 }
 
-void RunningApplication::openFile(const QString &path)
+void Composition::openFile(const QString &path)
 {
-    operations.perform([this, path] { controller.applicationOpenFile(&desktopApplication, path); });
+    operations.perform([this, path] { controller.applicationOpenFile(&qtApplication, path); });
 }
 
-void RunningApplication::connectWindow()
+void Composition::connectWindow()
 {
     // Not dropped like the other presses: the triangle has turned already, and has to go on saying what the pane does.
     connect(&window, &ReportWindow::disclosureClicked, this,
@@ -71,9 +73,12 @@ void RunningApplication::connectWindow()
             openFile(path);
         }
     });
-    connect(&window, &ReportWindow::closed, this, [this] {
-        if (controller.applicationShouldTerminateAfterLastWindowClosed(&desktopApplication)) {
-            desktopApplication.terminate(nullptr);
-        }
-    });
+    connect(&window, &ReportWindow::closed, this, &Composition::windowClosed);
+}
+
+void Composition::windowClosed()
+{
+    if (controller.applicationShouldTerminateAfterLastWindowClosed(&qtApplication)) {
+        qtApplication.terminate(nullptr);
+    }
 }

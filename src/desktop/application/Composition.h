@@ -2,11 +2,12 @@
 #pragma once
 
 #include "base/OperationQueue.h"
-#include "desktop/application/DesktopApplication.h"
+#include "desktop/application/QtApplication.h"
 #include "desktop/application/QtProcessInfo.h"
 #include "desktop/application/QtUserDefaults.h"
 #include "desktop/application/SyslogDiagnosticLog.h"
 #include "desktop/application/SystemClock.h"
+#include "desktop/application/TerminationSignals.h"
 #include "desktop/transfer/QtUrlLoader.h"
 #include "desktop/window/MessageAlertPanel.h"
 #include "desktop/window/ReportWindow.h"
@@ -17,13 +18,13 @@
 /// Makes the window and its controller, alive together for the whole run, and leads everything that reaches the
 /// application to the controller, one operation at a time: what the window's user presses, files that are dropped onto
 /// it, and files that the system opens onto the application object, which must exist before.
-class RunningApplication : public QObject
+class Composition : public QObject
 {
     Q_OBJECT
 
 public:
     /// The process information must outlive the application.
-    explicit RunningApplication(QtProcessInfo &info);
+    explicit Composition(QtProcessInfo &info);
 
     /// Opens the files of the command line and then finishes launching. The event loop must be running: termination
     /// asked for before that would go unheard.
@@ -34,11 +35,12 @@ public:
 private:
     void openFile(const QString &path);
     void connectWindow();
+    void windowClosed();
 
     QtProcessInfo &processInfo;
     OperationQueue operations;
     ReportWindow window;
-    DesktopApplication desktopApplication;
+    QtApplication qtApplication;
     MessageAlertPanel alertPanel;
     QtUserDefaults userDefaults;
     SystemClock clock;
@@ -46,4 +48,5 @@ private:
     QtUrlLoader urlLoader;
     platform::ReportControls controls;
     AppController controller;
+    TerminationSignals terminationSignals;
 };

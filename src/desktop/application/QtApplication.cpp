@@ -1,14 +1,14 @@
 // Bringing the application to the front, and ending it.
-#include "desktop/application/DesktopApplication.h"
+#include "desktop/application/QtApplication.h"
 
 #include <QApplication>
 
-DesktopApplication::DesktopApplication(QWidget *reportWindow)
+QtApplication::QtApplication(QWidget *reportWindow)
     : window(reportWindow)
 {
 }
 
-void DesktopApplication::activate(platform::OtherApplications others)
+void QtApplication::activate(platform::OtherApplications others)
 {
     if (!window) {
         return;
@@ -21,7 +21,7 @@ void DesktopApplication::activate(platform::OtherApplications others)
     window->activateWindow();
 }
 
-void DesktopApplication::terminate(const platform::Object * /*sender*/)
+void QtApplication::terminate(const platform::Object * /*sender*/)
 {
     // From the event loop: the caller's next steps still run, and launching may ask before the loop has begun, when
     // quitting at once would have no effect.

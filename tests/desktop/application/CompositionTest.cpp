@@ -1,5 +1,5 @@
 // The running application: the files that reach it, when launching finishes, what an alert holds up, and its end.
-#include "desktop/application/RunningApplication.h"
+#include "desktop/application/Composition.h"
 
 #include "desktop/window/HeadlineLabel.h"
 #include "desktop/window/ReportTextView.h"
@@ -76,11 +76,11 @@ private:
     QTimer look;
 };
 
-class RunningApplicationTest : public testing::Test
+class CompositionTest : public testing::Test
 {
 protected:
-    RunningApplicationTest() { QApplication::setQuitOnLastWindowClosed(false); }
-    ~RunningApplicationTest() override { QApplication::setQuitOnLastWindowClosed(true); }
+    CompositionTest() { QApplication::setQuitOnLastWindowClosed(false); }
+    ~CompositionTest() override { QApplication::setQuitOnLastWindowClosed(true); }
 
     /// Writes a crash log and gives its path.
     QString crashLog(const QString &name, const QByteArray &content) const
@@ -104,7 +104,7 @@ protected:
             arguments.push_back(text.data());
         }
         processInfo = std::make_unique<QtProcessInfo>(static_cast<int>(arguments.size()), arguments.data());
-        application = std::make_unique<RunningApplication>(*processInfo);
+        application = std::make_unique<Composition>(*processInfo);
     }
 
     /// Starts the application with a report in its shown window.
@@ -121,7 +121,7 @@ protected:
         QTimer limit;
         QObject::connect(&limit, &QTimer::timeout, [] { QCoreApplication::exit(-1); });
         limit.start(5000);
-        QMetaObject::invokeMethod(application.get(), &RunningApplication::launch, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(application.get(), &Composition::launch, Qt::QueuedConnection);
         return QCoreApplication::exec();
     }
 
@@ -157,14 +157,14 @@ protected:
 
     QTemporaryDir folder;
     std::unique_ptr<QtProcessInfo> processInfo;
-    std::unique_ptr<RunningApplication> application;
+    std::unique_ptr<Composition> application;
 };
 
 } // namespace
 
 // Launching
 
-TEST_F(RunningApplicationTest, FilesOfTheCommandLineAreOpenedAtOnceAndLaunchingFinishesATurnLater)
+TEST_F(CompositionTest, FilesOfTheCommandLineAreOpenedAtOnceAndLaunchingFinishesATurnLater)
 {
     start({crashLog(u"Harbour_1.crash"_s, "harbour"), crashLog(u"Beacon_1.crash"_s, "beacon")});
 
@@ -177,10 +177,10 @@ TEST_F(RunningApplicationTest, FilesOfTheCommandLineAreOpenedAtOnceAndLaunchingF
     EXPECT_TRUE(headlineNames(u"Beacon"_s));
 }
 
-TEST_F(RunningApplicationTest, FileThatTheSystemOpensInTheTurnOfTheLaunchIsLoadedBeforeLaunchingFinishes)
+TEST_F(CompositionTest, FileThatTheSystemOpensInTheTurnOfTheLaunchIsLoadedBeforeLaunchingFinishes)
 {
     start();
-    QMetaObject::invokeMethod(application.get(), &RunningApplication::launch, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(application.get(), &Composition::launch, Qt::QueuedConnection);
     QCoreApplication::postEvent(qApp, new QFileOpenEvent(crashLog(u"Harbour_1.crash"_s, "harbour")));
 
     EXPECT_TRUE(comesTrue([] { return reportWindow().isVisible(); }));
@@ -189,7 +189,7 @@ TEST_F(RunningApplicationTest, FileThatTheSystemOpensInTheTurnOfTheLaunchIsLoade
     EXPECT_TRUE(headlineNames(u"Harbour"_s));
 }
 
-TEST_F(RunningApplicationTest, FileThatTheSystemOpensBetweenLaunchAndItsEndTakesThePlaceOfTheCommandLines)
+TEST_F(CompositionTest, FileThatTheSystemOpensBetweenLaunchAndItsEndTakesThePlaceOfTheCommandLines)
 {
     start({crashLog(u"Harbour_1.crash"_s, "harbour")});
     application->launch();
@@ -201,7 +201,7 @@ TEST_F(RunningApplicationTest, FileThatTheSystemOpensBetweenLaunchAndItsEndTakes
     EXPECT_TRUE(headlineNames(u"Beacon"_s));
 }
 
-TEST_F(RunningApplicationTest, LaunchingFinishesAfterEveryFileThatAnAlertHeldUp)
+TEST_F(CompositionTest, LaunchingFinishesAfterEveryFileThatAnAlertHeldUp)
 {
     const QString beacon = crashLog(u"Beacon_1.crash"_s, "beacon");
     start({crashLog(u"Harbour_1.crash"_s, kConflicting), crashLog(u"Anchor_1.crash"_s, "anchor")});
@@ -215,7 +215,7 @@ TEST_F(RunningApplicationTest, LaunchingFinishesAfterEveryFileThatAnAlertHeldUp)
     EXPECT_TRUE(headlineNames(u"Anchor"_s));
 }
 
-TEST_F(RunningApplicationTest, RemoteNameAndLogOfTheCommandLineAreShownWithoutAnAlert)
+TEST_F(CompositionTest, RemoteNameAndLogOfTheCommandLineAreShownWithoutAnAlert)
 {
     Alerts alerts;
     start({u"-remotename"_s, u"build-mac-3"_s, u"-style"_s, u"windows"_s, u"-log"_s,
@@ -231,7 +231,7 @@ TEST_F(RunningApplicationTest, RemoteNameAndLogOfTheCommandLineAreShownWithoutAn
 
 // Files that come later
 
-TEST_F(RunningApplicationTest, FileThatTheSystemOpensLaterReplacesTheReportAlone)
+TEST_F(CompositionTest, FileThatTheSystemOpensLaterReplacesTheReportAlone)
 {
     startWithReport();
 
@@ -241,7 +241,7 @@ TEST_F(RunningApplicationTest, FileThatTheSystemOpensLaterReplacesTheReportAlone
     EXPECT_TRUE(headlineNames(u"Harbour"_s));
 }
 
-TEST_F(RunningApplicationTest, DroppedFilesReplaceTheReportInTheirOrder)
+TEST_F(CompositionTest, DroppedFilesReplaceTheReportInTheirOrder)
 {
     startWithReport();
     const QString beacon = crashLog(u"Beacon_1.crash"_s, "beacon");
@@ -254,7 +254,7 @@ TEST_F(RunningApplicationTest, DroppedFilesReplaceTheReportInTheirOrder)
     EXPECT_EQ(report(), u"beacon"_s);
 }
 
-TEST_F(RunningApplicationTest, EachOfSeveralDroppedFilesIsLoaded)
+TEST_F(CompositionTest, EachOfSeveralDroppedFilesIsLoaded)
 {
     startWithReport();
     Alerts alerts;
@@ -267,7 +267,7 @@ TEST_F(RunningApplicationTest, EachOfSeveralDroppedFilesIsLoaded)
 
 // While an alert is up
 
-TEST_F(RunningApplicationTest, FilesThatComeWhileAnAlertIsUpWaitUntilTheFirstIsLoaded)
+TEST_F(CompositionTest, FilesThatComeWhileAnAlertIsUpWaitUntilTheFirstIsLoaded)
 {
     startWithReport();
     const QString opened = crashLog(u"Beacon_1.crash"_s, "opened");
@@ -287,7 +287,7 @@ TEST_F(RunningApplicationTest, FilesThatComeWhileAnAlertIsUpWaitUntilTheFirstIsL
     EXPECT_TRUE(comesTrue([] { return report() == u"dropped"; }));
 }
 
-TEST_F(RunningApplicationTest, SubmittingWhileAnAlertIsUpIsDropped)
+TEST_F(CompositionTest, SubmittingWhileAnAlertIsUpIsDropped)
 {
     startWithReport();
     child<QLineEdit>(reportWindow(), "emailText").setText(u"anna"_s);
@@ -302,7 +302,7 @@ TEST_F(RunningApplicationTest, SubmittingWhileAnAlertIsUpIsDropped)
     EXPECT_EQ(alerts.titles, (QStringList{kConflictAlert, kAddressAlert}));
 }
 
-TEST_F(RunningApplicationTest, DisclosingWhileAnAlertIsUpWaitsSoThatTriangleAndPaneAgree)
+TEST_F(CompositionTest, DisclosingWhileAnAlertIsUpWaitsSoThatTriangleAndPaneAgree)
 {
     startWithReport();
     auto &triangle = child<QToolButton>(reportWindow(), "disclosureBtn");
@@ -320,7 +320,7 @@ TEST_F(RunningApplicationTest, DisclosingWhileAnAlertIsUpWaitsSoThatTriangleAndP
     EXPECT_TRUE(triangle.isChecked());
 }
 
-TEST_F(RunningApplicationTest, CancellingWhileAnAlertIsUpIsDropped)
+TEST_F(CompositionTest, CancellingWhileAnAlertIsUpIsDropped)
 {
     startWithReport();
     // Locked, as it is while a report is being sent.
@@ -340,7 +340,7 @@ TEST_F(RunningApplicationTest, CancellingWhileAnAlertIsUpIsDropped)
 
 // The end
 
-TEST_F(RunningApplicationTest, LaunchingWithoutAReportQuitsAndShowsNothing)
+TEST_F(CompositionTest, LaunchingWithoutAReportQuitsAndShowsNothing)
 {
     start({folder.filePath(u"gone_1.crash"_s)});
     QSignalSpy quitting(qApp, &QCoreApplication::aboutToQuit);
@@ -351,7 +351,7 @@ TEST_F(RunningApplicationTest, LaunchingWithoutAReportQuitsAndShowsNothing)
     EXPECT_FALSE(reportWindow().isVisible());
 }
 
-TEST_F(RunningApplicationTest, ClosingTheWindowQuits)
+TEST_F(CompositionTest, ClosingTheWindowQuits)
 {
     start({crashLog(u"Harbour_1.crash"_s, "harbour")});
     QSignalSpy quitting(qApp, &QCoreApplication::aboutToQuit);

@@ -6,10 +6,10 @@
 #include <QPointer>
 #include <QWidget>
 
-class DesktopApplication : public platform::Application
+class QtApplication : public platform::Application
 {
 public:
-    explicit DesktopApplication(QWidget *window);
+    explicit QtApplication(QWidget *window);
 
     void activate(platform::OtherApplications others) override;
     void terminate(const platform::Object *sender) override;

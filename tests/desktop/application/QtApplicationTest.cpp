@@ -1,5 +1,5 @@
 // Bringing the application to the front, and ending it.
-#include "desktop/application/DesktopApplication.h"
+#include "desktop/application/QtApplication.h"
 
 #include "support/WindowSupport.h"
 
@@ -10,7 +10,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-class DesktopApplicationTest : public testing::Test
+class QtApplicationTest : public testing::Test
 {
 protected:
     /// Runs the event loop, five seconds at most; gives its exit status, or -1 when it had to be stopped.
@@ -23,18 +23,18 @@ protected:
     }
 
     QWidget window;
-    DesktopApplication application{&window};
+    QtApplication application{&window};
 };
 
 } // namespace
 
-TEST_F(DesktopApplicationTest, TerminateBeforeTheEventLoopEndsItWithStatus0)
+TEST_F(QtApplicationTest, TerminateBeforeTheEventLoopEndsItWithStatus0)
 {
     application.terminate(nullptr);
     EXPECT_EQ(runEventLoop(), 0);
 }
 
-TEST_F(DesktopApplicationTest, TerminateFromTheEventLoopReturnsToItsCallerFirst)
+TEST_F(QtApplicationTest, TerminateFromTheEventLoopReturnsToItsCallerFirst)
 {
     bool nextStepRan = false;
     QTimer::singleShot(0, [&] {
@@ -46,7 +46,7 @@ TEST_F(DesktopApplicationTest, TerminateFromTheEventLoopReturnsToItsCallerFirst)
     EXPECT_TRUE(nextStepRan);
 }
 
-TEST_F(DesktopApplicationTest, ActivateGivesTheWindowTheKeyboard)
+TEST_F(QtApplicationTest, ActivateGivesTheWindowTheKeyboard)
 {
     window.show();
     QWidget other;
@@ -57,9 +57,9 @@ TEST_F(DesktopApplicationTest, ActivateGivesTheWindowTheKeyboard)
     EXPECT_TRUE(QTest::qWaitForWindowActive(&window));
 }
 
-TEST_F(DesktopApplicationTest, ActivateWithoutAWindowDoesNothing)
+TEST_F(QtApplicationTest, ActivateWithoutAWindowDoesNothing)
 {
-    DesktopApplication windowless(nullptr);
+    QtApplication windowless(nullptr);
     windowless.activate(platform::OtherApplications::Ignore);
     EXPECT_EQ(QApplication::activeWindow(), nullptr);
 }
