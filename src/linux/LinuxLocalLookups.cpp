@@ -2,10 +2,12 @@
 #include "linux/LinuxLocalLookups.h"
 
 #include "base/Utf8.h"
+#include "linux/FileRights.h"
 
 #include <QByteArray>
 #include <QUuid>
 
+#include <grp.h>
 #include <pwd.h>
 #include <systemd/sd-login.h>
 #include <unistd.h>
@@ -14,6 +16,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -31,6 +34,8 @@ constexpr std::string_view kGreeterClass = "greeter";
 constexpr std::size_t kFirstAccountBuffer = 1024;
 /// An entry beyond this is no account; the bound keeps a broken source of accounts from eating all memory.
 constexpr std::size_t kLargestAccountBuffer = std::size_t(16) * 1024 * 1024;
+
+constexpr int kFirstGroups = 64;
 
 /// Where a kind of directory lies: below "~" for the user, and machine-wide for the other two; empty where a domain has
 /// none.
@@ -57,6 +62,8 @@ constexpr std::array<StandardDirectory, 9> kStandardDirectories = {{
 struct Account {
     std::optional<QString> name;
     std::optional<QString> home;
+    uid_t userId = 0;
+    gid_t groupId = 0;
 };
 
 /// Frees what libsystemd hands over.
@@ -64,7 +71,7 @@ struct FreeDeleter {
     void operator()(char *text) const { std::free(text); }
 };
 
-using HandedOverText = std::unique_ptr<char, FreeDeleter>;
+using MallocedString = std::unique_ptr<char, FreeDeleter>;
 
 /// The path without separators at its end, so that a name can be appended; the root directory stays "/".
 QString withoutTrailingSeparators(QString path)
@@ -84,22 +91,25 @@ std::optional<QString> homePath(const QByteArray &bytes)
     return withoutTrailingSeparators(*path);
 }
 
-/// The account that a reentrant look-up of passwd entries finds, given a buffer that is large enough for the entry.
-template<typename LookUp>
-std::optional<Account> findAccount(LookUp lookUp)
+/// The account that a reentrant lookup of passwd entries finds, given a buffer that is large enough for the entry.
+template<typename Lookup>
+std::optional<Account> findAccount(Lookup lookup)
 {
     for (std::size_t size = kFirstAccountBuffer; size <= kLargestAccountBuffer; size *= 2) {
         std::vector<char> buffer(size);
         passwd entry = {};
         passwd *found = nullptr;
-        const int error = lookUp(&entry, buffer.data(), buffer.size(), &found);
+        const int error = lookup(&entry, buffer.data(), buffer.size(), &found);
         if (error == ERANGE) {
             continue;
         }
         if (!found) {
             return std::nullopt;
         }
-        return Account{textFromUtf8(found->pw_name), homePath(found->pw_dir)};
+        return Account{.name = textFromUtf8(found->pw_name),
+                       .home = homePath(found->pw_dir),
+                       .userId = found->pw_uid,
+                       .groupId = found->pw_gid};
     }
     return std::nullopt;
 }
@@ -123,19 +133,50 @@ std::optional<Account> accountNamed(const QString &name)
     });
 }
 
-HandedOverText activeSessionOnFirstSeat()
+/// Whether the process's user namespace has the user (user_namespaces(7)): each line of its map gives a first ID
+/// inside, one outside and a count.
+bool isKnownToNamespace(uid_t userId)
+{
+    std::ifstream map("/proc/self/uid_map");
+    std::uint64_t first = 0;
+    std::uint64_t outside = 0;
+    std::uint64_t count = 0;
+    while (map >> first >> outside >> count) {
+        if (userId >= first && userId - first < count) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::vector<gid_t> groupsOf(const QString &user, gid_t group)
+{
+    int count = kFirstGroups;
+    std::vector<gid_t> groups(static_cast<std::size_t>(count));
+    if (::getgrouplist(user.toUtf8().constData(), group, groups.data(), &count) < 0) {
+        // Now the count is the one that is needed.
+        groups.resize(static_cast<std::size_t>(count));
+        if (::getgrouplist(user.toUtf8().constData(), group, groups.data(), &count) < 0) {
+            return {group};
+        }
+    }
+    groups.resize(static_cast<std::size_t>(count));
+    return groups;
+}
+
+MallocedString activeSessionOnFirstSeat()
 {
     char *session = nullptr;
     const bool found = sd_seat_get_active(kFirstSeat, &session, nullptr) >= 0;
-    HandedOverText owned(session);
+    MallocedString owned(session);
     return found ? std::move(owned) : nullptr;
 }
 
-HandedOverText classOfSession(const char *session)
+MallocedString classOfSession(const char *session)
 {
     char *sessionClass = nullptr;
     const bool found = sd_session_get_class(session, &sessionClass) >= 0;
-    HandedOverText owned(sessionClass);
+    MallocedString owned(sessionClass);
     return found ? std::move(owned) : nullptr;
 }
 
@@ -169,8 +210,7 @@ QByteArray cacheDirectory(const std::optional<QString> &home)
 
 QStringList LinuxLocalLookups::searchPathForDirectoriesInDomains(std::uint64_t kind, std::uint64_t domainMask) const
 {
-    const auto row = std::find_if(kStandardDirectories.begin(), kStandardDirectories.end(),
-                                  [kind](const StandardDirectory &candidate) { return candidate.kind == kind; });
+    const auto row = std::ranges::find(kStandardDirectories, kind, &StandardDirectory::kind);
     if (row == kStandardDirectories.end()) {
         return {};
     }
@@ -218,11 +258,11 @@ std::optional<QString> LinuxLocalLookups::userName() const
 
 std::optional<QString> LinuxLocalLookups::copyConsoleUser() const
 {
-    const HandedOverText session = activeSessionOnFirstSeat();
+    const MallocedString session = activeSessionOnFirstSeat();
     if (!session) {
         return std::nullopt;
     }
-    const HandedOverText sessionClass = classOfSession(session.get());
+    const MallocedString sessionClass = classOfSession(session.get());
     if (!sessionClass) {
         return std::nullopt;
     }
@@ -265,6 +305,19 @@ std::time_t LinuxLocalLookups::calendarTime() const
 std::clock_t LinuxLocalLookups::processorTime() const
 {
     return std::clock();
+}
+
+std::unique_ptr<platform::Object> LinuxLocalLookups::takeFileRightsOfUser(const QString &name) const
+{
+    const std::optional<Account> account = accountNamed(name);
+    if (!account) {
+        return nullptr;
+    }
+    if (!isKnownToNamespace(account->userId)) {
+        return std::make_unique<platform::Object>();
+    }
+    auto rights = std::make_unique<FileRights>(account->userId, account->groupId, groupsOf(name, account->groupId));
+    return rights->areTaken() ? std::move(rights) : nullptr;
 }
 
 const platform::LocalLookups &platform::systemLocalLookups()

@@ -3,6 +3,9 @@
 
 #include "base/TextFile.h"
 #include "paths/KVLocalPaths.h"
+#include "platform/LocalLookups.h"
+
+#include <memory>
 
 using namespace Qt::StringLiterals;
 
@@ -34,14 +37,30 @@ qsizetype maxBytes(const ApplicationLog &log)
     return static_cast<qsizetype>(3 * log.bound());
 }
 
+/// The text of the file at the path. Root opens it with the rights of the user at the console, whose file it is: a link
+/// that this user has planted must not show and send what only root may read.
+std::optional<QString> textWithItsUsersRights(const QString &path, qsizetype maximum)
+{
+    const platform::LocalLookups &lookups = platform::systemLocalLookups();
+    std::unique_ptr<platform::Object> rights;
+    if (lookups.realUserId() == platform::kRootUserId) {
+        const std::optional<QString> user = KVLocalPaths::currentConsoleUser();
+        rights = user ? lookups.takeFileRightsOfUser(*user) : nullptr;
+        if (!rights) {
+            return std::nullopt;
+        }
+    }
+    return fileExists(path) ? textOfFile(path, maximum) : std::nullopt;
+}
+
 /// The text of the log, if it may be appended to a report of the running length.
 std::optional<QString> appendableLog(const ApplicationLog &log, const std::optional<QString> &path,
                                      quint64 runningLength)
 {
-    if (!path || !fileExists(*path) || runningLength >= kReportCeiling) {
+    if (!path || runningLength >= kReportCeiling) {
         return std::nullopt;
     }
-    std::optional<QString> text = textOfFile(*path, maxBytes(log));
+    std::optional<QString> text = textWithItsUsersRights(*path, maxBytes(log));
     if (!text || static_cast<quint64>(text->size()) + runningLength >= log.bound()) {
         return std::nullopt;
     }

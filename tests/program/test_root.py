@@ -39,10 +39,15 @@ class Root(ProgramTest):
             file.write(b"log of the console user\n")
         return path
 
+    def root_home(self):
+        path = os.path.join(self.folder, "root")
+        os.makedirs(path, exist_ok=True)
+        return path
+
     def account_list(self):
         path = os.path.join(self.folder, "passwd")
         with open(path, "w", encoding="utf-8") as file:
-            file.write("root:x:0:0:root:/root:/bin/sh\n")
+            file.write(f"root:x:0:0:root:{self.root_home()}:/bin/sh\n")
             file.write(f"conny:x:4321:4321:Conny Sole:{self.console_home()}:/bin/sh\n")
         return path
 

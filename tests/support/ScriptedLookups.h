@@ -39,6 +39,7 @@ public:
     mutable std::deque<QString> uniqueStrings = {QStringLiteral("unique")};
     std::time_t seconds = 1'700'000'000;
     std::clock_t ticks = 4711;
+    bool givesFileRights = true;
 
     QStringList searchPathForDirectoriesInDomains(std::uint64_t kind, std::uint64_t domainMask) const override
     {
@@ -122,6 +123,12 @@ public:
     {
         note("clock");
         return ticks;
+    }
+
+    std::unique_ptr<platform::Object> takeFileRightsOfUser(const QString &user) const override
+    {
+        note("file rights of " + user.toStdString());
+        return givesFileRights ? std::make_unique<platform::Object>() : nullptr;
     }
 
 private:

@@ -3,15 +3,37 @@
 
 #include "desktop/application/Composition.h"
 #include "desktop/application/QtProcessInfo.h"
+#include "desktop/application/RootEnvironment.h"
 #include "desktop/application/ToolkitStart.h"
 
 #include <QApplication>
 
+#include <unistd.h>
+
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
+
+namespace {
+
+/// Whether the file's mode has lent the process another user's or group's rights.
+bool isSetId()
+{
+    return ::getuid() != ::geteuid() || ::getgid() != ::getegid();
+}
+
+} // namespace
 
 int applicationMain(int argc, char **argv)
 {
+    if (isSetId()) {
+        std::fputs("korvale-crash-reporter: not to be installed set-user-ID or set-group-ID: whoever starts it would "
+                   "read and send files with those rights\n",
+                   stderr);
+        return EXIT_FAILURE;
+    }
+    keepOnlyHarmlessVariables(platform::systemLocalLookups());
     // The reader of standard error may be the crashed application, which is gone; a server may hang up.
     std::signal(SIGPIPE, SIG_IGN);
     QtProcessInfo processInfo(argc, argv);

@@ -3,5 +3,5 @@
 
 /// Sets up the application, the report window and its controller, launches them and runs the event loop. Takes the
 /// process's own argument count and vector, unchanged; returns the exit status: 0 after an orderly end, 1
-/// when there is no display.
+/// when the toolkit cannot start and for a program that is installed set-id.
 int applicationMain(int argc, char **argv);

@@ -4,10 +4,14 @@
 #include "base/PathText.h"
 #include "base/TextFile.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QLockFile>
 #include <QLoggingCategory>
 
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -24,9 +28,18 @@ constexpr std::chrono::milliseconds kMaxWait(250);
 const QString kOrganisation = u"Korvale"_s;
 const QString kApplication = u"CrashReporter"_s;
 
-/// The toolkit would put the settings of a user whose home is not in the environment into the root directory.
+bool isRoot(const platform::LocalLookups &lookups)
+{
+    return lookups.realUserId() == platform::kRootUserId;
+}
+
+/// The toolkit would put the settings of a user whose home is not in the environment into the root directory. Root's
+/// are where its account says, whatever environment root's rights were gained with.
 std::optional<QString> configurationFolder(const platform::LocalLookups &lookups)
 {
+    if (isRoot(lookups)) {
+        return byAppendingPathComponent(lookups.homeDirectoryForUser(lookups.userName()), u".config"_s);
+    }
     const QString configured = qEnvironmentVariable("XDG_CONFIG_HOME");
     if (configured.startsWith(u'/')) {
         return configured;
@@ -39,6 +52,18 @@ std::optional<QString> configurationFolder(const platform::LocalLookups &lookups
 bool canBeAStore(const QString &path)
 {
     return !fileExists(path) || QFileInfo(path).isFile();
+}
+
+/// Whether a user other than root has put a link where root's settings lie: it would lead root's writing anywhere.
+bool isLedAstray(const QString &folder)
+{
+    const QString ours = folder + u'/' + kOrganisation;
+    const QStringList places = {folder, ours, ours + u'/' + kApplication + u".conf"_s};
+    return std::ranges::any_of(places, [](const QString &place) {
+        struct stat status = {};
+        return ::lstat(QFile::encodeName(place).constData(), &status) == 0 && S_ISLNK(status.st_mode)
+            && status.st_uid != platform::kRootUserId;
+    });
 }
 
 /// Whether another process keeps the store from being written. The toolkit would wait for its lock up to 30 seconds, or
@@ -62,6 +87,9 @@ std::unique_ptr<QSettings> openedStore(const platform::LocalLookups &lookups)
 {
     const std::optional<QString> folder = configurationFolder(lookups);
     if (!folder || !canBeAStore(*folder + u'/' + kOrganisation + u'/' + kApplication + u".conf"_s)) {
+        return nullptr;
+    }
+    if (isRoot(lookups) && isLedAstray(*folder)) {
         return nullptr;
     }
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, *folder);

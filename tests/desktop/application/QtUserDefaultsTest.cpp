@@ -346,6 +346,55 @@ TEST_F(UserDefaultsTest, WithoutAConfigurationFolderTheStoreIsInTheHomeThatTheSy
     }
 }
 
+namespace {
+
+/// Root's lookups, with a home that the account names.
+class RootsLookups : public ScriptedLookups
+{
+public:
+    explicit RootsLookups(const QString &homeOfRoot)
+    {
+        runAsRoot(*this, u"user1"_s);
+        homes[u"root"_s] = homeOfRoot;
+    }
+};
+
+} // namespace
+
+TEST_F(UserDefaultsTest, RootsStoreIsInTheHomeOfItsAccountWhateverTheEnvironmentSays)
+{
+    const QTemporaryDir home;
+    const RootsLookups lookups(home.path());
+
+    QtUserDefaults defaults(lookups);
+    defaults.setIntegerForKey(5, kCount);
+    defaults.synchronize();
+
+    EXPECT_TRUE(QFileInfo(home.filePath(u".config/Korvale/CrashReporter.conf"_s)).isFile());
+    EXPECT_EQ(stored(), "no file") << "nothing of root's in the folder that XDG_CONFIG_HOME names";
+}
+
+TEST_F(UserDefaultsTest, RootFollowsALinkOfItsOwnAndNoneOfAnotherOwner)
+{
+    // What an ordinary user makes is never root's.
+    for (const bool isRoots : {geteuid() == 0, false}) {
+        const QTemporaryDir home;
+        const QTemporaryDir elsewhere;
+        ASSERT_TRUE(QFile::link(elsewhere.path(), home.filePath(u".config"_s)));
+        if (!isRoots && geteuid() == 0) {
+            ASSERT_EQ(lchown(home.filePath(u".config"_s).toLocal8Bit().constData(), 4321, 4321), 0);
+        }
+        const RootsLookups lookups(home.path());
+
+        QtUserDefaults defaults(lookups);
+        defaults.setIntegerForKey(5, kCount);
+        defaults.synchronize();
+
+        EXPECT_EQ(QFileInfo::exists(elsewhere.filePath(u"Korvale/CrashReporter.conf"_s)), isRoots);
+        EXPECT_EQ(defaults.integerForKey(kCount), 5);
+    }
+}
+
 TEST_F(UserDefaultsTest, WithoutAHomeNothingIsStoredAndNothingFails)
 {
     const ScopedVariable unset("XDG_CONFIG_HOME", std::nullopt);

@@ -1,0 +1,11 @@
+// What a process of root's takes from the environment that it was started in.
+#pragma once
+
+#include "platform/LocalLookups.h"
+
+/// For a process of root's: keeps the variables that name a display, a bus, a language or a proxy, drops all others and
+/// sets HOME and PATH to root's own. Root's rights are often gained with a user's environment, and variables of the
+/// toolkit and of the libraries below it name folders to load code and settings from. Does nothing for other users.
+///
+/// What the dynamic loader reads (LD_PRELOAD and the like, ld.so(8)) has had its effect before.
+void keepOnlyHarmlessVariables(const platform::LocalLookups &lookups);

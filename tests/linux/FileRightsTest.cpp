@@ -1,0 +1,91 @@
+// A user's rights to files, taken on by root; run as root of the system or of a namespace that has all users.
+#include "base/TextFile.h"
+#include "linux/LinuxLocalLookups.h"
+#include "support/PrintQt.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// An account that every system has.
+const QString kUser = u"nobody"_s;
+constexpr uid_t kUserId = 65534;
+
+class FileRightsTest : public testing::Test
+{
+protected:
+    FileRightsTest()
+    {
+        EXPECT_EQ(::geteuid(), 0U) << "this takes root, of a namespace at least";
+        EXPECT_EQ(::chmod(folder.path().toLocal8Bit().constData(), 0755), 0);
+    }
+
+    QString file(const QString &name, uid_t owner, gid_t group, mode_t mode) const
+    {
+        const QString path = folder.filePath(name);
+        QFile output(path);
+        EXPECT_TRUE(output.open(QFile::WriteOnly));
+        output.write("content");
+        output.close();
+        EXPECT_EQ(::chown(path.toLocal8Bit().constData(), owner, group), 0);
+        EXPECT_EQ(::chmod(path.toLocal8Bit().constData(), mode), 0);
+        return path;
+    }
+
+    /// What is read of the file with the user's rights.
+    std::optional<QByteArray> readByUser(const QString &path) const
+    {
+        const auto rights = lookups.takeFileRightsOfUser(kUser);
+        EXPECT_NE(rights, nullptr);
+        return contentsOfRegularFile(path);
+    }
+
+    const QTemporaryDir folder;
+    const LinuxLocalLookups lookups;
+};
+
+} // namespace
+
+TEST_F(FileRightsTest, WhatOnlyRootMayReadIsNotRead)
+{
+    const QString path = file(u"of-root"_s, 0, 0, 0600);
+
+    EXPECT_EQ(readByUser(path), std::nullopt);
+    EXPECT_EQ(contentsOfRegularFile(path), "content") << "root's own rights are back";
+}
+
+TEST_F(FileRightsTest, LinkOfTheUsersToWhatOnlyRootMayReadIsNotRead)
+{
+    const QString link = folder.filePath(u"link"_s);
+    ASSERT_TRUE(QFile::link(file(u"of-root"_s, 0, 0, 0600), link));
+    ASSERT_EQ(::lchown(link.toLocal8Bit().constData(), kUserId, kUserId), 0);
+
+    EXPECT_EQ(readByUser(link), std::nullopt);
+}
+
+TEST_F(FileRightsTest, UsersOwnFileIsReadAndRootsRightToEveryFileComesBack)
+{
+    const QString path = file(u"of-the-user"_s, kUserId, 0, 0600);
+
+    EXPECT_EQ(readByUser(path), "content");
+    EXPECT_EQ(contentsOfRegularFile(path), "content");
+}
+
+TEST_F(FileRightsTest, GroupsAreTheUsersAndNotRoots)
+{
+    EXPECT_EQ(readByUser(file(u"of-the-users-group"_s, 0, kUserId, 0640)), "content");
+    EXPECT_EQ(readByUser(file(u"of-roots-group"_s, 0, 0, 0640)), std::nullopt);
+}
+
+TEST_F(FileRightsTest, NobodyOfThatNameHasNoRights)
+{
+    EXPECT_EQ(lookups.takeFileRightsOfUser(u"no such user"_s), nullptr);
+}
