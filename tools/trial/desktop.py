@@ -29,6 +29,7 @@ BUS_CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-BUS Bus
 """
 ACCESSIBILITY_SERVICE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "accessibility_service.py")
 REGISTRY = "/usr/libexec/at-spi2-registryd"
+REGISTRY_NAME = "org.a11y.atspi.Registry"
 SCREEN = "1280x1024x24"
 
 
@@ -56,7 +57,15 @@ class AccessibilityBus:
 
     def start_registry(self, folder, environment):
         self.registry = Started([REGISTRY], folder, "registry", environment)
-        self.registry.wait_for_output("daemon is running")
+        # It says that it is running a moment before it can be found.
+        wait_until(lambda: self.has_owner(REGISTRY_NAME), "the registry of accessible programs")
+
+    def has_owner(self, name):
+        asked = subprocess.run(
+            ["dbus-send", f"--bus={self.address}", "--print-reply=literal", "--dest=org.freedesktop.DBus", "/",
+             "org.freedesktop.DBus.NameHasOwner", f"string:{name}"],
+            check=True, capture_output=True, text=True, timeout=30)
+        return "true" in asked.stdout
 
     def end(self):
         if self.registry:

@@ -45,11 +45,31 @@ def is_button(accessible):
     return accessible.get_role() in (Atspi.Role.PUSH_BUTTON, Atspi.Role.TOGGLE_BUTTON, Atspi.Role.CHECK_BOX)
 
 
+class Control:
+    """One control, found once: cheaper to ask again and again than to search for each time."""
+
+    def __init__(self, accessible):
+        self.accessible = accessible
+
+    def name(self):
+        return self.accessible.get_name()
+
+    def is_enabled(self):
+        return self.accessible.get_state_set().contains(Atspi.StateType.ENABLED)
+
+    def is_editable(self):
+        return self.accessible.get_state_set().contains(Atspi.StateType.EDITABLE)
+
+    def press(self):
+        press(self.accessible)
+
+
 class Screen:
     """The windows of one process."""
 
     def __init__(self, pid):
         self.pid = pid
+        self.known = None
 
     def application(self):
         GLib.MainContext.default().iteration(False)
@@ -68,6 +88,15 @@ class Screen:
             return [window for window in children(application) if is_showing(window)] if application else []
         except GLib.Error:
             return []
+
+    def count_windows(self):
+        """How many windows the program has told of, whether they are on screen or not; 0 while it cannot be asked."""
+        try:
+            self.known = self.known or self.application()
+            return self.known.get_child_count() if self.known else 0
+        except GLib.Error:
+            self.known = None
+            return 0
 
     def report_window(self):
         return next((window for window in self.windows() if not self.is_alert(window)), None)
@@ -90,6 +119,9 @@ class Screen:
     def is_named(control, name):
         # A label may say the same as the control that it belongs to.
         return control.get_name() == name and control.get_role() != Atspi.Role.LABEL
+
+    def control(self, name):
+        return Control(self.find(name))
 
     def names(self):
         window = self.report_window()
