@@ -6,8 +6,12 @@
 # writes into DIR, which is created if it is missing:
 #
 #   authority.pem                  the authority to trust
-#   localhost.pem, .key            a good server: localhost, 127.0.0.1 and ::1
+#   localhost.pem, .key            a good server: localhost, 127.0.0.1 and ::1, and endpoint.test for a program that
+#                                  is built to submit to another host than this machine
 #   expired.pem, .key              the same names, no longer valid
+#   notyet.pem, .key               the same names, not yet valid
+#   client.pem, .key               the same names, for the client's side of a connection
+#   selfsigned.pem, .key           the same names, signed by its own key
 #   otherhost.pem, .key            a valid certificate of another host
 #   stranger-authority.pem         an authority that nobody trusts
 #   stranger.pem, .key             the good names, issued by that one
@@ -45,6 +49,11 @@ commonName = supplied
 basicConstraints = critical, CA:TRUE
 keyUsage = critical, keyCertSign
 subjectKeyIdentifier = hash
+[client]
+basicConstraints = critical, CA:FALSE
+keyUsage = critical, digitalSignature
+extendedKeyUsage = clientAuth
+subjectAltName = $ENV::NAMES
 [server]
 basicConstraints = critical, CA:FALSE
 keyUsage = critical, digitalSignature
@@ -73,10 +82,17 @@ makeAuthority() { # name, subject
         -extensions authority -startdate "$recently" -enddate "$later" -in "$work/$1.csr" -out "$1.pem"
 }
 
-issue() { # name, subject, subject alternative names, authority, start, end
+issue() { # name, subject, subject alternative names, authority, start, end, kind (server)
     newRequest "$1" "$2"
     NAMES=$3 quietly openssl ca -batch -notext -config "$work/openssl.cnf" -cert "$4.pem" -keyfile "$work/$4.key" \
-        -extensions server -startdate "$5" -enddate "$6" -in "$work/$1.csr" -out "$1.pem"
+        -extensions "${7:-server}" -startdate "$5" -enddate "$6" -in "$work/$1.csr" -out "$1.pem"
+    mv "$work/$1.key" "$1.key"
+}
+
+signByItself() { # name, subject, subject alternative names, start, end
+    newRequest "$1" "$2"
+    NAMES=$3 quietly openssl ca -batch -notext -config "$work/openssl.cnf" -selfsign -keyfile "$work/$1.key" \
+        -extensions server -startdate "$4" -enddate "$5" -in "$work/$1.csr" -out "$1.pem"
     mv "$work/$1.key" "$1.key"
 }
 
@@ -84,12 +100,16 @@ instant() { date -u -d "$1" +%Y%m%d%H%M%SZ; }
 
 recently=$(instant "-3 days")
 yesterday=$(instant "-1 day")
+tomorrow=$(instant "+1 day")
 later=$(instant "+30 days")
-local_names=DNS:localhost,IP:127.0.0.1,IP:::1
+local_names=DNS:localhost,DNS:endpoint.test,IP:127.0.0.1,IP:::1
 
 makeAuthority authority "Throw-away authority"
 makeAuthority stranger-authority "Authority that nobody trusts"
 issue localhost localhost "$local_names" authority "$recently" "$later"
 issue expired localhost "$local_names" authority "$recently" "$yesterday"
+issue notyet localhost "$local_names" authority "$tomorrow" "$later"
+issue client localhost "$local_names" authority "$recently" "$later" client
+signByItself selfsigned localhost "$local_names" "$recently" "$later"
 issue otherhost elsewhere.example DNS:elsewhere.example authority "$recently" "$later"
 issue stranger localhost "$local_names" stranger-authority "$recently" "$later"
