@@ -1,0 +1,79 @@
+"""What every row of the table is made of, whatever is injected, and how what was seen is held against it."""
+
+import dataclasses
+
+ACCEPTED = "accepted"
+REFUSED = "refused"
+FAILED = "failed"
+SENDING = "still sending"
+# Where the protocol leaves it to the reader of a broken message what to make of it; an acceptance it must not be.
+NOT_ACCEPTED = (REFUSED, FAILED)
+
+
+@dataclasses.dataclass(frozen=True)
+class Group:
+    """Rows of one kind; the world is the module that makes a row happen and gives what was seen."""
+
+    name: str
+    world: str
+    rows: tuple
+    only_on_demand: bool = False
+
+
+@dataclasses.dataclass
+class Seen:
+    """One run of a row; a series has several."""
+
+    end: str
+    posts: int = 0
+    seconds: float = 0.0
+    memory: int = 0
+    # What differs from the row apart from the end, in words.
+    differences: list = dataclasses.field(default_factory=list)
+    # What helps to find out why: printed with a row that differs.
+    notes: list = dataclasses.field(default_factory=list)
+
+
+@dataclasses.dataclass
+class Result:
+    """What came of a row: the worst of its runs where it is a series."""
+
+    ends: list
+    posts: list
+    seconds: float
+    memory: int
+    differences: list
+    notes: list
+    cost: float = 0.0
+
+    @property
+    def passed(self):
+        return not self.differences
+
+
+def ends_of(expected):
+    return (expected,) if isinstance(expected, str) else tuple(expected)
+
+
+def words(values):
+    """The different values in their order, as one text."""
+    return " or ".join(dict.fromkeys(str(value) for value in values))
+
+
+def result_of(expected_end, runs, cost):
+    """Adds what is judged alike for every group: the end."""
+    differences, notes = [], []
+    for label, seen in runs:
+        place = f"{label}: " if label else ""
+        if seen.end not in ends_of(expected_end):
+            seen.differences.insert(0, f"ended as {seen.end}, not as {words(ends_of(expected_end))}")
+        differences += [place + difference for difference in seen.differences]
+        if seen.differences:
+            notes += [place + note for note in seen.notes]
+    observed = [seen for _, seen in runs]
+    return Result(
+        ends=list(dict.fromkeys(seen.end for seen in observed)),
+        posts=sorted({seen.posts for seen in observed}),
+        seconds=max(seen.seconds for seen in observed),
+        memory=max(seen.memory for seen in observed),
+        differences=differences, notes=notes, cost=cost)
