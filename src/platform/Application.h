@@ -5,14 +5,11 @@
 
 namespace platform {
 
-/// What happens first when the application is brought to the front while the user works in another one.
-enum class OtherApplications { Respect, Ignore };
-
 class Application : public Object
 {
 public:
-    /// Brings the application to the front.
-    virtual void activate(OtherApplications others) = 0;
+    /// Brings the application to the front, also while the user works in another one.
+    virtual void activateIgnoringOtherApps() = 0;
     /// Asks the application to end with exit status 0 and returns; the caller's next steps still run.
     virtual void terminate(const Object *sender) = 0;
 };

@@ -40,10 +40,9 @@ public:
     virtual void setHidden(bool /*hidden*/) {}
     /// The view's rectangle in its superview; the height is the one the view has when it is shown.
     virtual Rect frame() const { return {}; }
-    virtual void setNeedsDisplay(bool /*needsDisplay*/) {}
 };
 
-class TextField : public View
+class TextField : public Object
 {
 public:
     static TextField &missing();
@@ -55,7 +54,7 @@ public:
     virtual void setEnabled(bool /*enabled*/) {}
 };
 
-class TextView : public View
+class TextView : public Object
 {
 public:
     static TextView &missing();
@@ -66,7 +65,7 @@ public:
     virtual void setEditable(bool /*editable*/) {}
 };
 
-class Button : public View
+class Button : public Object
 {
 public:
     static Button &missing();
@@ -77,7 +76,7 @@ public:
     virtual void setEnabled(bool /*enabled*/) {}
 };
 
-class ProgressIndicator : public View
+class ProgressIndicator : public Object
 {
 public:
     static ProgressIndicator &missing();
@@ -86,6 +85,7 @@ public:
     virtual void setUsesThreadedAnimation(bool /*threaded*/) {}
     virtual void startAnimation(const Object * /*sender*/) {}
     virtual void stopAnimation(const Object * /*sender*/) {}
+    virtual void setNeedsDisplay(bool /*needsDisplay*/) {}
 };
 
 class Window : public Object

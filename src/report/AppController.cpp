@@ -109,7 +109,7 @@ void AppController::showReport()
     disclosureBtn.setState(platform::kStateOff);
     initialInfo.setStringValue(crashHeadline(appName.value_or(QString())));
     mainWindow.makeKeyAndOrderFront(this);
-    services.application.activate(platform::OtherApplications::Ignore);
+    services.application.activateIgnoringOtherApps();
 }
 
 bool AppController::applicationShouldTerminateAfterLastWindowClosed(const platform::Object * /*application*/) const

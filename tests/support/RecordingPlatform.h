@@ -279,10 +279,7 @@ public:
     {
     }
 
-    void activate(platform::OtherApplications others) override
-    {
-        calls.note("application activateIgnoringOtherApps " + yesNo(others == platform::OtherApplications::Ignore));
-    }
+    void activateIgnoringOtherApps() override { calls.note("application activateIgnoringOtherApps yes"); }
     void terminate(const platform::Object *sender) override
     {
         lastSender = sender;

@@ -9,7 +9,7 @@
 #include "desktop/application/SystemClock.h"
 #include "desktop/application/TerminationSignals.h"
 #include "desktop/transfer/QtUrlLoader.h"
-#include "desktop/window/MessageAlertPanel.h"
+#include "desktop/window/QtAlertPanel.h"
 #include "desktop/window/ReportWindow.h"
 #include "report/AppController.h"
 
@@ -41,7 +41,7 @@ private:
     OperationQueue operations;
     ReportWindow window;
     QtApplication qtApplication;
-    MessageAlertPanel alertPanel;
+    QtAlertPanel alertPanel;
     QtUserDefaults userDefaults;
     SystemClock clock;
     SyslogDiagnosticLog diagnosticLog;

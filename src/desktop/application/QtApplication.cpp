@@ -8,13 +8,9 @@ QtApplication::QtApplication(QWidget *reportWindow)
 {
 }
 
-void QtApplication::activate(platform::OtherApplications others)
+void QtApplication::activateIgnoringOtherApps()
 {
     if (!window) {
-        return;
-    }
-    if (others == platform::OtherApplications::Respect && !QApplication::activeWindow()) {
-        QApplication::alert(window);
         return;
     }
     window->raise();

@@ -11,7 +11,7 @@ class QtApplication : public platform::Application
 public:
     explicit QtApplication(QWidget *window);
 
-    void activate(platform::OtherApplications others) override;
+    void activateIgnoringOtherApps() override;
     void terminate(const platform::Object *sender) override;
 
 private:

@@ -1,10 +1,10 @@
 // The report window: what its controls do to each other, Escape, closing and dropped files.
 #include "desktop/window/ReportWindow.h"
 
-#include "desktop/window/ControlAdapters.h"
 #include "desktop/window/DroppedFiles.h"
 #include "desktop/window/FoldingPane.h"
-#include "desktop/window/HeldKeys.h"
+#include "desktop/window/KeyGuard.h"
+#include "desktop/window/QtControls.h"
 #include "ui_ReportWindow.h"
 
 #include <QApplication>
@@ -76,15 +76,15 @@ struct ReportWindow::Parts {
 
     Ui::ReportWindow ui;
     FoldingPane foldingPane;
-    WindowAdapter mainWindow;
-    HeadlineAdapter initialInfo;
-    ButtonAdapter disclosureBtn;
-    PaneAdapter logView;
-    ReportTextAdapter logText;
-    DescriptionAdapter infoText;
-    LineEditAdapter emailText;
-    ButtonAdapter submitBtn;
-    SpinnerAdapter spinner;
+    QtWindow mainWindow;
+    QtHeadline initialInfo;
+    QtButton disclosureBtn;
+    QtView logView;
+    QtReportText logText;
+    QtTextView infoText;
+    QtTextField emailText;
+    QtButton submitBtn;
+    QtProgressIndicator spinner;
 };
 
 // An ordinary window and no dialog to the window manager: it stands for itself and may be minimised.
@@ -181,7 +181,7 @@ void ReportWindow::connectControls()
     ui.cancelBtn->installEventFilter(this);
     ui.emailText->installEventFilter(this);
     // The window's own keys are those that its controls leave to it.
-    new HeldKeys({this, ui.disclosureBtn, ui.cancelBtn, ui.submitBtn}, this);
+    new KeyGuard({this, ui.disclosureBtn, ui.cancelBtn, ui.submitBtn}, this);
 }
 
 // Like the locked description: a disabled field's own letters are hardly to be read.

@@ -9,7 +9,7 @@
 
 #include <memory>
 
-/// The window of resources/ReportWindow.ui, and the adapters through which the controller speaks to its controls.
+/// The window of resources/ReportWindow.ui, and its controls, through which the controller speaks to it.
 class ReportWindow : public QDialog
 {
     Q_OBJECT

@@ -53,13 +53,13 @@ TEST_F(QtApplicationTest, ActivateGivesTheWindowTheKeyboard)
     other.show();
     other.activateWindow();
     ASSERT_TRUE(QTest::qWaitForWindowActive(&other));
-    application.activate(platform::OtherApplications::Ignore);
+    application.activateIgnoringOtherApps();
     EXPECT_TRUE(QTest::qWaitForWindowActive(&window));
 }
 
 TEST_F(QtApplicationTest, ActivateWithoutAWindowDoesNothing)
 {
     QtApplication windowless(nullptr);
-    windowless.activate(platform::OtherApplications::Ignore);
+    windowless.activateIgnoringOtherApps();
     EXPECT_EQ(QApplication::activeWindow(), nullptr);
 }

@@ -1,5 +1,5 @@
 // The alert: what it shows, that everything is plain text, and how it is dismissed.
-#include "desktop/window/MessageAlertPanel.h"
+#include "desktop/window/QtAlertPanel.h"
 
 #include "support/WindowSupport.h"
 
@@ -19,7 +19,7 @@ const QString kTitle = u"Crash log upload failed."_s;
 const QString kMessage = u"Please try again later."_s;
 
 /// Runs the alert and hands it to the visitor as soon as it is in view; the visitor dismisses it.
-bool runAlert(MessageAlertPanel &panel, const QString &title, const QString &message,
+bool runAlert(QtAlertPanel &panel, const QString &title, const QString &message,
               const std::function<void(QMessageBox &)> &visit)
 {
     bool visited = false;
@@ -40,16 +40,16 @@ bool runAlert(MessageAlertPanel &panel, const QString &title, const QString &mes
     return visited;
 }
 
-class MessageAlertPanelTest : public testing::Test
+class QtAlertPanelTest : public testing::Test
 {
 protected:
     ReportWindow window;
-    MessageAlertPanel panel{&window};
+    QtAlertPanel panel{&window};
 };
 
 } // namespace
 
-TEST_F(MessageAlertPanelTest, ShowsTitleMessageAndOneButton)
+TEST_F(QtAlertPanelTest, ShowsTitleMessageAndOneButton)
 {
     EXPECT_TRUE(runAlert(panel, kTitle, kMessage, [](QMessageBox &box) {
         EXPECT_EQ(box.windowTitle(), u"Korvale Crash Reporter"_s);
@@ -61,7 +61,7 @@ TEST_F(MessageAlertPanelTest, ShowsTitleMessageAndOneButton)
     }));
 }
 
-TEST_F(MessageAlertPanelTest, ShowsTheTitleInBoldAndTheMessageNot)
+TEST_F(QtAlertPanelTest, ShowsTheTitleInBoldAndTheMessageNot)
 {
     EXPECT_TRUE(runAlert(panel, kTitle, kMessage, [](QMessageBox &box) {
         const QList<QLabel *> labels = box.findChildren<QLabel *>();
@@ -73,7 +73,7 @@ TEST_F(MessageAlertPanelTest, ShowsTheTitleInBoldAndTheMessageNot)
     }));
 }
 
-TEST_F(MessageAlertPanelTest, ShowsShortTextsInOneLineEach)
+TEST_F(QtAlertPanelTest, ShowsShortTextsInOneLineEach)
 {
     EXPECT_TRUE(
         runAlert(panel, u"Crash log upload failed."_s, u"The report could not be sent."_s, [](QMessageBox &box) {
@@ -88,7 +88,7 @@ TEST_F(MessageAlertPanelTest, ShowsShortTextsInOneLineEach)
         }));
 }
 
-TEST_F(MessageAlertPanelTest, ShowsMarkupAsPlainText)
+TEST_F(QtAlertPanelTest, ShowsMarkupAsPlainText)
 {
     EXPECT_TRUE(runAlert(panel, u"<b>title</b>"_s, u"<i>message</i>"_s, [](QMessageBox &box) {
         const QList<QLabel *> labels = box.findChildren<QLabel *>();
@@ -101,7 +101,7 @@ TEST_F(MessageAlertPanelTest, ShowsMarkupAsPlainText)
     }));
 }
 
-class DismissalTest : public MessageAlertPanelTest, public testing::WithParamInterface<Qt::Key>
+class DismissalTest : public QtAlertPanelTest, public testing::WithParamInterface<Qt::Key>
 {
 };
 
@@ -118,7 +118,7 @@ INSTANTIATE_TEST_SUITE_P(, DismissalTest, testing::Values(Qt::Key_Escape, Qt::Ke
                              return std::string(given.param == Qt::Key_Escape ? "Escape" : "Return");
                          });
 
-TEST_F(MessageAlertPanelTest, PressingOkDismissesTheAlert)
+TEST_F(QtAlertPanelTest, PressingOkDismissesTheAlert)
 {
     EXPECT_TRUE(runAlert(panel, kTitle, kMessage, [](QMessageBox &box) {
         QTest::mouseClick(box.button(QMessageBox::Ok), Qt::LeftButton);
@@ -126,18 +126,18 @@ TEST_F(MessageAlertPanelTest, PressingOkDismissesTheAlert)
     }));
 }
 
-TEST_F(MessageAlertPanelTest, StandsBeforeTheWindowWhileThatIsVisible)
+TEST_F(QtAlertPanelTest, StandsBeforeTheWindowWhileThatIsVisible)
 {
     window.show();
     EXPECT_TRUE(runAlert(panel, kTitle, kMessage, [this](QMessageBox &box) { EXPECT_EQ(box.parent(), &window); }));
 }
 
-TEST_F(MessageAlertPanelTest, StandsAloneWhileTheWindowIsHidden)
+TEST_F(QtAlertPanelTest, StandsAloneWhileTheWindowIsHidden)
 {
     EXPECT_TRUE(runAlert(panel, kTitle, kMessage, [](QMessageBox &box) { EXPECT_EQ(box.parent(), nullptr); }));
 }
 
-TEST_F(MessageAlertPanelTest, LeavesTheFocusOfTheWindowWhereItWas)
+TEST_F(QtAlertPanelTest, LeavesTheFocusOfTheWindowWhereItWas)
 {
     window.show();
     auto &submit = child<QPushButton>(window, "submitBtn");

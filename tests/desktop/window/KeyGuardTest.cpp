@@ -1,6 +1,6 @@
 // Keys that are held down or pressed twice: what they must not press or close, and what they still type.
 #include "desktop/window/DescriptionEdit.h"
-#include "desktop/window/MessageAlertPanel.h"
+#include "desktop/window/QtAlertPanel.h"
 #include "support/WindowSupport.h"
 
 #include <QApplication>
@@ -52,11 +52,11 @@ const NamedKey kEnter{"Enter", Qt::Key_Enter, u"\r"_s};
 const NamedKey kBlank{"Blank", Qt::Key_Space, u" "_s};
 const NamedKey kEscape{"Escape", Qt::Key_Escape, u"\x1b"_s};
 
-class HeldKeysTest : public testing::Test
+class KeyGuardTest : public testing::Test
 {
 protected:
-    HeldKeysTest() { QApplication::setDoubleClickInterval(static_cast<int>(kVeryLong.count())); }
-    ~HeldKeysTest() override { QApplication::setDoubleClickInterval(usualInterval); }
+    KeyGuardTest() { QApplication::setDoubleClickInterval(static_cast<int>(kVeryLong.count())); }
+    ~KeyGuardTest() override { QApplication::setDoubleClickInterval(usualInterval); }
 
     void show()
     {
@@ -88,7 +88,7 @@ protected:
     QSignalSpy closings{&window, &ReportWindow::closed};
 };
 
-class HeldKeyTest : public HeldKeysTest, public testing::WithParamInterface<NamedKey>
+class HeldKeyTest : public KeyGuardTest, public testing::WithParamInterface<NamedKey>
 {
 };
 
@@ -140,7 +140,7 @@ TEST_P(HeldKeyTest, ClosesNothingFromTheDescription)
 TEST_P(HeldKeyTest, LeavesTheAlertInView)
 {
     window.show();
-    MessageAlertPanel panel(&window);
+    QtAlertPanel panel(&window);
     int looks = 0;
     QTimer look;
     QObject::connect(&look, &QTimer::timeout, &window, [&] {
@@ -161,7 +161,7 @@ TEST_P(HeldKeyTest, LeavesTheAlertInView)
 
 INSTANTIATE_TEST_SUITE_P(, HeldKeyTest, testing::Values(kReturn, kEnter, kBlank, kEscape), nameOf);
 
-TEST_F(HeldKeysTest, HeldReturnBeginsManyLinesInTheDescription)
+TEST_F(KeyGuardTest, HeldReturnBeginsManyLinesInTheDescription)
 {
     show();
     description.setFocus();
@@ -169,7 +169,7 @@ TEST_F(HeldKeysTest, HeldReturnBeginsManyLinesInTheDescription)
     EXPECT_EQ(controls.infoText.string(), u"\n\n\n"_s);
 }
 
-TEST_F(HeldKeysTest, HeldBlankIsTypedInTheFields)
+TEST_F(KeyGuardTest, HeldBlankIsTypedInTheFields)
 {
     show();
     hold(email, kBlank);
@@ -178,7 +178,7 @@ TEST_F(HeldKeysTest, HeldBlankIsTypedInTheFields)
     EXPECT_EQ(controls.infoText.string(), u"   "_s);
 }
 
-TEST_F(HeldKeysTest, KeyPressedAgainIsNoHeldKey)
+TEST_F(KeyGuardTest, KeyPressedAgainIsNoHeldKey)
 {
     show();
     for (const quint64 time : {1000U, 1040U}) {
@@ -194,7 +194,7 @@ TEST_F(HeldKeysTest, KeyPressedAgainIsNoHeldKey)
 
 // Return, pressed twice
 
-TEST_F(HeldKeysTest, SecondReturnRightAfterTheOneThatSubmittedDoesNotCancel)
+TEST_F(KeyGuardTest, SecondReturnRightAfterTheOneThatSubmittedDoesNotCancel)
 {
     show();
     enterSendingState(controls);
@@ -203,7 +203,7 @@ TEST_F(HeldKeysTest, SecondReturnRightAfterTheOneThatSubmittedDoesNotCancel)
     EXPECT_EQ(cancellations.count(), 0);
 }
 
-TEST_F(HeldKeysTest, ReturnSomeTimeAfterTheOneThatSubmittedCancels)
+TEST_F(KeyGuardTest, ReturnSomeTimeAfterTheOneThatSubmittedCancels)
 {
     QApplication::setDoubleClickInterval(50);
     show();
@@ -216,7 +216,7 @@ TEST_F(HeldKeysTest, ReturnSomeTimeAfterTheOneThatSubmittedCancels)
 
 // Escape, pressed twice
 
-TEST_F(HeldKeysTest, SecondEscapeRightAfterTheOneThatCancelledClosesNothing)
+TEST_F(KeyGuardTest, SecondEscapeRightAfterTheOneThatCancelledClosesNothing)
 {
     show();
     QObject::connect(&window, &ReportWindow::cancelClicked, [this] { enterIdleState(controls); });
@@ -227,7 +227,7 @@ TEST_F(HeldKeysTest, SecondEscapeRightAfterTheOneThatCancelledClosesNothing)
     EXPECT_TRUE(window.isVisible());
 }
 
-TEST_F(HeldKeysTest, EscapeSomeTimeAfterTheOneThatCancelledCloses)
+TEST_F(KeyGuardTest, EscapeSomeTimeAfterTheOneThatCancelledCloses)
 {
     QApplication::setDoubleClickInterval(50);
     show();
@@ -242,10 +242,10 @@ TEST_F(HeldKeysTest, EscapeSomeTimeAfterTheOneThatCancelledCloses)
     EXPECT_EQ(cancellations.count(), 1);
 }
 
-TEST_F(HeldKeysTest, SecondEscapeRightAfterTheOneThatDismissedAnAlertClosesNothing)
+TEST_F(KeyGuardTest, SecondEscapeRightAfterTheOneThatDismissedAnAlertClosesNothing)
 {
     show();
-    MessageAlertPanel panel(&window);
+    QtAlertPanel panel(&window);
     QTimer look;
     QObject::connect(&look, &QTimer::timeout, &window, [] {
         if (QWidget *box = QApplication::activeModalWidget()) {
@@ -259,12 +259,12 @@ TEST_F(HeldKeysTest, SecondEscapeRightAfterTheOneThatDismissedAnAlertClosesNothi
     EXPECT_TRUE(window.isVisible());
 }
 
-TEST_F(HeldKeysTest, SecondEscapeRightAfterAnAlertStillCancels)
+TEST_F(KeyGuardTest, SecondEscapeRightAfterAnAlertStillCancels)
 {
     show();
     enterSendingState(controls);
     enterRefusedState(controls);
-    MessageAlertPanel panel(&window);
+    QtAlertPanel panel(&window);
     QTimer::singleShot(0, &window, [] { QApplication::activeModalWidget()->close(); });
     panel.runAlertPanel(u"Title"_s, u"Message"_s);
     QTest::keyClick(&window, Qt::Key_Escape);

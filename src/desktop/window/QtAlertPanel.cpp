@@ -1,7 +1,7 @@
 // The alert: its title in bold, the message below, one button.
-#include "desktop/window/MessageAlertPanel.h"
+#include "desktop/window/QtAlertPanel.h"
 
-#include "desktop/window/HeldKeys.h"
+#include "desktop/window/KeyGuard.h"
 
 #include <QLabel>
 #include <QMessageBox>
@@ -50,12 +50,12 @@ void widenMessage(QMessageBox &box)
 
 } // namespace
 
-MessageAlertPanel::MessageAlertPanel(QWidget *reportWindow)
+QtAlertPanel::QtAlertPanel(QWidget *reportWindow)
     : window(reportWindow)
 {
 }
 
-void MessageAlertPanel::runAlertPanel(const QString &title, const QString &message)
+void QtAlertPanel::runAlertPanel(const QString &title, const QString &message)
 {
     QMessageBox box(visibleWindow(window.data()));
     box.setIcon(QMessageBox::Warning);
@@ -67,6 +67,6 @@ void MessageAlertPanel::runAlertPanel(const QString &title, const QString &messa
     showPlain(box);
     emphasizeTitle(box);
     widenMessage(box);
-    const HeldKeys heldKeys({&box, box.button(QMessageBox::Ok)});
+    const KeyGuard keyGuard({&box, box.button(QMessageBox::Ok)});
     box.exec();
 }

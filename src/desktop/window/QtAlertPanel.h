@@ -6,11 +6,11 @@
 #include <QPointer>
 #include <QWidget>
 
-class MessageAlertPanel : public platform::AlertPanel
+class QtAlertPanel : public platform::AlertPanel
 {
 public:
     /// Alerts stand before the window while it is visible.
-    explicit MessageAlertPanel(QWidget *window);
+    explicit QtAlertPanel(QWidget *window);
 
     void runAlertPanel(const QString &title, const QString &message) override;
 

@@ -1,5 +1,5 @@
 // Which key presses are repetitions that press nothing.
-#include "desktop/window/HeldKeys.h"
+#include "desktop/window/KeyGuard.h"
 
 #include <QCoreApplication>
 #include <QKeyEvent>
@@ -17,14 +17,14 @@ bool pressesSomething(int key)
 } // namespace
 
 // On the application, because the keyboard goes from one window to another while a key is held down.
-HeldKeys::HeldKeys(const QList<QWidget *> &widgets, QObject *parent)
+KeyGuard::KeyGuard(const QList<QWidget *> &widgets, QObject *parent)
     : QObject(parent)
     , guarded(widgets.begin(), widgets.end())
 {
     QCoreApplication::instance()->installEventFilter(this);
 }
 
-bool HeldKeys::eventFilter(QObject *watched, QEvent *event)
+bool KeyGuard::eventFilter(QObject *watched, QEvent *event)
 {
     if (event->type() != QEvent::KeyPress && event->type() != QEvent::KeyRelease) {
         return false;
@@ -40,7 +40,7 @@ bool HeldKeys::eventFilter(QObject *watched, QEvent *event)
 
 // An X server repeats a key as a release and a press at the same time, which the toolkit takes for a repetition only
 // when it has both at hand as it handles the release. Events that a program made have no time.
-bool HeldKeys::isRepetition(const QKeyEvent &press) const
+bool KeyGuard::isRepetition(const QKeyEvent &press) const
 {
     const bool followsItsRelease =
         press.key() == releasedKey && press.timestamp() != 0 && press.timestamp() - releasedAt <= kLongestPair;

@@ -10,13 +10,13 @@ class QKeyEvent;
 /// Watches windows and buttons. Return, Enter, the blank and Escape press something there, and a key that is held down
 /// would press it, and whatever gets the keyboard after it, many times a second: so each of these keys counts once,
 /// when it goes down. Text fields take their keys before the window around them sees any, and go on repeating.
-class HeldKeys : public QObject
+class KeyGuard : public QObject
 {
     Q_OBJECT
 
 public:
     /// The widgets must outlive the watch. Needs the application object.
-    explicit HeldKeys(const QList<QWidget *> &widgets, QObject *parent = nullptr);
+    explicit KeyGuard(const QList<QWidget *> &widgets, QObject *parent = nullptr);
 
     bool eventFilter(QObject *watched, QEvent *event) override;
 
