@@ -1,6 +1,8 @@
 // How the pane folds while the form above it stays where it is.
 #include "desktop/window/FoldingPane.h"
 
+#include "desktop/window/WindowLog.h"
+
 #include <QEvent>
 #include <QGuiApplication>
 #include <QLayout>
@@ -10,13 +12,11 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <utility>
 
 namespace {
 
-/// A window system confirms sizes some time after they were asked for, and the late confirmations of an animation's
-/// steps would pull the form about. This is how long they may take.
-constexpr std::chrono::milliseconds kLateConfirmations(250);
+/// How long a window system may take to confirm a size. Late resize events of an animation would make the form jump.
+constexpr std::chrono::milliseconds kConfirmation(250);
 
 QRect screenGeometry()
 {
@@ -24,8 +24,8 @@ QRect screenGeometry()
     return screen ? screen->geometry() : QRect();
 }
 
-/// What the screen has for a window inside its frame. Nobody knows the frame before the window is shown, so this takes
-/// the one that the style would draw.
+/// The space available for the window's contents. The window's frame is not known before the window is shown, so this
+/// takes the one that the style would draw.
 QSize availableSize(const QWidget &window)
 {
     const QScreen *screen = QGuiApplication::primaryScreen();
@@ -67,35 +67,34 @@ FoldingPane::FoldingPane(QWidget &parentWindow, QWidget &upperPart, QWidget &low
     , form(upperPart)
     , pane(lowerPart)
 {
-    connect(&movement, &QVariantAnimation::valueChanged, this,
+    connect(&animation, &QVariantAnimation::valueChanged, this,
             [this](const QVariant &height) { window.resize(window.width(), height.toInt()); });
-    connect(&movement, &QVariantAnimation::finished, this, [this] {
-        targetHeight.reset();
+    connect(&animation, &QVariantAnimation::finished, this, [this] {
         pane.setVisible(!folded);
-        settling.start(kLateConfirmations);
+        settle(kConfirmation);
     });
-    movement.setEasingCurve(QEasingCurve::InOutQuad);
+    animation.setEasingCurve(QEasingCurve::InOutQuad);
     settling.setSingleShot(true);
-    connect(&settling, &QTimer::timeout, this, &FoldingPane::settle);
+    connect(&settling, &QTimer::timeout, this, &FoldingPane::rest);
     restoring.setSingleShot(true);
-    connect(&restoring, &QTimer::timeout, this, &FoldingPane::payHeightOwed);
+    connect(&restoring, &QTimer::timeout, this, &FoldingPane::applyPendingHeight);
 
-    takeFirstSize();
+    setInitialSize();
     window.installEventFilter(this);
     form.installEventFilter(this);
-    settle();
+    rest();
 }
 
-void FoldingPane::takeFirstSize()
+void FoldingPane::setInitialSize()
 {
     const QSize available = availableSize(window);
-    const int leastWidth = std::max(form.minimumSizeHint().width(), pane.minimumSizeHint().width());
-    const int usualWidth = std::max(form.sizeHint().width(), pane.sizeHint().width());
-    const int width = std::max(leastWidth, std::min(usualWidth, available.width()));
-    const int leastForm = form.layout()->totalMinimumHeightForWidth(width);
-    const int usualForm = std::max(leastForm, form.layout()->totalHeightForWidth(width));
-    paneHeight = std::clamp(available.height() - usualForm, pane.minimumSizeHint().height(), pane.sizeHint().height());
-    const int formHeight = std::clamp(available.height() - paneHeight, leastForm, usualForm);
+    const int preferredWidth = std::max(form.sizeHint().width(), pane.sizeHint().width());
+    const int width = std::max(minimumWidth(), std::min(preferredWidth, available.width()));
+    const int minimumForm = form.layout()->totalMinimumHeightForWidth(width);
+    const int preferredForm = std::max(minimumForm, form.layout()->totalHeightForWidth(width));
+    paneHeight =
+        std::clamp(available.height() - preferredForm, pane.minimumSizeHint().height(), pane.sizeHint().height());
+    const int formHeight = std::clamp(available.height() - paneHeight, minimumForm, preferredForm);
     window.resize(width, formHeight + paneHeight);
 }
 
@@ -105,7 +104,10 @@ void FoldingPane::setFolded(bool fold)
         return;
     }
     folded = fold;
-    holdForm();
+    qCDebug(windowLog) << (folded ? "pane folded" : "pane unfolded");
+    if (state != State::Moving) {
+        settle({});
+    }
     // A pane that folds in view stays painted until the window has closed over it.
     if (!folded || !window.isVisible()) {
         pane.setVisible(!folded);
@@ -115,29 +117,30 @@ void FoldingPane::setFolded(bool fold)
 platform::Rect FoldingPane::frame() const
 {
     QRect geometry = window.geometry();
-    if (!isHeldByScreen()) {
-        geometry.setHeight(targetHeight.value_or(restoredHeight()));
+    if (state == State::Moving) {
+        geometry.setHeight(animation.endValue().toInt());
+    } else if (!isMaximizedOrFullScreen()) {
+        geometry.setHeight(restoredHeight());
     }
     return frameOf(geometry);
 }
 
-void FoldingPane::setFrame(const platform::Rect &frame, platform::Animation animation)
+void FoldingPane::setFrame(const platform::Rect &frame, platform::Animation animate)
 {
     const QRect wanted = geometryOf(frame);
     const bool onlyHeightChanges = differOnlyInHeight(wanted, window.geometry());
-    movement.stop();
-    targetHeight.reset();
-    holdForm();
-    if (isHeldByScreen()) {
-        heightOwed += wanted.height() - window.height();
+    animation.stop();
+    settle({});
+    if (isMaximizedOrFullScreen()) {
+        pendingHeightDelta += wanted.height() - window.height();
         return;
     }
-    heightOwed = 0;
+    pendingHeightDelta = 0;
     interruptedTarget.reset();
     if (!onlyHeightChanges) {
         window.setGeometry(wanted);
-    } else if (animation == platform::Animation::On && isInView() && animationDuration() > 0) {
-        moveToHeight(wanted.height());
+    } else if (animate == platform::Animation::On && isInView() && animationDuration() > 0) {
+        animateToHeight(wanted.height());
     } else {
         window.resize(wanted.size());
     }
@@ -148,28 +151,27 @@ bool FoldingPane::eventFilter(QObject *object, QEvent *event)
     switch (event->type()) {
     case QEvent::Show:
         if (object == &window) {
-            settle();
+            rest();
         }
         break;
     case QEvent::Resize:
     case QEvent::WindowStateChange:
         if (object == &window) {
-            if (isHeldByScreen() && movement.state() == QAbstractAnimation::Running) {
-                leaveMovementToTheScreen();
-            }
-            if (formIsHeld) {
-                divide();
+            if (state == State::Moving && isMaximizedOrFullScreen()) {
+                abandonAnimation();
+            } else if (state == State::Resting) {
+                rest();
             } else {
-                settle();
+                layOutChildren();
             }
-            if (owesHeight() && !isHeldByScreen()) {
-                restoring.start(kLateConfirmations);
+            if (hasPendingHeight() && !isMaximizedOrFullScreen()) {
+                restoring.start(kConfirmation);
             }
         }
         break;
     case QEvent::LayoutRequest:
-        if (!formIsHeld) {
-            settle();
+        if (state == State::Resting) {
+            rest();
         }
         break;
     default:
@@ -178,82 +180,85 @@ bool FoldingPane::eventFilter(QObject *object, QEvent *event)
     return QObject::eventFilter(object, event);
 }
 
-void FoldingPane::moveToHeight(int height)
+void FoldingPane::animateToHeight(int height)
 {
     settling.stop();
-    targetHeight = height;
-    movement.setDuration(animationDuration());
-    movement.setStartValue(window.height());
-    movement.setEndValue(height);
-    movement.start();
+    state = State::Moving;
+    animation.setDuration(animationDuration());
+    animation.setStartValue(window.height());
+    animation.setEndValue(height);
+    animation.start();
 }
 
-// A step of the movement would take the window out of the place that it has on the screen now.
-void FoldingPane::leaveMovementToTheScreen()
+// Another step of the animation would take the window out of the place that it has on the screen now.
+void FoldingPane::abandonAnimation()
 {
-    movement.stop();
-    interruptedTarget = std::exchange(targetHeight, std::nullopt);
-    settle();
+    animation.stop();
+    interruptedTarget = animation.endValue().toInt();
+    rest();
 }
 
-void FoldingPane::holdForm()
+void FoldingPane::settle(std::chrono::milliseconds duration)
 {
-    formIsHeld = true;
-    window.setMinimumHeight(leastFormHeight());
-    if (movement.state() != QAbstractAnimation::Running) {
-        settling.start(0);
-    }
+    state = State::Settling;
+    window.setMinimumHeight(minimumFormHeight());
+    settling.start(duration);
 }
 
-void FoldingPane::settle()
+void FoldingPane::rest()
 {
-    if (movement.state() == QAbstractAnimation::Running) {
+    if (state == State::Moving && animation.state() == QAbstractAnimation::Running) {
         return;
     }
     settling.stop();
-    formIsHeld = false;
+    state = State::Resting;
     pane.setVisible(!folded);
-    const int unfoldedHeight = folded || owesHeight() ? 0 : paneHeight;
-    window.setMinimumSize(std::max(form.minimumSizeHint().width(), pane.minimumSizeHint().width()),
-                          leastFormHeight() + unfoldedHeight);
-    divide();
+    const int shownPane = folded || hasPendingHeight() ? 0 : paneHeight;
+    window.setMinimumSize(minimumWidth(), minimumFormHeight() + shownPane);
+    layOutChildren();
 }
 
-void FoldingPane::divide()
+void FoldingPane::layOutChildren()
 {
+    const bool formStays = state != State::Resting;
     const int shownPane = folded ? 0 : paneHeight;
-    const int formHeight = formIsHeld ? form.height() : std::max(leastFormHeight(), window.height() - shownPane);
-    // Where a screen is too small for both, the pane makes do with what is left.
-    const int room = formIsHeld ? paneHeight : std::clamp(window.height() - formHeight, 0, paneHeight);
+    const int formHeight = formStays ? form.height() : std::max(minimumFormHeight(), window.height() - shownPane);
+    // On a screen too small for both, the pane makes do with what is left.
+    const int paneSpace = formStays ? paneHeight : std::clamp(window.height() - formHeight, 0, paneHeight);
     form.setGeometry(0, 0, window.width(), formHeight);
-    pane.setGeometry(0, formHeight, window.width(), room);
+    pane.setGeometry(0, formHeight, window.width(), paneSpace);
 }
 
-// The window manager tells of the restored state and of the restored size in either order, and of nothing more: so this
-// runs when neither has changed for a while.
-void FoldingPane::payHeightOwed()
+// The window manager reports the restored state and the restored size in either order, and nothing tells which comes
+// last: so this runs when neither has changed for a while.
+void FoldingPane::applyPendingHeight()
 {
-    if (isHeldByScreen()) {
+    if (isMaximizedOrFullScreen()) {
         return;
     }
     const int height = restoredHeight();
-    heightOwed = 0;
+    pendingHeightDelta = 0;
     interruptedTarget.reset();
     window.resize(window.width(), height);
-    settle();
+    rest();
 }
 
 int FoldingPane::restoredHeight() const
 {
-    return interruptedTarget.value_or(window.height()) + heightOwed;
+    return interruptedTarget.value_or(window.height()) + pendingHeightDelta;
 }
 
-int FoldingPane::leastFormHeight() const
+int FoldingPane::minimumFormHeight() const
 {
     return form.layout()->totalMinimumHeightForWidth(std::max(window.width(), form.minimumSizeHint().width()));
 }
 
-bool FoldingPane::isHeldByScreen() const
+int FoldingPane::minimumWidth() const
+{
+    return std::max(form.minimumSizeHint().width(), pane.minimumSizeHint().width());
+}
+
+bool FoldingPane::isMaximizedOrFullScreen() const
 {
     return window.isMaximized() || window.isFullScreen();
 }

@@ -7,22 +7,31 @@
 #include <QVariantAnimation>
 #include <QWidget>
 
+#include <chrono>
 #include <optional>
 
 /// Divides a window into a form at its top and a pane below, and gives and changes the window's frame the way the
-/// controller speaks of it.
+/// controller speaks of it. The pane has one height, folded or not. What the form does follows from the state:
 ///
-/// The form begins at the top edge and takes the height that the pane leaves; while the frame is on its way to a new
-/// height the form keeps its own, so that nothing in it moves. The pane has one height, folded or not.
+/// | state    | the form                        | the window's minimum height | until                            |
+/// |----------|---------------------------------|-----------------------------|----------------------------------|
+/// | Resting  | takes what the pane leaves      | form and unfolded pane      | a fold or a new frame            |
+/// | Moving   | keeps its height, nothing moves | form alone                  | the animation ends, or the       |
+/// |          |                                 |                             | window is maximized: Resting     |
+/// | Settling | keeps its height                | form alone                  | the window system has confirmed  |
+/// |          |                                 |                             | the last size: Resting           |
+///
+/// A maximized or full-screen window keeps the screen's size, and the pane folds inside it; the change of height that
+/// was asked for meanwhile is applied when the window is restored.
 ///
 /// Frames are in screen coordinates with y growing upwards and the origin at the bottom left of the primary screen.
-/// They are those of the window without the window manager's decoration, which nobody knows before the window is shown.
+/// They are those of the window without the window manager's decoration, which is not known before the window is shown.
 class FoldingPane : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Takes the window, the form and the pane, both its children. The pane is unfolded at first.
+    /// Takes the window, and the form and the pane that are its children. The pane is unfolded at first.
     FoldingPane(QWidget &parentWindow, QWidget &upperPart, QWidget &lowerPart);
 
     bool isFolded() const { return folded; }
@@ -33,25 +42,27 @@ public:
     /// The window's frame; while it is on its way to another one, that one.
     platform::Rect frame() const;
     /// Gives the window the frame. Where only the height changes, the window is resized and never moved, because a
-    /// window may not place itself everywhere; only such a change is animated. A maximised window keeps the screen's
-    /// size; it gets the change of height when it is restored.
+    /// window may not place itself everywhere; only such a change is animated.
     void setFrame(const platform::Rect &frame, platform::Animation animation);
 
 protected:
     bool eventFilter(QObject *object, QEvent *event) override;
 
 private:
-    void takeFirstSize();
-    void moveToHeight(int height);
-    void leaveMovementToTheScreen();
-    void holdForm();
-    void settle();
-    void divide();
-    void payHeightOwed();
-    bool owesHeight() const { return heightOwed != 0 || interruptedTarget.has_value(); }
+    enum class State { Resting, Moving, Settling };
+
+    void setInitialSize();
+    void animateToHeight(int height);
+    void abandonAnimation();
+    void settle(std::chrono::milliseconds duration);
+    void rest();
+    void layOutChildren();
+    void applyPendingHeight();
+    bool hasPendingHeight() const { return pendingHeightDelta != 0 || interruptedTarget.has_value(); }
     int restoredHeight() const;
-    int leastFormHeight() const;
-    bool isHeldByScreen() const;
+    int minimumFormHeight() const;
+    int minimumWidth() const;
+    bool isMaximizedOrFullScreen() const;
     bool isInView() const;
     int animationDuration() const;
 
@@ -60,12 +71,11 @@ private:
     QWidget &pane;
     int paneHeight = 0;
     bool folded = false;
-    bool formIsHeld = false;         ///< The form keeps its height whatever the window's is.
-    std::optional<int> targetHeight; ///< While the window's height is on its way.
-    QVariantAnimation movement;
-    QTimer settling;
-    int heightOwed = 0; ///< What was asked of a window that the screen holds; it is due when the window is restored.
-    /// Where the window was going when the screen took hold of it; what it is restored to then is a height on the way.
+    State state = State::Resting;
+    QVariantAnimation animation; ///< Runs while Moving.
+    QTimer settling;             ///< Runs while Settling.
+    int pendingHeightDelta = 0;  ///< Asked of a maximized window; applied when the window is restored.
+    /// Where the animation was going when the window was maximized; it is restored to a height on the way.
     std::optional<int> interruptedTarget;
     QTimer restoring;
 };
