@@ -245,7 +245,8 @@ class Cancel(ProgramTest):
         program.press("Cancel")
         wait_until(program.can_submit, "the submit button")
         self.assertTrue(program.is_unlocked())
-        self.assertFalse(program.screen.is_enabled("Cancel"))
+        wait_until(lambda: program.offers("Don't Send"), "the way out of the window")
+        self.assertFalse(program.offers("Cancel"))
         self.assertIsNone(program.screen.alert())
         program.fill_in("other@example.org")
         program.submit()
@@ -261,11 +262,11 @@ class Cancel(ProgramTest):
         self.assertTrue(program.is_unlocked())
         self.assertTrue(program.process.is_running())
 
-    def test_cancel_unlocks_the_form_after_a_refusal(self):
+    def test_edit_report_unlocks_the_form_after_a_refusal(self):
         self.serve("refuse")
         program = self.submitted(self.launch())
         program.dismiss_alert()
         self.assert_usable_after_failure(program)
-        program.press("Cancel")
+        program.press("Edit Report")
         wait_until(program.is_unlocked, "the form to be unlocked")
         self.assertTrue(program.can_submit())

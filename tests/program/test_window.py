@@ -63,10 +63,20 @@ class Closing(ProgramTest):
         self.assert_ends_silently(program)
         self.assert_posts(server, 0)
 
-    def test_escape_closes_an_idle_window(self):
+    def test_dont_send_ends_the_program(self):
+        server = self.serve()
         program = self.launch()
-        program.key("Escape")
+        program.press("Don't Send")
         self.assert_ends_silently(program)
+        self.assert_posts(server, 0)
+
+    def test_escape_keeps_the_window_and_what_was_typed(self):
+        program = self.launch()
+        wait_until(lambda: program.screen.has_focus("E-mail address"), "the focus on the address")
+        program.type("jo")
+        program.key("Escape")
+        program.type("hn")
+        wait_until(lambda: program.screen.text("E-mail address") == "john", "the address")
 
     def test_closing_the_window_during_an_upload_ends_the_program(self):
         server = self.serve("never")
@@ -103,6 +113,22 @@ class Keyboard(ProgramTest):
         program.key("Return")
         self.assert_accepted(program, server)
 
-    def test_cancel_cannot_be_pressed_while_there_is_nothing_to_cancel(self):
+    def test_a_second_return_neither_cancels_nor_submits(self):
+        server = self.serve("never")
         program = self.launch()
-        self.assertFalse(program.screen.is_enabled("Cancel"))
+        wait_until(lambda: program.screen.has_focus("E-mail address"), "the focus on the address")
+        program.type(ADDRESS)
+        program.key("Return", "Return")
+        wait_until(server.posts, "the POST")
+        wait_until(lambda: program.screen.has_focus("Sending"), "the focus on the indicator")
+        program.key("Return", "KP_Enter", "space")
+        # Keys are delivered in their order: with the answer to this one the others have been.
+        program.key("Tab")
+        wait_until(lambda: program.screen.has_focus("Cancel"), "the focus on the next control")
+        self.assertTrue(program.is_sending())
+        self.assert_posts(server, 1)
+
+    def test_cancel_is_offered_only_while_there_is_something_to_cancel(self):
+        program = self.launch()
+        self.assertTrue(program.offers("Don't Send"))
+        self.assertFalse(program.offers("Cancel"))

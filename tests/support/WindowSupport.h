@@ -1,10 +1,11 @@
-// What the tests of the report window share: bounded waits, a shown window and the disclosure as the controller does
-// it.
+// What the tests of widgets share.
 #pragma once
 
-#include "desktop/window/ReportWindow.h"
+#include "support/EventLoop.h"
 
 #include <QTest>
+#include <QTextDocumentFragment>
+#include <QWidget>
 
 #include <gtest/gtest.h>
 
@@ -22,69 +23,26 @@ inline void PrintTo(const NamedText &named, std::ostream *stream)
     *stream << named.name;
 }
 
-/// Waits for the condition, five seconds at most, and gives whether it came true.
+/// The same wait as eventually().
 template<typename Condition>
 bool comesTrue(Condition condition)
 {
-    return QTest::qWaitFor(condition, 5000);
+    return eventually(condition);
 }
 
-/// Folds or unfolds the pane in the order of steps that the controller uses.
-inline void toggleDisclosure(const platform::ReportControls &controls)
+/// What a person reads where a widget was given markup.
+inline QString readText(const QString &markup)
 {
-    using platform::Animation;
-    using platform::Display;
-    platform::Window &window = controls.mainWindow;
-    platform::View &pane = controls.logView;
-    if (pane.isHidden()) {
-        platform::Rect frame = window.frame();
-        frame.height += pane.frame().height;
-        frame.y -= pane.frame().height;
-        window.setFrameDisplayAnimate(frame, Display::On, Animation::On);
-        pane.setHidden(false);
-        return;
-    }
-    pane.setHidden(true);
-    platform::Rect frame = window.frame();
-    frame.height -= pane.frame().height;
-    frame.y += pane.frame().height;
-    window.setFrameDisplayAnimate(frame, Display::On, Animation::On);
+    return QTextDocumentFragment::fromHtml(markup).toPlainText();
 }
 
-/// What the controller does to the window when a report is on its way, in its order.
-inline void enterSendingState(const platform::ReportControls &controls)
-{
-    controls.spinner.setUsesThreadedAnimation(true);
-    controls.spinner.startAnimation(nullptr);
-    controls.spinner.setNeedsDisplay(true);
-    controls.infoText.setEditable(false);
-    controls.emailText.setEnabled(false);
-    controls.submitBtn.setEnabled(false);
-    controls.submitBtn.setTitle(QStringLiteral("Sending..."));
-}
-
-/// What the controller does to the window when the server refuses the report.
-inline void enterRefusedState(const platform::ReportControls &controls)
-{
-    controls.spinner.stopAnimation(nullptr);
-    controls.submitBtn.setTitle(QStringLiteral("Report Crash"));
-    controls.submitBtn.setEnabled(true);
-}
-
-/// What the controller does to the window when the user cancels.
-inline void enterIdleState(const platform::ReportControls &controls)
-{
-    enterRefusedState(controls);
-    controls.emailText.setEnabled(true);
-    controls.infoText.setEditable(true);
-}
-
-/// Gives the child of that object name; a missing one ends the test run, because nothing can be tested without it.
+/// The child of that object name; a missing one ends the test run, because nothing can be tested without it.
 template<typename Widget>
 Widget &child(const QWidget &window, const char *name)
 {
     auto *widget = window.findChild<Widget *>(QLatin1String(name));
-    if (!widget)
+    if (!widget) {
         qFatal("The window has no child named %s.", name);
+    }
     return *widget;
 }

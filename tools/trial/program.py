@@ -62,6 +62,10 @@ class Program:
     def press(self, title):
         self.screen.press(title)
 
+    def offers(self, title):
+        """Whether the window has a button of that title."""
+        return self.screen.find(title, required=False) is not None
+
     def submit(self):
         self.press("Report Crash")
 

@@ -1,25 +1,31 @@
-// Which key presses are repetitions that press nothing.
+// Which key presses are repetitions that activate nothing.
 #include "desktop/window/KeyGuard.h"
 
+#include <QAbstractButton>
 #include <QCoreApplication>
 #include <QKeyEvent>
 
 namespace {
 
 /// Milliseconds between the two halves of a repetition, at most; no finger is that quick.
-constexpr quint64 kLongestPair = 2;
+constexpr quint64 kMaxPairInterval = 2;
 
-bool pressesSomething(int key)
+bool isGuarded(int key)
 {
     return key == Qt::Key_Return || key == Qt::Key_Enter || key == Qt::Key_Space || key == Qt::Key_Escape;
 }
 
+/// A window's own keys are those that its controls leave to it.
+bool isGuarded(const QObject &object)
+{
+    const auto *widget = qobject_cast<const QWidget *>(&object);
+    return widget && (widget->isWindow() || qobject_cast<const QAbstractButton *>(widget));
+}
+
 } // namespace
 
-// On the application, because the keyboard goes from one window to another while a key is held down.
-KeyGuard::KeyGuard(const QList<QWidget *> &widgets, QObject *parent)
+KeyGuard::KeyGuard(QObject *parent)
     : QObject(parent)
-    , guarded(widgets.begin(), widgets.end())
 {
     QCoreApplication::instance()->installEventFilter(this);
 }
@@ -35,7 +41,7 @@ bool KeyGuard::eventFilter(QObject *watched, QEvent *event)
         releasedAt = key.timestamp();
         return false;
     }
-    return pressesSomething(key.key()) && isRepetition(key) && guarded.contains(watched);
+    return isGuarded(key.key()) && isRepetition(key) && isGuarded(*watched);
 }
 
 // An X server repeats a key as a release and a press at the same time, which the toolkit takes for a repetition only
@@ -43,6 +49,6 @@ bool KeyGuard::eventFilter(QObject *watched, QEvent *event)
 bool KeyGuard::isRepetition(const QKeyEvent &press) const
 {
     const bool followsItsRelease =
-        press.key() == releasedKey && press.timestamp() != 0 && press.timestamp() - releasedAt <= kLongestPair;
+        press.key() == releasedKey && press.timestamp() != 0 && press.timestamp() - releasedAt <= kMaxPairInterval;
     return press.isAutoRepeat() || followsItsRelease;
 }

@@ -1,9 +1,9 @@
 // The alert: its title in bold, the message below, one button.
 #include "desktop/window/QtAlertPanel.h"
 
-#include "desktop/window/KeyGuard.h"
+#include "desktop/window/WindowLog.h"
 
-#include <QLabel>
+#include <QGridLayout>
 #include <QMessageBox>
 #include <QPushButton>
 
@@ -11,40 +11,20 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// The least width of the message, in average characters.
-constexpr int kLeastCharacters = 40;
+/// The minimum width of the message, in average characters.
+constexpr int kMinCharacters = 40;
 
 QWidget *visibleWindow(QWidget *window)
 {
     return window && window->isVisible() ? window : nullptr;
 }
 
-void showPlain(QMessageBox &box)
+/// Left to itself, the message wraps within the width of the title, and there is no room for the window's title.
+void widen(QMessageBox &box)
 {
-    box.setTextFormat(Qt::PlainText);
-    // The format of the box holds for its text alone; its other labels go on guessing.
-    const QList<QLabel *> labels = box.findChildren<QLabel *>();
-    for (QLabel *label : labels) {
-        label->setTextFormat(Qt::PlainText);
-    }
-}
-
-void emphasizeTitle(QMessageBox &box)
-{
-    auto *title = box.findChild<QLabel *>(u"qt_msgbox_label"_s);
-    if (!title) {
-        return;
-    }
-    QFont bold = title->font();
-    bold.setBold(true);
-    title->setFont(bold);
-}
-
-/// Left to itself, the message wraps within the width of the title, and the window's title finds no room.
-void widenMessage(QMessageBox &box)
-{
-    if (auto *message = box.findChild<QLabel *>(u"qt_msgbox_informativelabel"_s)) {
-        message->setMinimumWidth(message->fontMetrics().averageCharWidth() * kLeastCharacters);
+    if (auto *grid = qobject_cast<QGridLayout *>(box.layout())) {
+        const int width = box.fontMetrics().averageCharWidth() * kMinCharacters;
+        grid->addItem(new QSpacerItem(width, 0), grid->rowCount(), 0, 1, grid->columnCount());
     }
 }
 
@@ -57,16 +37,15 @@ QtAlertPanel::QtAlertPanel(QWidget *reportWindow)
 
 void QtAlertPanel::runAlertPanel(const QString &title, const QString &message)
 {
+    qCDebug(windowLog) << "alert:" << title;
     QMessageBox box(visibleWindow(window.data()));
-    box.setIcon(QMessageBox::Warning);
-    box.setWindowTitle(QMessageBox::tr("Korvale Crash Reporter"));
-    box.setText(title);
-    box.setInformativeText(message);
+    box.setWindowTitle(u"Korvale Crash Reporter"_s);
+    // Markup is the box's own way to a bold title. What comes in is none, whatever it looks like.
+    box.setTextFormat(Qt::RichText);
+    box.setText(u"<b>"_s + title.toHtmlEscaped() + u"</b>"_s);
+    box.setInformativeText(u"<span>"_s + message.toHtmlEscaped() + u"</span>"_s);
     box.setStandardButtons(QMessageBox::Ok);
-    box.setAccessibleDescription(title + u'\n' + message);
-    showPlain(box);
-    emphasizeTitle(box);
-    widenMessage(box);
-    const KeyGuard keyGuard({&box, box.button(QMessageBox::Ok)});
+    box.button(QMessageBox::Ok)->setIcon({});
+    widen(box);
     box.exec();
 }

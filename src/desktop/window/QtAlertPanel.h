@@ -1,4 +1,4 @@
-// The modal alert over QMessageBox.
+// The modal alert on QMessageBox.
 #pragma once
 
 #include "platform/AlertPanel.h"
@@ -9,7 +9,7 @@
 class QtAlertPanel : public platform::AlertPanel
 {
 public:
-    /// Alerts stand before the window while it is visible.
+    /// Alerts are modal to the window while it is visible, and stand alone otherwise.
     explicit QtAlertPanel(QWidget *window);
 
     void runAlertPanel(const QString &title, const QString &message) override;

@@ -3,7 +3,6 @@
 
 #include <QSignalBlocker>
 
-#include <algorithm>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -77,9 +76,9 @@ void QtHeadline::setStringValue(const QString &text)
     label.setHeadline(text);
 }
 
-QtTextField::QtTextField(QLineEdit &lineEdit, EnabledSetter enableField)
+QtTextField::QtTextField(const QLineEdit &lineEdit, ToldHandler handler)
     : field(lineEdit)
-    , enable(std::move(enableField))
+    , told(std::move(handler))
 {
 }
 
@@ -88,13 +87,15 @@ QString QtTextField::stringValue() const
     return field.text();
 }
 
-void QtTextField::setEnabled(bool enabled)
+void QtTextField::setEnabled(bool nowEnabled)
 {
-    enable(enabled);
+    enabled = nowEnabled;
+    told();
 }
 
-QtTextView::QtTextView(DescriptionEdit &description)
+QtTextView::QtTextView(const DescriptionEdit &description, ToldHandler handler)
     : edit(description)
+    , told(std::move(handler))
 {
 }
 
@@ -103,9 +104,47 @@ QString QtTextView::string() const
     return edit.typedText();
 }
 
-void QtTextView::setEditable(bool editable)
+void QtTextView::setEditable(bool nowEditable)
 {
-    edit.setEditable(editable);
+    editable = nowEditable;
+    told();
+}
+
+QtSubmitButton::QtSubmitButton(const QAbstractButton &button, ToldHandler handler)
+    : told(std::move(handler))
+    , ownTitle(button.text())
+    , shownTitle(ownTitle)
+{
+}
+
+void QtSubmitButton::setTitle(const QString &title)
+{
+    const bool isOwnTitle = QString(ownTitle).remove(u'&') == title;
+    shownTitle = isOwnTitle ? ownTitle : literalTitle(title);
+    told();
+}
+
+void QtSubmitButton::setEnabled(bool nowEnabled)
+{
+    enabled = nowEnabled;
+    told();
+}
+
+QtProgressIndicator::QtProgressIndicator(ToldHandler handler)
+    : told(std::move(handler))
+{
+}
+
+void QtProgressIndicator::startAnimation(const platform::Object * /*sender*/)
+{
+    animated = true;
+    told();
+}
+
+void QtProgressIndicator::stopAnimation(const platform::Object * /*sender*/)
+{
+    animated = false;
+    told();
 }
 
 QtReportText::QtReportText(ReportTextView &reportText)
@@ -123,45 +162,14 @@ void QtReportText::setString(const QString &text)
     view.setString(text);
 }
 
-QtButton::QtButton(QAbstractButton &abstractButton, EnabledSetter enableButton)
-    : button(abstractButton)
-    , enable(std::move(enableButton))
-    , titleWithMnemonic(button.text())
+QtDisclosureButton::QtDisclosureButton(QAbstractButton &button)
+    : triangle(button)
 {
 }
 
-void QtButton::setState(int state)
+void QtDisclosureButton::setState(int state)
 {
-    const QSignalBlocker noAction(button);
-    button.setChecked(state == platform::kStateOn);
-    button.update();
-}
-
-void QtButton::setTitle(const QString &title)
-{
-    // The button keeps the room of its widest title, so that the ones beside it stay where they are.
-    button.setMinimumWidth(std::max(button.minimumWidth(), button.sizeHint().width()));
-    QString own = titleWithMnemonic;
-    const bool isOwnTitle = own.remove(u'&') == title;
-    button.setText(isOwnTitle ? titleWithMnemonic : literalTitle(title));
-}
-
-void QtButton::setEnabled(bool enabled)
-{
-    enable(enabled);
-}
-
-QtProgressIndicator::QtProgressIndicator(Spinner &indicator)
-    : spinner(indicator)
-{
-}
-
-void QtProgressIndicator::startAnimation(const platform::Object * /*sender*/)
-{
-    spinner.start();
-}
-
-void QtProgressIndicator::stopAnimation(const platform::Object * /*sender*/)
-{
-    spinner.stop();
+    const QSignalBlocker noAction(triangle);
+    triangle.setChecked(state == platform::kStateOn);
+    triangle.update();
 }

@@ -5,7 +5,6 @@
 #include "desktop/window/FoldingPane.h"
 #include "desktop/window/HeadlineLabel.h"
 #include "desktop/window/ReportTextView.h"
-#include "desktop/window/Spinner.h"
 #include "platform/Controls.h"
 
 #include <QAbstractButton>
@@ -13,8 +12,8 @@
 
 #include <functional>
 
-/// Enables or disables a control, together with whatever in its window depends on that.
-using EnabledSetter = std::function<void(bool)>;
+/// Called when a control was told something that the window's state may follow from.
+using ToldHandler = std::function<void()>;
 
 /// The window, with the frame that the folding pane keeps.
 class QtWindow : public platform::Window
@@ -59,29 +58,75 @@ private:
     HeadlineLabel &label;
 };
 
+// The following four keep what they are told; ReportWindow shows it, all of it at once.
+
 class QtTextField : public platform::TextField
 {
 public:
-    QtTextField(QLineEdit &lineEdit, EnabledSetter enableField);
+    QtTextField(const QLineEdit &lineEdit, ToldHandler handler);
 
     QString stringValue() const override;
     void setEnabled(bool enabled) override;
 
+    bool isEnabled() const { return enabled; }
+
 private:
-    QLineEdit &field;
-    EnabledSetter enable;
+    const QLineEdit &field;
+    ToldHandler told;
+    bool enabled = true;
 };
 
 class QtTextView : public platform::TextView
 {
 public:
-    explicit QtTextView(DescriptionEdit &description);
+    QtTextView(const DescriptionEdit &description, ToldHandler handler);
 
     QString string() const override;
     void setEditable(bool editable) override;
 
+    bool isEditable() const { return editable; }
+
 private:
-    DescriptionEdit &edit;
+    const DescriptionEdit &edit;
+    ToldHandler told;
+    bool editable = true;
+};
+
+class QtSubmitButton : public platform::Button
+{
+public:
+    /// The button's title with its mnemonic is what it shows when it is told that title without one.
+    QtSubmitButton(const QAbstractButton &button, ToldHandler handler);
+
+    void setTitle(const QString &title) override;
+    void setEnabled(bool enabled) override;
+
+    /// The title as a button takes it, in which a single "&" marks a mnemonic.
+    QString title() const { return shownTitle; }
+    bool isEnabled() const { return enabled; }
+
+private:
+    ToldHandler told;
+    const QString ownTitle;
+    QString shownTitle;
+    bool enabled = true;
+};
+
+/// Ignores the request for a threaded animation: widgets are painted on the main thread only, and no operation keeps it
+/// busy while the spinner turns. What needs to be displayed is known to the spinner itself.
+class QtProgressIndicator : public platform::ProgressIndicator
+{
+public:
+    explicit QtProgressIndicator(ToldHandler handler);
+
+    void startAnimation(const platform::Object *sender) override;
+    void stopAnimation(const platform::Object *sender) override;
+
+    bool isAnimated() const { return animated; }
+
+private:
+    ToldHandler told;
+    bool animated = false;
 };
 
 /// Keeps the report text exactly as it was set, whatever of it is displayed.
@@ -97,32 +142,13 @@ private:
     ReportTextView &view;
 };
 
-class QtButton : public platform::Button
+class QtDisclosureButton : public platform::Button
 {
 public:
-    QtButton(QAbstractButton &abstractButton, EnabledSetter enableButton);
+    explicit QtDisclosureButton(QAbstractButton &button);
 
     void setState(int state) override;
-    /// Shows the title as plain text; the title that the button came with keeps its mnemonic.
-    void setTitle(const QString &title) override;
-    void setEnabled(bool enabled) override;
 
 private:
-    QAbstractButton &button;
-    EnabledSetter enable;
-    QString titleWithMnemonic;
-};
-
-/// Ignores the request for a threaded animation: widgets are painted on the main thread only, and no operation keeps it
-/// busy while the spinner turns. What is to be displayed again is known to the spinner itself.
-class QtProgressIndicator : public platform::ProgressIndicator
-{
-public:
-    explicit QtProgressIndicator(Spinner &indicator);
-
-    void startAnimation(const platform::Object *sender) override;
-    void stopAnimation(const platform::Object *sender) override;
-
-private:
-    Spinner &spinner;
+    QAbstractButton &triangle;
 };

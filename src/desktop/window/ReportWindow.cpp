@@ -1,18 +1,20 @@
-// The report window: what its controls do to each other, Escape, closing and dropped files.
+// The report window: its state, the keyboard, closing and dropped files.
 #include "desktop/window/ReportWindow.h"
 
 #include "desktop/window/DroppedFiles.h"
 #include "desktop/window/FoldingPane.h"
 #include "desktop/window/KeyGuard.h"
 #include "desktop/window/QtControls.h"
+#include "desktop/window/WindowLog.h"
 #include "ui_ReportWindow.h"
 
-#include <QApplication>
 #include <QCloseEvent>
 #include <QDropEvent>
-#include <QKeyEvent>
 #include <QPushButton>
 #include <QStyle>
+
+#include <algorithm>
+#include <array>
 
 using namespace Qt::StringLiterals;
 
@@ -25,9 +27,28 @@ static void registerResources()
 
 namespace {
 
-bool isEnter(const QKeyEvent &event)
+enum class Press { Closes, Cancels };
+
+/// The row of a state in the table of ReportWindow.h; Escape cancels where the second button does.
+struct StateRow {
+    const char16_t *secondTitle;
+    Press press;
+    const char *name;
+};
+constexpr std::array<StateRow, 3> kStateRows = {{
+    {u"Do&n't Send", Press::Closes, "editing"},
+    {u"&Cancel", Press::Cancels, "sending"},
+    {u"Edit Re&port", Press::Cancels, "awaiting another try"},
+}};
+
+const StateRow &rowOf(ReportWindow::State state)
 {
-    return event.key() == Qt::Key_Return || event.key() == Qt::Key_Enter;
+    return kStateRows.at(static_cast<size_t>(state));
+}
+
+QString secondTitle(ReportWindow::State state)
+{
+    return QString::fromUtf16(rowOf(state).secondTitle);
 }
 
 QIcon applicationIcon()
@@ -39,6 +60,18 @@ QIcon applicationIcon()
     return icon;
 }
 
+/// Shows the title and widens the button to it, so that no later, shorter title moves the buttons beside it.
+void setTitle(QPushButton &button, const QString &title)
+{
+    if (button.text() == title) {
+        return;
+    }
+    button.setText(title);
+    // Some styles leave hardly any space beside a title.
+    const int space = 2 * button.fontMetrics().averageCharWidth();
+    button.setMinimumWidth(std::max(button.minimumWidth(), button.sizeHint().width() + space));
+}
+
 } // namespace
 
 /// The widgets, the pane that folds, and the controls made of them, in the order in which they come to be.
@@ -48,13 +81,13 @@ struct ReportWindow::Parts {
         , foldingPane(window, *ui.form, *ui.logView)
         , mainWindow(window, foldingPane)
         , initialInfo(*ui.initialInfo)
-        , disclosureBtn(*ui.disclosureBtn, [this](bool enabled) { ui.disclosureBtn->setEnabled(enabled); })
+        , disclosureBtn(*ui.disclosureBtn)
         , logView(*ui.logView, foldingPane)
         , logText(*ui.logText)
-        , infoText(*ui.infoText)
-        , emailText(*ui.emailText, [&window](bool enabled) { window.setAddressEnabled(enabled); })
-        , submitBtn(*ui.submitBtn, [&window](bool enabled) { window.setSubmitEnabled(enabled); })
-        , spinner(*ui.spinner)
+        , infoText(*ui.infoText, [&window] { window.onControlTold(); })
+        , emailText(*ui.emailText, [&window] { window.onControlTold(); })
+        , submitBtn(*ui.submitBtn, [&window] { window.onControlTold(); })
+        , spinner([&window] { window.onControlTold(); })
     {
     }
 
@@ -63,31 +96,40 @@ struct ReportWindow::Parts {
         registerResources();
         Ui::ReportWindow widgets;
         widgets.setupUi(&window);
+        // The compiler of the layout takes the margins from plain widgets. A frame would keep its own, and be one to
+        // assistive technology.
+        widgets.formLayout->unsetContentsMargins();
+        widgets.logLayout->unsetContentsMargins();
+        QMargins besideTheForm = widgets.logLayout->contentsMargins();
+        besideTheForm.setTop(0);
+        widgets.logLayout->setContentsMargins(besideTheForm);
         const int side = window.style()->pixelMetric(QStyle::PM_MessageBoxIconSize, nullptr, &window);
         window.setWindowIcon(applicationIcon());
         widgets.iconLabel->setPixmap(window.windowIcon().pixmap(QSize(side, side), window.devicePixelRatio()));
-        for (QPushButton *button : {widgets.cancelBtn, widgets.submitBtn}) {
-            // Some styles leave hardly any room beside a title.
-            const int room = 2 * button->fontMetrics().averageCharWidth();
-            button->setMinimumWidth(button->sizeHint().width() + room);
+        for (const QString &title : {u"Sending..."_s, widgets.submitBtn->text()}) {
+            setTitle(*widgets.submitBtn, title);
+        }
+        for (const State state : {State::AwaitingRetry, State::Sending, State::Editing}) {
+            setTitle(*widgets.secondBtn, secondTitle(state));
         }
         return widgets;
     }
 
     Ui::ReportWindow ui;
+    KeyGuard keyGuard;
     FoldingPane foldingPane;
     QtWindow mainWindow;
     QtHeadline initialInfo;
-    QtButton disclosureBtn;
+    QtDisclosureButton disclosureBtn;
     QtView logView;
     QtReportText logText;
     QtTextView infoText;
     QtTextField emailText;
-    QtButton submitBtn;
+    QtSubmitButton submitBtn;
     QtProgressIndicator spinner;
 };
 
-// An ordinary window and no dialog to the window manager: it stands for itself and may be minimised.
+// An ordinary window and no dialog to the window manager: it stands for itself and may be minimized.
 ReportWindow::ReportWindow(QWidget *parent)
     : QDialog(parent, Qt::Window)
     , parts(std::make_unique<Parts>(*this))
@@ -104,25 +146,19 @@ platform::ReportControls ReportWindow::controls()
             parts->infoText,   parts->emailText,   parts->submitBtn,     parts->spinner};
 }
 
-void ReportWindow::reject()
+ReportWindow::State ReportWindow::state() const
 {
-    if (parts->ui.cancelBtn->isEnabled()) {
-        Q_EMIT cancelClicked();
-        ignoreDoubledEscape();
-        return;
+    if (parts->emailText.isEnabled()) {
+        return State::Editing;
     }
-    if (escapeCloses.hasExpired()) {
-        close();
-    }
+    return parts->spinner.isAnimated() ? State::Sending : State::AwaitingRetry;
 }
 
-bool ReportWindow::event(QEvent *event)
+void ReportWindow::reject()
 {
-    // An alert that stood before the window is gone.
-    if (event->type() == QEvent::WindowUnblocked) {
-        ignoreDoubledEscape();
+    if (rowOf(state()).press == Press::Cancels) {
+        Q_EMIT cancelClicked();
     }
-    return QDialog::event(event);
 }
 
 void ReportWindow::changeEvent(QEvent *event)
@@ -154,6 +190,7 @@ void ReportWindow::dropEvent(QDropEvent *event)
         return;
     }
     event->acceptProposedAction();
+    qCDebug(windowLog) << "files dropped:" << paths.size();
     Q_EMIT filesDropped(paths);
 }
 
@@ -165,8 +202,9 @@ bool ReportWindow::eventFilter(QObject *object, QEvent *event)
         event->setAccepted(event->isAccepted() && !bringsFiles);
         return bringsFiles;
     }
-    if (object == parts->ui.cancelBtn && event->type() == QEvent::KeyPress) {
-        return isEnter(*static_cast<QKeyEvent *>(event)) && !returnCancels.hasExpired();
+    // The first click of a double click may have changed what the button does: its second one does nothing.
+    if (object == parts->ui.secondBtn && event->type() == QEvent::MouseButtonDblClick) {
+        return true;
     }
     return QDialog::eventFilter(object, event);
 }
@@ -174,63 +212,89 @@ bool ReportWindow::eventFilter(QObject *object, QEvent *event)
 void ReportWindow::connectControls()
 {
     const Ui::ReportWindow &ui = parts->ui;
-    // Not its click: a screen reader turns a checkable button over without one.
+    // Not its click: assistive technology toggles a checkable button without clicking it.
     connect(ui.disclosureBtn, &QToolButton::toggled, this, &ReportWindow::disclosureClicked);
     connect(ui.submitBtn, &QPushButton::clicked, this, &ReportWindow::submitClicked);
-    connect(ui.cancelBtn, &QPushButton::clicked, this, &ReportWindow::cancelClicked);
-    ui.cancelBtn->installEventFilter(this);
+    connect(ui.secondBtn, &QPushButton::clicked, this, &ReportWindow::onSecondButton);
+    ui.secondBtn->installEventFilter(this);
     ui.emailText->installEventFilter(this);
-    // The window's own keys are those that its controls leave to it.
-    new KeyGuard({this, ui.disclosureBtn, ui.cancelBtn, ui.submitBtn}, this);
+    nextTurn.setSingleShot(true);
+    turnAfterIt.setSingleShot(true);
+    connect(&nextTurn, &QTimer::timeout, &turnAfterIt, qOverload<>(&QTimer::start));
+    connect(&turnAfterIt, &QTimer::timeout, this, &ReportWindow::showState);
 }
 
-// Like the locked description: a disabled field's own letters are hardly to be read.
+// The form is locked at once: no key that is already on its way may find it open. It is given back two turns of the
+// event loop later. When a report has been accepted the end comes first, in the next turn, and so the window goes from
+// sending to its end without a flicker, or a word from a screen reader, in between.
+void ReportWindow::onControlTold()
+{
+    if (state() == State::Sending) {
+        showState();
+    } else {
+        nextTurn.start();
+    }
+}
+
+// The keyboard leaves a control before that is locked or hidden, so that it never visits one in between.
+void ReportWindow::showState()
+{
+    nextTurn.stop();
+    turnAfterIt.stop();
+    const Ui::ReportWindow &ui = parts->ui;
+    const State now = state();
+    if (now == State::Sending) {
+        ui.spinner->start();
+    }
+    setTitle(*ui.submitBtn, parts->submitBtn.title());
+    ui.emailText->setEnabled(ui.emailText->isEnabled() || parts->emailText.isEnabled());
+    ui.submitBtn->setEnabled(ui.submitBtn->isEnabled() || parts->submitBtn.isEnabled());
+    if (!shows(now)) {
+        qCDebug(windowLog) << rowOf(now).name;
+        setTitle(*ui.secondBtn, secondTitle(now));
+        keyboardPlace(now).setFocus();
+    }
+    ui.infoText->setEditable(parts->infoText.isEditable());
+    ui.emailText->setEnabled(parts->emailText.isEnabled());
+    ui.submitBtn->setEnabled(parts->submitBtn.isEnabled());
+    if (!parts->spinner.isAnimated()) {
+        ui.spinner->stop();
+    }
+}
+
+bool ReportWindow::shows(State wanted) const
+{
+    return parts->ui.secondBtn->text() == secondTitle(wanted);
+}
+
+QWidget &ReportWindow::keyboardPlace(State of) const
+{
+    const Ui::ReportWindow &ui = parts->ui;
+    switch (of) {
+    case State::Sending:
+        return *ui.spinner;
+    case State::AwaitingRetry:
+        return *ui.submitBtn;
+    default:
+        return *ui.emailText;
+    }
+}
+
+// What the button says is what it does, also where the state has changed and the window does not show that yet.
+void ReportWindow::onSecondButton()
+{
+    if (shows(State::Editing)) {
+        close();
+    } else {
+        Q_EMIT cancelClicked();
+    }
+}
+
+// Like the locked description: disabled text is too faint to read.
 void ReportWindow::showLockedAddress()
 {
     QPalette locked;
     locked.setBrush(QPalette::Disabled, QPalette::Text, palette().brush(QPalette::Active, QPalette::Text));
     locked.setBrush(QPalette::Disabled, QPalette::Base, palette().brush(QPalette::Active, QPalette::Window));
     parts->ui.emailText->setPalette(locked);
-}
-
-void ReportWindow::ignoreDoubledEscape()
-{
-    escapeCloses.setRemainingTime(QApplication::doubleClickInterval());
-}
-
-// There is something to cancel, or to unlock, exactly while the address is locked.
-void ReportWindow::setAddressEnabled(bool enabled)
-{
-    const Ui::ReportWindow &ui = parts->ui;
-    if (enabled) {
-        ui.emailText->setEnabled(true);
-        if (focusWidget() == ui.cancelBtn || (ui.cancelBtn->isEnabled() && focusWidget() == ui.submitBtn)) {
-            ui.emailText->setFocus();
-        }
-        ui.cancelBtn->setEnabled(false);
-        return;
-    }
-    ui.cancelBtn->setEnabled(true);
-    // Cancel gets the keyboard now: a Return that was pressed twice to submit must not take the report back.
-    returnCancels.setRemainingTime(QApplication::doubleClickInterval());
-    if (focusWidget() == ui.emailText) {
-        ui.cancelBtn->setFocus();
-    }
-    ui.emailText->setEnabled(false);
-}
-
-// A disabled button loses the keyboard to whatever is next; Cancel is what makes sense while a report is being sent.
-void ReportWindow::setSubmitEnabled(bool enabled)
-{
-    const Ui::ReportWindow &ui = parts->ui;
-    if (!enabled && focusWidget() == ui.submitBtn && ui.cancelBtn->isEnabled()) {
-        ui.cancelBtn->setFocus();
-    }
-    ui.submitBtn->setEnabled(enabled);
-    if (enabled) {
-        returnCancels = QDeadlineTimer();
-    }
-    if (enabled && focusWidget() == ui.cancelBtn) {
-        ui.submitBtn->setFocus();
-    }
 }

@@ -3,27 +3,44 @@
 
 #include "platform/ReportControls.h"
 
-#include <QDeadlineTimer>
 #include <QDialog>
 #include <QStringList>
+#include <QTimer>
 
 #include <memory>
 
 /// The window of resources/ReportWindow.ui, and its controls, through which the controller speaks to it.
+///
+/// What the window is for at a moment is its state. It is worked out from what the controller has told its controls:
+/// Editing while the address is enabled, else Sending while the spinner turns, else AwaitingRetry. An upload that could
+/// not be started (stalled) is Sending, too. The controller knows of no state; the window's own controls follow it:
+///
+/// | state         | second button | which        | Escape  | the keyboard goes to |
+/// |---------------|---------------|--------------|---------|----------------------|
+/// | Editing       | Don't Send    | closes       | nothing | the address          |
+/// | Sending       | Cancel        | cancels      | cancels | the spinner          |
+/// | AwaitingRetry | Edit Report   | cancels      | cancels | Report Crash         |
+///
+/// The keyboard goes there whenever the state changes, wherever it was: that is how a screen reader announces the
+/// change.
 class ReportWindow : public QDialog
 {
     Q_OBJECT
 
 public:
+    enum class State { Editing, Sending, AwaitingRetry };
+
     explicit ReportWindow(QWidget *parent = nullptr);
     ~ReportWindow() override;
 
     /// The controls, for the controller; they live as long as the window.
     platform::ReportControls controls();
 
-    /// What Escape does: cancels while there is something to cancel or to unlock, and else closes the window. Pressed
-    /// twice it must not do both, nor close the window right after an alert: what the user typed would be lost. So it
-    /// closes nothing for the time of a double click after it cancelled or an alert was dismissed.
+    /// What the controls were told amounts to, also where the window does not show it yet.
+    State state() const;
+
+    /// What Escape does: cancels while there is something to cancel or to unlock, and else nothing. It never closes the
+    /// window: what the user typed is not lost to a key.
     void reject() override;
 
 Q_SIGNALS:
@@ -31,7 +48,7 @@ Q_SIGNALS:
     void disclosureClicked();
     /// The submit button was pressed.
     void submitClicked();
-    /// Cancel was pressed, or Escape while there is something to cancel or to unlock.
+    /// The user wants to cancel the upload, or to unlock the form.
     void cancelClicked();
     /// Local files were dropped onto the window; their paths, in order.
     void filesDropped(const QStringList &paths);
@@ -39,7 +56,6 @@ Q_SIGNALS:
     void closed();
 
 protected:
-    bool event(QEvent *event) override;
     void changeEvent(QEvent *event) override;
     void closeEvent(QCloseEvent *event) override;
     void dragEnterEvent(QDragEnterEvent *event) override;
@@ -50,12 +66,14 @@ private:
     struct Parts;
 
     void connectControls();
+    void onControlTold();
+    void showState();
+    QWidget &keyboardPlace(State of) const;
+    bool shows(State wanted) const;
+    void onSecondButton();
     void showLockedAddress();
-    void ignoreDoubledEscape();
-    void setAddressEnabled(bool enabled);
-    void setSubmitEnabled(bool enabled);
 
     std::unique_ptr<Parts> parts;
-    QDeadlineTimer escapeCloses;  ///< Until then Escape closes nothing.
-    QDeadlineTimer returnCancels; ///< Until then Return does not press Cancel.
+    QTimer nextTurn;    ///< Runs while the window does not show its state yet;
+    QTimer turnAfterIt; ///< then this one does.
 };

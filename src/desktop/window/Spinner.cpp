@@ -1,8 +1,10 @@
 // Draws the spinner from the palette and turns it by a timer.
 #include "desktop/window/Spinner.h"
 
+#include <QKeyEvent>
 #include <QPainter>
 #include <QStyle>
+#include <QStyleOptionFocusRect>
 #include <QTimerEvent>
 
 #include <algorithm>
@@ -21,6 +23,7 @@ Spinner::Spinner(QWidget *parent)
 {
     setRange(0, 0);
     setTextVisible(false);
+    setFocusPolicy(Qt::StrongFocus);
     QSizePolicy policy(QSizePolicy::Fixed, QSizePolicy::Fixed);
     // The buttons beside it must not jump when it appears.
     policy.setRetainSizeWhenHidden(true);
@@ -49,9 +52,21 @@ QSize Spinner::sizeHint() const
     return {side, side};
 }
 
+// The window's default button is never pressed from here.
+void Spinner::keyPressEvent(QKeyEvent *event)
+{
+    const bool isReturn = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    event->setAccepted(isReturn);
+}
+
 void Spinner::paintEvent(QPaintEvent * /*event*/)
 {
     QPainter painter(this);
+    if (hasFocus()) {
+        QStyleOptionFocusRect option;
+        option.initFrom(this);
+        style()->drawPrimitive(QStyle::PE_FrameFocusRect, &option, &painter, this);
+    }
     painter.setRenderHint(QPainter::Antialiasing);
     painter.translate(rect().toRectF().center());
     const qreal radius = std::min(width(), height()) / 2.0;

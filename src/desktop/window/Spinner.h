@@ -5,7 +5,7 @@
 #include <QProgressBar>
 
 /// A ring of turning spokes, shown only while it turns. To assistive technology it is a progress bar without a known
-/// end.
+/// end. It can have the keyboard, so that no key presses anything while there is nothing to do but wait.
 class Spinner : public QProgressBar
 {
     Q_OBJECT
@@ -21,6 +21,7 @@ public:
     QSize minimumSizeHint() const override { return sizeHint(); }
 
 protected:
+    void keyPressEvent(QKeyEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
     void timerEvent(QTimerEvent *event) override;
 
