@@ -35,6 +35,28 @@ asAdministrator() {
     fi
 }
 
+# The services that packages of the list bring.
+readonly kServices=(nginx php8.2-fpm postgresql)
+
+# Installs packages without starting their services, now or with the machine: what needs one runs its own.
+installPackages() (
+    policy=/usr/sbin/policy-rc.d
+    new=()
+    for service in "${kServices[@]}"; do
+        [[ -e /etc/init.d/$service ]] || new+=("$service")
+    done
+    if [[ ! -e $policy ]]; then
+        # Debian starts whatever it installs, unless this file says no.
+        trap 'asAdministrator rm -f "$policy"' EXIT
+        printf '#!/bin/sh\nexit 101\n' | asAdministrator install -m 755 /dev/stdin "$policy"
+    fi
+    asAdministrator apt-get update
+    asAdministrator env DEBIAN_FRONTEND=noninteractive apt-get install --yes --no-install-recommends "$@"
+    for service in "${new[@]}"; do
+        [[ ! -e /etc/init.d/$service ]] || asAdministrator /usr/sbin/update-rc.d "$service" disable
+    done
+)
+
 # Installs what is missing of scripts/packages, and touches nothing when all of it is there.
 ensurePackages() {
     command -v dpkg-query >/dev/null || fail "this needs Debian's packages of scripts/packages; here is no dpkg."
@@ -46,8 +68,7 @@ ensurePackages() {
 Ask an administrator to run: apt-get install --no-install-recommends ${missing[*]}"
     fi
     say "installing ${missing[*]}"
-    asAdministrator apt-get update
-    asAdministrator env DEBIAN_FRONTEND=noninteractive apt-get install --yes --no-install-recommends "${missing[@]}"
+    installPackages "${missing[@]}"
 }
 
 # Builds the preset: everything, or what further arguments of cmake --build name.
