@@ -1,0 +1,225 @@
+<?php
+
+// Where crash reports are kept: in a folder of this machine, or in a PostgreSQL database that several machines share.
+
+declare(strict_types=1);
+
+// A warning of PHP's is a failure here: a file that was not written whole, a folder that is not there.
+set_error_handler(static function (int $level, string $message, string $file, int $line): never {
+    throw new ErrorException($message, 0, $level, $file, $line);
+});
+
+/** A report is its fields: "crashlog", and "email" and "info" where the sender gave them; each a string of bytes. */
+interface ReportStore
+{
+    /** Returns once the report would outlive a loss of power, and throws otherwise. Equal reports are stored once. */
+    public function add(array $fields): void;
+
+    /** The reports, oldest first: 'name', 'received' (seconds since 1970), 'email' (or ''), 'bytes' of the log. */
+    public function list(): iterable;
+
+    /** One field of a report, or null. */
+    public function field(string $name, string $field): ?string;
+
+    /** Deletes a report at once: nobody finds half of it. */
+    public function remove(string $name): void;
+
+    /** Deletes what requests that were ended in the middle left behind before that time. */
+    public function tidy(int $before): void;
+}
+
+/** The store at a folder's path, or at a database's source name: "pgsql:host=... dbname=...". */
+function openStore(string $place): ReportStore
+{
+    return str_starts_with($place, 'pgsql:') ? new DatabaseStore($place) : new FolderStore($place);
+}
+
+/** The name of a report: 64 hexadecimal digits, the same for the same fields in whatever order they arrived. */
+function nameOf(array $fields): string
+{
+    ksort($fields);
+    $hash = hash_init('sha256');
+    foreach ($fields as $name => $value) {
+        // With its length in front, no content can pass for a field's end.
+        hash_update($hash, $name . ' ' . strlen($value) . "\n");
+        hash_update($hash, $value);
+    }
+    return hash_final($hash);
+}
+
+/**
+ * A folder for each report, with a file for each field.
+ *
+ * A report is written and flushed as a draft and then renamed to its name, so a report that has its name is whole,
+ * whenever the process or the machine stopped.
+ */
+final class FolderStore implements ReportStore
+{
+    private const DRAFT = '.draft-';
+
+    public function __construct(private readonly string $folder)
+    {
+        umask(0027);
+    }
+
+    public function add(array $fields): void
+    {
+        $report = "$this->folder/" . nameOf($fields);
+        if (!is_dir($report)) {
+            $this->write($fields, $report);
+        }
+        // Also for one that was there before: whoever wrote it may have been stopped just before this.
+        $this->flush($this->folder);
+    }
+
+    public function list(): iterable
+    {
+        $received = [];
+        foreach (scandir($this->folder) as $name) {
+            if (preg_match('/^[0-9a-f]{64}$/D', $name)) {
+                $received[$name] = filemtime("$this->folder/$name");
+            }
+        }
+        asort($received);
+        foreach ($received as $name => $time) {
+            yield [
+                'name' => $name,
+                'received' => $time,
+                'email' => $this->field($name, 'email') ?? '',
+                'bytes' => filesize("$this->folder/$name/crashlog"),
+            ];
+        }
+    }
+
+    public function field(string $name, string $field): ?string
+    {
+        $path = "$this->folder/$name/$field";
+        return is_file($path) ? file_get_contents($path) : null;
+    }
+
+    public function remove(string $name): void
+    {
+        $draft = $this->draftName();
+        rename("$this->folder/$name", $draft);
+        $this->discard($draft);
+        $this->flush($this->folder);
+    }
+
+    public function tidy(int $before): void
+    {
+        foreach (scandir($this->folder) as $name) {
+            if (str_starts_with($name, self::DRAFT) && filemtime("$this->folder/$name") < $before) {
+                $this->discard("$this->folder/$name");
+            }
+        }
+    }
+
+    private function write(array $fields, string $report): void
+    {
+        $draft = $this->draftName();
+        try {
+            mkdir($draft, 0750);
+            foreach ($fields as $field => $value) {
+                $this->writeFile("$draft/$field", $value);
+            }
+            $this->flush($draft);
+            rename($draft, $report);
+        } catch (ErrorException $failure) {
+            // A draft that stayed would keep a full disk full.
+            $this->discard($draft);
+            // The same report may have arrived twice at a time, and the other one was faster.
+            if (!is_dir($report)) {
+                throw $failure;
+            }
+        }
+    }
+
+    private function writeFile(string $path, string $content): void
+    {
+        $file = fopen($path, 'xb');
+        if (fwrite($file, $content) !== strlen($content) || !fsync($file) || !fclose($file)) {
+            throw new ErrorException("$path was not written whole");
+        }
+    }
+
+    /** Makes the names in a folder outlive a loss of power. */
+    private function flush(string $folder): void
+    {
+        $handle = fopen($folder, 'rb');
+        if (!fsync($handle)) {
+            throw new ErrorException("$folder was not flushed");
+        }
+    }
+
+    private function draftName(): string
+    {
+        return "$this->folder/" . self::DRAFT . bin2hex(random_bytes(8));
+    }
+
+    private function discard(string $draft): void
+    {
+        if (!is_dir($draft)) {
+            return;
+        }
+        foreach (array_diff(scandir($draft), ['.', '..']) as $field) {
+            unlink("$draft/$field");
+        }
+        rmdir($draft);
+    }
+}
+
+/** A row for each report, in the table of schema.sql. */
+final class DatabaseStore implements ReportStore
+{
+    private readonly PDO $database;
+
+    public function __construct(string $source)
+    {
+        $this->database = new PDO($source, options: [PDO::ATTR_ERRMODE => PDO::ERRMODE_EXCEPTION]);
+        // An answer must mean that the row is on disk, whatever the server's configuration says; and the sender gives
+        // up after a minute without one.
+        $this->database->exec("SET synchronous_commit = on; SET statement_timeout = '30s'");
+    }
+
+    public function add(array $fields): void
+    {
+        $insert = $this->database->prepare(
+            'INSERT INTO crash_report (name, crashlog, email, info) VALUES (?, ?, ?, ?) ON CONFLICT (name) DO NOTHING');
+        $insert->bindValue(1, nameOf($fields));
+        foreach (['crashlog', 'email', 'info'] as $index => $field) {
+            $value = $fields[$field] ?? null;
+            $insert->bindValue($index + 2, $value, $value === null ? PDO::PARAM_NULL : PDO::PARAM_LOB);
+        }
+        $insert->execute();
+    }
+
+    public function list(): iterable
+    {
+        $rows = $this->database->query(
+            "SELECT name, extract(epoch FROM received)::bigint AS received, coalesce(email, '') AS email,
+                    octet_length(crashlog) AS bytes
+             FROM crash_report ORDER BY crash_report.received",
+            PDO::FETCH_ASSOC);
+        foreach ($rows as $row) {
+            yield ['email' => stream_get_contents($row['email'])] + $row;
+        }
+    }
+
+    public function field(string $name, string $field): ?string
+    {
+        $query = $this->database->prepare('SELECT crashlog, email, info FROM crash_report WHERE name = ?');
+        $query->execute([$name]);
+        $value = $query->fetch(PDO::FETCH_ASSOC)[$field] ?? null;
+        return $value === null ? null : stream_get_contents($value);
+    }
+
+    public function remove(string $name): void
+    {
+        $this->database->prepare('DELETE FROM crash_report WHERE name = ?')->execute([$name]);
+    }
+
+    public function tidy(int $before): void
+    {
+        // The database itself undoes what was not finished.
+    }
+}

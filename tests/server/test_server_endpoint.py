@@ -1,0 +1,190 @@
+"""What the endpoint accepts, stores and refuses, of the program and of others."""
+
+import os
+import re
+import subprocess
+import unittest
+
+from installation import BOUNDARY, ENDPOINT, body_of, part
+from server_support import ServerTest, name_of
+from support import cases
+from trial.home import read
+
+REPORT = {"crashlog": b"line 1\r\nline 2\n", "email": b"jo@example.org", "info": b"text"}
+
+
+class TheFiles(unittest.TestCase):
+    def test_each_is_valid_and_prints_nothing_of_its_own(self):
+        for name in ("answer.php", "reportcrash.php", "stores.php", "reports"):
+            with self.subTest(name):
+                path = os.path.join(ENDPOINT, name)
+                subprocess.run(["php", "-l", path], check=True, capture_output=True, timeout=60)
+                # A byte outside of the code would be in every answer, and a byte refuses.
+                self.assertRegex(read(path), rb"\A(#!/usr/bin/env php\n)?<\?php\n")
+                self.assertNotIn(b"?>", read(path))
+                self.assertIn(b"\ndeclare(strict_types=1);\n", read(path))
+
+
+class TheProgram(ServerTest):
+    def test_a_report_is_accepted_and_stored_byte_for_byte(self):
+        installation = self.install()
+        self.assertEqual(self.outcome(self.submit()), "accepted")
+        self.assert_stored(installation, self.fields())
+        self.assertEqual(len(installation.store.reports()), 1)
+        self.assertEqual(installation.store.drafts(), [])
+
+
+class TheStore(ServerTest):
+    def test_a_report_is_on_disk_under_its_name_before_it_is_answered(self):
+        trace = os.path.join(self.folder, "trace")
+        installation = self.install(tracer=[
+            "strace", "--follow-forks", "--decode-fds=path", "--quiet=all", "--signal=none", "--output", trace,
+            "--trace", "write,fsync,fdatasync,rename"])
+        self.assertEqual(installation.post(REPORT), (200, b""))
+        installation.stop_fpm()
+        store = installation.store.path
+        steps = [step for line in read(trace).decode().splitlines() if (step := step_of(line, store))]
+        self.assertEqual(steps, [
+            "write crashlog", "fsync crashlog", "write email", "fsync email", "write info", "fsync info",
+            "fsync draft", f"rename draft {name_of(REPORT)}", "fsync store", "answer"])
+
+
+def step_of(line, store):
+    """What a line of the trace says about the store or the answer; nothing of what else PHP does."""
+    line = re.sub(re.escape(store) + r"/\.draft-[0-9a-f]+", "draft", line)
+    line = line.replace("draft/", "").replace(f"{store}/", "").replace(store, "store")
+    if match := re.search(r" (write|fsync)\(\d+<(crashlog|email|info|draft|store)>", line):
+        return f"{match[1]} {match[2]}"
+    if match := re.search(r' rename\("(\w+)", "(\w+)"', line):
+        return f"rename {match[1]} {match[2]}"
+    return "answer" if " write(" in line and "Content-" in line else None
+
+
+class TheForm(ServerTest):
+    @cases(
+        plain=(REPORT,),
+        without_address_and_description=({"crashlog": b"log"},),
+        empty_log=({"crashlog": b""},),
+        every_byte=({"crashlog": bytes(range(256)) * 300},),
+        ends_in_line_breaks=({"crashlog": b"a\r\n\r\n", "info": b"\n\r\n"},),
+        looks_like_a_delimiter=({"crashlog": b"a\r\n--" + BOUNDARY.encode()[:-1] + b"\r\nb"},),
+        looks_like_a_part=({"crashlog": b'a\r\nContent-Disposition: form-data; name="email"\r\n\r\nb'},),
+        in_another_order=({"info": b"i", "crashlog": b"c", "email": b"e"},),
+    )
+    def test_is_stored_byte_for_byte(self, fields):
+        installation = self.install()
+        self.assertEqual(installation.post(fields), (200, b""))
+        self.assertEqual(installation.store.reports(), {name_of(fields): fields})
+
+    def test_a_closing_delimiter_is_allowed(self):
+        installation = self.install()
+        closing = b"--" + BOUNDARY.encode() + b"--"
+        for body in (body_of(REPORT) + closing, body_of(REPORT) + closing + b"\r\n"):
+            self.assertEqual(installation.request(body=body), (200, b""))
+        self.assertEqual(installation.store.reports(), {name_of(REPORT): REPORT})
+
+    def test_a_body_that_is_sent_in_chunks_is_stored(self):
+        installation = self.install()
+        chunks = iter([body_of(REPORT)[:50], body_of(REPORT)[50:]])
+        self.assertEqual(installation.request(body=chunks), (200, b""))
+        self.assertEqual(installation.store.reports(), {name_of(REPORT): REPORT})
+
+    def test_a_quoted_boundary_is_understood(self):
+        installation = self.install()
+        headers = {"Content-Type": f'multipart/form-data; boundary="{BOUNDARY}"'}
+        self.assertEqual(installation.request(body=body_of(REPORT), headers=headers), (200, b""))
+
+    @cases(in_a_folder=("folder",), in_the_database=("database",))
+    def test_a_report_sent_again_is_stored_once(self, kind):
+        installation = self.install(store=self.database() if kind == "database" else None)
+        for fields in (REPORT, REPORT, dict(reversed(REPORT.items()))):
+            self.assertEqual(installation.post(fields), (200, b""))
+        self.assertEqual(installation.store.reports(), {name_of(REPORT): REPORT})
+
+    def test_reports_that_differ_in_where_a_field_ends_are_two(self):
+        installation = self.install()
+        for fields in ({"crashlog": b"ab", "email": b"c"}, {"crashlog": b"a", "email": b"bc"}):
+            self.assertEqual(installation.post(fields), (200, b""))
+        self.assertEqual(len(installation.store.reports()), 2)
+
+
+DELIMITER = b"--" + BOUNDARY.encode() + b"\r\n"
+
+
+class Refusals(ServerTest):
+    """Each is a line of text, and nothing is stored."""
+
+    def assert_refused(self, installation, answer, status):
+        self.assertEqual(answer[0], status)
+        self.assertRegex(answer[1], rb"\A[^\n]+\.\n\Z")
+        self.assert_nothing_stored(installation)
+
+    @cases(
+        no_crash_log=(body_of({"info": b"text"}), 400),
+        no_field=(b"", 400),
+        closing_delimiter_alone=(b"--" + BOUNDARY.encode() + b"--\r\n", 400),
+        cut_in_the_last_field=(body_of(REPORT)[:-3], 400),
+        cut_in_a_header=(DELIMITER + b"Content-Disposition: form-data; na", 400),
+        text_before_the_first_delimiter=(b"text\r\n" + body_of(REPORT), 400),
+        text_after_the_closing_delimiter=(body_of(REPORT) + b"--" + BOUNDARY.encode() + b"--\r\ntext\r\n", 400),
+        another_boundary=(body_of(REPORT).replace(BOUNDARY.encode(), b"another"), 400),
+        boundary_that_goes_on=(body_of(REPORT).replace(BOUNDARY.encode(), BOUNDARY.encode() + b"x"), 400),
+        a_field_twice=(body_of(REPORT) + DELIMITER + part("email", b"x"), 400),
+        an_unknown_field=(body_of(REPORT) + DELIMITER + part("other", b"x"), 400),
+        a_path_for_a_name=(DELIMITER + part("../crashlog", b"x"), 400),
+        a_file=(DELIMITER + b'Content-Disposition: form-data; name="crashlog"; filename="../x"\r\n\r\nx\r\n', 400),
+    )
+    def test_of_a_form(self, body, status):
+        installation = self.install()
+        self.assert_refused(installation, installation.request(body=body), status)
+
+    @cases(get=("GET",), put=("PUT",), delete=("DELETE",), options=("OPTIONS",))
+    def test_of_a_method(self, method):
+        installation = self.install()
+        self.assert_refused(installation, installation.request(method, body_of(REPORT)), 405)
+
+    @cases(
+        urlencoded=("application/x-www-form-urlencoded",),
+        without_boundary=("multipart/form-data",),
+        empty_boundary=("multipart/form-data; boundary=",),
+    )
+    def test_of_a_content_type(self, content_type):
+        installation = self.install()
+        answer = installation.request(body=body_of(REPORT), headers={"Content-Type": content_type})
+        self.assert_refused(installation, answer, 415)
+
+    def assert_php_refuses(self, status, body, **parameters):
+        installation = self.install()
+        head, content = installation.fastcgi(body, **parameters)
+        self.assertTrue(head.startswith(f"Status: {status} "), head)
+        self.assert_refused(installation, (status, content), status)
+
+    def test_of_input_shorter_than_announced_although_its_last_part_is_whole(self):
+        body = body_of(REPORT)
+        self.assert_php_refuses(400, body, CONTENT_LENGTH=str(len(body) + 10))
+
+    def test_of_input_whose_length_is_not_announced(self):
+        self.assert_php_refuses(411, body_of(REPORT), CONTENT_LENGTH=None)
+
+    def test_of_a_length_that_is_no_number(self):
+        self.assert_php_refuses(411, body_of(REPORT), CONTENT_LENGTH="1e3")
+
+    def test_of_an_announced_length_over_the_limit(self):
+        self.assert_php_refuses(413, body_of(REPORT), CONTENT_LENGTH="33554433")
+
+    def test_of_a_report_that_memory_is_too_small_for_said_by_php_itself(self):
+        installation = self.install(pool={"memory_limit] = 128M": "memory_limit] = 6M"})
+        head, content = installation.fastcgi(body_of({"crashlog": bytes(3_000_000)}))
+        self.assertIn("Status: 500 ", head)
+        self.assert_refused(installation, (500, content), 500)
+
+    def test_of_too_many_requests_of_one_address(self):
+        installation = self.install(nginx={"burst=20": "burst=2", "rate=30r/m": "rate=1r/m"})
+        statuses = []
+        for number in range(5):
+            status, content = installation.post({"crashlog": b"%d" % number})
+            self.assertEqual(content == b"", status == 200)
+            statuses.append(status)
+        self.assertEqual(statuses[:3], [200, 200, 200])
+        self.assertEqual(statuses[-1], 429)
+        self.assertEqual(len(installation.store.reports()), statuses.count(200))
