@@ -6,6 +6,7 @@
 # writes into DIR, which is created if it is missing:
 #
 #   authority.pem                  the authority to trust
+#   trusted/                       the same as a folder of authorities, by the hash of its name
 #   localhost.pem, .key            a good server: localhost, 127.0.0.1 and ::1, and endpoint.test for a program that
 #                                  is built to submit to another host than this machine
 #   expired.pem, .key              the same names, no longer valid
@@ -113,3 +114,6 @@ issue client localhost "$local_names" authority "$recently" "$later" client
 signByItself selfsigned localhost "$local_names" "$recently" "$later"
 issue otherhost elsewhere.example DNS:elsewhere.example authority "$recently" "$later"
 issue stranger localhost "$local_names" stranger-authority "$recently" "$later"
+
+mkdir -p trusted
+ln -sf ../authority.pem "trusted/$(openssl x509 -noout -hash -in authority.pem).0"

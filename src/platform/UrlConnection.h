@@ -5,7 +5,6 @@
 
 #include <QByteArray>
 #include <QList>
-#include <QString>
 #include <QUrl>
 
 #include <memory>
@@ -28,9 +27,9 @@ struct UrlRequest {
     }
 };
 
-/// Why a transfer gave no complete answer; for a person who looks into it, never for a decision.
+/// That a transfer gave no complete answer. Why is for the person who looks into it, and in the transport's own
+/// diagnostics.
 struct UrlError {
-    QString description;
 };
 
 class UrlConnection : public Object
@@ -52,10 +51,10 @@ public:
 
     /// A chunk of the reply's body, at least one byte, whatever the reply's status.
     virtual void connectionDidReceiveData(UrlConnection &connection, const QByteArray &data) = 0;
-    /// There is no complete answer: nothing listening, TLS refused, connection lost, cut short, timed out. Last
-    /// callback of the transfer.
+    /// There is no complete answer to a request that was sent whole: nothing listening, TLS refused, connection lost,
+    /// cut short, timed out; or the answer leads elsewhere. Last callback of the transfer.
     virtual void connectionDidFailWithError(UrlConnection &connection, const UrlError &error) = 0;
-    /// The answer is complete, whatever its status. Last callback of the transfer.
+    /// The answer is complete, whatever its status but a redirect's. Last callback of the transfer.
     virtual void connectionDidFinishLoading(UrlConnection &connection) = 0;
 };
 
@@ -64,7 +63,7 @@ class UrlLoader : public Object
 public:
     /// Starts a transfer and returns before any callback of it. A transfer that runs goes on, and reports, even when
     /// the caller lets go of it. Gives nothing (a null pointer) when no transfer can be created: the URL is not
-    /// valid, or no TLS library can be loaded.
+    /// valid, or the network's library cannot be loaded.
     virtual std::shared_ptr<UrlConnection> connectionWithRequestDelegate(const UrlRequest &request,
                                                                          UrlConnectionDelegate &delegate) = 0;
 };

@@ -157,13 +157,22 @@ class LoadedLater(ProgramTest):
         with open(f"/proc/{program.pid}/maps", encoding="utf-8") as maps:
             return {os.path.basename(line.split()[-1]) for line in maps if ".so" in line}
 
-    def test_the_tls_library_is_loaded_by_the_first_upload(self):
+    def loaded(self, program, *beginnings):
+        return {name for name in self.libraries(program) if name.startswith(beginnings)}
+
+    def test_the_libraries_of_the_network_are_loaded_by_the_first_upload(self):
         self.serve("never")
         program = self.launch()
-        before = {name for name in self.libraries(program) if name.startswith(("libssl", "libqopensslbackend"))}
-        self.assertEqual(before, set())
+        self.assertEqual(self.loaded(program, "libssl", "libcurl"), set())
         self.submitted(program)
-        wait_until(lambda: any(name.startswith("libssl") for name in self.libraries(program)), "the TLS library")
+        wait_until(lambda: self.loaded(program, "libcurl") and self.loaded(program, "libssl"), "libcurl and TLS")
+
+    def test_the_toolkits_network_is_loaded_by_no_upload(self):
+        server = self.serve("refuse")
+        program = self.submitted(self.launch())
+        program.dismiss_alert()
+        self.assert_posts(server, 1)
+        self.assertEqual(self.loaded(program, "libQt6Network", "libqopensslbackend"), set())
 
 
 class Display(ProgramTest):

@@ -169,7 +169,7 @@ TEST_F(Upload, FailureShowsConnectionFailedAndGivesTheSubmitButtonBack)
 {
     const auto transfer = submitted();
 
-    world.controller.connectionDidFailWithError(*transfer, {.description = u"refused"_s});
+    world.controller.connectionDidFailWithError(*transfer, {});
 
     EXPECT_EQ(world.calls.taken(), resetControlsAnd({kFailed}));
     expectSubmitButtonBackAndFormLocked();

@@ -19,10 +19,9 @@ public:
         onData(connection);
     }
 
-    void connectionDidFailWithError(platform::UrlConnection &connection, const platform::UrlError &error) override
+    void connectionDidFailWithError(platform::UrlConnection &connection, const platform::UrlError & /*error*/) override
     {
         heard << QStringLiteral("failed");
-        reason = error.description;
         onEnd(connection);
     }
 
@@ -38,7 +37,6 @@ public:
     }
 
     QStringList heard;
-    QString reason;
     qsizetype largest = 0; ///< The size of the largest chunk.
     qint64 bytes = 0;      ///< Of all chunks together.
     std::function<void(platform::UrlConnection &)> onData = [](platform::UrlConnection &) {};

@@ -36,10 +36,3 @@ QSslConfiguration ThrowAwayAuthority::serverConfiguration(const QString &certifi
     configuration.setPrivateKey(QSslKey(&keyFile, QSsl::Ec));
     return configuration;
 }
-
-void ThrowAwayAuthority::trust() const
-{
-    QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
-    configuration.setCaCertificates(QSslCertificate::fromPath(folder.filePath(u"authority.pem"_s)));
-    QSslConfiguration::setDefaultConfiguration(configuration);
-}

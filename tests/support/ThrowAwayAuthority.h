@@ -15,8 +15,8 @@ public:
     /// For a server that shows the named certificate, such as "localhost" or "expired".
     QSslConfiguration serverConfiguration(const QString &certificateName) const;
 
-    /// Makes this authority, and no other, the one that the process trusts.
-    void trust() const;
+    /// A folder of authorities that holds this one and no other.
+    QString trustedFolder() const { return folder.filePath(QStringLiteral("trusted")); }
 
 private:
     ThrowAwayAuthority();

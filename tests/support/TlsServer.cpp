@@ -5,6 +5,8 @@
 
 #include <QTimer>
 
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <memory>
 
@@ -22,6 +24,11 @@ void end(QSslSocket &socket, Answer::Then how)
     switch (how) {
     case Answer::Then::HangUp:
         socket.disconnectFromHost();
+        break;
+    case Answer::Then::Cut:
+        // The write is buffered, and lost where the connection has ended already.
+        socket.flush();
+        ::shutdown(static_cast<int>(socket.socketDescriptor()), SHUT_WR);
         break;
     case Answer::Then::Reset:
         socket.abort();
@@ -65,14 +72,14 @@ Answer answered(const QByteArray &statusAndReason, const QByteArray &body, const
             + moreHeaders + "\r\n" + body};
 }
 
-TlsServer::TlsServer(const QString &certificateName)
+TlsServer::TlsServer(const QString &certificateName, const QHostAddress &address, quint16 port)
     : answers{answered("200 OK")}
 {
     server.setSslConfiguration(ThrowAwayAuthority::shared().serverConfiguration(certificateName));
     connect(&server, &QSslServer::startedEncryptionHandshake, this, &TlsServer::onAccept);
     connect(&server, &QSslServer::pendingConnectionAvailable, this,
             [this] { converse(qobject_cast<QSslSocket *>(server.nextPendingConnection())); });
-    if (!server.listen(QHostAddress::LocalHost)) {
+    if (!server.listen(address, port)) {
         qFatal("No port on loopback: %s", qPrintable(server.errorString()));
     }
 }
@@ -99,6 +106,12 @@ void TlsServer::readSlowly(qint64 bytesAtOnce, std::chrono::milliseconds between
 {
     takenAtOnce = bytesAtOnce;
     tick = betweenReads;
+}
+
+void TlsServer::limitReceiveBuffer(int bytes)
+{
+    // socket(7): what a listening socket has, its connections inherit.
+    ::setsockopt(static_cast<int>(server.socketDescriptor()), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
 }
 
 void TlsServer::offerHttp2()

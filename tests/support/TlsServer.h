@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QHostAddress>
 #include <QList>
 #include <QObject>
 #include <QSslServer>
@@ -29,8 +30,9 @@ struct ReceivedRequest {
 struct Answer {
     /// What has to have come before the server acts.
     enum class After { Accept, Head, SomeOfTheBody, Request };
-    /// What it does once its bytes are written. HangUp ends the connection in order; Reset drops it.
-    enum class Then { HangUp, Reset, StayConnected, StopReading };
+    /// What it does once its bytes are written. HangUp ends the connection in order; Cut ends it without TLS's own end;
+    /// Reset drops it.
+    enum class Then { HangUp, Cut, Reset, StayConnected, StopReading };
     using Act = std::function<void(QSslSocket &)>;
 
     QByteArray bytes;
@@ -48,8 +50,9 @@ class TlsServer : public QObject
     Q_OBJECT
 
 public:
-    /// Shows the named certificate of the throw-away authority.
-    explicit TlsServer(const QString &certificateName = QStringLiteral("localhost"));
+    /// Shows the named certificate of the throw-away authority. Port 0 stands for any that is free.
+    explicit TlsServer(const QString &certificateName = QStringLiteral("localhost"),
+                       const QHostAddress &address = QHostAddress::LocalHost, quint16 port = 0);
 
     quint16 port() const;
     /// https://127.0.0.1:PORT and the path: an address, because not every machine knows the name of loopback.
@@ -60,6 +63,8 @@ public:
 
     /// Takes that many bytes at each tick, instead of all at once.
     void readSlowly(qint64 bytesAtOnce, std::chrono::milliseconds betweenReads);
+    /// Has the system take about that many bytes that were not read yet, of each connection.
+    void limitReceiveBuffer(int bytes);
     /// Agrees to HTTP/2 when it is offered.
     void offerHttp2();
     /// What the last connection agreed on; empty when the client offered nothing.

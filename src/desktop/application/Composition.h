@@ -8,7 +8,7 @@
 #include "desktop/application/SyslogDiagnosticLog.h"
 #include "desktop/application/SystemClock.h"
 #include "desktop/application/TerminationSignals.h"
-#include "desktop/transfer/QtUrlLoader.h"
+#include "desktop/transfer/CurlUrlLoader.h"
 #include "desktop/window/QtAlertPanel.h"
 #include "desktop/window/ReportWindow.h"
 #include "report/AppController.h"
@@ -45,7 +45,7 @@ private:
     QtUserDefaults userDefaults;
     SystemClock clock;
     SyslogDiagnosticLog diagnosticLog;
-    QtUrlLoader urlLoader;
+    CurlUrlLoader urlLoader;
     platform::ReportControls controls;
     AppController controller;
     TerminationSignals terminationSignals;

@@ -1,11 +1,11 @@
 // The states of an upload and every way from one to another: the controller itself, the real transport and a real TLS
 // server; only the window is a recording one.
-#include "desktop/transfer/QtUrlLoader.h"
+#include "desktop/transfer/CurlUrlLoader.h"
 #include "support/EventLoop.h"
 #include "support/PrintQt.h"
 #include "support/RecordingPlatform.h"
-#include "support/ThrowAwayAuthority.h"
 #include "support/TlsServer.h"
+#include "support/TransferSupport.h"
 
 #include <QSslSocket>
 #include <QTimer>
@@ -82,8 +82,6 @@ const std::string kStalledAlert =
 class UploadStates : public testing::Test
 {
 protected:
-    static void SetUpTestSuite() { ThrowAwayAuthority::shared().trust(); }
-
     UploadStates()
     {
         controller.init();
@@ -166,7 +164,7 @@ protected:
 
     TlsServer server;
     OperationQueue operations;
-    QtUrlLoader transport{operations};
+    CurlUrlLoader transport{operations, testSettings()};
     LoaderToPort loader{transport, server.port()};
     RecordingPlatform world;
     Calls::List everythingSaid;

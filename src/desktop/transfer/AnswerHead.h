@@ -1,0 +1,35 @@
+// What the head of an answer says that the HTTP library does not.
+#pragma once
+
+#include <QByteArray>
+#include <QByteArrayView>
+
+#include <optional>
+
+/// Reads the header lines of an answer as they come, interim answers and trailers included.
+class AnswerHead
+{
+public:
+    /// Takes the next line with its line end, and the status code of the answer that it belongs to.
+    void take(QByteArrayView line, long status);
+
+    /// Whether the head of the final answer is complete. An interim answer (1xx) is not final (RFC 9110 section 15.2).
+    bool hasEnded() const { return ended; }
+    /// Whether the final answer leads elsewhere: 301, 302, 303, 307 or 308 with a Location (RFC 9110 section 15.4).
+    bool isRedirect() const { return redirect; }
+    /// Whether there is no Content-Length, or the same number in each (RFC 9112 section 6.3).
+    bool lengthIsClear() const { return lengthClear; }
+    /// Whether the body says itself where it ends (RFC 9112 section 7.1).
+    bool isChunked() const { return chunked; }
+
+private:
+    void takeField(QByteArrayView name, QByteArrayView value);
+    void takeLength(QByteArrayView value);
+
+    bool ended = false;
+    bool redirect = false;
+    bool hasLocation = false;
+    bool lengthClear = true;
+    bool chunked = false;
+    std::optional<quint64> length;
+};

@@ -1,0 +1,60 @@
+// libcurl's transfers as part of the event loop.
+#pragma once
+
+#include "desktop/transfer/CurlLibrary.h"
+
+#include <QObject>
+#include <QSocketNotifier>
+#include <QTimer>
+
+#include <map>
+#include <memory>
+
+/// One multi handle, driven by socket notifiers and a timer: libcurl works only when a socket is ready or its time has
+/// come, and does no more at once than the event loop can spare.
+class CurlMulti : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit CurlMulti(const CurlLibrary &library);
+    /// All handles must have been removed.
+    ~CurlMulti() override;
+
+    /// Begins the transfer of the handle, from the event loop.
+    void add(CURL *easy);
+    /// Ends the transfer of the handle, if it has not ended. Not to be called by a callback of libcurl.
+    void remove(CURL *easy);
+
+    /// Whether libcurl wants to write to a connection and has done with reading from it.
+    bool onlyWrites() const;
+
+Q_SIGNALS:
+    /// A socket became readable or writable, so something moved on it; libcurl has acted on that.
+    void moved();
+    /// The transfer of the only handle has ended.
+    void finished(CURLcode result);
+
+private:
+    /// Out of sight at once, but gone only when no signal of its own runs any more.
+    struct Release {
+        void operator()(QSocketNotifier *notifier) const;
+    };
+    using Notifier = std::unique_ptr<QSocketNotifier, Release>;
+    struct Watch {
+        Notifier reading;
+        Notifier writing;
+    };
+
+    static int onSocket(CURL *easy, curl_socket_t socket, int what, void *self, void *unused);
+    static int onTimer(CURLM *multi, long milliseconds, void *self);
+
+    void watch(curl_socket_t socket, int what);
+    Notifier notifier(curl_socket_t socket, QSocketNotifier::Type type, int event);
+    void act(curl_socket_t socket, int event);
+
+    const CurlLibrary &curl;
+    CURLM *multi;
+    QTimer timer;
+    std::map<curl_socket_t, Watch> watches;
+};

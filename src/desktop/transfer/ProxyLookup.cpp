@@ -1,0 +1,55 @@
+// The proxy that the desktop names for an address.
+#include "desktop/transfer/ProxyLookup.h"
+
+#include <algorithm>
+#include <array>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// The first word of "http://proxy:3128 direct://"; a proxy that fails is not a reason to send the report past it.
+QByteArray firstProxy(const QByteArray &answer)
+{
+    const QByteArray first = answer.simplified().split(' ').value(0);
+    const QUrl url = QUrl::fromEncoded(first, QUrl::StrictMode);
+    return url.isValid() && url.scheme() != "direct"_L1 && !url.host().isEmpty() ? first : QByteArray();
+}
+
+} // namespace
+
+ProxyLookup::ProxyLookup(const QString &command, const QUrl &url, std::chrono::milliseconds limit)
+{
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.setStandardErrorFile(QProcess::nullDevice());
+    // Queued, because a command that cannot be started says so from inside the constructor.
+    connect(&process, &QProcess::errorOccurred, this, &ProxyLookup::end, Qt::QueuedConnection);
+    connect(&process, &QProcess::finished, this, &ProxyLookup::end, Qt::QueuedConnection);
+    connect(&limitTimer, &QTimer::timeout, this, &ProxyLookup::end);
+    limitTimer.setSingleShot(true);
+    limitTimer.start(limit);
+    const QUrl host = url.adjusted(QUrl::RemoveUserInfo | QUrl::RemovePath | QUrl::RemoveQuery | QUrl::RemoveFragment);
+    process.start(command, {QString::fromLatin1(host.toEncoded())});
+}
+
+ProxyLookup::~ProxyLookup()
+{
+    process.disconnect();
+    process.kill();
+    process.waitForFinished();
+}
+
+bool ProxyLookup::isInEnvironment()
+{
+    constexpr std::array kVariables = {"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"};
+    return std::ranges::any_of(kVariables, [](const char *name) { return !qEnvironmentVariableIsEmpty(name); });
+}
+
+void ProxyLookup::end()
+{
+    limitTimer.stop();
+    process.disconnect();
+    const bool hasAnswered = process.state() == QProcess::NotRunning && process.exitStatus() == QProcess::NormalExit
+                             && process.exitCode() == 0;
+    Q_EMIT found(hasAnswered ? firstProxy(process.readAllStandardOutput()) : QByteArray());
+}

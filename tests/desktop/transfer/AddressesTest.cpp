@@ -1,0 +1,259 @@
+// A host with several addresses: each is tried, and only as long as no byte of the request was sent.
+#include "support/TransferSupport.h"
+
+#include <QElapsedTimer>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+using After = Answer::After;
+using Then = Answer::Then;
+
+namespace {
+
+constexpr std::chrono::milliseconds kShort = 400ms;
+
+/// An address of loopback that answers no attempt to connect: Linux drops them while the queue of a listening socket is
+/// full (listen(2)).
+class DeadAddress
+{
+public:
+    explicit DeadAddress(int family, quint16 port = 0)
+        : listener(::socket(family, SOCK_STREAM, 0))
+    {
+        sockaddr_in6 ipv6 = {};
+        ipv6.sin6_family = AF_INET6;
+        ipv6.sin6_addr = IN6ADDR_LOOPBACK_INIT;
+        ipv6.sin6_port = htons(port);
+        sockaddr_in ipv4 = {};
+        ipv4.sin_family = AF_INET;
+        ipv4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ipv4.sin_port = htons(port);
+        void *const address = family == AF_INET6 ? static_cast<void *>(&ipv6) : &ipv4;
+        socklen_t size = family == AF_INET6 ? sizeof ipv6 : sizeof ipv4;
+        if (::bind(listener, static_cast<sockaddr *>(address), size) != 0 || ::listen(listener, 0) != 0
+            || ::getsockname(listener, static_cast<sockaddr *>(address), &size) != 0) {
+            qFatal("No address on loopback");
+        }
+        boundPort = ntohs(family == AF_INET6 ? ipv6.sin6_port : ipv4.sin_port);
+        for (int &client : clients) {
+            client = ::socket(family, SOCK_STREAM | SOCK_NONBLOCK, 0);
+            ::connect(client, static_cast<sockaddr *>(address), size);
+        }
+    }
+    DeadAddress(const DeadAddress &) = delete;
+    DeadAddress &operator=(const DeadAddress &) = delete;
+    ~DeadAddress()
+    {
+        for (const int client : clients) {
+            ::close(client);
+        }
+        ::close(listener);
+    }
+
+    quint16 port() const { return boundPort; }
+
+private:
+    int listener;
+    int clients[4] = {};
+    quint16 boundPort = 0;
+};
+
+/// Does the same with each connection, before any TLS.
+class PlainServer
+{
+public:
+    PlainServer(const QHostAddress &address, quint16 port, std::function<void(QTcpSocket &)> act)
+    {
+        if (!server.listen(address, port)) {
+            qFatal("The port is taken: %s", qPrintable(server.errorString()));
+        }
+        QObject::connect(&server, &QTcpServer::newConnection, &server, [this, act] {
+            ++accepted;
+            act(*server.nextPendingConnection());
+        });
+    }
+
+    int accepted = 0;
+
+private:
+    QTcpServer server;
+};
+
+/// To a name of two addresses, 127.0.0.1 and ::1, which libcurl knows without asking anybody.
+platform::UrlRequest aPostToBoth(quint16 port)
+{
+    QUrl url = withPort(port);
+    url.setHost(u"localhost"_s);
+    return aPost(url);
+}
+
+/// With a good server at one of the two addresses of "localhost", libcurl choosing which it tries first.
+class Addresses : public UrlLoaderTest, public testing::WithParamInterface<QHostAddress::SpecialAddress>
+{
+protected:
+    platform::UrlRequest aPostToBoth() const { return ::aPostToBoth(good.port()); }
+
+    QHostAddress otherAddress() const
+    {
+        return GetParam() == QHostAddress::LocalHost ? QHostAddress::LocalHostIPv6 : QHostAddress::LocalHost;
+    }
+
+    TlsServer good{u"localhost"_s, GetParam()};
+};
+
+} // namespace
+
+TEST_P(Addresses, TheSecondIsTakenWhenTheFirstRefuses)
+{
+    EXPECT_EQ(heardAfter(aPostToBoth()), kFinished);
+    EXPECT_EQ(good.posts(), 1);
+}
+
+TEST_P(Addresses, TheSecondIsTakenWhenTheFirstIsDead)
+{
+    const DeadAddress dead(GetParam() == QHostAddress::LocalHost ? AF_INET6 : AF_INET, good.port());
+
+    EXPECT_EQ(heardAfter(aPostToBoth()), kFinished);
+    EXPECT_EQ(good.posts(), 1);
+}
+
+TEST_P(Addresses, TheSecondIsTakenWhenTheFirstHangsUp)
+{
+    const PlainServer closing(otherAddress(), good.port(), [](QTcpSocket &socket) { socket.disconnectFromHost(); });
+
+    EXPECT_EQ(heardAfter(aPostToBoth()), kFinished);
+    EXPECT_LE(closing.accepted, 1);
+    EXPECT_EQ(good.posts(), 1);
+}
+
+TEST_P(Addresses, TheSecondIsTakenWhenTheFirstResets)
+{
+    const PlainServer resetting(otherAddress(), good.port(), [](QTcpSocket &socket) { socket.abort(); });
+
+    EXPECT_EQ(heardAfter(aPostToBoth()), kFinished);
+    EXPECT_LE(resetting.accepted, 1);
+    EXPECT_EQ(good.posts(), 1);
+}
+
+TEST_P(Addresses, TheSecondIsTakenWhenTheFirstSpeaksNoTls)
+{
+    const PlainServer talking(otherAddress(), good.port(),
+                              [](QTcpSocket &socket) { socket.write("HTTP/1.1 400 Bad Request\r\n\r\n"); });
+
+    EXPECT_EQ(heardAfter(aPostToBoth()), kFinished);
+    EXPECT_EQ(good.posts(), 1);
+}
+
+TEST_P(Addresses, TheSecondIsTakenWhenTheFirstCannotBeTrusted)
+{
+    const TlsServer stranger(u"stranger"_s, otherAddress(), good.port());
+
+    EXPECT_EQ(heardAfter(aPostToBoth()), kFinished);
+    EXPECT_EQ(stranger.requests().size(), 0);
+    EXPECT_EQ(good.posts(), 1);
+}
+
+TEST_P(Addresses, NoneIsTriedAgainOnceTheRequestWasBegun)
+{
+    TlsServer other(u"localhost"_s, otherAddress(), good.port());
+    for (TlsServer *one : {&good, &other}) {
+        one->willAnswer({{"", Then::HangUp, After::Head}});
+    }
+
+    EXPECT_EQ(heardAfter(aPostToBoth()), kFailed);
+    EXPECT_EQ(good.posts() + other.posts(), 1);
+    EXPECT_EQ(good.connections() + other.connections(), 1);
+}
+
+// Either order, for libcurl chooses which one is first.
+INSTANTIATE_TEST_SUITE_P(, Addresses, testing::Values(QHostAddress::LocalHost, QHostAddress::LocalHostIPv6),
+                         [](const auto &one) { return one.param == QHostAddress::LocalHost ? "Ipv4" : "Ipv6"; });
+
+namespace {
+
+class LostAddresses : public UrlLoaderTest
+{
+protected:
+    QStringList heardOfImpatientLoader(const platform::UrlRequest &request)
+    {
+        TransferSettings settings = testSettings();
+        settings.connectLimit = kShort;
+        CurlUrlLoader impatient(operations, settings);
+        clock.start();
+        impatient.connectionWithRequestDelegate(request, delegate);
+        eventually([this] { return delegate.hasEnded(); });
+        return delegate.heard;
+    }
+
+    std::chrono::milliseconds passed() const { return std::chrono::milliseconds(clock.elapsed()); }
+
+    QElapsedTimer clock;
+};
+
+} // namespace
+
+TEST_F(LostAddresses, EachIsTriedOnceWhenAllHangUp)
+{
+    const auto hangUp = [](QTcpSocket &socket) { socket.disconnectFromHost(); };
+    QTcpServer free;
+    ASSERT_TRUE(free.listen(QHostAddress::LocalHostIPv6));
+    const quint16 port = free.serverPort();
+    free.close();
+    const PlainServer first(QHostAddress::LocalHostIPv6, port, hangUp);
+    const PlainServer second(QHostAddress::LocalHost, port, hangUp);
+
+    EXPECT_EQ(heardAfter(aPostToBoth(port)), kFailed);
+    EXPECT_EQ(first.accepted, 1);
+    EXPECT_EQ(second.accepted, 1);
+}
+
+TEST_F(LostAddresses, ConnectingHasALimitOfItsOwn)
+{
+    const DeadAddress dead(AF_INET);
+
+    EXPECT_EQ(heardOfImpatientLoader(aPost(withPort(dead.port()))), kFailed);
+    EXPECT_GE(passed(), kShort);
+    EXPECT_LT(passed(), 10 * kShort);
+}
+
+TEST_F(LostAddresses, ADeadOneIsLeftBehindWhenTheOtherHangsUp)
+{
+    const DeadAddress dead(AF_INET6);
+    const PlainServer closing(QHostAddress::LocalHost, dead.port(),
+                              [](QTcpSocket &socket) { socket.disconnectFromHost(); });
+
+    EXPECT_EQ(heardOfImpatientLoader(aPostToBoth(dead.port())), kFailed);
+    EXPECT_EQ(closing.accepted, 1);
+    EXPECT_LT(passed(), 10 * kShort);
+}
+
+TEST_F(LostAddresses, LimitsAreThirtySecondsUnlessSaidOtherwise)
+{
+    EXPECT_EQ(TransferSettings().connectLimit, 30s);
+    EXPECT_EQ(TransferSettings().lookupLimit, 30s);
+}
+
+TEST_F(LostAddresses, CancelWhileConnectingReportsNothing)
+{
+    const DeadAddress dead(AF_INET);
+    const auto transfer = start(aPost(withPort(dead.port())));
+    eventually([] { return false; }, 50ms);
+
+    clock.start();
+    transfer->cancel();
+
+    EXPECT_LT(clock.elapsed(), 100);
+    HeardDelegate later;
+    loader.connectionWithRequestDelegate(aPost(server.url()), later);
+    EXPECT_TRUE(eventually([&] { return later.hasEnded(); }));
+    EXPECT_EQ(delegate.heard, QStringList{});
+}

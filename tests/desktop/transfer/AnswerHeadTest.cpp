@@ -1,0 +1,104 @@
+// What the head of an answer says.
+#include "desktop/transfer/AnswerHead.h"
+
+#include <QList>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+AnswerHead headOf(long status, const QList<QByteArray> &lines)
+{
+    AnswerHead head;
+    head.take("HTTP/1.1 " + QByteArray::number(qlonglong(status)) + " Reason\r\n", status);
+    for (const QByteArray &line : lines) {
+        head.take(line + "\r\n", status);
+    }
+    return head;
+}
+
+} // namespace
+
+TEST(AnswerHead, EndsWithItsBlankLine)
+{
+    EXPECT_FALSE(headOf(200, {"Server: x"}).hasEnded());
+    EXPECT_TRUE(headOf(200, {"Server: x", ""}).hasEnded());
+}
+
+TEST(AnswerHead, EndsWithABareLineFeed)
+{
+    AnswerHead head;
+    head.take("HTTP/1.1 200 OK\n", 200);
+    head.take("\n", 200);
+    EXPECT_TRUE(head.hasEnded());
+}
+
+TEST(AnswerHead, OfAnInterimAnswerIsNotTheEnd)
+{
+    for (const long status : {100L, 101L, 102L, 103L, 199L}) {
+        EXPECT_FALSE(headOf(status, {""}).hasEnded()) << status;
+    }
+}
+
+TEST(AnswerHead, OfTheFinalAnswerCountsAndNotThatOfAnInterimOne)
+{
+    AnswerHead head = headOf(103, {"Location: /hint", "Content-Length: none", ""});
+    head.take("HTTP/1.1 302 Found\r\n", 302);
+    head.take("\r\n", 302);
+    EXPECT_TRUE(head.hasEnded());
+    EXPECT_FALSE(head.isRedirect());
+    EXPECT_TRUE(head.lengthIsClear());
+}
+
+TEST(AnswerHead, IsNotChangedByTrailers)
+{
+    AnswerHead head = headOf(302, {""});
+    head.take("Location: /late\r\n", 302);
+    head.take("Content-Length: none\r\n", 302);
+    head.take("\r\n", 302);
+    EXPECT_FALSE(head.isRedirect());
+    EXPECT_TRUE(head.lengthIsClear());
+}
+
+TEST(AnswerHead, LeadsElsewhereByFiveStatusesWithALocation)
+{
+    for (const long status : {301L, 302L, 303L, 307L, 308L}) {
+        EXPECT_TRUE(headOf(status, {"Location: /other", ""}).isRedirect()) << status;
+        EXPECT_TRUE(headOf(status, {"location:", ""}).isRedirect()) << status;
+        EXPECT_FALSE(headOf(status, {"X-Location: /other", ""}).isRedirect()) << status;
+        EXPECT_FALSE(headOf(status, {"Location: /other"}).isRedirect()) << status;
+    }
+    for (const long status : {200L, 201L, 300L, 304L, 305L, 306L, 309L, 399L, 401L, 503L}) {
+        EXPECT_FALSE(headOf(status, {"Location: /other", ""}).isRedirect()) << status;
+    }
+}
+
+TEST(AnswerHead, HasAClearLengthWhenThereIsOneNumberOrNone)
+{
+    EXPECT_TRUE(headOf(200, {""}).lengthIsClear());
+    EXPECT_TRUE(headOf(200, {"Content-Length: 0", ""}).lengthIsClear());
+    EXPECT_TRUE(headOf(200, {"content-length:\t12 ", ""}).lengthIsClear());
+    EXPECT_TRUE(headOf(200, {"Content-Length: 5", "Content-Length: 5", ""}).lengthIsClear());
+    EXPECT_TRUE(headOf(200, {"Content-Length: 5, 5", ""}).lengthIsClear());
+    EXPECT_TRUE(headOf(200, {"Content-Length: 05", ""}).lengthIsClear());
+}
+
+TEST(AnswerHead, SaysWhetherTheBodyIsChunked)
+{
+    EXPECT_TRUE(headOf(200, {"transfer-encoding: Chunked", ""}).isChunked());
+    EXPECT_TRUE(headOf(200, {"Transfer-Encoding: gzip, chunked", ""}).isChunked());
+    EXPECT_FALSE(headOf(200, {"Transfer-Encoding: identity", ""}).isChunked());
+    EXPECT_FALSE(headOf(200, {""}).isChunked());
+}
+
+TEST(AnswerHead, HasNoClearLengthOtherwise)
+{
+    for (const char *value :
+         {"", "none", "-1", "+5", "0x10", "5 5", "5;5", "5,", "5, 0", "1e3", "99999999999999999999999"}) {
+        EXPECT_FALSE(headOf(200, {"Content-Length: "_ba + value, ""}).lengthIsClear()) << value;
+    }
+    EXPECT_FALSE(headOf(200, {"Content-Length: 5", "Content-Length: 0", ""}).lengthIsClear());
+    EXPECT_FALSE(headOf(200, {"Content-Length: 0", "Content-Length: 5", ""}).lengthIsClear());
+}

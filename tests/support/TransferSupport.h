@@ -1,0 +1,80 @@
+// What the tests of the transport share: their settings, their requests, and a server with a loader that trusts it.
+#pragma once
+
+#include "desktop/transfer/CurlUrlLoader.h"
+#include "support/EventLoop.h"
+#include "support/HeardDelegate.h"
+#include "support/PrintQt.h"
+#include "support/ThrowAwayAuthority.h"
+#include "support/TlsServer.h"
+
+#include <QTcpServer>
+
+#include <gtest/gtest.h>
+
+inline constexpr qint64 kMebibyte = 1024 * 1024;
+inline const QStringList kFinished = {QStringLiteral("finished")};
+inline const QStringList kFailed = {QStringLiteral("failed")};
+
+/// The throw-away authority is trusted alone, and no desktop is asked for a proxy.
+inline TransferSettings testSettings()
+{
+    TransferSettings settings;
+    settings.authorities = ThrowAwayAuthority::shared().trustedFolder();
+    settings.proxyCommand = QStringLiteral("/nonexistent/proxy");
+    return settings;
+}
+
+inline platform::UrlRequest aPost(const QUrl &url, const std::optional<QByteArray> &body = "the report")
+{
+    return {url, "POST", {{"Content-Type", "text/plain"}}, body};
+}
+
+/// Nothing listens there any more.
+inline quint16 aClosedPort()
+{
+    QTcpServer server;
+    server.listen(QHostAddress::LocalHost);
+    return server.serverPort();
+}
+
+inline QUrl withPort(quint16 port)
+{
+    QUrl url(QStringLiteral("https://127.0.0.1/"));
+    url.setPort(port);
+    return url;
+}
+
+/// A server, and a loader whose callbacks are heard.
+class UrlLoaderTest : public testing::Test
+{
+protected:
+    std::shared_ptr<platform::UrlConnection> start(const platform::UrlRequest &request)
+    {
+        return loader.connectionWithRequestDelegate(request, delegate);
+    }
+
+    /// Posts and gives what the delegate heard up to the end.
+    QStringList heardAfter(const platform::UrlRequest &request)
+    {
+        const auto transfer = start(request);
+        if (!transfer) {
+            return {QStringLiteral("no transfer")};
+        }
+        if (!eventually([this] { return delegate.hasEnded(); })) {
+            delegate.heard << QStringLiteral("no end");
+        }
+        return delegate.heard;
+    }
+
+    QStringList heardAfterAnswer(const Answer &answer)
+    {
+        server.willAnswer({answer});
+        return heardAfter(aPost(server.url()));
+    }
+
+    TlsServer server;
+    OperationQueue operations;
+    HeardDelegate delegate;
+    CurlUrlLoader loader{operations, testSettings()};
+};
