@@ -12,6 +12,7 @@ void AddressBook::closed(int socket)
 {
     if (const auto entry = open.find(socket); entry != open.end()) {
         lastClosed = entry->second.address;
+        allClosed.insert(lastClosed);
         open.erase(entry);
     }
 }
@@ -28,6 +29,13 @@ std::vector<int> AddressBook::sockets() const
 bool AddressBook::giveUpLastClosed()
 {
     return !lastClosed.isEmpty() && givenUp.insert(lastClosed).second;
+}
+
+bool AddressBook::giveUpClosed()
+{
+    const std::size_t before = givenUp.size();
+    givenUp.insert(allClosed.begin(), allClosed.end());
+    return givenUp.size() != before;
 }
 
 bool AddressBook::giveUpOverdue(std::chrono::milliseconds limit)

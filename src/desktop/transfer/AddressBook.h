@@ -31,6 +31,8 @@ public:
     /// Gives up the address whose socket was closed last. False when there is none, or none that was not given up
     /// before.
     bool giveUpLastClosed();
+    /// Gives up the addresses whose sockets were closed. False when there is none that was not given up before.
+    bool giveUpClosed();
     /// Gives up the addresses to which connecting began that long ago. False when there is none.
     bool giveUpOverdue(std::chrono::milliseconds limit);
 
@@ -42,5 +44,6 @@ private:
 
     std::map<int, Opened> open; ///< By their sockets.
     Address lastClosed;
+    std::set<Address> allClosed;
     std::set<Address> givenUp;
 };

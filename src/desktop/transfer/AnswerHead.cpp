@@ -2,6 +2,7 @@
 #include "desktop/transfer/AnswerHead.h"
 
 #include <QList>
+#include <QRegularExpression>
 
 #include <algorithm>
 
@@ -18,12 +19,19 @@ bool leadsElsewhere(long status)
 }
 
 /// A number of digits alone that is not too large to count with.
-std::optional<quint64> numberFrom(const QByteArray &text)
+std::optional<qint64> numberFrom(const QByteArray &text)
 {
     const bool isDigits = std::ranges::all_of(text, [](char one) { return one >= '0' && one <= '9'; });
     bool isNumber = false;
-    const quint64 number = text.toULongLong(&isNumber);
+    const qint64 number = text.toLongLong(&isNumber);
     return isDigits && isNumber ? std::optional(number) : std::nullopt;
+}
+
+/// HTTP/1.0 or HTTP/1.1, a space, three digits, and a space or the end; libcurl is more lenient.
+bool isStatusLine(QByteArrayView line)
+{
+    static const QRegularExpression pattern(QStringLiteral("^HTTP/1[.][01] [0-9]{3}([ \\r\\n]|$)"));
+    return pattern.match(QString::fromLatin1(line)).hasMatch();
 }
 
 } // namespace
@@ -34,12 +42,19 @@ void AnswerHead::take(QByteArrayView line, long status)
         // A trailer of the body.
         return;
     }
-    if (line.startsWith("HTTP/")) {
+    if (!inside) {
         *this = AnswerHead();
+        inside = true;
+        statusLineIsClear = isStatusLine(line);
+        return;
+    }
+    if (line.startsWith(' ') || line.startsWith('\t')) {
+        // The rest of a field on a line of its own (RFC 9112 section 5.2); no field that is read here is folded.
         return;
     }
     if (line.trimmed().isEmpty()) {
-        ended = !isInterim(status);
+        inside = false;
+        ended = statusLineIsClear && !isInterim(status);
         redirect = ended && hasLocation && leadsElsewhere(status);
         return;
     }
@@ -65,7 +80,7 @@ void AnswerHead::takeLength(QByteArrayView value)
     // A list of one number again and again is that number.
     const QList<QByteArray> numbers = value.toByteArray().split(',');
     for (const QByteArray &text : numbers) {
-        const std::optional<quint64> number = numberFrom(text.trimmed());
+        const std::optional<qint64> number = numberFrom(text.trimmed());
         lengthClear = lengthClear && number && number == length.value_or(*number);
         length = number;
     }

@@ -13,7 +13,8 @@ public:
     /// Takes the next line with its line end, and the status code of the answer that it belongs to.
     void take(QByteArrayView line, long status);
 
-    /// Whether the head of the final answer is complete. An interim answer (1xx) is not final (RFC 9110 section 15.2).
+    /// Whether the head of the final answer is complete, under a status line of HTTP/1.0 or HTTP/1.1 (RFC 9112 section
+    /// 4). An interim answer (1xx) is not final (RFC 9110 section 15.2).
     bool hasEnded() const { return ended; }
     /// Whether the final answer leads elsewhere: 301, 302, 303, 307 or 308 with a Location (RFC 9110 section 15.4).
     bool isRedirect() const { return redirect; }
@@ -26,10 +27,12 @@ private:
     void takeField(QByteArrayView name, QByteArrayView value);
     void takeLength(QByteArrayView value);
 
+    bool inside = false;            ///< Between a status line and the blank line that ends its head.
+    bool statusLineIsClear = false; ///< It was one of HTTP/1.0 or HTTP/1.1.
     bool ended = false;
     bool redirect = false;
     bool hasLocation = false;
     bool lengthClear = true;
     bool chunked = false;
-    std::optional<quint64> length;
+    std::optional<qint64> length;
 };

@@ -22,6 +22,9 @@ constexpr qsizetype kChunkSize = qsizetype(64) * 1024;
 /// How often time limits and what has been sent are looked at: often enough for a progress indicator to move evenly.
 constexpr std::chrono::milliseconds kLookInterval(100);
 
+/// While it connects libcurl has a socket open; for as long there may be none between two addresses.
+constexpr std::chrono::milliseconds kNoSocketLimit = std::chrono::seconds(1);
+
 /// Whether the attempt that ended with the result had come as far as a connection.
 bool hadConnection(CURLcode result)
 {
@@ -117,6 +120,12 @@ void CurlUrlConnection::abandonAttempt()
     }
 }
 
+void CurlUrlConnection::startAgain()
+{
+    abandonAttempt();
+    beginAttempt();
+}
+
 void CurlUrlConnection::onMoved()
 {
     lastMove.start();
@@ -130,8 +139,7 @@ void CurlUrlConnection::onFinished(CURLcode result)
 {
     if (triesNextAddress(result)) {
         qCInfo(transferLog, "this address is of no use: %s", attempt->reason(result).constData());
-        abandonAttempt();
-        beginAttempt();
+        startAgain();
         return;
     }
     endWith(result);
@@ -176,8 +184,16 @@ void CurlUrlConnection::lookAtAddresses()
 {
     if (addresses.giveUpOverdue(settings.connectLimit)) {
         qCInfo(transferLog, "this address does not answer");
-        abandonAttempt();
-        beginAttempt();
+        startAgain();
+    } else if (addresses.sockets().empty()
+               && lastMove.elapsed() >= std::min(kNoSocketLimit, settings.connectLimit).count()) {
+        // libcurl 7.88 waits for nothing at all where two addresses that it tries side by side have failed.
+        if (addresses.giveUpClosed()) {
+            qCInfo(transferLog, "these addresses are of no use");
+            startAgain();
+        } else {
+            endWith(CURLE_COULDNT_CONNECT);
+        }
     }
 }
 

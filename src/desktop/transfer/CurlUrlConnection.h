@@ -53,6 +53,7 @@ Q_SIGNALS:
 private:
     void beginAttempt();
     void abandonAttempt();
+    void startAgain();
     void onMoved();
     void onFinished(CURLcode result);
     bool triesNextAddress(CURLcode result);

@@ -13,7 +13,7 @@ constexpr int kInterfaceVersion = 4;
 bool canBeSent(const platform::UrlRequest &request)
 {
     return request.method == "POST" && request.url.isValid() && request.url.scheme() == "https"_L1
-           && !request.url.host().isEmpty();
+        && !request.url.host().isEmpty();
 }
 
 } // namespace
@@ -44,9 +44,8 @@ CurlUrlLoader::connectionWithRequestDelegate(const platform::UrlRequest &request
     if (!curl) {
         return nullptr;
     }
-    const auto transfer =
-        std::make_shared<CurlUrlConnection>(*curl, settings, request, delegate, operations,
-                                            [this](const CurlUrlConnection &ended) { forget(ended); });
+    const auto transfer = std::make_shared<CurlUrlConnection>(
+        *curl, settings, request, delegate, operations, [this](const CurlUrlConnection &ended) { forget(ended); });
     connect(transfer.get(), &CurlUrlConnection::uploadProgress, this, &CurlUrlLoader::uploadProgress);
     running.push_back(transfer);
     transfer->start();

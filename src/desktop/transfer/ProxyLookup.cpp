@@ -50,6 +50,6 @@ void ProxyLookup::end()
     limitTimer.stop();
     process.disconnect();
     const bool hasAnswered = process.state() == QProcess::NotRunning && process.exitStatus() == QProcess::NormalExit
-                             && process.exitCode() == 0;
+        && process.exitCode() == 0;
     Q_EMIT found(hasAnswered ? firstProxy(process.readAllStandardOutput()) : QByteArray());
 }

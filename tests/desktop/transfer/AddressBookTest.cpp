@@ -48,3 +48,19 @@ TEST(AddressBook, HasNothingOverdueWhenNothingIsOpen)
     book.closed(7);
     EXPECT_FALSE(book.giveUpOverdue(0ms));
 }
+
+TEST(AddressBook, GivesUpAllAddressesWhoseSocketsAreClosedOnce)
+{
+    AddressBook book;
+    book.opened(3, "one");
+    book.opened(4, "two");
+    book.opened(5, "three");
+    book.closed(3);
+    book.closed(4);
+
+    EXPECT_TRUE(book.giveUpClosed());
+    EXPECT_TRUE(book.isGivenUp("one"));
+    EXPECT_TRUE(book.isGivenUp("two"));
+    EXPECT_FALSE(book.isGivenUp("three"));
+    EXPECT_FALSE(book.giveUpClosed());
+}

@@ -102,3 +102,35 @@ TEST(AnswerHead, HasNoClearLengthOtherwise)
     EXPECT_FALSE(headOf(200, {"Content-Length: 5", "Content-Length: 0", ""}).lengthIsClear());
     EXPECT_FALSE(headOf(200, {"Content-Length: 0", "Content-Length: 5", ""}).lengthIsClear());
 }
+
+TEST(AnswerHead, UnderAnUnclearStatusLineIsNone)
+{
+    for (const char *line : {"HTTP/x.y 200", "http/1.1 200 ok", "HTTP/2 200", "HTTP/2.0 200 OK", "HTTP/1.1 2000 OK",
+                             "HTTP/1.1  200 OK", "HTTP/1.2 200 OK", "ICY 200 OK"}) {
+        AnswerHead head;
+        head.take(QByteArray(line) + "\r\n", 200);
+        head.take("\r\n", 200);
+        EXPECT_FALSE(head.hasEnded()) << line;
+    }
+    for (const char *line : {"HTTP/1.0 200", "HTTP/1.1 200 OK", "HTTP/1.1 599 "}) {
+        AnswerHead head;
+        head.take(QByteArray(line) + "\r\n", 200);
+        head.take("\r\n", 200);
+        EXPECT_TRUE(head.hasEnded()) << line;
+    }
+}
+
+TEST(AnswerHead, FoldedLineIsNoFieldOfItsOwn)
+{
+    const AnswerHead head =
+        headOf(302, {"X-Folded: one", " Content-Length: 0", "\tLocation: /a", "Content-Length: 2", ""});
+    EXPECT_TRUE(head.lengthIsClear());
+    EXPECT_FALSE(head.isRedirect());
+    EXPECT_TRUE(head.hasEnded());
+}
+
+TEST(AnswerHead, LengthThatCannotBeCountedIsUnclear)
+{
+    EXPECT_TRUE(headOf(200, {"Content-Length: 9223372036854775807", ""}).lengthIsClear());
+    EXPECT_FALSE(headOf(200, {"Content-Length: 9223372036854775808", ""}).lengthIsClear());
+}
