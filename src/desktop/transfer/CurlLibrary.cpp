@@ -56,12 +56,12 @@ bool hasAllFunctions(CurlLibrary &curl, QLibrary &library)
 
 } // namespace
 
-std::unique_ptr<const CurlLibrary> CurlLibrary::load(const QString &name, int version)
+std::shared_ptr<const CurlLibrary> CurlLibrary::load(const QString &name, int version)
 {
     // It would make the TLS library write the keys of the transfer into a file of that name.
     qunsetenv("SSLKEYLOGFILE");
     QLibrary library(name, version);
-    auto curl = std::make_unique<CurlLibrary>();
+    auto curl = std::make_shared<CurlLibrary>();
     if (!hasAllFunctions(*curl, library) || curl->globalInit(CURL_GLOBAL_DEFAULT) != CURLE_OK
         || curl->versionInfo(CURLVERSION_NOW)->version_num < kOldestVersion) {
         return nullptr;

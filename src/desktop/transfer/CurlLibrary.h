@@ -30,5 +30,5 @@ struct CurlLibrary {
 
     /// Loads the library of that name and version of its interface, such as "curl" and 4, where the system keeps its
     /// libraries. Gives a null pointer when it cannot be loaded or is too old. What is loaded once stays loaded.
-    static std::unique_ptr<const CurlLibrary> load(const QString &name, int version);
+    static std::shared_ptr<const CurlLibrary> load(const QString &name, int version);
 };

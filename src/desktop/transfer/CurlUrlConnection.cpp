@@ -47,16 +47,16 @@ const char *nameOf(Verdict verdict)
 
 } // namespace
 
-CurlUrlConnection::CurlUrlConnection(const CurlLibrary &library, TransferSettings transferSettings,
+CurlUrlConnection::CurlUrlConnection(std::shared_ptr<const CurlLibrary> library, TransferSettings transferSettings,
                                      platform::UrlRequest requestToSend, platform::UrlConnectionDelegate &receiver,
                                      OperationQueue &operationQueue, EndListener listener)
-    : curl(library)
+    : curl(std::move(library))
     , settings(std::move(transferSettings))
     , request(std::move(requestToSend))
     , delegate(receiver)
     , operations(operationQueue)
     , endListener(std::move(listener))
-    , multi(library)
+    , multi(*curl)
 {
     connect(&multi, &CurlMulti::moved, this, &CurlUrlConnection::onMoved);
     connect(&multi, &CurlMulti::finished, this, &CurlUrlConnection::onFinished);
@@ -99,7 +99,7 @@ void CurlUrlConnection::cancel()
 
 void CurlUrlConnection::beginAttempt()
 {
-    attempt = std::make_unique<CurlAttempt>(curl, settings, request, proxy, addresses,
+    attempt = std::make_unique<CurlAttempt>(*curl, settings, request, proxy, addresses,
                                             [this](QByteArrayView bytes) { return take(bytes); });
     if (!attempt->isReady()) {
         endWith(CURLE_FAILED_INIT);

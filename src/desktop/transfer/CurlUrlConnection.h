@@ -34,9 +34,10 @@ public:
     /// Called once, when the transfer has ended or was cancelled, before its last callback.
     using EndListener = std::function<void(const CurlUrlConnection &)>;
 
-    /// The library, the delegate and the queue must outlive the transfer's end.
-    CurlUrlConnection(const CurlLibrary &library, TransferSettings transferSettings, platform::UrlRequest requestToSend,
-                      platform::UrlConnectionDelegate &receiver, OperationQueue &operationQueue, EndListener listener);
+    /// The delegate and the queue must outlive the transfer's end.
+    CurlUrlConnection(std::shared_ptr<const CurlLibrary> library, TransferSettings transferSettings,
+                      platform::UrlRequest requestToSend, platform::UrlConnectionDelegate &receiver,
+                      OperationQueue &operationQueue, EndListener listener);
     ~CurlUrlConnection() override;
 
     /// Begins the transfer; called once, right after construction.
@@ -71,7 +72,7 @@ private:
     void reportEnd();
     void close();
 
-    const CurlLibrary &curl;
+    const std::shared_ptr<const CurlLibrary> curl; ///< Shared, for a transfer may outlive its loader.
     const TransferSettings settings;
     const platform::UrlRequest request;
     platform::UrlConnectionDelegate &delegate;

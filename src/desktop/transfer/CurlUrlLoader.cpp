@@ -45,7 +45,7 @@ CurlUrlLoader::connectionWithRequestDelegate(const platform::UrlRequest &request
         return nullptr;
     }
     const auto transfer = std::make_shared<CurlUrlConnection>(
-        *curl, settings, request, delegate, operations, [this](const CurlUrlConnection &ended) { forget(ended); });
+        curl, settings, request, delegate, operations, [this](const CurlUrlConnection &ended) { forget(ended); });
     connect(transfer.get(), &CurlUrlConnection::uploadProgress, this, &CurlUrlLoader::uploadProgress);
     running.push_back(transfer);
     transfer->start();

@@ -39,6 +39,6 @@ private:
 
     OperationQueue &operations;
     TransferSettings settings;
-    std::unique_ptr<const CurlLibrary> curl; ///< Empty until the first transfer.
+    std::shared_ptr<const CurlLibrary> curl; ///< Empty until the first transfer.
     std::vector<std::shared_ptr<CurlUrlConnection>> running;
 };
