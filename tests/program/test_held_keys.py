@@ -51,8 +51,8 @@ class BehindAnAlert(ProgramTest):
         program.dismiss_alert()
 
         def agrees():
-            checked = triangle.get_state_set().contains(Atspi.StateType.CHECKED)
-            return checked == program.screen.is_shown("Report")
+            expanded = triangle.get_state_set().contains(Atspi.StateType.EXPANDED)
+            return expanded == program.screen.is_shown("Report")
         wait_until(agrees, "the triangle and the pane to agree", SHORT)
 
 

@@ -3,15 +3,21 @@
 
 #include <QToolButton>
 
-/// A checkable button whose arrow points down while it is on and along the text while it is off; it never looks pressed
-/// in.
+/// A checkable button whose triangle points down while it is on and to the right while it is off. The triangle has the
+/// size of the font, and the button is never drawn sunken.
 class DisclosureButton : public QToolButton
 {
     Q_OBJECT
 
 public:
-    using QToolButton::QToolButton;
+    explicit DisclosureButton(QWidget *parent = nullptr);
 
 protected:
     void initStyleOption(QStyleOptionToolButton *option) const override;
+    void changeEvent(QEvent *event) override;
+    void checkStateSet() override;
+    void nextCheckState() override;
+
+private:
+    void adaptToFont();
 };

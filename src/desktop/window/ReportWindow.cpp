@@ -1,6 +1,9 @@
 // The report window: its state, the keyboard, closing and dropped files.
 #include "desktop/window/ReportWindow.h"
 
+#include "base/PathText.h"
+#include "desktop/window/AccessibleControls.h"
+#include "desktop/window/DisplayText.h"
 #include "desktop/window/DroppedFiles.h"
 #include "desktop/window/FoldingPane.h"
 #include "desktop/window/KeyGuard.h"
@@ -8,10 +11,13 @@
 #include "desktop/window/WindowLog.h"
 #include "ui_ReportWindow.h"
 
+#include <QAction>
+#include <QClipboard>
 #include <QCloseEvent>
 #include <QDropEvent>
+#include <QGuiApplication>
 #include <QPushButton>
-#include <QStyle>
+#include <QShortcut>
 
 #include <algorithm>
 #include <array>
@@ -26,6 +32,9 @@ static void registerResources()
 }
 
 namespace {
+
+/// UTF-16 code units of the longest name that the summary shows whole.
+constexpr qsizetype kMaxNameUnits = 60;
 
 enum class Press { Closes, Cancels };
 
@@ -94,6 +103,7 @@ struct ReportWindow::Parts {
     static Ui::ReportWindow setUp(ReportWindow &window)
     {
         registerResources();
+        installAccessibleControls();
         Ui::ReportWindow widgets;
         widgets.setupUi(&window);
         // The compiler of the layout takes the margins from plain widgets. A frame would keep its own, and be one to
@@ -103,9 +113,7 @@ struct ReportWindow::Parts {
         QMargins besideTheForm = widgets.logLayout->contentsMargins();
         besideTheForm.setTop(0);
         widgets.logLayout->setContentsMargins(besideTheForm);
-        const int side = window.style()->pixelMetric(QStyle::PM_MessageBoxIconSize, nullptr, &window);
         window.setWindowIcon(applicationIcon());
-        widgets.iconLabel->setPixmap(window.windowIcon().pixmap(QSize(side, side), window.devicePixelRatio()));
         for (const QString &title : {u"Sending..."_s, widgets.submitBtn->text()}) {
             setTitle(*widgets.submitBtn, title);
         }
@@ -135,6 +143,7 @@ ReportWindow::ReportWindow(QWidget *parent)
     , parts(std::make_unique<Parts>(*this))
 {
     connectControls();
+    addShortcuts();
     showLockedAddress();
 }
 
@@ -152,6 +161,43 @@ ReportWindow::State ReportWindow::state() const
         return State::Editing;
     }
     return parts->spinner.isAnimated() ? State::Sending : State::AwaitingRetry;
+}
+
+// The label is shortened where a name would fill the window. Assistive technology is given the whole, also with the
+// triangle, which can have the keyboard.
+void ReportWindow::setReportSummary(const ReportSummary &summary)
+{
+    const Ui::ReportWindow &ui = parts->ui;
+    ReportSummary shown = summary;
+    shown.logFile = withEllipsis(lastPathComponent(summary.logFile), kMaxNameUnits, kMaxNameUnits / 2);
+    shown.host = withEllipsis(summary.host, kMaxNameUnits, kMaxNameUnits / 2);
+    const QString whole = summaryText(summary);
+    ui.summary->setText(leftToRight(breakable(summaryText(shown))));
+    ui.summary->setAccessibleName(whole);
+    ui.summary->setToolTip(toolTipText(whole));
+    ui.summary->show();
+    ui.disclosureBtn->setAccessibleDescription(whole);
+}
+
+void ReportWindow::setUploadProgress(qint64 sent, qint64 total)
+{
+    if (parts->ui.spinner->isTurning()) {
+        parts->ui.spinner->setProgress(sent, total);
+    }
+}
+
+void ReportWindow::copyReport() const
+{
+    QStringList sections;
+    if (const QString address = parts->emailText.stringValue(); !address.isEmpty()) {
+        sections += u"E-mail address:\n"_s + address;
+    }
+    if (const QString description = parts->infoText.string(); !description.isEmpty()) {
+        sections += u"Description:\n"_s + description;
+    }
+    sections += u"Report:\n"_s + parts->logText.string();
+    QGuiApplication::clipboard()->setText(sections.join(u"\n\n"_s));
+    qCDebug(windowLog) << "report copied";
 }
 
 void ReportWindow::reject()
@@ -222,6 +268,23 @@ void ReportWindow::connectControls()
     turnAfterIt.setSingleShot(true);
     connect(&nextTurn, &QTimer::timeout, &turnAfterIt, qOverload<>(&QTimer::start));
     connect(&turnAfterIt, &QTimer::timeout, this, &ReportWindow::showState);
+}
+
+void ReportWindow::addShortcuts()
+{
+    const Ui::ReportWindow &ui = parts->ui;
+    auto *copy = new QAction(u"Copy Report"_s, this);
+    copy->setShortcut(QKeySequence(u"Ctrl+Shift+C"_s));
+    connect(copy, &QAction::triggered, this, &ReportWindow::copyReport);
+    addAction(copy);
+    // Into its context menu.
+    ui.logText->addAction(copy);
+    for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Enter}) {
+        auto *press = new QShortcut(QKeySequence(Qt::CTRL | key), ui.infoText);
+        press->setContext(Qt::WidgetShortcut);
+        press->setAutoRepeat(false);
+        connect(press, &QShortcut::activated, ui.submitBtn, &QPushButton::click);
+    }
 }
 
 // The form is locked at once: no key that is already on its way may find it open. It is given back two turns of the

@@ -1,6 +1,7 @@
 // The report window on Qt Widgets.
 #pragma once
 
+#include "desktop/window/ReportSummary.h"
 #include "platform/ReportControls.h"
 
 #include <QDialog>
@@ -39,6 +40,15 @@ public:
     /// What the controls were told amounts to, also where the window does not show it yet.
     State state() const;
 
+    /// Says beside the triangle what would be sent and where to; also when another file was opened.
+    void setReportSummary(const ReportSummary &summary);
+
+    /// Shows how many bytes of the request's body have gone, while a report is being sent.
+    void setUploadProgress(qint64 sent, qint64 total);
+
+    /// Puts the address, the description and the report on the clipboard, as they would be sent.
+    void copyReport() const;
+
     /// What Escape does: cancels while there is something to cancel or to unlock, and else nothing. It never closes the
     /// window: what the user typed is not lost to a key.
     void reject() override;
@@ -66,6 +76,7 @@ private:
     struct Parts;
 
     void connectControls();
+    void addShortcuts();
     void onControlTold();
     void showState();
     QWidget &keyboardPlace(State of) const;

@@ -12,6 +12,7 @@
 
 namespace {
 
+constexpr int kPercent = 100;
 constexpr int kSpokes = 12;
 /// One turn a second.
 constexpr std::chrono::milliseconds kStep = std::chrono::milliseconds(1000) / kSpokes;
@@ -43,12 +44,23 @@ void Spinner::stop()
 {
     timer.stop();
     leadingSpoke = 0;
+    setRange(0, 0);
     hide();
+}
+
+void Spinner::setProgress(qint64 sent, qint64 total)
+{
+    if (sent <= 0 || sent >= total) {
+        setRange(0, 0);
+        return;
+    }
+    setRange(0, kPercent);
+    setValue(static_cast<int>(static_cast<double>(sent) / static_cast<double>(total) * kPercent));
 }
 
 QSize Spinner::sizeHint() const
 {
-    const int side = style()->pixelMetric(QStyle::PM_SmallIconSize, nullptr, this);
+    const int side = fontMetrics().height();
     return {side, side};
 }
 
@@ -69,6 +81,15 @@ void Spinner::paintEvent(QPaintEvent * /*event*/)
     }
     painter.setRenderHint(QPainter::Antialiasing);
     painter.translate(rect().toRectF().center());
+    if (maximum() > minimum()) {
+        paintProgress(painter);
+    } else {
+        paintSpokes(painter);
+    }
+}
+
+void Spinner::paintSpokes(QPainter &painter) const
+{
     const qreal radius = std::min(width(), height()) / 2.0;
     QColor color = palette().color(QPalette::WindowText);
     for (int spoke = 0; spoke < kSpokes; ++spoke) {
@@ -80,6 +101,21 @@ void Spinner::paintEvent(QPaintEvent * /*event*/)
         painter.drawLine(QPointF(0, -radius * 0.5), QPointF(0, -radius * 0.85));
         painter.restore();
     }
+}
+
+void Spinner::paintProgress(QPainter &painter) const
+{
+    // Angles count sixteenths of a degree, and grow against the clock.
+    constexpr int kFullCircle = 360 * 16;
+    constexpr int kTop = 90 * 16;
+    const qreal radius = std::min(width(), height()) * 0.4;
+    const QRectF ring(-radius, -radius, 2 * radius, 2 * radius);
+    QColor color = palette().color(QPalette::WindowText);
+    painter.setPen(QPen(color, radius / 3, Qt::SolidLine, Qt::FlatCap));
+    painter.drawArc(ring, kTop, -kFullCircle * value() / kPercent);
+    color.setAlphaF(0.25F);
+    painter.setPen(QPen(color, radius / 3, Qt::SolidLine, Qt::FlatCap));
+    painter.drawEllipse(ring);
 }
 
 void Spinner::timerEvent(QTimerEvent *event)

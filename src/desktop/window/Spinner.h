@@ -4,8 +4,9 @@
 #include <QBasicTimer>
 #include <QProgressBar>
 
-/// A ring of turning spokes, shown only while it turns. To assistive technology it is a progress bar without a known
-/// end. It can have the keyboard, so that no key presses anything while there is nothing to do but wait.
+/// A ring of turning spokes, shown only while it turns, or a ring that closes as the progress goes on. To assistive
+/// technology it is a busy progress bar. It can have the keyboard, so that no key presses anything while there is
+/// nothing to do but wait.
 class Spinner : public QProgressBar
 {
     Q_OBJECT
@@ -16,6 +17,9 @@ public:
     void start();
     void stop();
     bool isTurning() const { return timer.isActive(); }
+    /// Shows how much of what is sent has gone, in bytes. Before the first byte and after the last one there is nothing
+    /// to show but that something is going on.
+    void setProgress(qint64 sent, qint64 total);
 
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override { return sizeHint(); }
@@ -26,6 +30,9 @@ protected:
     void timerEvent(QTimerEvent *event) override;
 
 private:
+    void paintSpokes(QPainter &painter) const;
+    void paintProgress(QPainter &painter) const;
+
     QBasicTimer timer;
     int leadingSpoke = 0;
 };

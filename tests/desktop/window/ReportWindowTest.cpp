@@ -2,7 +2,9 @@
 #include "support/ReportWindowFixture.h"
 
 #include <QAccessible>
+#include <QAction>
 #include <QApplication>
+#include <QClipboard>
 #include <QDragEnterEvent>
 #include <QMimeData>
 #include <QPlainTextEdit>
@@ -26,8 +28,10 @@ QString headlineNaming(const QString &name)
 class ReportWindowTest : public ReportWindowFixture
 {
 protected:
-    /// The headline without the characters that only say where a line may end and which way it runs.
-    QString shownHeadline() const { return headline.text().remove(QChar(0x200B)).remove(QChar(0x200E)); }
+    /// What a label shows, without the characters that only say where a line may end and which way it runs.
+    static QString shownIn(const QLabel &label) { return label.text().remove(QChar(0x200B)).remove(QChar(0x200E)); }
+
+    QLabel &summary = child<QLabel>(window, "summary");
 };
 
 QString accessibleName(QWidget &widget)
@@ -111,11 +115,106 @@ TEST_F(ReportWindowTest, ReportIsLabelledAndAloneHasTheFocus)
     EXPECT_FALSE(QAccessible::queryAccessibleInterface(&reportText)->state().focused);
 }
 
-TEST_F(ReportWindowTest, TriangleAndSpinnerTellAssistiveTechnologyWhatTheyAre)
+TEST_F(ReportWindowTest, TriangleIsAButtonThatExpandsAndCollapses)
 {
-    EXPECT_EQ(QAccessible::queryAccessibleInterface(&triangle)->role(), QAccessible::CheckBox);
-    EXPECT_EQ(QAccessible::queryAccessibleInterface(&spinner)->role(), QAccessible::ProgressBar);
-    EXPECT_EQ(QAccessible::queryAccessibleInterface(&headline)->role(), QAccessible::StaticText);
+    show();
+    QAccessibleInterface *const accessible = QAccessible::queryAccessibleInterface(&triangle);
+    EXPECT_EQ(accessible->role(), QAccessible::Button);
+    EXPECT_TRUE(accessible->state().expandable);
+    EXPECT_TRUE(accessible->state().collapsed);
+    EXPECT_FALSE(accessible->state().expanded);
+    EXPECT_EQ(accessible->actionInterface()->actionNames().constFirst(), u"Expand"_s);
+
+    accessible->actionInterface()->doAction(u"Expand"_s);
+    EXPECT_FALSE(controls.logView.isHidden());
+    EXPECT_TRUE(accessible->state().expanded);
+    EXPECT_FALSE(accessible->state().collapsed);
+    EXPECT_EQ(accessible->actionInterface()->actionNames().constFirst(), u"Collapse"_s);
+}
+
+TEST_F(ReportWindowTest, SpinnerIsAProgressBarThatIsBusyWhileSending)
+{
+    show();
+    QAccessibleInterface *const accessible = QAccessible::queryAccessibleInterface(&spinner);
+    EXPECT_EQ(accessible->role(), QAccessible::ProgressBar);
+    EXPECT_FALSE(accessible->state().busy);
+    startSending();
+    EXPECT_TRUE(accessible->state().busy);
+    EXPECT_TRUE(accessible->state().focusable);
+}
+
+// What would be sent, and where to
+
+TEST_F(ReportWindowTest, SummarySaysWhatWouldBeSentAndWhereTo)
+{
+    window.setReportSummary({u"/logs/Harbour_1.crash"_s, 52'400, 4, u"crash.example.org"_s});
+    const QString expected = u"Harbour_1.crash (52.4 kB, with 4 application logs), sent to crash.example.org"_s;
+    EXPECT_EQ(shownIn(summary), expected);
+    EXPECT_EQ(accessibleName(summary), expected);
+    EXPECT_EQ(triangle.accessibleDescription(), expected);
+    EXPECT_EQ(summary.textFormat(), Qt::PlainText);
+}
+
+TEST_F(ReportWindowTest, SummaryFollowsAnotherFile)
+{
+    window.setReportSummary({u"/logs/Harbour_1.crash"_s, 52'400, 1, u"crash.example.org"_s});
+    window.setReportSummary({u"/logs/Beacon_2.crash"_s, 7, 0, u"crash.example.org"_s});
+    EXPECT_EQ(shownIn(summary), u"Beacon_2.crash (7 bytes), sent to crash.example.org"_s);
+}
+
+TEST_F(ReportWindowTest, SummaryMakesAHostileNameHarmless)
+{
+    show();
+    const QSize size = window.size();
+    window.setReportSummary({u"/logs/<b>x\u202e\n"_s + QString(250, u'W') + u".crash"_s, 7, 0, u"crash.example.org"_s});
+    QCoreApplication::sendPostedEvents();
+    EXPECT_TRUE(shownIn(summary).startsWith(u"<b>x  WWW"_s));
+    EXPECT_TRUE(shownIn(summary).endsWith(u"W.crash (7 bytes), sent to crash.example.org"_s));
+    EXPECT_EQ(window.width(), size.width());
+    EXPECT_TRUE(accessibleName(summary).contains(QString(250, u'W')));
+}
+
+TEST_F(ReportWindowTest, ProgressIsKnownOnlyWhileSomethingButNotAllHasGone)
+{
+    show();
+    window.setUploadProgress(5, 10);
+    EXPECT_EQ(spinner.maximum(), 0) << "before sending";
+    startSending();
+    QAccessibleValueInterface *const progress = QAccessible::queryAccessibleInterface(&spinner)->valueInterface();
+    ASSERT_NE(progress, nullptr);
+    window.setUploadProgress(0, 400);
+    EXPECT_EQ(spinner.maximum(), 0);
+    window.setUploadProgress(100, 400);
+    EXPECT_EQ(progress->currentValue().toInt(), 25);
+    EXPECT_EQ(progress->maximumValue().toInt(), 100);
+    window.setUploadProgress(400, 400);
+    EXPECT_EQ(spinner.maximum(), 0);
+    window.setUploadProgress(100, 400);
+    refuse();
+    EXPECT_EQ(spinner.maximum(), 0);
+}
+
+TEST_F(ReportWindowTest, CopyReportTakesWhatWouldBeSent)
+{
+    show();
+    window.copyReport();
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), u"Report:\nProcess: Harbour\n"_s);
+    QTest::keyClicks(&email, u"ada@example.org"_s);
+    description.setPlainText(u"It froze."_s);
+    startSending();
+    QTest::keyClick(&spinner, Qt::Key_C, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_EQ(QGuiApplication::clipboard()->text(),
+              u"E-mail address:\nada@example.org\n\nDescription:\nIt froze.\n\nReport:\nProcess: Harbour\n"_s);
+}
+
+TEST_F(ReportWindowTest, CopyReportIsAnActionOfTheWindowAndOfThePane)
+{
+    show();
+    EXPECT_EQ(reportText.actions().constFirst()->text(), u"Copy Report"_s);
+    QAccessibleActionInterface *const actions = QAccessible::queryAccessibleInterface(&window)->actionInterface();
+    QGuiApplication::clipboard()->clear();
+    actions->doAction(u"Copy Report"_s);
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), u"Report:\nProcess: Harbour\n"_s);
 }
 
 // Headline
@@ -130,7 +229,7 @@ TEST_F(ReportWindowTest, HeadlineShowsMarkupAsPlainText)
 TEST_F(ReportWindowTest, HeadlineShowsControlAndDirectionCharactersAsSpaces)
 {
     controls.initialInfo.setStringValue(u"a\nb\u001bc\u202ed\u2028e\u2067f\u200fg"_s);
-    EXPECT_EQ(shownHeadline(), u"a b c d e f g"_s);
+    EXPECT_EQ(shownIn(headline), u"a b c d e f g"_s);
     EXPECT_EQ(accessibleName(headline), u"a b c d e f g"_s);
 }
 
@@ -171,7 +270,7 @@ TEST_P(ReportWindowWithLongNameTest, BothEndsOfTheSentenceStayInView)
 {
     show();
     controls.initialInfo.setStringValue(headlineNaming(GetParam().text));
-    const QString shown = shownHeadline();
+    const QString shown = shownIn(headline);
     EXPECT_TRUE(shown.startsWith(u"The client running on "_s));
     EXPECT_TRUE(shown.contains(u'…'));
     EXPECT_TRUE(shown.endsWith(headlineNaming(QString()).mid(int(sizeof("The client running on")))));
@@ -203,7 +302,7 @@ TEST_F(ReportWindowTest, HeadlineOfUsualLengthIsShownWholeAndHasNoToolTip)
 {
     const QString text = headlineNaming(u"build-17.lab.example.org"_s);
     controls.initialInfo.setStringValue(text);
-    EXPECT_EQ(shownHeadline(), text);
+    EXPECT_EQ(shownIn(headline), text);
     EXPECT_EQ(headline.toolTip(), QString());
 }
 
@@ -260,6 +359,15 @@ TEST_F(ReportWindowTest, ReturnInTheDescriptionBeginsALine)
     QTest::keyClicks(&description, u"b"_s);
     EXPECT_EQ(controls.infoText.string(), u"a\nb"_s);
     EXPECT_EQ(submissions.count(), 0);
+}
+
+TEST_F(ReportWindowTest, ControlReturnInTheDescriptionSubmits)
+{
+    show();
+    description.setFocus();
+    QTest::keyClick(&description, Qt::Key_Return, Qt::ControlModifier);
+    EXPECT_EQ(submissions.count(), 1);
+    EXPECT_EQ(controls.infoText.string(), QString());
 }
 
 TEST_F(ReportWindowTest, ReturnInTheLockedDescriptionDoesNotSubmit)
@@ -557,15 +665,6 @@ TEST_F(ReportWindowTest, TitleShowsAnAmpersandAsSuch)
     EXPECT_TRUE(eventually([this] { return submit.text() == u"A && B"_s; }));
 }
 
-TEST_F(ReportWindowTest, TurningTheTriangleOverThroughAssistiveTechnologyIsAPress)
-{
-    QAccessibleActionInterface *const actions = QAccessible::queryAccessibleInterface(&triangle)->actionInterface();
-    ASSERT_NE(actions, nullptr);
-    actions->doAction(QAccessibleActionInterface::toggleAction());
-
-    EXPECT_EQ(disclosures.count(), 1);
-}
-
 TEST_F(ReportWindowTest, SettingTheTrianglesStateSendsNoAction)
 {
     show();
@@ -584,6 +683,18 @@ TEST_F(ReportWindowTest, PressingTheTriangleSendsItsActionOnce)
     triangle.setFocus();
     QTest::keyClick(&triangle, Qt::Key_Space);
     EXPECT_EQ(disclosures.count(), 2);
+}
+
+TEST_F(ReportWindowTest, TriangleAndIconGrowWithTheFont)
+{
+    auto &icon = child<QWidget>(window, "iconView");
+    const QSize iconBefore = icon.sizeHint();
+    const QSize triangleBefore = triangle.iconSize();
+    QFont large = window.font();
+    large.setPixelSize(2 * QFontInfo(large).pixelSize());
+    window.setFont(large);
+    EXPECT_GE(icon.sizeHint().width(), 2 * iconBefore.width() - 3);
+    EXPECT_GE(triangle.iconSize().width(), 2 * triangleBefore.width() - 2);
 }
 
 TEST_F(ReportWindowTest, TrianglesArrowFollowsItsState)

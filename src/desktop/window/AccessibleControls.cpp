@@ -1,0 +1,139 @@
+// The roles, states and actions of the window, the disclosure triangle and the spinner.
+#include "desktop/window/AccessibleControls.h"
+
+#include "desktop/window/DisclosureButton.h"
+#include "desktop/window/Spinner.h"
+
+#include <QAccessibleWidget>
+#include <QAction>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class AccessibleTriangle : public QAccessibleWidget
+{
+public:
+    explicit AccessibleTriangle(DisclosureButton &button)
+        : QAccessibleWidget(&button, QAccessible::Button)
+        , triangle(button)
+    {
+    }
+
+    QAccessible::State state() const override
+    {
+        QAccessible::State state = QAccessibleWidget::state();
+        state.expandable = true;
+        state.expanded = triangle.isChecked();
+        state.collapsed = !triangle.isChecked();
+        return state;
+    }
+
+    QString text(QAccessible::Text kind) const override
+    {
+        return kind == QAccessible::Accelerator ? triangle.shortcut().toString() : QAccessibleWidget::text(kind);
+    }
+
+    /// The first one is what a press does.
+    QStringList actionNames() const override
+    {
+        return QStringList{triangle.isChecked() ? u"Collapse"_s : u"Expand"_s} + QAccessibleWidget::actionNames();
+    }
+
+    void doAction(const QString &name) override
+    {
+        if (triangle.isEnabled() && name == actionNames().constFirst()) {
+            triangle.toggle();
+        } else {
+            QAccessibleWidget::doAction(name);
+        }
+    }
+
+private:
+    DisclosureButton &triangle;
+};
+
+class AccessibleSpinner : public QAccessibleWidget, public QAccessibleValueInterface
+{
+public:
+    explicit AccessibleSpinner(Spinner &indicator)
+        : QAccessibleWidget(&indicator, QAccessible::ProgressBar)
+        , spinner(indicator)
+    {
+    }
+
+    void *interface_cast(QAccessible::InterfaceType type) override
+    {
+        return type == QAccessible::ValueInterface ? static_cast<QAccessibleValueInterface *>(this)
+                                                   : QAccessibleWidget::interface_cast(type);
+    }
+
+    QAccessible::State state() const override
+    {
+        QAccessible::State state = QAccessibleWidget::state();
+        state.busy = spinner.isTurning();
+        return state;
+    }
+
+    QVariant currentValue() const override { return spinner.value(); }
+    void setCurrentValue(const QVariant & /*value*/) override {}
+    QVariant maximumValue() const override { return spinner.maximum(); }
+    QVariant minimumValue() const override { return spinner.minimum(); }
+    QVariant minimumStepSize() const override { return {}; }
+
+private:
+    Spinner &spinner;
+};
+
+/// The report window, whose actions anyone can take who finds it.
+class AccessibleWindow : public QAccessibleWidget
+{
+public:
+    explicit AccessibleWindow(QWidget &window)
+        : QAccessibleWidget(&window, QAccessible::Dialog)
+    {
+    }
+
+    QStringList actionNames() const override
+    {
+        QStringList names;
+        const QList<QAction *> actions = widget()->actions();
+        for (const QAction *action : actions) {
+            names += action->text();
+        }
+        return names + QAccessibleWidget::actionNames();
+    }
+
+    void doAction(const QString &name) override
+    {
+        const QList<QAction *> actions = widget()->actions();
+        for (QAction *action : actions) {
+            if (action->text() == name) {
+                action->trigger();
+                return;
+            }
+        }
+        QAccessibleWidget::doAction(name);
+    }
+};
+
+QAccessibleInterface *accessibleControl(const QString &className, QObject *object)
+{
+    if (className == "ReportWindow"_L1) {
+        return new AccessibleWindow(*static_cast<QWidget *>(object));
+    }
+    if (auto *triangle = qobject_cast<DisclosureButton *>(object)) {
+        return new AccessibleTriangle(*triangle);
+    }
+    if (auto *spinner = qobject_cast<Spinner *>(object)) {
+        return new AccessibleSpinner(*spinner);
+    }
+    return nullptr;
+}
+
+} // namespace
+
+void installAccessibleControls()
+{
+    QAccessible::installFactory(accessibleControl);
+}

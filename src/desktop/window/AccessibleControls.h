@@ -1,0 +1,6 @@
+// What assistive technology is told of the controls that the toolkit has no words for.
+#pragma once
+
+/// Makes the disclosure triangle a button that expands and collapses, the spinner a busy progress bar, and the window's
+/// actions known. To be called before any of them is looked at; calling it again changes nothing.
+void installAccessibleControls();
