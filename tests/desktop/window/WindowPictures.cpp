@@ -1,0 +1,130 @@
+// Saves pictures of the report window in each of its states, for a person to compare: see scripts/screenshots.
+#include "desktop/window/QtAlertPanel.h"
+#include "desktop/window/ReportWindow.h"
+
+#include <QApplication>
+#include <QTimer>
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QPalette paletteNamed(const QString &name)
+{
+    const bool isLight = name == u"light"_s;
+    const bool isDark = name == u"dark"_s;
+    const QColor window = isLight ? QColor(239, 239, 239) : isDark ? QColor(49, 54, 59) : QColor(Qt::black);
+    const QColor base = isLight ? QColor(Qt::white) : isDark ? QColor(35, 38, 41) : QColor(Qt::black);
+    const QColor text = isLight ? QColor(Qt::black) : isDark ? QColor(239, 240, 241) : QColor(Qt::yellow);
+    QPalette palette(text, window, window.lighter(150), window.darker(150), window.darker(120), text, Qt::white, base,
+                     window);
+    palette.setColor(QPalette::Highlight, isLight || isDark ? QColor(61, 174, 233) : QColor(Qt::white));
+    palette.setColor(QPalette::HighlightedText, Qt::black);
+    palette.setColor(QPalette::Disabled, QPalette::ButtonText, Qt::gray);
+    return palette;
+}
+
+void turnEventLoop()
+{
+    QEventLoop loop;
+    // Long enough for the window to stand still after folding.
+    QTimer::singleShot(600, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+class Pictures
+{
+public:
+    explicit Pictures(const QString &pathPrefix)
+        : prefix(pathPrefix)
+    {
+        controls.logText.setString(u"Process: Harbour [4711]\nException Type: EXC_BAD_ACCESS\n\nThread 0 Crashed:\n"_s);
+        controls.initialInfo.setStringValue(u"The client running on anvil.example.org crashed the last time it ran. "
+                                            "Please submit a bug report so we can prevent this occurring in future."_s);
+        window.setReportSummary({u"/logs/Harbour_2026-11-02-101500_anvil.crash"_s, 52'400, 4, u"crash.example.org"_s});
+        toggle();
+        controls.disclosureBtn.setState(platform::kStateOff);
+        controls.mainWindow.makeKeyAndOrderFront(nullptr);
+    }
+
+    void takeAll()
+    {
+        take("editing");
+        controls.disclosureBtn.setState(platform::kStateOn);
+        toggle();
+        take("unfolded");
+        controls.spinner.startAnimation(nullptr);
+        controls.infoText.setEditable(false);
+        controls.emailText.setEnabled(false);
+        controls.submitBtn.setEnabled(false);
+        controls.submitBtn.setTitle(u"Sending..."_s);
+        window.setUploadProgress(2, 3);
+        take("sending");
+        controls.spinner.stopAnimation(nullptr);
+        controls.submitBtn.setTitle(u"Report Crash"_s);
+        controls.submitBtn.setEnabled(true);
+        take("awaiting-another-try");
+        takeAlert();
+    }
+
+private:
+    void toggle()
+    {
+        const bool unfold = controls.logView.isHidden();
+        platform::Rect frame = controls.mainWindow.frame();
+        frame.height += unfold ? controls.logView.frame().height : -controls.logView.frame().height;
+        frame.y -= frame.height - controls.mainWindow.frame().height;
+        controls.mainWindow.setFrameDisplayAnimate(frame, platform::Display::On, platform::Animation::Off);
+        controls.logView.setHidden(!unfold);
+    }
+
+    void take(const char *state)
+    {
+        turnEventLoop();
+        save(window, state);
+    }
+
+    void takeAlert()
+    {
+        QTimer::singleShot(0, &window, [this] {
+            QWidget *const box = QApplication::activeModalWidget();
+            turnEventLoop();
+            save(*box, "alert");
+            box->close();
+        });
+        QtAlertPanel(&window).runAlertPanel(u"Crash log upload failed."_s, u"Please try again later."_s);
+    }
+
+    void save(QWidget &widget, const char *state) const
+    {
+        const QString path = prefix + u'-' + QLatin1StringView(state) + u".png"_s;
+        if (!widget.grab().save(path)) {
+            qFatal("cannot write %s", qPrintable(path));
+        }
+        std::puts(qPrintable(path));
+    }
+
+    QString prefix;
+    ReportWindow window;
+    platform::ReportControls controls = window.controls();
+};
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QApplication application(argc, argv);
+    if (argc != 4) {
+        std::fputs("usage: window-pictures PATH-PREFIX light|dark|high-contrast FONT-FACTOR\n", stderr);
+        return 2;
+    }
+    QApplication::setStyle(u"fusion"_s);
+    QApplication::setPalette(paletteNamed(QString::fromLocal8Bit(argv[2])));
+    QFont font = QApplication::font();
+    font.setPointSizeF(font.pointSizeF() * QByteArray(argv[3]).toDouble());
+    QApplication::setFont(font);
+    Pictures(QString::fromLocal8Bit(argv[1])).takeAll();
+    return 0;
+}
