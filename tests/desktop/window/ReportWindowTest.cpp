@@ -502,7 +502,9 @@ TEST_F(ReportWindowTest, SecondClickOfADoubleClickOnCancelClosesNothing)
     startSending();
     QTest::mouseClick(&second, Qt::LeftButton);
     waitUntilShown(ReportWindow::State::Editing);
+    // The toolkit's own double click lacks the release, which is what presses the button.
     QTest::mouseDClick(&second, Qt::LeftButton);
+    QTest::mouseRelease(&second, Qt::LeftButton);
     EXPECT_EQ(closings.count(), 0);
     EXPECT_TRUE(window.isVisible());
 }
