@@ -1,21 +1,29 @@
 #!/usr/bin/python3
-"""Runs the probe of the console user in a private namespace, on a console that the case writes down.
+"""Runs the probe of the console user in a private namespace, on a console that each case writes down.
 
-Usage: console_user_test.py PROBE CASE
+Usage: console_user_test.py PROBE [WORD...]
 
 The namespace has its own /run, where systemd-logind's files about seats and sessions are written by hand, and its own
-/etc/passwd; nothing outside changes. Exit status: 0 passed, 1 failed, 77 skipped (no private namespaces here).
+/etc/passwd; nothing outside changes. With words, only the cases run whose name contains one of them. Exit status: 0
+when all passed, 1 when one failed, 77 when they were skipped (no private namespaces here).
 """
 
+import json
 import os
 import pathlib
 import subprocess
 import sys
 import tempfile
+import unittest
 
-SKIPPED = 77
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "support"))
+
+import runner  # noqa: E402 (found through the path above)
+
 NOTHING = "(nothing)"
+INSIDE = "--inside"
 
+GREETER_ID = 120
 # The process of the namespace has the user ID 0; root's own home must never be the answer.
 ACCOUNTS = """root:x:0:0:root:/root:/bin/sh
 user1:x:1234:1234:User One:/home/user one:/bin/sh
@@ -40,63 +48,20 @@ CONSOLE_USER_ONE = {
     "logDirectory": "/home/user one/Library/Logs",
     "trashDirectory": "/home/user one/.Trash",
 }
+CONSOLE_USER_TWO = {
+    "currentConsoleUser": "user2",
+    "username": "user2",
+    "userDirectory": "/home/user two",
+    "logDirectory": "/home/user two/Library/Logs",
+    "trashDirectory": "/home/user two/.Trash",
+}
 NOBODY = dict.fromkeys(CONSOLE_USER_ONE, NOTHING)
-
-# Each case: the files under /run/systemd, and what the probe answers; "user_id" runs it as somebody else than root.
-CASES = {
-    "RootAnswersForTheUserOfTheActiveSession": {
-        "files": {"seats/seat0": seat("c2"), "sessions/c2": USER_SESSION, "sessions/c1": GREETER_SESSION},
-        "answers": CONSOLE_USER_ONE,
-    },
-    "AGreeterIsNobody": {
-        "files": {"seats/seat0": seat("c1"), "sessions/c1": GREETER_SESSION, "sessions/c2": USER_SESSION},
-        "answers": NOBODY,
-    },
-    "ASeatWithoutAnActiveSessionHasNobody": {
-        "files": {"seats/seat0": "IS_SEAT0=1\nSESSIONS=c2\n", "sessions/c2": USER_SESSION},
-        "answers": NOBODY,
-    },
-    "WithoutASeatThereIsNobody": {
-        "files": {},
-        "answers": NOBODY,
-    },
-    "ASessionThatHasEndedMeanwhileIsNobodys": {
-        "files": {"seats/seat0": seat("c2")},
-        "answers": NOBODY,
-    },
-    "AnotherSeatIsNotTheConsole": {
-        "files": {"seats/seat1": seat("c2"), "sessions/c2": USER_SESSION},
-        "answers": NOBODY,
-    },
-    "ASessionOfAnIdWithoutAccountIsNobodys": {
-        "files": {"seats/seat0": seat("c2"), "sessions/c2": USER_SESSION.replace("UID=1234", "UID=4321")},
-        "answers": NOBODY,
-    },
-    "AnAccountWithAVeryLongEntryIsFound": {
-        "files": {"seats/seat0": seat("c3"), "sessions/c3": USER_SESSION.replace("UID=1234", "UID=2345")},
-        "answers": {
-            "currentConsoleUser": "user2",
-            "username": "user2",
-            "userDirectory": "/home/user two",
-            "logDirectory": "/home/user two/Library/Logs",
-            "trashDirectory": "/home/user two/.Trash",
-        },
-    },
-    "TheIdOfTheSessionDecidesAndNotTheNameWrittenBesideIt": {
-        "files": {"seats/seat0": seat("c2"), "sessions/c2": USER_SESSION.replace("USER=user1", "USER=greeter")},
-        "answers": CONSOLE_USER_ONE,
-    },
-    "AnOrdinaryProcessAnswersForItself": {
-        "files": {"seats/seat0": seat("c2"), "sessions/c2": USER_SESSION},
-        "user_id": 120,
-        "answers": {
-            "currentConsoleUser": "user1",
-            "username": "greeter",
-            "userDirectory": OWN_HOME,
-            "logDirectory": OWN_HOME + "/Library/Logs",
-            "trashDirectory": OWN_HOME + "/.Trash",
-        },
-    },
+GREETERS_OWN = {
+    "currentConsoleUser": "user1",
+    "username": "greeter",
+    "userDirectory": OWN_HOME,
+    "logDirectory": OWN_HOME + "/Library/Logs",
+    "trashDirectory": OWN_HOME + "/.Trash",
 }
 
 
@@ -125,30 +90,73 @@ def answers_of(probe, user_id):
     return dict(line.split("=", 1) for line in lines)
 
 
-def inside(probe, case, folder):
-    lay_out_console(case["files"], folder)
-    answers = answers_of(probe, case.get("user_id", 0))
-    if answers == case["answers"]:
+def inside(probe, folder, user_id, files):
+    """Inside the namespace: prints the probe's answers on a console that the files tell of."""
+    lay_out_console(json.loads(files), folder)
+    print(json.dumps(answers_of(probe, int(user_id))))
+
+
+class ConsoleUser(unittest.TestCase):
+    probe = None
+
+    @classmethod
+    def setUpClass(cls):
+        allowed = subprocess.run(["unshare", "-Urm", "mount", "-t", "tmpfs", "tmpfs", "/run"], check=False,
+                                 stderr=subprocess.PIPE, text=True)
+        if allowed.returncode != 0:
+            raise unittest.SkipTest(f"private namespaces are not allowed here ({allowed.stderr.strip()})")
+
+    def assert_answers(self, expected, files, user_id=0):
+        """Runs the probe where these are the files under /run/systemd, as root unless another user is given."""
+        with tempfile.TemporaryDirectory() as folder:
+            answers = run("unshare", "-Urm", sys.executable, __file__, INSIDE, self.probe, folder, str(user_id),
+                          json.dumps(files))
+        self.assertEqual(json.loads(answers), expected)
+
+    def test_root_answers_for_the_user_of_the_active_session(self):
+        self.assert_answers(
+            CONSOLE_USER_ONE,
+            {"seats/seat0": seat("c2"), "sessions/c2": USER_SESSION, "sessions/c1": GREETER_SESSION})
+
+    def test_a_greeter_is_nobody(self):
+        self.assert_answers(
+            NOBODY, {"seats/seat0": seat("c1"), "sessions/c1": GREETER_SESSION, "sessions/c2": USER_SESSION})
+
+    def test_a_seat_without_an_active_session_has_nobody(self):
+        self.assert_answers(NOBODY, {"seats/seat0": "IS_SEAT0=1\nSESSIONS=c2\n", "sessions/c2": USER_SESSION})
+
+    def test_without_a_seat_there_is_nobody(self):
+        self.assert_answers(NOBODY, {})
+
+    def test_a_session_that_has_ended_meanwhile_is_nobodys(self):
+        self.assert_answers(NOBODY, {"seats/seat0": seat("c2")})
+
+    def test_another_seat_is_not_the_console(self):
+        self.assert_answers(NOBODY, {"seats/seat1": seat("c2"), "sessions/c2": USER_SESSION})
+
+    def test_a_session_of_an_id_without_account_is_nobodys(self):
+        session = USER_SESSION.replace("UID=1234", "UID=4321")
+        self.assert_answers(NOBODY, {"seats/seat0": seat("c2"), "sessions/c2": session})
+
+    def test_an_account_with_a_very_long_entry_is_found(self):
+        session = USER_SESSION.replace("UID=1234", "UID=2345")
+        self.assert_answers(CONSOLE_USER_TWO, {"seats/seat0": seat("c3"), "sessions/c3": session})
+
+    def test_the_id_of_the_session_decides_and_not_the_name_written_beside_it(self):
+        session = USER_SESSION.replace("USER=user1", "USER=greeter")
+        self.assert_answers(CONSOLE_USER_ONE, {"seats/seat0": seat("c2"), "sessions/c2": session})
+
+    def test_an_ordinary_process_answers_for_itself(self):
+        self.assert_answers(GREETERS_OWN, {"seats/seat0": seat("c2"), "sessions/c2": USER_SESSION}, GREETER_ID)
+
+
+def main(arguments):
+    if arguments[0] == INSIDE:
+        inside(*arguments[1:])
         return 0
-    print(f"expected {case['answers']}\nanswered {answers}", file=sys.stderr)
-    return 1
-
-
-def main():
-    probe, name = sys.argv[1:3]
-    case = CASES[name]
-    if len(sys.argv) > 3:
-        return inside(probe, case, sys.argv[3])
-
-    allowed = subprocess.run(["unshare", "-Urm", "mount", "-t", "tmpfs", "tmpfs", "/run"], check=False,
-                             stderr=subprocess.PIPE, text=True)
-    if allowed.returncode != 0:
-        print(f"skipped: private namespaces are not allowed here ({allowed.stderr.strip()})")
-        return SKIPPED
-    with tempfile.TemporaryDirectory() as folder:
-        return subprocess.run(["unshare", "-Urm", sys.executable, __file__, probe, name, folder],
-                              check=False).returncode
+    ConsoleUser.probe, *words = arguments
+    return runner.run("__main__", words)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(main(sys.argv[1:]))

@@ -8,8 +8,9 @@ import tempfile
 import unittest
 
 PROJECT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-sys.path.insert(0, os.path.join(PROJECT, "tools"))
+sys.path[:0] = [os.path.join(PROJECT, "tools"), os.path.join(PROJECT, "tests", "support")]
 
+import runner  # noqa: E402 (found through the path above)
 from trial import screen  # noqa: E402 (found through the path above)
 from trial.desktop import Desktop  # noqa: E402
 from trial.expected import expected_report  # noqa: E402
@@ -158,27 +159,18 @@ def options(arguments):
     parser.add_argument("--program", required=True, help="the built program")
     parser.add_argument("--authority", required=True, help="folder of the throw-away certificates")
     parser.add_argument("file", help="such as test_window.py")
-    parser.add_argument("tests", nargs="*", metavar="PATTERN", help="only the tests whose name contains one of these")
+    parser.add_argument("words", nargs="*", metavar="WORD", help="only the tests whose name contains one of these")
     return parser.parse_args(arguments)
 
 
-def suite_of(file, patterns):
-    loader = unittest.TestLoader()
-    if patterns:
-        loader.testNamePatterns = [f"*{pattern}*" for pattern in patterns]
-    suite = loader.loadTestsFromName(os.path.splitext(os.path.basename(file))[0])
-    if suite.countTestCases() == 0:
-        sys.exit(f"there is no such test in {file}")
-    return suite
-
-
-def run(suite):
+def run(file, words):
+    module = os.path.splitext(os.path.basename(file))[0]
     with tempfile.TemporaryDirectory(prefix="program-desktop-") as folder:
         desktop = ProgramTest.desktop = Desktop(folder)
         try:
             os.environ.update(desktop.environment())
             screen.start()
-            return unittest.TextTestRunner(verbosity=2).run(suite)
+            return runner.run(module, words)
         finally:
             desktop.end()
 
@@ -187,7 +179,7 @@ def main(arguments):
     chosen = options(arguments)
     ProgramTest.binary = chosen.program
     ProgramTest.authority = chosen.authority
-    return 0 if run(suite_of(chosen.file, chosen.tests)).wasSuccessful() else 1
+    return run(chosen.file, chosen.words)
 
 
 if __name__ == "__main__":

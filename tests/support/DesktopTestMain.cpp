@@ -1,9 +1,9 @@
 // Runs the tests that need a QApplication: without a display, in a home of their own, and without a proxy.
+#include "support/RunTests.h"
+
 #include <QApplication>
 #include <QDir>
 #include <QTemporaryDir>
-
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 
@@ -49,5 +49,5 @@ int main(int argc, char **argv)
     qunsetenv("QT_QPA_PLATFORMTHEME");
     qunsetenv("DBUS_SESSION_BUS_ADDRESS");
     const QApplication application(argc, argv);
-    return RUN_ALL_TESTS();
+    return runTests();
 }

@@ -1,7 +1,7 @@
 // Runs the tests that need no toolkit.
-#include <QCoreApplication>
+#include "support/RunTests.h"
 
-#include <gtest/gtest.h>
+#include <QCoreApplication>
 
 // The sanitizers would end the program where an allocation merely fails; they ask these for their settings.
 extern "C" const char *__asan_default_options();
@@ -14,5 +14,5 @@ int main(int argc, char **argv)
 {
     testing::InitGoogleTest(&argc, argv);
     const QCoreApplication application(argc, argv);
-    return RUN_ALL_TESTS();
+    return runTests();
 }

@@ -1,4 +1,4 @@
-// The certificates of the tests, made when they run.
+// The certificates of the tests, made anew for each run.
 #include "support/ThrowAwayAuthority.h"
 
 #include <QFile>
@@ -15,18 +15,28 @@ const ThrowAwayAuthority &ThrowAwayAuthority::shared()
 }
 
 ThrowAwayAuthority::ThrowAwayAuthority()
+    : folder(qEnvironmentVariable("KORVALE_TEST_AUTHORITY"))
 {
+    if (!folder.isEmpty()) {
+        return;
+    }
+    folder = ownFolder.emplace().path();
     QProcess script;
     script.setProcessChannelMode(QProcess::ForwardedChannels);
-    script.start(QStringLiteral(PROJECT_FOLDER "/tools/make-authority.sh"), {folder.path()});
+    script.start(QStringLiteral(PROJECT_FOLDER "/tools/make-authority.sh"), {folder});
     if (!script.waitForFinished() || script.exitStatus() != QProcess::NormalExit || script.exitCode() != 0) {
         qFatal("tools/make-authority.sh failed: %s", qPrintable(script.errorString()));
     }
 }
 
+QString ThrowAwayAuthority::file(const QString &name) const
+{
+    return folder + u'/' + name;
+}
+
 QSslConfiguration ThrowAwayAuthority::serverConfiguration(const QString &certificateName) const
 {
-    const QString path = folder.filePath(certificateName);
+    const QString path = file(certificateName);
     QFile keyFile(path + u".key"_s);
     if (!keyFile.open(QFile::ReadOnly)) {
         qFatal("There is no certificate named %s", qPrintable(certificateName));
