@@ -12,19 +12,18 @@ fail() {
     exit 1
 }
 
-listedPackages() {
-    sed -e 's/#.*//' -e '/^[[:space:]]*$/d' "$root/scripts/packages"
+# The packages of one section of scripts/packages.
+packagesOf() {
+    awk -v section="$1" '/^# section: / { wanted = $3 == section; next } wanted && /^[^#]/' "$root/scripts/packages"
 }
 
-isInstalled() {
-    [[ $(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
-}
-
+# The packages of the sections that are not installed.
 missingPackages() {
-    local package
-    while read -r package; do
-        isInstalled "$package" || printf '%s\n' "$package"
-    done < <(listedPackages)
+    local section
+    for section in "$@"; do
+        packagesOf "$section"
+    done | sort -u | comm -23 - <(dpkg-query --show --showformat='${db:Status-Status} ${Package}\n' \
+        | sed -n 's/^installed //p' | sort -u)
 }
 
 asAdministrator() {
@@ -57,11 +56,19 @@ installPackages() (
     done
 )
 
-# Installs what is missing of scripts/packages, and touches nothing when all of it is there.
+# With sudo around a whole script, build/ would belong to root and stop the next run without it.
+refuseSudo() {
+    if ((EUID == 0)) && [[ ${SUDO_UID:-0} != 0 && $(stat -c %u "$root") == "${SUDO_UID:-}" ]]; then
+        fail "run this as yourself, without sudo; it calls sudo for apt-get alone."
+    fi
+}
+
+# Installs what is missing of the sections, and touches nothing when all of it is there.
 ensurePackages() {
+    refuseSudo
     command -v dpkg-query >/dev/null || fail "this needs Debian's packages of scripts/packages; here is no dpkg."
     local missing
-    mapfile -t missing < <(missingPackages)
+    mapfile -t missing < <(missingPackages "$@")
     ((${#missing[@]})) || return 0
     if ((EUID != 0)) && ! command -v sudo >/dev/null; then
         fail "these packages are missing, and there is no sudo to install them with: ${missing[*]}
