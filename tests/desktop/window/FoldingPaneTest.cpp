@@ -44,14 +44,16 @@ public:
 
     bool eventFilter(QObject *object, QEvent *event) override
     {
-        if (event->type() != QEvent::Resize && event->type() != QEvent::Move)
+        if (event->type() != QEvent::Resize && event->type() != QEvent::Move) {
             return false;
+        }
         if (object == &window) {
             heights.push_back(window.height());
             tops.insert(window.y());
         }
-        for (QWidget *widget : observed)
+        for (QWidget *widget : observed) {
             places.insert(placeOf(*widget));
+        }
         return false;
     }
 

@@ -32,8 +32,9 @@ protected:
     QString shown() const
     {
         QStringList paragraphs;
-        for (QTextBlock block = display()->document()->begin(); block.isValid(); block = block.next())
+        for (QTextBlock block = display()->document()->begin(); block.isValid(); block = block.next()) {
             paragraphs += block.text();
+        }
         return paragraphs.join(u'\n');
     }
 

@@ -766,8 +766,9 @@ void drop(QWidget &target, QMimeData &data)
     // A window system takes a move for accepted where the entrance was.
     move.setAccepted(enter.isAccepted());
     QCoreApplication::sendEvent(&target, &move);
-    if (!move.isAccepted())
+    if (!move.isAccepted()) {
         return;
+    }
     QDropEvent dropEvent(centre, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
     QCoreApplication::sendEvent(&target, &dropEvent);
 }
