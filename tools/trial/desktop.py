@@ -106,6 +106,10 @@ class Desktop:
         self.bus.end()
         self.display_server.end()
 
+    def save_screenshot(self, path):
+        """All windows, without the empty screen around them."""
+        self.tool("import", "-window", "root", "-trim", path)
+
     def tool(self, *command):
         """What a command-line tool on this display prints."""
         return subprocess.run(

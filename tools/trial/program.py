@@ -114,6 +114,15 @@ class Program:
         values = dict(re.findall(r"^(\w+)=(-?\d+)$", answer, re.MULTILINE))
         return tuple(int(values[key]) for key in ("X", "Y", "WIDTH", "HEIGHT"))
 
+    def wait_until_still(self):
+        """Waits until the window neither moves nor changes its size any more."""
+        seen = []
+
+        def is_still():
+            seen.append(self.geometry())
+            return len(seen) > 5 and len(set(seen[-5:])) == 1
+        wait_until(is_still, "the window to stand still")
+
     def close_window(self):
         """Has the window manager ask the window to close, as the button in its frame does."""
         self.desktop.tool("xdotool", "windowfocus", "--sync", self.window_id(), "key", "alt+F4")
