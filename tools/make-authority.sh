@@ -1,5 +1,5 @@
 #!/bin/bash
-# Makes a throw-away certificate authority and the server certificates that the tests and the trial endpoint use.
+# Makes a throwaway certificate authority and the server certificates that the tests and the trial endpoint use.
 #
 #   make-authority.sh DIR
 #
@@ -105,7 +105,7 @@ tomorrow=$(instant "+1 day")
 later=$(instant "+30 days")
 local_names=DNS:localhost,DNS:endpoint.test,IP:127.0.0.1,IP:::1
 
-makeAuthority authority "Throw-away authority"
+makeAuthority authority "Throwaway authority"
 makeAuthority stranger-authority "Authority that nobody trusts"
 issue localhost localhost "$local_names" authority "$recently" "$later"
 issue expired localhost "$local_names" authority "$recently" "$yesterday"

@@ -3,6 +3,7 @@
 
 #include "base/Utf8.h"
 #include "linux/FileRights.h"
+#include "platform/StandardDirectories.h"
 
 #include <QByteArray>
 #include <QUuid>
@@ -25,7 +26,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-namespace directory = platform::directory;
 namespace domain = platform::domain;
 
 constexpr const char *kFirstSeat = "seat0";
@@ -36,28 +36,6 @@ constexpr std::size_t kFirstAccountBuffer = 1024;
 constexpr std::size_t kLargestAccountBuffer = std::size_t(16) * 1024 * 1024;
 
 constexpr int kFirstGroups = 64;
-
-/// Where a kind of directory lies: below "~" for the user, and machine-wide for the other two; empty where a domain has
-/// none.
-struct StandardDirectory {
-    std::uint64_t kind = 0;
-    QStringView user;
-    QStringView local;
-    QStringView system;
-};
-
-constexpr std::array<StandardDirectory, 9> kStandardDirectories = {{
-    {directory::kApplications, u"/Applications", u"/Applications", u"/System/Applications"},
-    {directory::kAdminApplications, u"/Applications/Utilities", u"/Applications/Utilities",
-     u"/System/Applications/Utilities"},
-    {directory::kLibrary, u"/Library", u"/Library", u"/System/Library"},
-    {directory::kDocumentation, u"/Library/Documentation", u"/Library/Documentation", u"/System/Library/Documentation"},
-    {directory::kDocuments, u"/Documents", {}, {}},
-    {directory::kDesktop, u"/Desktop", {}, {}},
-    {directory::kCaches, u"/Library/Caches", u"/Library/Caches", u"/System/Library/Caches"},
-    {directory::kApplicationSupport, u"/Library/Application Support", u"/Library/Application Support", {}},
-    {directory::kMovies, u"/Movies", {}, {}},
-}};
 
 struct Account {
     std::optional<QString> name;
@@ -210,8 +188,8 @@ QByteArray cacheDirectory(const std::optional<QString> &home)
 
 QStringList LinuxLocalLookups::searchPathForDirectoriesInDomains(std::uint64_t kind, std::uint64_t domainMask) const
 {
-    const auto row = std::ranges::find(kStandardDirectories, kind, &StandardDirectory::kind);
-    if (row == kStandardDirectories.end()) {
+    const auto row = std::ranges::find(platform::kStandardDirectories, kind, &platform::StandardDirectory::kind);
+    if (row == platform::kStandardDirectories.end()) {
         return {};
     }
     QStringList places;

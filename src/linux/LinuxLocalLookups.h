@@ -3,7 +3,7 @@
 
 #include "platform/LocalLookups.h"
 
-/// The look-ups of Linux. They keep no state; everything is asked of the system on each call, and names or paths whose
+/// The lookups of Linux. They keep no state; everything is asked of the system on each call, and names or paths whose
 /// bytes are no UTF-8 count as not there.
 class LinuxLocalLookups : public platform::LocalLookups
 {

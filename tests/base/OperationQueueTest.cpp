@@ -1,10 +1,12 @@
 // Operations of the controller run one at a time, also while one of them runs a nested event loop.
 #include "base/OperationQueue.h"
 
+#include "support/EventLoop.h"
+
+#include <QCoreApplication>
 #include <QEventLoop>
 #include <QScopeGuard>
 #include <QStringList>
-#include <QTest>
 #include <QTimer>
 
 #include <gtest/gtest.h>
@@ -37,7 +39,7 @@ protected:
 
     bool waitUntilHappened(qsizetype count)
     {
-        return QTest::qWaitFor([this, count] { return happened.size() >= count; }, 5000);
+        return eventually([this, count] { return happened.size() >= count; });
     }
 
     OperationQueue operations;

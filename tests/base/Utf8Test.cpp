@@ -1,28 +1,17 @@
 // Strict conversions between text and bytes.
 #include "base/Utf8.h"
 
-#include <gtest/gtest.h>
+#include "support/NamedCase.h"
 
-#include <string>
+#include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-struct Bytes {
-    std::string name;
+struct Bytes : NamedCase {
     QByteArray bytes;
 };
-
-void PrintTo(const Bytes &bytes, std::ostream *output)
-{
-    *output << bytes.name;
-}
-
-std::string nameOf(const testing::TestParamInfo<Bytes> &info)
-{
-    return info.param.name;
-}
 
 class InvalidUtf8 : public testing::TestWithParam<Bytes>
 {
@@ -41,14 +30,15 @@ TEST_P(InvalidUtf8, HasNoText)
 
 INSTANTIATE_TEST_SUITE_P(
     Bytes, InvalidUtf8,
-    testing::Values(Bytes{"BadAtTheStart", "\xFF text"}, Bytes{"BadInTheMiddle", "te\xC3xt"},
-                    Bytes{"CutAtTheEndAfterOne", "text\xC3"}, Bytes{"CutAtTheEndAfterTwo", "text\xE2\x82"},
-                    Bytes{"CutAtTheEndAfterThree", "text\xF0\x9F\x98"}, Bytes{"LoneContinuation", "\x80"},
-                    Bytes{"OverlongSlash", "\xC0\xAF"}, Bytes{"OverlongOfThree", "\xE0\x80\xAF"},
-                    Bytes{"OverlongNul", "\xC0\x80"}, Bytes{"HighSurrogate", "\xED\xA0\x80"},
-                    Bytes{"SurrogatePair", "\xED\xA0\xBD\xED\xB8\x80"}, Bytes{"BeyondTheLast", "\xF4\x90\x80\x80"},
-                    Bytes{"FiveByteForm", "\xF8\x88\x80\x80\x80"}, Bytes{"Utf16Mark", QByteArray("\xFF\xFEt\0", 4)}),
-    nameOf);
+    testing::Values(Bytes{{"BadAtTheStart"}, "\xFF text"}, Bytes{{"BadInTheMiddle"}, "te\xC3xt"},
+                    Bytes{{"CutAtTheEndAfterOne"}, "text\xC3"}, Bytes{{"CutAtTheEndAfterTwo"}, "text\xE2\x82"},
+                    Bytes{{"CutAtTheEndAfterThree"}, "text\xF0\x9F\x98"}, Bytes{{"LoneContinuation"}, "\x80"},
+                    Bytes{{"OverlongSlash"}, "\xC0\xAF"}, Bytes{{"OverlongOfThree"}, "\xE0\x80\xAF"},
+                    Bytes{{"OverlongNul"}, "\xC0\x80"}, Bytes{{"HighSurrogate"}, "\xED\xA0\x80"},
+                    Bytes{{"SurrogatePair"}, "\xED\xA0\xBD\xED\xB8\x80"}, Bytes{{"BeyondTheLast"}, "\xF4\x90\x80\x80"},
+                    Bytes{{"FiveByteForm"}, "\xF8\x88\x80\x80\x80"},
+                    Bytes{{"Utf16Mark"}, QByteArray("\xFF\xFEt\0", 4)}),
+    nameOfCase);
 
 TEST_P(ValidUtf8, ComesBackAsTheSameBytes)
 {
@@ -60,14 +50,14 @@ TEST_P(ValidUtf8, ComesBackAsTheSameBytes)
 
 INSTANTIATE_TEST_SUITE_P(
     Bytes, ValidUtf8,
-    testing::Values(Bytes{"Empty", ""}, Bytes{"Mark", "\xEF\xBB\xBFtext"}, Bytes{"MarkAlone", "\xEF\xBB\xBF"},
-                    Bytes{"TwoMarks", "\xEF\xBB\xBF\xEF\xBB\xBF"}, Bytes{"Nul", QByteArray("a\0b\0", 4)},
-                    Bytes{"LineEnds", "a\r\nb\rc\n\xE2\x80\xA8"}, Bytes{"Emoji", "\xF0\x9F\x98\x80"},
-                    Bytes{"LastCharacter", "\xF4\x8F\xBF\xBF"}, Bytes{"Noncharacter", "\xEF\xBF\xBE\xEF\xB7\x90"},
-                    Bytes{"NoBreakSpace",
+    testing::Values(Bytes{{"Empty"}, ""}, Bytes{{"Mark"}, "\xEF\xBB\xBFtext"}, Bytes{{"MarkAlone"}, "\xEF\xBB\xBF"},
+                    Bytes{{"TwoMarks"}, "\xEF\xBB\xBF\xEF\xBB\xBF"}, Bytes{{"Nul"}, QByteArray("a\0b\0", 4)},
+                    Bytes{{"LineEnds"}, "a\r\nb\rc\n\xE2\x80\xA8"}, Bytes{{"Emoji"}, "\xF0\x9F\x98\x80"},
+                    Bytes{{"LastCharacter"}, "\xF4\x8F\xBF\xBF"}, Bytes{{"Noncharacter"}, "\xEF\xBF\xBE\xEF\xB7\x90"},
+                    Bytes{{"NoBreakSpace"},
                           "a\xC2\xA0"
                           "b"}),
-    nameOf);
+    nameOfCase);
 
 TEST(Utf8, ByteOrderMarkIsACharacterOfTheText)
 {

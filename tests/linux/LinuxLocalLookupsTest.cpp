@@ -1,7 +1,8 @@
-// The look-ups of Linux, asked of the system that the tests run on.
+// The lookups of Linux, asked of the system that the tests run on.
 #include "linux/LinuxLocalLookups.h"
 
 #include "paths/KVLocalPaths.h"
+#include "support/NamedCase.h"
 #include "support/ScopedVariable.h"
 
 #include <QSet>
@@ -13,7 +14,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <ostream>
 
 using namespace Qt::StringLiterals;
 
@@ -22,7 +22,7 @@ namespace {
 namespace directory = platform::directory;
 namespace domain = platform::domain;
 
-/// The look-ups of a process with this real user ID.
+/// The lookups of a process with this real user ID.
 class LookupsOfUserId : public LinuxLocalLookups
 {
 public:
@@ -47,7 +47,7 @@ QString accountsHome()
     return entry ? QString::fromUtf8(entry->pw_dir) : QString();
 }
 
-/// The value that the look-ups hand over into a buffer that is large enough.
+/// The value that the lookups hand over into a buffer that is large enough.
 QByteArray userCacheDirectory()
 {
     std::array<char, 1024> buffer = {};
@@ -56,18 +56,12 @@ QByteArray userCacheDirectory()
     return size == 0 ? QByteArray() : QByteArray(buffer.data(), static_cast<qsizetype>(size - 1));
 }
 
-struct DirectoryCase {
-    const char *name;
+struct DirectoryCase : NamedCase {
     std::uint64_t kind;
     QStringView user;
     QStringView local;
     QStringView system;
 };
-
-std::ostream &operator<<(std::ostream &stream, const DirectoryCase &directoryCase)
-{
-    return stream << directoryCase.name;
-}
 
 class LinuxStandardDirectory : public testing::TestWithParam<DirectoryCase>
 {
@@ -94,17 +88,23 @@ protected:
 };
 
 constexpr DirectoryCase kDirectoryCases[] = {
-    {"Applications", 1, u"/home/of test/Applications", u"/Applications", u"/System/Applications"},
-    {"AdminApplications", 4, u"/home/of test/Applications/Utilities", u"/Applications/Utilities",
+    {{"Applications"}, 1, u"/home/of test/Applications", u"/Applications", u"/System/Applications"},
+    {{"AdminApplications"},
+     4,
+     u"/home/of test/Applications/Utilities",
+     u"/Applications/Utilities",
      u"/System/Applications/Utilities"},
-    {"Library", 5, u"/home/of test/Library", u"/Library", u"/System/Library"},
-    {"Documentation", 8, u"/home/of test/Library/Documentation", u"/Library/Documentation",
+    {{"Library"}, 5, u"/home/of test/Library", u"/Library", u"/System/Library"},
+    {{"Documentation"},
+     8,
+     u"/home/of test/Library/Documentation",
+     u"/Library/Documentation",
      u"/System/Library/Documentation"},
-    {"Documents", 9, u"/home/of test/Documents", {}, {}},
-    {"Desktop", 12, u"/home/of test/Desktop", {}, {}},
-    {"Caches", 13, u"/home/of test/Library/Caches", u"/Library/Caches", u"/System/Library/Caches"},
-    {"ApplicationSupport", 14, u"/home/of test/Library/Application Support", u"/Library/Application Support", {}},
-    {"Movies", 17, u"/home/of test/Movies", {}, {}},
+    {{"Documents"}, 9, u"/home/of test/Documents", {}, {}},
+    {{"Desktop"}, 12, u"/home/of test/Desktop", {}, {}},
+    {{"Caches"}, 13, u"/home/of test/Library/Caches", u"/Library/Caches", u"/System/Library/Caches"},
+    {{"ApplicationSupport"}, 14, u"/home/of test/Library/Application Support", u"/Library/Application Support", {}},
+    {{"Movies"}, 17, u"/home/of test/Movies", {}, {}},
 };
 
 } // namespace
@@ -139,8 +139,7 @@ TEST_P(LinuxStandardDirectory, InNoDomainThatIsKnownIsNowhere)
     EXPECT_EQ(search(ordinary, 0xFFFF'FFFF'FFFF'FFF4), QStringList());
 }
 
-INSTANTIATE_TEST_SUITE_P(, LinuxStandardDirectory, testing::ValuesIn(kDirectoryCases),
-                         [](const auto &instance) { return std::string(instance.param.name); });
+INSTANTIATE_TEST_SUITE_P(, LinuxStandardDirectory, testing::ValuesIn(kDirectoryCases), nameOfCase);
 
 TEST(LinuxLocalLookups, KindsWithoutATableRowAreNowhere)
 {

@@ -29,7 +29,7 @@ ACCOUNTS = """root:x:0:0:root:/root:/bin/sh
 user1:x:1234:1234:User One:/home/user one:/bin/sh
 greeter:x:120:120:Greeter:/var/lib/greeter:/bin/false
 """
-# Larger than any buffer that a look-up of accounts would try first.
+# Larger than any buffer that a lookup of accounts would try first.
 LONG_ACCOUNT = "user2:x:2345:2345:" + 20000 * "x" + ":/home/user two:/bin/sh\n"
 OWN_HOME = "/home/of the process"
 

@@ -1,5 +1,6 @@
 // Which paths are system directories, and which lie inside a backup on a mounted volume.
 #include "paths/KVLocalPaths.h"
+#include "support/NamedCase.h"
 #include "support/ScriptedLookups.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +14,7 @@ namespace {
 
 using Questions = ScriptedLookups::Questions;
 
-/// What an ordinary user's question for a standard directory asks of the look-ups.
+/// What an ordinary user's question for a standard directory asks of the lookups.
 Questions searchOf(const std::string &kindAndDomain)
 {
     return {"search " + kindAndDomain, "user id"};
@@ -43,43 +44,37 @@ void runAs(Runner runner, ScriptedLookups &lookups)
     }
 }
 
-struct PathCase {
-    const char *name;
+struct PathCase : NamedCase {
     QStringView path;
     bool isSystemDirectory;
     bool isSystemDirectoryExactly;
 };
 
-std::ostream &operator<<(std::ostream &stream, const PathCase &pathCase)
-{
-    return stream << pathCase.path.toString().toStdString();
-}
-
 constexpr bool kYes = true;
 constexpr bool kNo = false;
 
 constexpr PathCase kPathCases[] = {
-    {"Root", u"/", kYes, kYes},
-    {"TwoSeparators", u"//", kNo, kNo},
-    {"ThreeSeparatorsShortenedToOne", u"///", kNo, kNo},
-    {"Applications", u"/Applications", kYes, kYes},
-    {"ApplicationsWithSeparator", u"/Applications/", kNo, kNo},
-    {"UsersShared", u"/Users/Shared", kYes, kYes},
-    {"UsersSharedWithSeparator", u"/Users/Shared/", kNo, kNo},
-    {"Volumes", u"/Volumes", kYes, kYes},
-    {"VolumesWithSeparator", u"/Volumes/", kNo, kNo},
-    {"Usr", u"/usr", kYes, kNo},
-    {"UsrWithSeparator", u"/usr/", kNo, kNo},
-    {"UsrLocalWithSeparator", u"/usr/local/", kYes, kNo},
-    {"UsrlocalInOneWord", u"/usrlocal", kYes, kNo},
-    {"PrivateVar", u"/private/var", kYes, kNo},
-    {"PrivateTmp", u"/private/tmp", kNo, kNo},
-    {"SystemLibrary", u"/System/Library", kYes, kYes},
-    {"InSystemLibrary", u"/System/Library/Fonts", kYes, kNo},
-    {"Home", u"/Users/user1", kYes, kYes},
-    {"LibraryOfHome", u"/Users/user1/Library", kYes, kYes},
-    {"LogsOfHome", u"/Users/user1/Library/Logs", kNo, kNo},
-    {"MoviesOfHome", u"/Users/user1/Movies", kNo, kNo},
+    {{"Root"}, u"/", kYes, kYes},
+    {{"TwoSeparators"}, u"//", kNo, kNo},
+    {{"ThreeSeparatorsShortenedToOne"}, u"///", kNo, kNo},
+    {{"Applications"}, u"/Applications", kYes, kYes},
+    {{"ApplicationsWithSeparator"}, u"/Applications/", kNo, kNo},
+    {{"UsersShared"}, u"/Users/Shared", kYes, kYes},
+    {{"UsersSharedWithSeparator"}, u"/Users/Shared/", kNo, kNo},
+    {{"Volumes"}, u"/Volumes", kYes, kYes},
+    {{"VolumesWithSeparator"}, u"/Volumes/", kNo, kNo},
+    {{"Usr"}, u"/usr", kYes, kNo},
+    {{"UsrWithSeparator"}, u"/usr/", kNo, kNo},
+    {{"UsrLocalWithSeparator"}, u"/usr/local/", kYes, kNo},
+    {{"UsrlocalInOneWord"}, u"/usrlocal", kYes, kNo},
+    {{"PrivateVar"}, u"/private/var", kYes, kNo},
+    {{"PrivateTmp"}, u"/private/tmp", kNo, kNo},
+    {{"SystemLibrary"}, u"/System/Library", kYes, kYes},
+    {{"InSystemLibrary"}, u"/System/Library/Fonts", kYes, kNo},
+    {{"Home"}, u"/Users/user1", kYes, kYes},
+    {{"LibraryOfHome"}, u"/Users/user1/Library", kYes, kYes},
+    {{"LogsOfHome"}, u"/Users/user1/Library/Logs", kNo, kNo},
+    {{"MoviesOfHome"}, u"/Users/user1/Movies", kNo, kNo},
 };
 
 class KVLocalPathsSystemDirectoryTable : public testing::TestWithParam<std::tuple<Runner, PathCase>>
@@ -143,16 +138,10 @@ INSTANTIATE_TEST_SUITE_P(, KVLocalPathsSystemDirectoryTable,
 namespace {
 
 /// A directory of the list, and how many of all questions it takes to come to it.
-struct ListedCase {
-    const char *name;
+struct ListedCase : NamedCase {
     QStringView path;
     std::size_t questions;
 };
-
-std::ostream &operator<<(std::ostream &stream, const ListedCase &listed)
-{
-    return stream << listed.path.toString().toStdString();
-}
 
 class KVLocalPathsListedDirectory : public testing::TestWithParam<ListedCase>
 {
@@ -170,26 +159,26 @@ protected:
 };
 
 constexpr ListedCase kListedCases[] = {
-    {"ApplicationOfUser", u"/apps of user", 2},
-    {"ApplicationLocal", u"/Applications", 4},
-    {"AdminApplicationOfUser", u"/Users/user1/Applications/Utilities", 6},
-    {"AdminApplicationLocal", u"/Applications/Utilities", 8},
-    {"DocumentOfUser", u"/Users/user1/Documents", 10},
-    {"DocumentLocal", u"/documents", 12},
-    {"LibraryOfUser", u"/Users/user1/Library", 14},
-    {"LibraryLocal", u"/Library", 16},
-    {"PrefsOfUser", u"/Users/user1/Library/Preferences", 18},
-    {"PrefsLocal", u"/Library/Preferences", 20},
-    {"CacheOfUser", u"/Users/user1/Library/Caches", 22},
-    {"CacheLocal", u"/Library/Caches", 24},
-    {"AppSupportOfUser", u"/Users/user1/Library/Application Support", 26},
-    {"AppSupportLocal", u"/Library/Application Support", 28},
-    {"Desktop", u"/Users/user1/Desktop", 30},
-    {"UserDirectory", u"/Users/user1", 32},
-    {"SystemLibrary", u"/System/Library", 34},
-    {"LocalDocumentation", u"/Library/Documentation", 36},
-    {"UsersShared", u"/Users/Shared", 36},
-    {"Volumes", u"/Volumes", 36},
+    {{"ApplicationOfUser"}, u"/apps of user", 2},
+    {{"ApplicationLocal"}, u"/Applications", 4},
+    {{"AdminApplicationOfUser"}, u"/Users/user1/Applications/Utilities", 6},
+    {{"AdminApplicationLocal"}, u"/Applications/Utilities", 8},
+    {{"DocumentOfUser"}, u"/Users/user1/Documents", 10},
+    {{"DocumentLocal"}, u"/documents", 12},
+    {{"LibraryOfUser"}, u"/Users/user1/Library", 14},
+    {{"LibraryLocal"}, u"/Library", 16},
+    {{"PrefsOfUser"}, u"/Users/user1/Library/Preferences", 18},
+    {{"PrefsLocal"}, u"/Library/Preferences", 20},
+    {{"CacheOfUser"}, u"/Users/user1/Library/Caches", 22},
+    {{"CacheLocal"}, u"/Library/Caches", 24},
+    {{"AppSupportOfUser"}, u"/Users/user1/Library/Application Support", 26},
+    {{"AppSupportLocal"}, u"/Library/Application Support", 28},
+    {{"Desktop"}, u"/Users/user1/Desktop", 30},
+    {{"UserDirectory"}, u"/Users/user1", 32},
+    {{"SystemLibrary"}, u"/System/Library", 34},
+    {{"LocalDocumentation"}, u"/Library/Documentation", 36},
+    {{"UsersShared"}, u"/Users/Shared", 36},
+    {{"Volumes"}, u"/Volumes", 36},
 };
 
 } // namespace
@@ -204,8 +193,7 @@ TEST_P(KVLocalPathsListedDirectory, IsASystemDirectoryAndNothingAfterItIsAskedFo
     EXPECT_EQ(lookups.questions, expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(, KVLocalPathsListedDirectory, testing::ValuesIn(kListedCases),
-                         [](const auto &instance) { return std::string(instance.param.name); });
+INSTANTIATE_TEST_SUITE_P(, KVLocalPathsListedDirectory, testing::ValuesIn(kListedCases), nameOfCase);
 
 TEST_F(KVLocalPathsSystemDirectories, APathInNoListIsComparedWithEveryOneInItsOrder)
 {
@@ -219,7 +207,7 @@ TEST_F(KVLocalPathsSystemDirectories, APathWithASystemPrefixIsComparedWithEveryO
     EXPECT_EQ(lookups.questions, kAllQuestions);
 }
 
-TEST_F(KVLocalPathsSystemDirectories, WhatIsDecidedByItsLengthAsksNoLookUp)
+TEST_F(KVLocalPathsSystemDirectories, WhatIsDecidedByItsLengthAsksNoLookup)
 {
     EXPECT_TRUE(isExactly(u"/"_s));
     EXPECT_FALSE(isExactly(u"/u"_s));
@@ -341,37 +329,31 @@ TEST_F(KVLocalPathsSystemDirectories, RootWithNobodyAtTheConsoleStillHasTheMachi
 
 namespace {
 
-struct VolumeCase {
-    const char *name;
+struct VolumeCase : NamedCase {
     QStringView path;
     bool isOnTimeMachineVolume;
 };
-
-std::ostream &operator<<(std::ostream &stream, const VolumeCase &volume)
-{
-    return stream << volume.path.toString().toStdString();
-}
 
 class KVLocalPathsTimeMachine : public testing::TestWithParam<VolumeCase>
 {
 };
 
 constexpr VolumeCase kVolumeCases[] = {
-    {"InsideABackup", u"/Volumes/Backup/Backups.backupdb/host/Latest", kYes},
-    {"TheVolumesOwnName", u"/Volumes/Backups.backupdb", kYes},
-    {"TheVolumes", u"/Volumes", kNo},
-    {"TheVolumesWithSeparator", u"/Volumes/", kNo},
-    {"AVolume", u"/Volumes/Backup", kNo},
-    {"NotUnderTheVolumes", u"/Backups.backupdb/host", kNo},
-    {"OtherCase", u"/Volumes/Backup/backups.backupdb", kNo},
-    {"LongerName", u"/Volumes/Backup/Backups.backupdb.old", kNo},
-    {"LongerNameInFront", u"/Volumes/Backup/Old Backups.backupdb", kNo},
-    {"WithSeparatorAtTheEnd", u"/Volumes/Backup/Backups.backupdb/", kYes},
-    {"SeveralSeparators", u"/Volumes//Backups.backupdb//host", kYes},
-    {"VolumesInOtherCase", u"/volumes/Backup/Backups.backupdb", kNo},
-    {"VolumesWithoutComponentBoundary", u"/VolumesOld/Backup/Backups.backupdb", kNo},
-    {"RelativePath", u"Volumes/Backup/Backups.backupdb", kNo},
-    {"VolumesNotAtTheBeginning", u"/mnt/Volumes/Backup/Backups.backupdb", kNo},
+    {{"InsideABackup"}, u"/Volumes/Backup/Backups.backupdb/host/Latest", kYes},
+    {{"TheVolumesOwnName"}, u"/Volumes/Backups.backupdb", kYes},
+    {{"TheVolumes"}, u"/Volumes", kNo},
+    {{"TheVolumesWithSeparator"}, u"/Volumes/", kNo},
+    {{"AVolume"}, u"/Volumes/Backup", kNo},
+    {{"NotUnderTheVolumes"}, u"/Backups.backupdb/host", kNo},
+    {{"OtherCase"}, u"/Volumes/Backup/backups.backupdb", kNo},
+    {{"LongerName"}, u"/Volumes/Backup/Backups.backupdb.old", kNo},
+    {{"LongerNameInFront"}, u"/Volumes/Backup/Old Backups.backupdb", kNo},
+    {{"WithSeparatorAtTheEnd"}, u"/Volumes/Backup/Backups.backupdb/", kYes},
+    {{"SeveralSeparators"}, u"/Volumes//Backups.backupdb//host", kYes},
+    {{"VolumesInOtherCase"}, u"/volumes/Backup/Backups.backupdb", kNo},
+    {{"VolumesWithoutComponentBoundary"}, u"/VolumesOld/Backup/Backups.backupdb", kNo},
+    {{"RelativePath"}, u"Volumes/Backup/Backups.backupdb", kNo},
+    {{"VolumesNotAtTheBeginning"}, u"/mnt/Volumes/Backup/Backups.backupdb", kNo},
 };
 
 } // namespace
@@ -381,5 +363,4 @@ TEST_P(KVLocalPathsTimeMachine, IsInsideABackupOnAMountedVolumeOrNot)
     EXPECT_EQ(KVLocalPaths::isPathOnTimeMachineVolume(GetParam().path.toString()), GetParam().isOnTimeMachineVolume);
 }
 
-INSTANTIATE_TEST_SUITE_P(, KVLocalPathsTimeMachine, testing::ValuesIn(kVolumeCases),
-                         [](const auto &instance) { return std::string(instance.param.name); });
+INSTANTIATE_TEST_SUITE_P(, KVLocalPathsTimeMachine, testing::ValuesIn(kVolumeCases), nameOfCase);

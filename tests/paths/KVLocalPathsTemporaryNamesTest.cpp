@@ -1,5 +1,6 @@
 // How temporary files are named.
 #include "paths/KVLocalPaths.h"
+#include "support/NamedCase.h"
 #include "support/ScriptedLookups.h"
 
 #include <gtest/gtest.h>
@@ -7,7 +8,6 @@
 #include <cstdlib>
 #include <limits>
 #include <new>
-#include <ostream>
 
 using namespace Qt::StringLiterals;
 
@@ -44,17 +44,11 @@ private:
     LookupsScope scope{lookups};
 };
 
-struct SeedCase {
-    const char *name;
+struct SeedCase : NamedCase {
     std::time_t seconds;
     std::clock_t ticks;
     unsigned int seed;
 };
-
-std::ostream &operator<<(std::ostream &stream, const SeedCase &seedCase)
-{
-    return stream << seedCase.seconds << " s x " << seedCase.ticks << " ticks";
-}
 
 class KVLocalPathsSeed : public testing::TestWithParam<SeedCase>
 {
@@ -63,22 +57,22 @@ protected:
     LookupsScope scope{lookups};
 };
 
-constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
-constexpr std::int64_t kLeast = std::numeric_limits<std::int64_t>::min();
+constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();
 
 // The seeds are the products modulo 2^32, worked out with arbitrary precision.
 constexpr SeedCase kSeedCases[] = {
-    {"SmallProduct", 1000, 3, 3000U},
-    {"ProductOfMoreThan32Bits", 1'700'000'000, 4711, 2'880'960'256U},
-    {"ProductOfMoreThan64Bits", 1'700'000'000'000, 123'456'789'012'345, 1'627'793'408U},
-    {"NegativeTicks", 1'700'000'000, -1, 2'594'967'296U},
-    {"NegativeTime", -5, 7, 4'294'967'261U},
-    {"BothNegative", -5, -7, 35U},
-    {"LargestOfBoth", kMost, kMost, 1U},
-    {"SmallestOfBoth", kLeast, kLeast, 0U},
-    {"SmallestTimesMinusOne", kLeast, -1, 0U},
-    {"TicksNotCountedYet", 1'700'000'000, 0, 0U},
-    {"ProductThatIsAMultipleOf2ToThe32", std::int64_t(1) << 20, std::int64_t(1) << 12, 0U},
+    {{"SmallProduct"}, 1000, 3, 3000U},
+    {{"ProductOfMoreThan32Bits"}, 1'700'000'000, 4711, 2'880'960'256U},
+    {{"ProductOfMoreThan64Bits"}, 1'700'000'000'000, 123'456'789'012'345, 1'627'793'408U},
+    {{"NegativeTicks"}, 1'700'000'000, -1, 2'594'967'296U},
+    {{"NegativeTime"}, -5, 7, 4'294'967'261U},
+    {{"BothNegative"}, -5, -7, 35U},
+    {{"LargestOfBoth"}, kMax, kMax, 1U},
+    {{"SmallestOfBoth"}, kMin, kMin, 0U},
+    {{"SmallestTimesMinusOne"}, kMin, -1, 0U},
+    {{"TicksNotCountedYet"}, 1'700'000'000, 0, 0U},
+    {{"ProductThatIsAMultipleOf2ToThe32"}, std::int64_t(1) << 20, std::int64_t(1) << 12, 0U},
 };
 
 } // namespace
@@ -91,8 +85,7 @@ TEST_P(KVLocalPathsSeed, IsTheLow32BitsOfTimeTimesProcessorTime)
     EXPECT_EQ(KVLocalPaths::randomString(64), drawn(GetParam().seed, 64));
 }
 
-INSTANTIATE_TEST_SUITE_P(, KVLocalPathsSeed, testing::ValuesIn(kSeedCases),
-                         [](const auto &instance) { return std::string(instance.param.name); });
+INSTANTIATE_TEST_SUITE_P(, KVLocalPathsSeed, testing::ValuesIn(kSeedCases), nameOfCase);
 
 TEST_F(KVLocalPathsTemporaryNames, RandomStringOf0CharactersIsEmptyAndReseedsTheGenerator)
 {

@@ -1,11 +1,10 @@
 // Where the standard directories lie and who the user is, for an ordinary user and for root.
 #include "paths/KVLocalPaths.h"
 
+#include "support/NamedCase.h"
 #include "support/ScriptedLookups.h"
 
 #include <gtest/gtest.h>
-
-#include <ostream>
 
 using namespace Qt::StringLiterals;
 
@@ -19,9 +18,7 @@ constexpr std::uint64_t kUserAndLocal = platform::domain::kUser | platform::doma
 class KVLocalPathsTest : public testing::Test
 {
 protected:
-    void isRootWithConsoleUser(const Answer &consoleUser) { runAsRoot(lookups, consoleUser); }
-
-    /// What the look-up answers for the user's library folder.
+    /// What the lookup answers for the user's library folder.
     void answerForLibrary(const QStringList &places)
     {
         lookups.directories[{platform::directory::kLibrary, platform::domain::kUser}] = places;
@@ -39,40 +36,34 @@ private:
 };
 
 /// An operation that answers for a kind of directory in a domain.
-struct DirectoryCase {
-    const char *name;
+struct DirectoryCase : NamedCase {
     Answer (*ask)();
     std::uint64_t kind;
     std::uint64_t domain;
     QStringView appended;
 };
 
-std::ostream &operator<<(std::ostream &stream, const DirectoryCase &directoryCase)
-{
-    return stream << directoryCase.name;
-}
-
 constexpr DirectoryCase kDirectoryCases[] = {
-    {"ApplicationOfUser", [] { return KVLocalPaths::applicationDirectory(true); }, 1, 1, u""},
-    {"ApplicationLocal", [] { return KVLocalPaths::applicationDirectory(false); }, 1, 2, u""},
-    {"AdminApplicationOfUser", [] { return KVLocalPaths::adminApplicationDirectory(true); }, 4, 1, u""},
-    {"AdminApplicationLocal", [] { return KVLocalPaths::adminApplicationDirectory(false); }, 4, 2, u""},
-    {"DocumentOfUser", [] { return KVLocalPaths::documentDirectory(true); }, 9, 1, u""},
-    {"DocumentLocal", [] { return KVLocalPaths::documentDirectory(false); }, 9, 2, u""},
-    {"LibraryOfUser", [] { return KVLocalPaths::libraryDirectory(true); }, 5, 1, u""},
-    {"LibraryLocal", [] { return KVLocalPaths::libraryDirectory(false); }, 5, 2, u""},
-    {"PrefsOfUser", [] { return KVLocalPaths::prefsDirectory(true); }, 5, 1, u"/Preferences"},
-    {"PrefsLocal", [] { return KVLocalPaths::prefsDirectory(false); }, 5, 2, u"/Preferences"},
-    {"CacheOfUser", [] { return KVLocalPaths::cacheDirectory(true); }, 13, 1, u""},
-    {"CacheLocal", [] { return KVLocalPaths::cacheDirectory(false); }, 13, 2, u""},
-    {"Movie", [] { return KVLocalPaths::movieDirectory(); }, 17, 1, u""},
-    {"AppSupportOfUser", [] { return KVLocalPaths::appSupportDirectory(true); }, 14, 1, u""},
-    {"AppSupportLocal", [] { return KVLocalPaths::appSupportDirectory(false); }, 14, 2, u""},
-    {"Desktop", [] { return KVLocalPaths::desktopDirectory(); }, 12, 1, u""},
-    {"SystemLibrary", [] { return KVLocalPaths::systemLibraryDirectory(); }, 5, 8, u""},
-    {"LogOfUser", [] { return KVLocalPaths::logDirectory(true); }, 5, 1, u"/Logs"},
-    {"LogLocal", [] { return KVLocalPaths::logDirectory(false); }, 5, 2, u"/Logs"},
-    {"LocalDocumentation", [] { return KVLocalPaths::localDocumentationDirectory(); }, 8, 2, u""},
+    {{"ApplicationOfUser"}, [] { return KVLocalPaths::applicationDirectory(true); }, 1, 1, u""},
+    {{"ApplicationLocal"}, [] { return KVLocalPaths::applicationDirectory(false); }, 1, 2, u""},
+    {{"AdminApplicationOfUser"}, [] { return KVLocalPaths::adminApplicationDirectory(true); }, 4, 1, u""},
+    {{"AdminApplicationLocal"}, [] { return KVLocalPaths::adminApplicationDirectory(false); }, 4, 2, u""},
+    {{"DocumentOfUser"}, [] { return KVLocalPaths::documentDirectory(true); }, 9, 1, u""},
+    {{"DocumentLocal"}, [] { return KVLocalPaths::documentDirectory(false); }, 9, 2, u""},
+    {{"LibraryOfUser"}, [] { return KVLocalPaths::libraryDirectory(true); }, 5, 1, u""},
+    {{"LibraryLocal"}, [] { return KVLocalPaths::libraryDirectory(false); }, 5, 2, u""},
+    {{"PrefsOfUser"}, [] { return KVLocalPaths::prefsDirectory(true); }, 5, 1, u"/Preferences"},
+    {{"PrefsLocal"}, [] { return KVLocalPaths::prefsDirectory(false); }, 5, 2, u"/Preferences"},
+    {{"CacheOfUser"}, [] { return KVLocalPaths::cacheDirectory(true); }, 13, 1, u""},
+    {{"CacheLocal"}, [] { return KVLocalPaths::cacheDirectory(false); }, 13, 2, u""},
+    {{"Movie"}, [] { return KVLocalPaths::movieDirectory(); }, 17, 1, u""},
+    {{"AppSupportOfUser"}, [] { return KVLocalPaths::appSupportDirectory(true); }, 14, 1, u""},
+    {{"AppSupportLocal"}, [] { return KVLocalPaths::appSupportDirectory(false); }, 14, 2, u""},
+    {{"Desktop"}, [] { return KVLocalPaths::desktopDirectory(); }, 12, 1, u""},
+    {{"SystemLibrary"}, [] { return KVLocalPaths::systemLibraryDirectory(); }, 5, 8, u""},
+    {{"LogOfUser"}, [] { return KVLocalPaths::logDirectory(true); }, 5, 1, u"/Logs"},
+    {{"LogLocal"}, [] { return KVLocalPaths::logDirectory(false); }, 5, 2, u"/Logs"},
+    {{"LocalDocumentation"}, [] { return KVLocalPaths::localDocumentationDirectory(); }, 8, 2, u""},
 };
 
 class KVLocalPathsDirectories : public testing::TestWithParam<DirectoryCase>
@@ -118,7 +109,7 @@ TEST_P(KVLocalPathsDirectories, RootGetsTheConsoleUsersPlaceInTheUsersDomainAlon
     }
 }
 
-TEST_P(KVLocalPathsDirectories, AnEmptyLookUpListGivesNothing)
+TEST_P(KVLocalPathsDirectories, AnEmptyLookupListGivesNothing)
 {
     answer({});
 
@@ -141,10 +132,9 @@ TEST_P(KVLocalPathsDirectories, RootWithNobodyAtTheConsoleGetsNothingInTheUsersD
     EXPECT_EQ(GetParam().ask(), isForUser() ? std::nullopt : Answer(u"/var/root/first"_s + appended()));
 }
 
-INSTANTIATE_TEST_SUITE_P(, KVLocalPathsDirectories, testing::ValuesIn(kDirectoryCases),
-                         [](const auto &instance) { return std::string(instance.param.name); });
+INSTANTIATE_TEST_SUITE_P(, KVLocalPathsDirectories, testing::ValuesIn(kDirectoryCases), nameOfCase);
 
-TEST_F(KVLocalPathsTest, KindAndMaskReachTheLookUpUnchanged)
+TEST_F(KVLocalPathsTest, KindAndMaskReachTheLookupUnchanged)
 {
     lookups.directories[{0xFFFF'FFFF'FFFF'FFFF, 0x8000'0000'0000'0001}] = {u"/odd"_s};
 
@@ -176,7 +166,7 @@ TEST_F(KVLocalPathsTest, NotRootWithoutAHomeThereIsNoTrash)
 
 TEST_F(KVLocalPathsTest, RootUserDirectoryUsernameAndTrashAreTheConsoleUsers)
 {
-    isRootWithConsoleUser(u"user1"_s);
+    runAsRoot(lookups, u"user1"_s);
 
     EXPECT_EQ(KVLocalPaths::userDirectory(), u"/Users/user1"_s);
     EXPECT_EQ(KVLocalPaths::username(), u"user1"_s);
@@ -188,7 +178,7 @@ TEST_F(KVLocalPathsTest, RootUserDirectoryUsernameAndTrashAreTheConsoleUsers)
 
 TEST_F(KVLocalPathsTest, RootWithAConsoleUserOfUnknownHomeHasNeitherHomeNorTrash)
 {
-    isRootWithConsoleUser(u"stranger"_s);
+    runAsRoot(lookups, u"stranger"_s);
 
     EXPECT_EQ(KVLocalPaths::userDirectory(), std::nullopt);
     EXPECT_EQ(KVLocalPaths::trashDirectory(), std::nullopt);
@@ -197,15 +187,15 @@ TEST_F(KVLocalPathsTest, RootWithAConsoleUserOfUnknownHomeHasNeitherHomeNorTrash
 
 TEST_F(KVLocalPathsTest, RootFirstAnswerUnderPrivateVarRootBecomesTheHomeFollowedByTLibraryLogs)
 {
-    isRootWithConsoleUser(u"user1"_s);
+    runAsRoot(lookups, u"user1"_s);
     answerForLibrary({u"/private/var/root/Library/Logs"_s});
 
     EXPECT_EQ(userLibrary(), u"/Users/user1/t/Library/Logs"_s);
 }
 
-TEST_F(KVLocalPathsTest, RootWithAnEmptyLookUpListGetsNothingAndTheAdjustmentIsNotAttempted)
+TEST_F(KVLocalPathsTest, RootWithAnEmptyLookupListGetsNothingAndTheAdjustmentIsNotAttempted)
 {
-    isRootWithConsoleUser(u"user1"_s);
+    runAsRoot(lookups, u"user1"_s);
     answerForLibrary({});
 
     EXPECT_EQ(userLibrary(), std::nullopt);
@@ -214,7 +204,7 @@ TEST_F(KVLocalPathsTest, RootWithAnEmptyLookUpListGetsNothingAndTheAdjustmentIsN
 
 TEST_F(KVLocalPathsTest, RootWithTheMaskOfUserAndLocalGetsTheFirstAnswerUntouched)
 {
-    isRootWithConsoleUser(u"user1"_s);
+    runAsRoot(lookups, u"user1"_s);
     lookups.directories[{platform::directory::kLibrary, kUserAndLocal}] = {u"/var/root/Library"_s, u"/Library"_s};
 
     EXPECT_EQ(KVLocalPaths::pathForDirectoryForUserDomain(platform::directory::kLibrary, kUserAndLocal),
@@ -224,7 +214,7 @@ TEST_F(KVLocalPathsTest, RootWithTheMaskOfUserAndLocalGetsTheFirstAnswerUntouche
 
 TEST_F(KVLocalPathsTest, RootWithTheLoginScreenShowingHasNoUserAndTheHomeOfNoName)
 {
-    isRootWithConsoleUser(u"loginwindow"_s);
+    runAsRoot(lookups, u"loginwindow"_s);
     lookups.homes[u"loginwindow"_s] = u"/never/asked"_s;
     lookups.homeOfNobody = u"/home/of/no/name"_s;
 
@@ -235,7 +225,7 @@ TEST_F(KVLocalPathsTest, RootWithTheLoginScreenShowingHasNoUserAndTheHomeOfNoNam
 
 TEST_F(KVLocalPathsTest, RootWithNobodyAtTheConsoleHasNoUserAndTheHomeOfNoName)
 {
-    isRootWithConsoleUser(std::nullopt);
+    runAsRoot(lookups, std::nullopt);
     lookups.homeOfNobody = u"/home/of/no/name"_s;
 
     EXPECT_EQ(KVLocalPaths::currentConsoleUser(), std::nullopt);
@@ -263,7 +253,7 @@ TEST_F(KVLocalPathsTest, TheConsoleUserIsAnsweredToAnOrdinaryProcessToo)
 
 TEST_F(KVLocalPathsTest, LogDirectoryOfRootIsInTheConsoleUsersOrTheLocalLibrary)
 {
-    isRootWithConsoleUser(u"user1"_s);
+    runAsRoot(lookups, u"user1"_s);
     installStandardDirectories(lookups, u"/var/root"_s);
 
     EXPECT_EQ(KVLocalPaths::logDirectory(true), u"/Users/user1/Library/Logs"_s);
@@ -290,7 +280,7 @@ TEST_F(KVLocalPathsTest, AppendedNamesHaveOneSeparatorAtTheSeam)
 
 TEST_F(KVLocalPathsTest, NothingIsKeptFromOneCallToTheNext)
 {
-    isRootWithConsoleUser(u"user1"_s);
+    runAsRoot(lookups, u"user1"_s);
     installStandardDirectories(lookups, u"/var/root"_s);
     lookups.homes[u"user2"_s] = u"/Users/user2"_s;
 
@@ -302,16 +292,10 @@ TEST_F(KVLocalPathsTest, NothingIsKeptFromOneCallToTheNext)
 
 namespace {
 
-struct RootAdjustmentCase {
-    const char *name;
+struct RootAdjustmentCase : NamedCase {
     QStringView firstAnswer;
     QStringView result;
 };
-
-std::ostream &operator<<(std::ostream &stream, const RootAdjustmentCase &adjustment)
-{
-    return stream << adjustment.firstAnswer.toString().toStdString();
-}
 
 class KVLocalPathsRootAdjustment : public testing::TestWithParam<RootAdjustmentCase>
 {
@@ -321,19 +305,19 @@ protected:
 };
 
 constexpr RootAdjustmentCase kRootAdjustmentCases[] = {
-    {"Library", u"/var/root/Library", u"/Users/user1/Library"},
-    {"Caches", u"/var/root/Library/Caches", u"/Users/user1/Library/Caches"},
-    {"PrivateKeepsTheLastLetter", u"/private/var/root/Library", u"/Users/user1/t/Library"},
-    {"RootsHomeItself", u"/var/root", u"/Users/user1"},
-    {"PrivateRootsHomeItself", u"/private/var/root", u"/Users/user1/t"},
-    {"AnotherHomeIsAppendedWhole", u"/Users/admin/Library", u"/Users/user1/Users/admin/Library"},
-    {"NoComponentBoundary", u"/var/rootless/Library", u"/Users/user1/less/Library"},
-    {"PrivateNoComponentBoundary", u"/private/var/rootless", u"/Users/user1/tless"},
-    {"BothPrefixesOneAfterTheOther", u"/var/root/private/var/root/Library", u"/Users/user1/t/Library"},
-    {"TheFirstPrefixIsNotDroppedTwice", u"/var/root/var/root/Library", u"/Users/user1/var/root/Library"},
-    {"PrefixInTheMiddle", u"/mnt/var/root/Library", u"/Users/user1/mnt/var/root/Library"},
-    {"OtherCase", u"/VAR/root/Library", u"/Users/user1/VAR/root/Library"},
-    {"EmptyAnswer", u"", u"/Users/user1"},
+    {{"Library"}, u"/var/root/Library", u"/Users/user1/Library"},
+    {{"Caches"}, u"/var/root/Library/Caches", u"/Users/user1/Library/Caches"},
+    {{"PrivateKeepsTheLastLetter"}, u"/private/var/root/Library", u"/Users/user1/t/Library"},
+    {{"RootsHomeItself"}, u"/var/root", u"/Users/user1"},
+    {{"PrivateRootsHomeItself"}, u"/private/var/root", u"/Users/user1/t"},
+    {{"AnotherHomeIsAppendedWhole"}, u"/Users/admin/Library", u"/Users/user1/Users/admin/Library"},
+    {{"NoComponentBoundary"}, u"/var/rootless/Library", u"/Users/user1/less/Library"},
+    {{"PrivateNoComponentBoundary"}, u"/private/var/rootless", u"/Users/user1/tless"},
+    {{"BothPrefixesOneAfterTheOther"}, u"/var/root/private/var/root/Library", u"/Users/user1/t/Library"},
+    {{"TheFirstPrefixIsNotDroppedTwice"}, u"/var/root/var/root/Library", u"/Users/user1/var/root/Library"},
+    {{"PrefixInTheMiddle"}, u"/mnt/var/root/Library", u"/Users/user1/mnt/var/root/Library"},
+    {{"OtherCase"}, u"/VAR/root/Library", u"/Users/user1/VAR/root/Library"},
+    {{"EmptyAnswer"}, u"", u"/Users/user1"},
 };
 
 } // namespace
@@ -363,8 +347,7 @@ TEST_P(KVLocalPathsRootAdjustment, LeavesTheFirstAnswerInOtherDomainsUntouched)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(, KVLocalPathsRootAdjustment, testing::ValuesIn(kRootAdjustmentCases),
-                         [](const auto &instance) { return std::string(instance.param.name); });
+INSTANTIATE_TEST_SUITE_P(, KVLocalPathsRootAdjustment, testing::ValuesIn(kRootAdjustmentCases), nameOfCase);
 
 TEST_F(KVLocalPathsTest, CacheDirectoryOfTheSystemIsTheConfigurationStringsValue)
 {
@@ -376,7 +359,7 @@ TEST_F(KVLocalPathsTest, CacheDirectoryOfTheSystemIsTheConfigurationStringsValue
 
 TEST_F(KVLocalPathsTest, CacheDirectoryOfTheSystemForRootIsTheProcesssToo)
 {
-    isRootWithConsoleUser(u"user1"_s);
+    runAsRoot(lookups, u"user1"_s);
     lookups.userCacheDirectory = {QByteArray("/var/folders/zz/C/")};
 
     EXPECT_EQ(KVLocalPaths::darwinCacheDirectory(), u"/var/folders/zz/C/"_s);

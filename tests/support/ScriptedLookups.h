@@ -1,7 +1,7 @@
 // Lookups whose answers a test writes down, and which note every question in the order it was asked.
 #pragma once
 
-#include "platform/LocalLookups.h"
+#include "platform/StandardDirectories.h"
 
 #include <algorithm>
 #include <deque>
@@ -135,37 +135,17 @@ private:
     void note(std::string question) const { questions.push_back(std::move(question)); }
 };
 
-/// Writes down where the standard directories lie on a standard installation; "~" is the home that they are under.
+/// Writes down where the standard directories lie on a standard installation, the user's below the home.
 inline void installStandardDirectories(ScriptedLookups &lookups, const QString &home)
 {
-    namespace directory = platform::directory;
     namespace domain = platform::domain;
-    struct Row {
-        std::uint64_t kind;
-        const char *user;
-        const char *local;
-        const char *system;
-    };
-    static constexpr Row kRows[] = {
-        {directory::kApplications, "/Applications", "/Applications", "/System/Applications"},
-        {directory::kAdminApplications, "/Applications/Utilities", "/Applications/Utilities",
-         "/System/Applications/Utilities"},
-        {directory::kLibrary, "/Library", "/Library", "/System/Library"},
-        {directory::kDocumentation, "/Library/Documentation", "/Library/Documentation",
-         "/System/Library/Documentation"},
-        {directory::kDocuments, "/Documents", nullptr, nullptr},
-        {directory::kDesktop, "/Desktop", nullptr, nullptr},
-        {directory::kCaches, "/Library/Caches", "/Library/Caches", "/System/Library/Caches"},
-        {directory::kApplicationSupport, "/Library/Application Support", "/Library/Application Support", nullptr},
-        {directory::kMovies, "/Movies", nullptr, nullptr},
-    };
-    for (const Row &row : kRows) {
-        lookups.directories[{row.kind, domain::kUser}] = {home + QString::fromLatin1(row.user)};
-        if (row.local) {
-            lookups.directories[{row.kind, domain::kLocal}] = {QString::fromLatin1(row.local)};
+    for (const platform::StandardDirectory &row : platform::kStandardDirectories) {
+        lookups.directories[{row.kind, domain::kUser}] = {home + row.user.toString()};
+        if (!row.local.isEmpty()) {
+            lookups.directories[{row.kind, domain::kLocal}] = {row.local.toString()};
         }
-        if (row.system) {
-            lookups.directories[{row.kind, domain::kSystem}] = {QString::fromLatin1(row.system)};
+        if (!row.system.isEmpty()) {
+            lookups.directories[{row.kind, domain::kSystem}] = {row.system.toString()};
         }
     }
 }

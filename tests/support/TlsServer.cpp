@@ -104,7 +104,7 @@ void TlsServer::willAnswer(const QList<Answer> &newAnswers)
 
 void TlsServer::readSlowly(qint64 bytesAtOnce, std::chrono::milliseconds betweenReads)
 {
-    takenAtOnce = bytesAtOnce;
+    readAtOnce = bytesAtOnce;
     tick = betweenReads;
 }
 
@@ -150,11 +150,11 @@ void TlsServer::converse(QSslSocket *socket)
 
 void TlsServer::listenTo(QSslSocket &socket, const std::function<void()> &onBytes)
 {
-    if (takenAtOnce == 0) {
+    if (readAtOnce == 0) {
         connect(&socket, &QSslSocket::readyRead, this, onBytes);
         return;
     }
-    socket.setReadBufferSize(takenAtOnce);
+    socket.setReadBufferSize(readAtOnce);
     auto *const timer = new QTimer(&socket);
     connect(timer, &QTimer::timeout, this, onBytes);
     timer->start(tick);
@@ -162,7 +162,7 @@ void TlsServer::listenTo(QSslSocket &socket, const std::function<void()> &onByte
 
 void TlsServer::read(QSslSocket &socket, Conversation &conversation)
 {
-    conversation.unread += takenAtOnce == 0 ? socket.readAll() : socket.read(takenAtOnce);
+    conversation.unread += readAtOnce == 0 ? socket.readAll() : socket.read(readAtOnce);
     if (conversation.request < 0) {
         const qsizetype end = conversation.unread.indexOf("\r\n\r\n");
         if (end < 0) {

@@ -61,7 +61,7 @@ public:
     /// The first connection gets the first answer and so on; the last answer is given again and again.
     void willAnswer(const QList<Answer> &answers);
 
-    /// Takes that many bytes at each tick, instead of all at once.
+    /// Reads that many bytes at each tick, instead of all at once.
     void readSlowly(qint64 bytesAtOnce, std::chrono::milliseconds betweenReads);
     /// Has the system take about that many bytes that were not read yet, of each connection.
     void limitReceiveBuffer(int bytes);
@@ -96,7 +96,7 @@ private:
     QSslServer server;
     QList<Answer> answers;
     QList<ReceivedRequest> received;
-    qint64 takenAtOnce = 0; ///< 0 for as much as there is.
+    qint64 readAtOnce = 0; ///< 0 for as much as there is.
     std::chrono::milliseconds tick = {};
     QByteArray protocol;
     int accepted = 0;

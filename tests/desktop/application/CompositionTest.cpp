@@ -3,6 +3,7 @@
 
 #include "desktop/window/HeadlineLabel.h"
 #include "desktop/window/ReportTextView.h"
+#include "support/EventLoop.h"
 #include "support/WindowSupport.h"
 
 #include <QApplication>
@@ -112,7 +113,7 @@ protected:
     {
         start({crashLog(u"Harbour_1.crash"_s, "first report")});
         application->launch();
-        ASSERT_TRUE(comesTrue([] { return reportWindow().isVisible(); }));
+        ASSERT_TRUE(eventually([] { return reportWindow().isVisible(); }));
     }
 
     /// Queues the launch and runs the event loop, as the program does; gives the exit status, or -1 after five seconds.
@@ -183,7 +184,7 @@ TEST_F(CompositionTest, FileThatTheSystemOpensInTheTurnOfTheLaunchIsLoadedBefore
     QMetaObject::invokeMethod(application.get(), &Composition::launch, Qt::QueuedConnection);
     QCoreApplication::postEvent(qApp, new QFileOpenEvent(crashLog(u"Harbour_1.crash"_s, "harbour")));
 
-    EXPECT_TRUE(comesTrue([] { return reportWindow().isVisible(); }));
+    EXPECT_TRUE(eventually([] { return reportWindow().isVisible(); }));
 
     EXPECT_EQ(report(), u"harbour"_s);
     EXPECT_TRUE(headlineNames(u"Harbour"_s));
@@ -196,7 +197,7 @@ TEST_F(CompositionTest, FileThatTheSystemOpensBetweenLaunchAndItsEndTakesThePlac
 
     open(crashLog(u"Beacon_1.crash"_s, "beacon"));
 
-    ASSERT_TRUE(comesTrue([] { return reportWindow().isVisible(); }));
+    ASSERT_TRUE(eventually([] { return reportWindow().isVisible(); }));
     EXPECT_EQ(report(), u"beacon"_s);
     EXPECT_TRUE(headlineNames(u"Beacon"_s));
 }
@@ -210,7 +211,7 @@ TEST_F(CompositionTest, LaunchingFinishesAfterEveryFileThatAnAlertHeldUp)
     application->launch();
 
     EXPECT_EQ(alerts.titles, QStringList{kConflictAlert});
-    ASSERT_TRUE(comesTrue([] { return reportWindow().isVisible(); }));
+    ASSERT_TRUE(eventually([] { return reportWindow().isVisible(); }));
     EXPECT_EQ(report(), u"anchor"_s);
     EXPECT_TRUE(headlineNames(u"Anchor"_s));
 }
@@ -223,7 +224,7 @@ TEST_F(CompositionTest, RemoteNameAndLogOfTheCommandLineAreShownWithoutAnAlert)
 
     application->launch();
 
-    ASSERT_TRUE(comesTrue([] { return reportWindow().isVisible(); }));
+    ASSERT_TRUE(eventually([] { return reportWindow().isVisible(); }));
     EXPECT_TRUE(headlineNames(u"The client running on build-mac-3"_s));
     EXPECT_EQ(report(), QString::fromLatin1(kConflicting));
     EXPECT_EQ(alerts.titles, QStringList());
@@ -261,7 +262,7 @@ TEST_F(CompositionTest, EachOfSeveralDroppedFilesIsLoaded)
 
     drop({crashLog(u"Beacon_1.crash"_s, kConflicting), crashLog(u"Anchor_1.crash"_s, "net.culater.SIMBL")});
 
-    EXPECT_TRUE(comesTrue([] { return report() == u"net.culater.SIMBL"; }));
+    EXPECT_TRUE(eventually([] { return report() == u"net.culater.SIMBL"; }));
     EXPECT_EQ(alerts.titles, (QStringList{kConflictAlert, u"SIMBL is installed"_s}));
 }
 
@@ -284,7 +285,7 @@ TEST_F(CompositionTest, FilesThatComeWhileAnAlertIsUpWaitUntilTheFirstIsLoaded)
     EXPECT_EQ(alerts.titles, QStringList{kConflictAlert});
     EXPECT_EQ(heldUp, u"first report"_s);
     EXPECT_EQ(report(), QString::fromLatin1(kConflicting)) << "the others come from the event loop";
-    EXPECT_TRUE(comesTrue([] { return report() == u"dropped"; }));
+    EXPECT_TRUE(eventually([] { return report() == u"dropped"; }));
 }
 
 TEST_F(CompositionTest, SubmittingWhileAnAlertIsUpIsDropped)
@@ -316,7 +317,7 @@ TEST_F(CompositionTest, DisclosingWhileAnAlertIsUpWaitsSoThatTriangleAndPaneAgre
     open(crashLog(u"Harbour_2.crash"_s, kConflicting));
 
     EXPECT_FALSE(shownBehindTheAlert);
-    EXPECT_TRUE(comesTrue([] { return paneIsShown(); }));
+    EXPECT_TRUE(eventually([] { return paneIsShown(); }));
     EXPECT_TRUE(triangle.isChecked());
 }
 
