@@ -18,8 +18,6 @@ if(KORVALE_WARNINGS_AS_ERRORS)
 endif()
 
 if(KORVALE_SANITIZERS)
-    # The instrumented code of g++ 12 makes it see uninitialised values in std::optional that are not there.
-    target_compile_options(korvale_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
     target_compile_options(korvale_options INTERFACE
         -fsanitize=${KORVALE_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
     target_link_options(korvale_options INTERFACE -fsanitize=${KORVALE_SANITIZERS})
