@@ -46,6 +46,24 @@ function(check_ipv6_address host result)
     endif()
 endfunction()
 
+# A name or an address that never leaves the machine (RFC 6761 section 6.3, RFC 5735 section 3, RFC 4291 section 2.5).
+function(check_own_machine host result)
+    set(${result} FALSE PARENT_SCOPE)
+    string(TOLOWER "${host}" host)
+    if(host MATCHES "(^|[.])localhost[.]?$|^(127|0)[.]|^[0:]*:0*1?$")
+        set(${result} TRUE PARENT_SCOPE)
+    endif()
+endfunction()
+
+if(KORVALE_PACKAGE)
+    check_own_machine("${SUBMISSION_HOST}" is_own_machine)
+    if(is_own_machine OR SUBMISSION_HOST STREQUAL "")
+        message(FATAL_ERROR
+            "A package needs to know where its users' reports go, and SUBMISSION_HOST is \"${SUBMISSION_HOST}\". Give the "
+            "host of your submission endpoint, such as -DSUBMISSION_HOST=crash.example.org.")
+    endif()
+endif()
+
 check_host_name("${SUBMISSION_HOST}" is_name)
 check_ipv4_address("${SUBMISSION_HOST}" is_ipv4)
 check_ipv6_address("${SUBMISSION_HOST}" is_ipv6)
