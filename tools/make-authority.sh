@@ -1,14 +1,14 @@
 #!/bin/bash
 # Makes a throwaway certificate authority and the server certificates that the tests and the trial endpoint use.
 #
-#   make-authority.sh DIR
+#   make-authority.sh DIR [NAME]
 #
 # writes into DIR, which is created if it is missing:
 #
 #   authority.pem                  the authority to trust
 #   trusted/                       the same as a folder of authorities, by the hash of its name
 #   localhost.pem, .key            a good server: localhost, 127.0.0.1 and ::1, and endpoint.test for a program that
-#                                  is built to submit to another host than this machine
+#                                  is built to submit to another host than this machine, and the host NAME
 #   expired.pem, .key              the same names, no longer valid
 #   notyet.pem, .key               the same names, not yet valid
 #   client.pem, .key               the same names, for the client's side of a connection
@@ -20,8 +20,8 @@
 # The keys of both authorities are thrown away, so nothing more can be issued in their names.
 set -euo pipefail
 
-if [ $# -ne 1 ]; then
-    echo "usage: make-authority.sh DIR" >&2
+if [ $# -lt 1 ] || [ $# -gt 2 ]; then
+    echo "usage: make-authority.sh DIR [NAME]" >&2
     exit 2
 fi
 mkdir -p "$1"
@@ -103,7 +103,7 @@ recently=$(instant "-3 days")
 yesterday=$(instant "-1 day")
 tomorrow=$(instant "+1 day")
 later=$(instant "+30 days")
-local_names=DNS:localhost,DNS:endpoint.test,IP:127.0.0.1,IP:::1
+local_names=DNS:localhost,DNS:endpoint.test,IP:127.0.0.1,IP:::1${2:+,DNS:$2}
 
 makeAuthority authority "Throwaway authority"
 makeAuthority stranger-authority "Authority that nobody trusts"

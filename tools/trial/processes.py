@@ -6,7 +6,8 @@ import subprocess
 
 from trial.waiting import wait_until
 
-ORDINARY_USER = ["unshare", "--user", "--map-user=1000", "--map-group=1000"]
+# What a trial starts the program with, so that it is not root's; nothing where the trial itself is an ordinary user's.
+ORDINARY_USER = ["unshare", "--user", "--map-user=1000", "--map-group=1000"] if os.getuid() == 0 else []
 DIE_WITH_PARENT = ["setpriv", "--pdeathsig", "KILL"]
 
 
