@@ -1,9 +1,9 @@
 # What a package holds: the program, what makes it known to a desktop, and its manual page.
-install(TARGETS korvale-crash-reporter RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS korvale-crash-reporter RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} BUNDLE DESTINATION .)
 
 set(application_id com.korvale.crashreporter)
 set(generated ${CMAKE_BINARY_DIR}/resources)
-foreach(file IN ITEMS ${application_id}.metainfo.xml korvale-crash-reporter.1)
+foreach(file IN ITEMS ${application_id}.metainfo.xml korvale-crash-reporter.1 Info.plist)
     configure_file(resources/${file}.in ${generated}/${file} @ONLY)
 endforeach()
 install(FILES resources/${application_id}.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)

@@ -1,6 +1,7 @@
 """What a desktop reads of the program: valid, of one version, and modest about which files are ours."""
 
 import os
+import plistlib
 import re
 import shutil
 import struct
@@ -64,6 +65,25 @@ class Validity(BuildTest):
                 self.assertEqual(struct.unpack(">16x2I", file.read(24)), (side, side))
 
 
+class Bundle(BuildTest):
+    """What a Mac reads of the program; no Mac has read it yet."""
+
+    def setUp(self):
+        with open(generated("Info.plist"), "rb") as file:
+            self.properties = plistlib.load(file)
+
+    def test_is_the_programs(self):
+        self.assertEqual(self.properties["CFBundleIdentifier"], APPLICATION_ID)
+        self.assertEqual(self.properties["CFBundleExecutable"], "korvale-crash-reporter")
+        self.assertEqual(self.properties["CFBundleShortVersionString"], project_version())
+
+    def test_offers_itself_for_crash_logs_after_their_own_programs(self):
+        (document,) = self.properties["CFBundleDocumentTypes"]
+        self.assertEqual(document["LSHandlerRank"], "Alternate")
+        self.assertEqual(document["CFBundleTypeRole"], "Viewer")
+        self.assertEqual(document["CFBundleTypeExtensions"], ["crash", "korvale-crash"])
+
+
 class Version(BuildTest):
     def test_of_the_metainfo_is_the_projects(self):
         releases = re.findall(r'<release version="([^"]*)" date="([^"]*)"', read(METAINFO))
@@ -76,6 +96,10 @@ class Version(BuildTest):
     def test_of_the_changelog_is_the_projects(self):
         headings = re.findall(r"^## (.*)$", read(PROJECT, "CHANGELOG.md"), re.MULTILINE)
         self.assertEqual(headings[0], f"{project_version()} ({release_date()})")
+
+    def test_of_the_package_is_the_projects(self):
+        heading = read(PROJECT, "debian", "changelog").split("\n", 1)[0]
+        self.assertIn(f"korvale-crash-reporter ({project_version()}) ", heading)
 
     def test_stands_in_the_changelog_for_every_release_of_the_metainfo(self):
         releases = re.findall(r'<release version="([^"]*)" date="([^"]*)"', read(METAINFO))
