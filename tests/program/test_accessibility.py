@@ -1,5 +1,7 @@
 """What a screen reader finds in the window and in an alert, in each state, compared with trees written by hand."""
 
+import os
+
 from support import ADDRESS, ProgramTest, remote_headline
 from trial.screen import Atspi, children, is_showing
 from trial.waiting import wait_until
@@ -52,6 +54,10 @@ class Tree(ProgramTest):
     def assert_window(self, program, expected):
         self.assert_tree(program.screen.report_window, expected)
 
+    def summary(self):
+        name = os.path.basename(self.crash_log)
+        return f'label "{name} ({len(self.expected())} bytes, with 4 application logs), sent to localhost"'
+
     def test_editing(self):
         self.assert_window(self.launch(), [
             WINDOW,
@@ -61,6 +67,7 @@ class Tree(ProgramTest):
             LABEL_OF_DESCRIPTION,
             'text "Description" editable',
             'push button "Report details"',
+            self.summary(),
             'push button "Don\'t Send"',
             'push button "Report Crash"',
         ])
@@ -76,6 +83,7 @@ class Tree(ProgramTest):
             LABEL_OF_DESCRIPTION,
             'text "Description"',
             'push button "Report details"',
+            self.summary(),
             'progress bar "Sending" busy focused',
             'push button "Cancel"',
             'push button "Sending..." disabled',
@@ -93,6 +101,7 @@ class Tree(ProgramTest):
             LABEL_OF_DESCRIPTION,
             'text "Description"',
             'push button "Report details"',
+            self.summary(),
             'push button "Edit Report"',
             'push button "Report Crash" focused',
         ])

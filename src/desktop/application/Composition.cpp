@@ -2,10 +2,20 @@
 #include "desktop/application/Composition.h"
 
 #include "SubmissionHost.h"
+#include "base/Utf8.h"
 #include "report/CommandLine.h"
 
 #include <QApplication>
 #include <QFileOpenEvent>
+
+namespace {
+
+QString submissionHost()
+{
+    return QString::fromUtf16(kSubmissionHost);
+}
+
+} // namespace
 
 Composition::Composition(QtProcessInfo &info)
     : processInfo(info)
@@ -22,7 +32,8 @@ Composition::Composition(QtProcessInfo &info)
                   .processInfo = processInfo,
                   .clock = clock,
                   .diagnosticLog = diagnosticLog,
-                  .submissionHost = QString::fromUtf16(kSubmissionHost)})
+                  .reportListener = *this,
+                  .submissionHost = submissionHost()})
 {
     // Alerts may stand alone, before the window.
     QApplication::setWindowIcon(window.windowIcon());
@@ -43,6 +54,14 @@ void Composition::launch()
     QMetaObject::invokeMethod(
         this, [this] { operations.perform([this] { controller.applicationDidFinishLaunching(nullptr); }); },
         Qt::QueuedConnection);
+}
+
+void Composition::reportLoaded(const platform::LoadedReport &report)
+{
+    window.setReportSummary({.logFile = report.path,
+                             .bytes = utf8Length(controls.logText.string()),
+                             .appendedLogs = static_cast<int>(report.appendedLogs.size()),
+                             .host = submissionHost()});
 }
 
 bool Composition::eventFilter(QObject * /*watched*/, QEvent *event)
@@ -68,6 +87,7 @@ void Composition::connectWindow()
             [this] { operations.performIfIdle([this] { controller.submitReport(&controls.submitBtn); }); });
     connect(&window, &ReportWindow::cancelClicked, this,
             [this] { operations.performIfIdle([this] { controller.cancel(); }); });
+    connect(&urlLoader, &CurlUrlLoader::uploadProgress, &window, &ReportWindow::setUploadProgress);
     connect(&window, &ReportWindow::filesDropped, this, [this](const QStringList &paths) {
         for (const QString &path : paths) {
             openFile(path);

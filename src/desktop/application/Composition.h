@@ -18,7 +18,7 @@
 /// Makes the window and its controller, alive together for the whole run, and leads everything that reaches the
 /// application to the controller, one operation at a time: what the window's user presses, files that are dropped onto
 /// it, and files that the system opens onto the application object, which must exist before.
-class Composition : public QObject
+class Composition : public QObject, public platform::ReportListener
 {
     Q_OBJECT
 
@@ -29,6 +29,9 @@ public:
     /// Opens the files of the command line and then finishes launching. The event loop must be running: termination
     /// asked for before that would go unheard.
     void launch();
+
+    /// Says in the window what would be sent, and where to.
+    void reportLoaded(const platform::LoadedReport &report) override;
 
     bool eventFilter(QObject *watched, QEvent *event) override;
 

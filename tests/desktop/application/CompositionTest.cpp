@@ -9,6 +9,7 @@
 #include <QApplication>
 #include <QFile>
 #include <QFileOpenEvent>
+#include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QMimeData>
@@ -240,6 +241,17 @@ TEST_F(CompositionTest, FileThatTheSystemOpensLaterReplacesTheReportAlone)
 
     EXPECT_EQ(report(), u"beacon"_s);
     EXPECT_TRUE(headlineNames(u"Harbour"_s));
+}
+
+TEST_F(CompositionTest, WindowSaysWhatWouldBeSentAndFollowsALaterFile)
+{
+    startWithReport();
+    const auto &summary = child<QLabel>(reportWindow(), "summary");
+    EXPECT_EQ(summary.accessibleName(), u"Harbour_1.crash (12 bytes), sent to localhost"_s);
+
+    open(crashLog(u"Beacon_1.crash"_s, "caf\xC3\xA9"));
+
+    EXPECT_EQ(summary.accessibleName(), u"Beacon_1.crash (5 bytes), sent to localhost"_s);
 }
 
 TEST_F(CompositionTest, DroppedFilesReplaceTheReportInTheirOrder)
