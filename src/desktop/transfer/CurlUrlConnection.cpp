@@ -23,7 +23,7 @@ constexpr qsizetype kChunkSize = qsizetype(64) * 1024;
 constexpr std::chrono::milliseconds kLookInterval(100);
 
 /// While it connects libcurl has a socket open; for as long there may be none between two addresses.
-constexpr std::chrono::milliseconds kNoSocketLimit = std::chrono::seconds(1);
+constexpr std::chrono::milliseconds kNoSocketLimit = std::chrono::seconds(5);
 
 /// Whether the attempt that ended with the result had come as far as a connection.
 bool hadConnection(CURLcode result)
