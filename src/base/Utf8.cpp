@@ -75,7 +75,7 @@ void appendUtf8(QByteArray &bytes, QStringView text)
 {
     bytes.reserve(std::max(bytes.capacity(), bytes.size() + utf8Length(text)));
     QStringEncoder encoder(QStringEncoder::Utf8, QStringEncoder::Flag::Stateless);
-    std::array<char, kSliceBytes> buffer;
+    std::array<char, kSliceBytes> buffer = {};
     while (!text.isEmpty()) {
         const QStringView slice = firstSlice(text);
         const char *const end = encoder.appendToBuffer(buffer.data(), slice);

@@ -72,7 +72,7 @@ TerminationSignals::~TerminationSignals()
 
 void TerminationSignals::onReadable()
 {
-    std::array<char, 16> bytes;
+    std::array<char, 16> bytes = {};
     while (::read(pipeEnds[0], bytes.data(), bytes.size()) > 0) {}
     Q_EMIT received();
 }
