@@ -65,6 +65,7 @@ refuseSudo() {
 
 # Installs what is missing of the sections, and touches nothing when all of it is there.
 ensurePackages() {
+    (($#)) || fail "ensurePackages needs the sections"
     refuseSudo
     command -v dpkg-query >/dev/null || fail "this needs Debian's packages of scripts/packages; here is no dpkg."
     local missing

@@ -36,7 +36,8 @@ class Hardening(BuildTest):
 class Installing(BuildTest):
     def test_stripping_leaves_no_symbols_and_no_debugging_information(self):
         with tempfile.TemporaryDirectory() as stage:
-            self.assert_succeeds("cmake", "--install", BUILD, "--strip", "--prefix", "/usr", environment={"DESTDIR": stage})
+            self.assert_succeeds("cmake", "--install", BUILD, "--strip", "--prefix", "/usr",
+                                 environment={"DESTDIR": stage})
             installed = os.path.join(stage, "usr", "bin", PROGRAM)
             sections = self.assert_succeeds("readelf", "--wide", "--section-headers", installed)
             self.assertNotIn(".symtab", sections)

@@ -145,7 +145,8 @@ class MimeType(BuildTest):
     def test_crash_files_of_others_are_not_ours(self):
         others = {
             "Lantern_2026-11-02-101500_anvil.crash": OWN_LOG.replace(b"com.korvale.harbour", b"org.example.lantern"),
-            "_usr_bin_lantern.1000.crash": b"ProblemType: Crash\nArchitecture: amd64\nCoreDump: base64\n H4sICAAAAAAC\n",
+            "_usr_bin_lantern.1000.crash":
+                b"ProblemType: Crash\nArchitecture: amd64\nCoreDump: base64\n H4sICAAAAAAC\n",
             "Harbour_2026-11-02-101500_anvil.crash": b"\x7fELF\x02\x01\x01\x00" + bytes(4096),
             "plain.crash": b"a note of somebody about a crash of com.korvale.harbour\n",
             "late.crash": b"\n" + OWN_LOG,

@@ -1,4 +1,4 @@
-"""What the tests of building and packaging share: where the project and the build are, and commands with their output."""
+"""What the tests of building and packaging share: the project, the build, and commands with their output."""
 
 import os
 import subprocess
@@ -6,6 +6,10 @@ import sys
 import unittest
 
 PROJECT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+sys.path.insert(0, os.path.join(PROJECT, "tests", "support"))
+
+import runner  # noqa: E402 (found through the path above)
+
 BUILD = os.environ["KORVALE_BUILD"]
 APPLICATION_ID = "com.korvale.crashreporter"
 PROGRAM = "korvale-crash-reporter"
@@ -41,4 +45,4 @@ class BuildTest(unittest.TestCase):
 
 def main():
     # A machine without a tool that a test asks for is a failure that names it, never a test that is left out.
-    unittest.main(argv=[sys.argv[0], "--verbose"])
+    sys.exit(runner.run("__main__", sys.argv[1:]))

@@ -401,8 +401,8 @@ CHUNKS = Group("network: chunks", "network_world", (
             **FASTER),
     Situation("a size that is no number, a blank line, a close", FAILED, after_request(chunks("zz\r\n\r\n"))),
     Situation("a size of more than 64 bits", FAILED, each=each_answer(*(
-        chunks(f"{size}\r\nNO\r\n0\r\n\r\n") for size in ("8000000000000000", "1" + "0" * 16, "F" * 40,
-            "0" * 40 + "2"))),
+        chunks(f"{size}\r\nNO\r\n0\r\n\r\n")
+        for size in ("8000000000000000", "1" + "0" * 16, "F" * 40, "0" * 40 + "2"))),
         **FASTER),
     Situation("a size without end", FAILED, after_request(CHUNKED, forever("0")), memory=LITTLE_MEMORY),
     Situation("trailers without end", FAILED, after_request(chunks("0\r\nX: "), forever("x")), memory=LITTLE_MEMORY),
@@ -562,7 +562,7 @@ LOCATIONS = (
     "https://localhost/moved", "http://localhost/moved", "//localhost/moved", "/moved", "moved", "?moved", "#here",
     "https://localhost:8443/", "https://other.test/", "https://[::1]/", "ftp://localhost/", "file:///etc/passwd",
     "data:,NO", "javascript:alert(1)", "mailto:jo@example.org", "gopher://localhost/", "https://", "http://[/", "\xff",
-        "  ")
+    "  ")
 
 
 def redirects(statuses, *headers, body="", locations=LOCATIONS[:1], then=CLOSE):
@@ -651,9 +651,9 @@ def through(proxy_script, **variables):
 
 
 PROXY_ANSWERS = (
-    ("301 Elsewhere", "Location: https://localhost/"), ("400 Bad",), ("403 No",), ("407 Basic",
-        'Proxy-Authenticate: Basic realm="x"'),
-    ("407 NTLM", "Proxy-Authenticate: NTLM"), ("500 Broken",), ("502 Unreachable",), ("503 Later",), ("504 Late",))
+    ("301 Elsewhere", "Location: https://localhost/"), ("400 Bad",), ("403 No",),
+    ("407 Basic", 'Proxy-Authenticate: Basic realm="x"'), ("407 NTLM", "Proxy-Authenticate: NTLM"),
+    ("500 Broken",), ("502 Unreachable",), ("503 Later",), ("504 Late",))
 ESTABLISHED = "HTTP/1.1 200 Connection established\r\n\r\n"
 PROXIES = Group("network: proxies", "network_world", (
     Situation("a tunnel, an acceptance", ACCEPTED, **through(tunnel(EMPTY)), tunnels=1),

@@ -193,8 +193,9 @@ class Display(ProgramTest):
         self.assertIn("could not connect to display :4242", line)
 
     def test_without_a_plugin_for_it_the_line_names_the_plugin(self):
+        other_platform = ("env", "QT_QPA_PLATFORM=nosuchplatform")
         line = self.assert_one_clear_line(
-            self.start("-remotename", "anvil", "-log", self.crash_log, prefix=("env", "QT_QPA_PLATFORM=nosuchplatform")))
+            self.start("-remotename", "anvil", "-log", self.crash_log, prefix=other_platform))
         self.assertIn("nosuchplatform", line)
 
 

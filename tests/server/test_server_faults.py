@@ -211,7 +211,6 @@ class Disk(FaultTest):
         write(installation.store.path, b"")
         self.conclude_program(installation, "refused")
 
-
     def install_with_failing(self, call, when):
         """Each worker's call of that number fails."""
         return self.install(pool={"pm.max_children = 8": "pm.max_children = 1"}, tracer=[

@@ -1,19 +1,12 @@
 // What the rows of a table of cases have in common: a name, in the test's name and where the test fails.
 #pragma once
 
-#include <QString>
-
 #include <ostream>
 #include <string>
 
 /// The base of a row; its own members follow: {{"Name"}, ...}.
 struct NamedCase {
     const char *name;
-};
-
-/// A row of a table of texts.
-struct NamedText : NamedCase {
-    QString text;
 };
 
 inline std::ostream &operator<<(std::ostream &stream, const NamedCase &named)

@@ -23,13 +23,6 @@ inline void PrintTo(const NamedText &named, std::ostream *stream)
     *stream << named.name;
 }
 
-/// The same wait as eventually().
-template<typename Condition>
-bool comesTrue(Condition condition)
-{
-    return eventually(condition);
-}
-
 /// What a person reads where a widget was given markup.
 inline QString readText(const QString &markup)
 {

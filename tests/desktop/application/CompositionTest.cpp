@@ -348,7 +348,7 @@ TEST_F(CompositionTest, CancellingWhileAnAlertIsUpIsDropped)
     EXPECT_FALSE(address.isEnabled());
 
     cancel.click();
-    EXPECT_TRUE(comesTrue([&] { return address.isEnabled(); }));
+    EXPECT_TRUE(eventually([&] { return address.isEnabled(); }));
 }
 
 // The end

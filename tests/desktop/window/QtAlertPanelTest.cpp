@@ -30,8 +30,9 @@ bool runAlert(QtAlertPanel &panel, const QString &title, const QString &message,
     look.setInterval(0);
     QObject::connect(&look, &QTimer::timeout, [&] {
         auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-        if (!box || !box->isVisible())
+        if (!box || !box->isVisible()) {
             return;
+        }
         look.stop();
         visited = true;
         visit(*box);
