@@ -143,11 +143,11 @@ void CurlAttempt::setRequest()
 void CurlAttempt::setHeaders()
 {
     const auto add = [this](const QByteArray &line) {
-        if (curl_slist *const longer = curl.slistAppend(headers.get(), line.constData())) {
-            headers.release();
-            headers.reset(longer);
-        } else {
+        curl_slist *const first = curl.slistAppend(headers.get(), line.constData());
+        if (!first) {
             setUp = CURLE_OUT_OF_MEMORY;
+        } else if (!headers) {
+            headers.reset(first);
         }
     };
     for (const auto &[field, value] : request.headers) {
