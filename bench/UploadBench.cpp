@@ -47,11 +47,9 @@ int main(int argc, char **argv)
     QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
     if (arguments.size() != 5) {
-        std::fputs("usage: upload-bench time|turns PORT AUTHORITIES FILE\n", stderr);
+        std::fputs("usage: upload-bench time|turns URL AUTHORITIES FILE\n", stderr);
         return 2;
     }
-    QUrl url(u"https://127.0.0.1/"_s);
-    url.setPort(arguments.at(2).toInt());
     QFile file(arguments.at(4));
     if (!file.open(QFile::ReadOnly)) {
         return 2;
@@ -70,7 +68,8 @@ int main(int argc, char **argv)
         longest = std::max(longest, now - turnBegan);
         turnBegan = now;
     });
-    const platform::UrlRequest request = {url, "POST", {{"Content-Type", "text/plain"}}, file.readAll()};
+    const platform::UrlRequest request = {
+        QUrl(arguments.at(2)), "POST", {{"Content-Type", "text/plain"}}, file.readAll()};
     QElapsedTimer whole;
     QTimer::singleShot(0, &application, [&] {
         if (arguments.at(1) == u"turns") {

@@ -50,14 +50,14 @@ def main():
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
         context.load_cert_chain(os.path.join(folder, "localhost.pem"), os.path.join(folder, "localhost.key"))
         listener = socket.create_server(("127.0.0.1", 0))
-        port = str(listener.getsockname()[1])
+        url = f"https://127.0.0.1:{listener.getsockname()[1]}/"
         threading.Thread(target=drain, args=(listener, context), daemon=True).start()
         ours, curls, turns = [], [], []
         for _ in range(chosen.rounds):
-            ours.append(printed(chosen.bench, "time", port, trusted, body))
+            ours.append(printed(chosen.bench, "time", url, trusted, body))
             curls.append(printed("curl", "--silent", "--capath", trusted, "--form", f"report=<{body}",
-                                 "--write-out", "%{time_total}", f"https://127.0.0.1:{port}/"))
-            turns.append(printed(chosen.bench, "turns", port, trusted, body))
+                                 "--write-out", "%{time_total}", url))
+            turns.append(printed(chosen.bench, "turns", url, trusted, body))
     print(f"{chosen.mebibytes} MiB, median of {chosen.rounds}: ours {statistics.median(ours):.3f} s, "
           f"curl -F {statistics.median(curls):.3f} s, ratio {statistics.median(ours) / statistics.median(curls):.2f}")
     print(f"longest turn of the event loop: {max(turns):.2f} ms of {', '.join(f'{turn:.2f}' for turn in turns)}")

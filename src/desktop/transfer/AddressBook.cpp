@@ -8,11 +8,15 @@ void AddressBook::opened(int socket, const Address &address)
     entry.since.start();
 }
 
+void AddressBook::connected(int socket)
+{
+    std::erase_if(open, [socket](const auto &entry) { return entry.first != socket; });
+}
+
 void AddressBook::closed(int socket)
 {
     if (const auto entry = open.find(socket); entry != open.end()) {
         lastClosed = entry->second.address;
-        allClosed.insert(lastClosed);
         open.erase(entry);
     }
 }
@@ -31,20 +35,12 @@ bool AddressBook::giveUpLastClosed()
     return !lastClosed.isEmpty() && givenUp.insert(lastClosed).second;
 }
 
-bool AddressBook::giveUpClosed()
-{
-    const std::size_t before = givenUp.size();
-    givenUp.insert(allClosed.begin(), allClosed.end());
-    return givenUp.size() != before;
-}
-
 bool AddressBook::giveUpOverdue(std::chrono::milliseconds limit)
 {
     bool any = false;
     for (const auto &[socket, entry] : open) {
         if (entry.since.elapsed() >= limit.count()) {
-            givenUp.insert(entry.address);
-            any = true;
+            any = givenUp.insert(entry.address).second || any;
         }
     }
     return any;

@@ -21,19 +21,20 @@ public:
 
     /// Connecting to the address begins, on that socket.
     void opened(int socket, const Address &address);
+    /// The socket has become the connection. libcurl has closed the others, or does, and does not tell.
+    void connected(int socket);
     void closed(int socket);
+    /// The attempt that opened the sockets is given up.
+    void forgetSockets() { open.clear(); }
 
-    /// Whether any socket was opened.
-    bool isEmpty() const { return open.empty() && lastClosed.isEmpty(); }
-    /// The sockets that are open.
+    /// The sockets that were opened; once there is a connection, that of the connection.
     std::vector<int> sockets() const;
 
     /// Gives up the address whose socket was closed last. False when there is none, or none that was not given up
     /// before.
     bool giveUpLastClosed();
-    /// Gives up the addresses whose sockets were closed. False when there is none that was not given up before.
-    bool giveUpClosed();
-    /// Gives up the addresses to which connecting began that long ago. False when there is none.
+    /// Gives up the addresses to which connecting began that long ago. False when there is none, or none that was not
+    /// given up before.
     bool giveUpOverdue(std::chrono::milliseconds limit);
 
 private:
@@ -44,6 +45,5 @@ private:
 
     std::map<int, Opened> open; ///< By their sockets.
     Address lastClosed;
-    std::set<Address> allClosed;
     std::set<Address> givenUp;
 };

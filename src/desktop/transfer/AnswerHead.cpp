@@ -2,7 +2,6 @@
 #include "desktop/transfer/AnswerHead.h"
 
 #include <QList>
-#include <QRegularExpression>
 
 #include <algorithm>
 
@@ -27,13 +26,6 @@ std::optional<qint64> numberFrom(const QByteArray &text)
     return isDigits && isNumber ? std::optional(number) : std::nullopt;
 }
 
-/// HTTP/1.0 or HTTP/1.1, a space, three digits, and a space or the end; libcurl is more lenient.
-bool isStatusLine(QByteArrayView line)
-{
-    static const QRegularExpression pattern(QStringLiteral("^HTTP/1[.][01] [0-9]{3}([ \\r\\n]|$)"));
-    return pattern.match(QString::fromLatin1(line)).hasMatch();
-}
-
 } // namespace
 
 void AnswerHead::take(QByteArrayView line, long status)
@@ -42,35 +34,45 @@ void AnswerHead::take(QByteArrayView line, long status)
         // A trailer of the body.
         return;
     }
-    if (!inside) {
-        *this = AnswerHead();
-        inside = true;
-        statusLineIsClear = isStatusLine(line);
-        return;
-    }
-    if (line.startsWith(' ') || line.startsWith('\t')) {
-        // The rest of a field on a line of its own (RFC 9112 section 5.2); no field that is read here is folded.
+    if (atStatusLine) {
+        takeStatusLine(line);
         return;
     }
     if (line.trimmed().isEmpty()) {
-        inside = false;
-        ended = statusLineIsClear && !isInterim(status);
+        ended = !isInterim(status);
         redirect = ended && hasLocation && leadsElsewhere(status);
+        atStatusLine = true;
+        return;
+    }
+    if (line.startsWith(' ') || line.startsWith('\t')) {
+        // The rest of the value before (RFC 9112 section 5.2), which not everybody takes for that.
+        clear = clear && !atFraming;
         return;
     }
     const qsizetype colon = line.indexOf(':');
-    if (colon > 0) {
-        takeField(line.first(colon).trimmed(), line.sliced(colon + 1).trimmed());
+    if (colon < 0) {
+        return;
     }
+    takeField(line.first(colon).trimmed(), line.sliced(colon + 1).trimmed());
+}
+
+void AnswerHead::takeStatusLine(QByteArrayView line)
+{
+    *this = AnswerHead();
+    atStatusLine = false;
+    clear = line.startsWith("HTTP/1.0 ") || line.startsWith("HTTP/1.1 ");
 }
 
 void AnswerHead::takeField(QByteArrayView name, QByteArrayView value)
 {
+    atFraming = false;
     if (name.compare("Location", Qt::CaseInsensitive) == 0) {
         hasLocation = true;
     } else if (name.compare("Content-Length", Qt::CaseInsensitive) == 0) {
+        atFraming = true;
         takeLength(value);
     } else if (name.compare("Transfer-Encoding", Qt::CaseInsensitive) == 0) {
+        atFraming = true;
         chunked = value.toByteArray().toLower().endsWith("chunked");
     }
 }
@@ -81,7 +83,7 @@ void AnswerHead::takeLength(QByteArrayView value)
     const QList<QByteArray> numbers = value.toByteArray().split(',');
     for (const QByteArray &text : numbers) {
         const std::optional<qint64> number = numberFrom(text.trimmed());
-        lengthClear = lengthClear && number && number == length.value_or(*number);
+        clear = clear && number && number == length.value_or(*number);
         length = number;
     }
 }

@@ -13,26 +13,27 @@ public:
     /// Takes the next line with its line end, and the status code of the answer that it belongs to.
     void take(QByteArrayView line, long status);
 
-    /// Whether the head of the final answer is complete, under a status line of HTTP/1.0 or HTTP/1.1 (RFC 9112 section
-    /// 4). An interim answer (1xx) is not final (RFC 9110 section 15.2).
+    /// Whether the head of the final answer is complete. An interim answer (1xx) is not final (RFC 9110 section 15.2).
     bool hasEnded() const { return ended; }
     /// Whether the final answer leads elsewhere: 301, 302, 303, 307 or 308 with a Location (RFC 9110 section 15.4).
     bool isRedirect() const { return redirect; }
-    /// Whether there is no Content-Length, or the same number in each (RFC 9112 section 6.3).
-    bool lengthIsClear() const { return lengthClear; }
+    /// Whether it is an answer of HTTP/1.x (RFC 9112 section 4) whose end nobody can mistake: there is no
+    /// Content-Length, or the same number in each (section 6.3).
+    bool isClear() const { return clear; }
     /// Whether the body says itself where it ends (RFC 9112 section 7.1).
     bool isChunked() const { return chunked; }
 
 private:
+    void takeStatusLine(QByteArrayView line);
     void takeField(QByteArrayView name, QByteArrayView value);
     void takeLength(QByteArrayView value);
 
-    bool inside = false;            ///< Between a status line and the blank line that ends its head.
-    bool statusLineIsClear = false; ///< It was one of HTTP/1.0 or HTTP/1.1.
+    bool atStatusLine = true; ///< The next line begins an answer.
+    bool atFraming = false;   ///< The last line was a field that says where the body ends.
     bool ended = false;
     bool redirect = false;
     bool hasLocation = false;
-    bool lengthClear = true;
+    bool clear = true;
     bool chunked = false;
     std::optional<qint64> length;
 };

@@ -58,7 +58,11 @@ int CurlAttempt::connection() const
 {
     const std::vector<int> sockets = addresses.sockets();
     const auto connected = std::ranges::find_if(sockets, hasPeer);
-    return connected == sockets.end() ? -1 : *connected;
+    if (connected == sockets.end()) {
+        return -1;
+    }
+    addresses.connected(*connected);
+    return *connected;
 }
 
 bool CurlAttempt::hasProxyAnswer() const
@@ -76,7 +80,7 @@ TransferEnd CurlAttempt::end(CURLcode result) const
     return {.completed = result == CURLE_OK,
             .headEnded = head.hasEnded(),
             .isRedirect = head.isRedirect(),
-            .lengthIsClear = head.lengthIsClear(),
+            .headIsClear = head.isClear(),
             .isUncut = !endsWithConnection() || closeNotified,
             .bytesToSend = request.body ? request.body->size() : 0,
             .bytesSent = sentBeforeLastByte,
@@ -227,7 +231,7 @@ size_t CurlAttempt::onHeader(char *line, size_t size, size_t count, void *self)
     attempt.head.take(QByteArrayView(line, static_cast<qsizetype>(size * count)),
                       attempt.info<long>(CURLINFO_RESPONSE_CODE));
     // Nobody is to see the body of an answer that can only be a failure.
-    const bool endsHere = attempt.head.hasEnded() && (attempt.head.isRedirect() || !attempt.head.lengthIsClear());
+    const bool endsHere = attempt.head.hasEnded() && (attempt.head.isRedirect() || !attempt.head.isClear());
     return endsHere ? 0 : size * count;
 }
 

@@ -51,6 +51,7 @@ bool hasAllFunctions(CurlLibrary &curl, QLibrary &library)
     symbols.find("curl_multi_remove_handle", curl.multiRemoveHandle);
     symbols.find("curl_multi_socket_action", curl.multiSocketAction);
     symbols.find("curl_multi_info_read", curl.multiInfoRead);
+    symbols.find("curl_multi_socket_all", curl.multiSocketAll);
     return symbols.areComplete();
 }
 

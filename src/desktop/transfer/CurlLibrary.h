@@ -27,6 +27,8 @@ struct CurlLibrary {
     decltype(&curl_multi_remove_handle) multiRemoveHandle = nullptr;
     decltype(&curl_multi_socket_action) multiSocketAction = nullptr;
     decltype(&curl_multi_info_read) multiInfoRead = nullptr;
+    /// curl_multi_socket_all, which is deprecated and the only function that does what CurlMulti::wake needs.
+    CURLMcode (*multiSocketAll)(CURLM *multi, int *running) = nullptr;
 
     /// Loads the library of that name and version of its interface, such as "curl" and 4, where the system keeps its
     /// libraries. Gives a null pointer when it cannot be loaded or is too old. What is loaded once stays loaded.

@@ -38,6 +38,13 @@ void CurlMulti::remove(CURL *easy)
     curl.multiRemoveHandle(multi, easy);
 }
 
+void CurlMulti::wake()
+{
+    int running = 0;
+    curl.multiSocketAll(multi, &running);
+    reportEnd();
+}
+
 bool CurlMulti::onlyWrites() const
 {
     return std::ranges::any_of(watches,
@@ -93,6 +100,11 @@ void CurlMulti::act(curl_socket_t socket, int event)
 {
     int running = 0;
     curl.multiSocketAction(multi, socket, event, &running);
+    reportEnd();
+}
+
+void CurlMulti::reportEnd()
+{
     std::optional<CURLcode> result;
     int waiting = 0;
     while (const CURLMsg *message = curl.multiInfoRead(multi, &waiting)) {

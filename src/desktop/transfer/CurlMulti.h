@@ -26,6 +26,10 @@ public:
     /// Ends the transfer of the handle, if it has not ended. Not to be called by a callback of libcurl.
     void remove(CURL *easy);
 
+    /// Has libcurl act without an event. While it connects, 7.88 goes on to a host's next address only the next time
+    /// that it acts, and asks neither for a socket nor for a timer to make it act.
+    void wake();
+
     /// Whether libcurl wants to write to a connection and has done with reading from it.
     bool onlyWrites() const;
 
@@ -52,6 +56,7 @@ private:
     void watch(curl_socket_t socket, int what);
     Notifier notifier(curl_socket_t socket, QSocketNotifier::Type type, int event);
     void act(curl_socket_t socket, int event);
+    void reportEnd();
 
     const CurlLibrary &curl;
     CURLM *multi;

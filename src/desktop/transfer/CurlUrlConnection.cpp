@@ -22,9 +22,6 @@ constexpr qsizetype kChunkSize = qsizetype(64) * 1024;
 /// How often time limits and what has been sent are looked at: often enough for a progress indicator to move evenly.
 constexpr std::chrono::milliseconds kLookInterval(100);
 
-/// While it connects libcurl has a socket open; for as long there may be none between two addresses.
-constexpr std::chrono::milliseconds kNoSocketLimit = std::chrono::seconds(5);
-
 /// Whether the attempt that ended with the result had come as far as a connection.
 bool hadConnection(CURLcode result)
 {
@@ -117,13 +114,8 @@ void CurlUrlConnection::abandonAttempt()
         attempt->discard();
         multi.remove(attempt->handle());
         attempt.reset();
+        addresses.forgetSockets();
     }
-}
-
-void CurlUrlConnection::startAgain()
-{
-    abandonAttempt();
-    beginAttempt();
 }
 
 void CurlUrlConnection::onMoved()
@@ -139,7 +131,8 @@ void CurlUrlConnection::onFinished(CURLcode result)
 {
     if (triesNextAddress(result)) {
         qCInfo(transferLog, "this address is of no use: %s", attempt->reason(result).constData());
-        startAgain();
+        abandonAttempt();
+        beginAttempt();
         return;
     }
     endWith(result);
@@ -166,35 +159,24 @@ void CurlUrlConnection::look()
 {
     if (const int connection = attempt->connection(); connection >= 0) {
         lookAtConnection(connection);
-    } else if (addresses.isEmpty()) {
-        lookAtLookup();
     } else {
         lookAtAddresses();
     }
 }
 
-void CurlUrlConnection::lookAtLookup()
-{
-    if (lastMove.elapsed() >= settings.lookupLimit.count()) {
-        endWith(CURLE_OPERATION_TIMEDOUT);
-    }
-}
-
 void CurlUrlConnection::lookAtAddresses()
 {
+    if (addresses.sockets().empty() && lastMove.elapsed() >= settings.lookupLimit.count()) {
+        endWith(CURLE_OPERATION_TIMEDOUT);
+        return;
+    }
     if (addresses.giveUpOverdue(settings.connectLimit)) {
         qCInfo(transferLog, "this address does not answer");
-        startAgain();
-    } else if (addresses.sockets().empty()
-               && lastMove.elapsed() >= std::min(kNoSocketLimit, settings.connectLimit).count()) {
-        // libcurl 7.88 waits for nothing at all where two addresses that it tries side by side have failed.
-        if (addresses.giveUpClosed()) {
-            qCInfo(transferLog, "these addresses are of no use");
-            startAgain();
-        } else {
-            endWith(CURLE_COULDNT_CONNECT);
-        }
+        abandonAttempt();
+        beginAttempt();
+        return;
     }
+    multi.wake();
 }
 
 void CurlUrlConnection::lookAtConnection(int connection)

@@ -54,14 +54,12 @@ Q_SIGNALS:
 private:
     void beginAttempt();
     void abandonAttempt();
-    void startAgain();
     void onMoved();
     void onFinished(CURLcode result);
     bool triesNextAddress(CURLcode result);
     void endWith(CURLcode result);
 
     void look();
-    void lookAtLookup();
     void lookAtAddresses();
     void lookAtConnection(int connection);
     void reportProgress(qint64 sent);

@@ -3,7 +3,7 @@
 
 Verdict verdictOn(const TransferEnd &end)
 {
-    if (end.isRedirect || !end.lengthIsClear) {
+    if (end.isRedirect || !end.headIsClear) {
         return Verdict::Failed;
     }
     if (end.bytesReceived > 0) {

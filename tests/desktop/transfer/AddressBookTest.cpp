@@ -8,13 +8,13 @@ using namespace std::chrono_literals;
 TEST(AddressBook, KnowsItsOpenSockets)
 {
     AddressBook book;
-    EXPECT_TRUE(book.isEmpty());
+    EXPECT_TRUE(book.sockets().empty());
     book.opened(7, "first");
     book.opened(8, "second");
     book.closed(7);
     EXPECT_EQ(book.sockets(), std::vector<int>{8});
     book.closed(8);
-    EXPECT_FALSE(book.isEmpty());
+    EXPECT_TRUE(book.sockets().empty());
 }
 
 TEST(AddressBook, GivesUpTheAddressClosedLastAndEachOnce)
@@ -31,7 +31,7 @@ TEST(AddressBook, GivesUpTheAddressClosedLastAndEachOnce)
     EXPECT_FALSE(book.giveUpLastClosed());
 }
 
-TEST(AddressBook, GivesUpWhatTakesTooLong)
+TEST(AddressBook, GivesUpWhatTakesTooLongAndEachOnce)
 {
     AddressBook book;
     book.opened(7, "slow");
@@ -39,6 +39,18 @@ TEST(AddressBook, GivesUpWhatTakesTooLong)
     EXPECT_FALSE(book.isGivenUp("slow"));
     EXPECT_TRUE(book.giveUpOverdue(0ms));
     EXPECT_TRUE(book.isGivenUp("slow"));
+    EXPECT_FALSE(book.giveUpOverdue(0ms));
+}
+
+TEST(AddressBook, ForgetsTheOtherSocketsOnceOneIsConnected)
+{
+    AddressBook book;
+    book.opened(7, "first");
+    book.opened(8, "second");
+    book.connected(8);
+    EXPECT_EQ(book.sockets(), std::vector<int>{8});
+    book.forgetSockets();
+    EXPECT_TRUE(book.sockets().empty());
 }
 
 TEST(AddressBook, HasNothingOverdueWhenNothingIsOpen)
@@ -47,20 +59,4 @@ TEST(AddressBook, HasNothingOverdueWhenNothingIsOpen)
     book.opened(7, "closed");
     book.closed(7);
     EXPECT_FALSE(book.giveUpOverdue(0ms));
-}
-
-TEST(AddressBook, GivesUpAllAddressesWhoseSocketsAreClosedOnce)
-{
-    AddressBook book;
-    book.opened(3, "one");
-    book.opened(4, "two");
-    book.opened(5, "three");
-    book.closed(3);
-    book.closed(4);
-
-    EXPECT_TRUE(book.giveUpClosed());
-    EXPECT_TRUE(book.isGivenUp("one"));
-    EXPECT_TRUE(book.isGivenUp("two"));
-    EXPECT_FALSE(book.isGivenUp("three"));
-    EXPECT_FALSE(book.giveUpClosed());
 }
