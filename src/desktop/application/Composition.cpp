@@ -62,6 +62,7 @@ void Composition::reportLoaded(const platform::LoadedReport &report)
                              .bytes = utf8Length(controls.logText.string()),
                              .appendedLogs = static_cast<int>(report.appendedLogs.size()),
                              .host = submissionHost()});
+    window.setAppendedLogs(report.appendedLogs);
 }
 
 bool Composition::eventFilter(QObject * /*watched*/, QEvent *event)

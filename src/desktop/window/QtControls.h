@@ -1,10 +1,10 @@
 // The interface objects of the controller on Qt's widgets.
 #pragma once
 
+#include "desktop/reportview/ReportTextView.h"
 #include "desktop/window/DescriptionEdit.h"
 #include "desktop/window/FoldingPane.h"
 #include "desktop/window/HeadlineLabel.h"
-#include "desktop/window/ReportTextView.h"
 #include "platform/Controls.h"
 
 #include <QAbstractButton>

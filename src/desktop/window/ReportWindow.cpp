@@ -179,6 +179,15 @@ void ReportWindow::setReportSummary(const ReportSummary &summary)
     ui.disclosureBtn->setAccessibleDescription(whole);
 }
 
+void ReportWindow::setAppendedLogs(const QList<platform::AppendedLog> &logs)
+{
+    QList<reportview::Section> sections;
+    for (const platform::AppendedLog &log : logs) {
+        sections.append({log.title, log.offset});
+    }
+    parts->ui.logText->setSections(sections);
+}
+
 void ReportWindow::setUploadProgress(qint64 sent, qint64 total)
 {
     if (parts->ui.spinner->isTurning()) {

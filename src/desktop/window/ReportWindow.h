@@ -2,6 +2,7 @@
 #pragma once
 
 #include "desktop/window/ReportSummary.h"
+#include "platform/LoadedReport.h"
 #include "platform/ReportControls.h"
 
 #include <QDialog>
@@ -42,6 +43,10 @@ public:
 
     /// Says beside the triangle what would be sent and where to; also when another file was opened.
     void setReportSummary(const ReportSummary &summary);
+
+    /// Names the parts of the report that its view can go to; also when another file was opened, after its text was
+    /// set.
+    void setAppendedLogs(const QList<platform::AppendedLog> &logs);
 
     /// Shows how many bytes of the request's body have gone, while a report is being sent.
     void setUploadProgress(qint64 sent, qint64 total);

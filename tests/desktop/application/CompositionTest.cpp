@@ -1,8 +1,8 @@
 // The running application: the files that reach it, when launching finishes, what an alert holds up, and its end.
 #include "desktop/application/Composition.h"
 
+#include "desktop/reportview/ReportTextView.h"
 #include "desktop/window/HeadlineLabel.h"
-#include "desktop/window/ReportTextView.h"
 #include "support/EventLoop.h"
 #include "support/WindowSupport.h"
 

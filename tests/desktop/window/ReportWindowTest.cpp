@@ -1,4 +1,5 @@
 // The report window: its controls, focus and keyboard, dropped files and closing.
+#include "desktop/reportview/TextDisplay.h"
 #include "support/ReportWindowFixture.h"
 
 #include <QAccessible>
@@ -7,7 +8,6 @@
 #include <QClipboard>
 #include <QDragEnterEvent>
 #include <QMimeData>
-#include <QPlainTextEdit>
 #include <QUrl>
 
 #include <initializer_list>
@@ -91,7 +91,7 @@ TEST_F(ReportWindowTest, ControlsAreFoundByTheirAccessibleNames)
     EXPECT_EQ(accessibleName(email), u"E-mail address"_s);
     EXPECT_EQ(accessibleName(description), u"Description"_s);
     EXPECT_EQ(accessibleName(triangle), u"Report details"_s);
-    EXPECT_EQ(accessibleName(*reportText.findChild<QPlainTextEdit *>()), u"Report"_s);
+    EXPECT_EQ(accessibleName(*reportText.findChild<reportview::TextDisplay *>()), u"Report"_s);
     EXPECT_EQ(accessibleName(spinner), u"Sending"_s);
     EXPECT_EQ(accessibleName(second), u"Don't Send"_s);
     EXPECT_EQ(accessibleName(submit), u"Report Crash"_s);
@@ -102,7 +102,7 @@ TEST_F(ReportWindowTest, ReportIsLabelledAndAloneHasTheFocus)
 {
     show();
     toggleDisclosure();
-    auto &display = *reportText.findChild<QPlainTextEdit *>();
+    auto &display = *reportText.findChild<reportview::TextDisplay *>();
     display.setFocus();
 
     QAccessibleInterface *const accessible = QAccessible::queryAccessibleInterface(&display);
@@ -338,7 +338,7 @@ TEST_F(ReportWindowTest, TabReachesTheReportWhenItIsShown)
         QTest::keyClick(window.focusWidget(), Qt::Key_Tab);
         visited += window.focusWidget();
     }
-    const QList<QWidget *> expected{&triangle, &second, &submit, reportText.findChild<QPlainTextEdit *>(),
+    const QList<QWidget *> expected{&triangle, &second, &submit, reportText.findChild<reportview::TextDisplay *>(),
                                     &description};
     EXPECT_EQ(visited, expected);
 }
@@ -465,7 +465,7 @@ TEST_F(ReportWindowTest, FoldingThePaneThatHasTheFocusLeavesItWithTheTriangle)
 {
     show();
     toggleDisclosure();
-    reportText.findChild<QPlainTextEdit *>()->setFocus();
+    reportText.findChild<reportview::TextDisplay *>()->setFocus();
     QTest::keyClick(window.focusWidget(), Qt::Key_D, Qt::AltModifier);
     ASSERT_TRUE(eventually([this] { return controls.logView.isHidden(); }));
     EXPECT_TRUE(hasFocus(triangle));
@@ -624,7 +624,7 @@ TEST_F(ReportWindowTest, KeyboardGoesWhereTheStateNeedsItWhereverItWas)
 {
     show();
     toggleDisclosure();
-    QWidget &report = *reportText.findChild<QPlainTextEdit *>();
+    QWidget &report = *reportText.findChild<reportview::TextDisplay *>();
     for (QWidget *from : {static_cast<QWidget *>(&description), static_cast<QWidget *>(&triangle), &report,
                           static_cast<QWidget *>(&second)}) {
         from->setFocus();
@@ -799,6 +799,23 @@ TEST_F(ReportWindowTest, FilesDroppedOverAFieldAreReportedAndNotTyped)
     EXPECT_EQ(controls.emailText.stringValue(), QString());
 }
 
+TEST_F(ReportWindowTest, FilesDroppedOverTheFindBarAreReportedAndNotTyped)
+{
+    show();
+    toggleDisclosure();
+    auto *display = reportText.findChild<reportview::TextDisplay *>();
+    display->setFocus();
+    QTest::keyClick(display, Qt::Key_F, Qt::ControlModifier);
+    auto *field = reportText.findChild<QLineEdit *>();
+    ASSERT_NE(field, nullptr);
+    QMimeData data;
+    data.setUrls(severalUrls());
+    data.setText(u"/logs/Plovrin_2.crash"_s);
+    drop(*field, data);
+    EXPECT_EQ(drops.count(), 1);
+    EXPECT_EQ(field->text(), QString());
+}
+
 TEST_F(ReportWindowTest, TextDroppedOverTheDescriptionIsTyped)
 {
     show();
@@ -820,13 +837,26 @@ TEST_F(ReportWindowTest, RemoteFilesAloneAreNoDrop)
 
 // Launching
 
-TEST_F(ReportWindowTest, LaunchingWithThePaneFoldedMakesNoDocument)
+TEST_F(ReportWindowTest, LaunchingWithThePaneFoldedMakesNoDisplay)
 {
     show();
-    EXPECT_EQ(reportText.findChild<QPlainTextEdit *>(), nullptr);
+    EXPECT_EQ(reportText.findChild<reportview::TextDisplay *>(), nullptr);
     toggleDisclosure();
-    ASSERT_NE(reportText.findChild<QPlainTextEdit *>(), nullptr);
-    EXPECT_EQ(reportText.findChild<QPlainTextEdit *>()->toPlainText(), u"Process: Harbour\n"_s);
+    ASSERT_NE(reportText.findChild<reportview::TextDisplay *>(), nullptr);
+    EXPECT_EQ(reportText.findChild<reportview::TextDisplay *>()->text(), u"Process: Harbour\n"_s);
+}
+
+TEST_F(ReportWindowTest, KeyGoesToTheNextAppendedLog)
+{
+    show();
+    toggleDisclosure();
+    controls.logText.setString(u"Process: Harbour\n\nLog 1:\nopened\n"_s);
+    window.setAppendedLogs({{u"Log 1"_s, 17}});
+    auto *display = reportText.findChild<reportview::TextDisplay *>();
+    ASSERT_NE(display, nullptr);
+    display->setFocus();
+    QTest::keyClick(display, Qt::Key_PageDown, Qt::ControlModifier);
+    EXPECT_EQ(display->caret(), 18);
 }
 
 // Closing

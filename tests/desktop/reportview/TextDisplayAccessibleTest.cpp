@@ -1,0 +1,354 @@
+// The accessible text interface, call by call against the kept text.
+#include "desktop/reportview/TextDisplayAccessible.h"
+
+#include "ViewSupport.h"
+#include "desktop/reportview/TextDisplay.h"
+
+#include <QAccessible>
+#include <QElapsedTimer>
+#include <QFontDatabase>
+#include <QScrollBar>
+#include <QTextBoundaryFinder>
+
+#include <malloc.h>
+
+#include <limits>
+#include <memory>
+
+using namespace Qt::StringLiterals;
+using namespace reportview;
+
+namespace {
+
+class TextDisplayAccessibleTest : public testing::Test
+{
+protected:
+    TextDisplayAccessibleTest()
+    {
+        display.setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+        display.setAccessibleName(u"Report"_s);
+        display.resize(640, 300);
+        accessible = QAccessible::queryAccessibleInterface(&display);
+        text = accessible->textInterface();
+    }
+
+    void show(const QString &shown)
+    {
+        display.setText(shown);
+        display.show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&display));
+    }
+
+    TextDisplay display;
+    QAccessibleInterface *accessible = nullptr;
+    QAccessibleTextInterface *text = nullptr;
+};
+
+/// The answer of a text boundary call.
+struct Answer {
+    QString text;
+    int start = 0;
+    int end = 0;
+
+    bool operator==(const Answer &) const = default;
+};
+
+void PrintTo(const Answer &answer, std::ostream *out)
+{
+    PrintTo(answer.text, out);
+    *out << " [" << answer.start << ", " << answer.end << ')';
+}
+
+/// The toolkit's own implementation, which goes through the whole text for every answer.
+class WholeText : public QAccessibleTextInterface
+{
+public:
+    explicit WholeText(QString all)
+        : kept(std::move(all))
+    {
+    }
+    void selection(int /*index*/, int * /*start*/, int * /*end*/) const override {}
+    int selectionCount() const override { return 0; }
+    void addSelection(int /*start*/, int /*end*/) override {}
+    void removeSelection(int /*index*/) override {}
+    void setSelection(int /*index*/, int /*start*/, int /*end*/) override {}
+    int cursorPosition() const override { return 0; }
+    void setCursorPosition(int /*position*/) override {}
+    QString text(int start, int end) const override { return kept.mid(start, end - start); }
+    int characterCount() const override { return static_cast<int>(kept.size()); }
+    QRect characterRect(int /*offset*/) const override { return {}; }
+    int offsetAtPoint(const QPoint & /*point*/) const override { return -1; }
+    void scrollToSubstring(int /*start*/, int /*end*/) override {}
+    QString attributes(int /*offset*/, int * /*start*/, int * /*end*/) const override { return {}; }
+
+private:
+    QString kept;
+};
+
+using Call = QString (QAccessibleTextInterface::*)(int, QAccessible::TextBoundaryType, int *, int *) const;
+
+Answer ask(const QAccessibleTextInterface &interface, Call call, int offset, QAccessible::TextBoundaryType type)
+{
+    Answer answer;
+    answer.text = (interface.*call)(offset, type, &answer.start, &answer.end);
+    return answer;
+}
+
+/// The lines of a text with their ends.
+std::vector<Range> linesOf(const QString &text)
+{
+    std::vector<Range> lines;
+    for (qsizetype begin = 0; begin < text.size();) {
+        qsizetype end = begin;
+        while (end < text.size() && !u"\n\r\u2028\u2029"_s.contains(text[end])) {
+            ++end;
+        }
+        end += QStringView(text).mid(end).startsWith(u"\r\n") ? 2 : 1;
+        lines.push_back({begin, std::min(end, text.size())});
+        begin = lines.back().end;
+    }
+    return lines;
+}
+
+class HostileAccessible : public TextDisplayAccessibleTest, public testing::WithParamInterface<HostileText>
+{
+protected:
+    int step() const { return GetParam().text.size() < 500 ? 1 : 211; }
+};
+
+} // namespace
+
+TEST_P(HostileAccessible, GivesTheKeptTextWholeAndInParts)
+{
+    const QString &kept = GetParam().text;
+    show(kept);
+    EXPECT_EQ(text->characterCount(), kept.size());
+    EXPECT_EQ(text->text(0, text->characterCount()), kept);
+    EXPECT_EQ(text->text(0, -1), kept);
+    for (int begin = 0; begin <= kept.size(); begin += step()) {
+        for (const int units : {0, 1, 2, 7, 5'000}) {
+            EXPECT_EQ(text->text(begin, begin + units), kept.mid(begin, units));
+        }
+    }
+}
+
+TEST_P(HostileAccessible, CharactersWordsAndSentencesAreThoseThatTheToolkitFindsInTheWholeText)
+{
+    const QString &kept = GetParam().text;
+    if (kept.size() > 500) {
+        // In a row of a divided line the whole text has other segments; the division has its own tests.
+        return;
+    }
+    show(kept);
+    for (const auto type : {QAccessible::CharBoundary, QAccessible::WordBoundary, QAccessible::SentenceBoundary}) {
+        const QTextBoundaryFinder::BoundaryType boundary = type == QAccessible::CharBoundary
+            ? QTextBoundaryFinder::Grapheme
+            : type == QAccessible::WordBoundary ? QTextBoundaryFinder::Word
+                                                : QTextBoundaryFinder::Sentence;
+        QTextBoundaryFinder finder(boundary, kept);
+        for (int offset = 0; offset < kept.size(); ++offset) {
+            finder.setPosition(offset);
+            const auto begin = static_cast<int>(finder.isAtBoundary() ? offset : finder.toPreviousBoundary());
+            finder.setPosition(offset);
+            const auto end = static_cast<int>(finder.toNextBoundary());
+            EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textAtOffset, offset, type),
+                      (Answer{kept.mid(begin, end - begin), begin, end}))
+                << "offset " << offset << " boundary " << type;
+        }
+    }
+}
+
+TEST_P(HostileAccessible, CharacterAnswersAreThoseOfTheToolkitsOwnImplementation)
+{
+    const QString &kept = GetParam().text;
+    if (kept.size() > 500) {
+        return;
+    }
+    show(kept);
+    const WholeText reference(kept);
+    for (int offset = 0; offset < kept.size(); offset = static_cast<int>(nextCharacter(kept, offset))) {
+        EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textAtOffset, offset, QAccessible::CharBoundary),
+                  ask(reference, &QAccessibleTextInterface::textAtOffset, offset, QAccessible::CharBoundary));
+    }
+}
+
+TEST_P(HostileAccessible, LinesAndParagraphsAreThoseOfTheKeptText)
+{
+    const QString &kept = GetParam().text;
+    show(kept);
+    const std::vector<Range> lines = linesOf(kept);
+    for (size_t index = 0; index < lines.size(); ++index) {
+        const Range line = lines[index];
+        const Answer expected{kept.mid(line.begin, line.size()), int(line.begin), int(line.end)};
+        for (const qsizetype offset : {line.begin, line.begin + line.size() / 2, line.end - 1}) {
+            EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textAtOffset, int(offset), QAccessible::ParagraphBoundary),
+                      expected);
+            if (line.size() < kRowUnits) {
+                EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textAtOffset, int(offset), QAccessible::LineBoundary),
+                          expected);
+            }
+        }
+        if (index > 0) {
+            EXPECT_EQ(
+                ask(*text, &QAccessibleTextInterface::textBeforeOffset, int(line.begin), QAccessible::ParagraphBoundary)
+                    .start,
+                lines[index - 1].begin);
+        }
+        if (index + 1 < lines.size()) {
+            EXPECT_EQ(
+                ask(*text, &QAccessibleTextInterface::textAfterOffset, int(line.begin), QAccessible::ParagraphBoundary)
+                    .end,
+                lines[index + 1].end);
+        }
+    }
+}
+
+TEST_P(HostileAccessible, EveryCharacterInViewIsFoundWhereItSaysItIs)
+{
+    const QString &kept = GetParam().text;
+    show(kept);
+    for (const Row &row : display.visibleRows()) {
+        for (qsizetype offset = row.begin; offset < std::min(row.end, row.begin + 60);
+             offset = nextCharacter(kept, offset)) {
+            const QRect place = text->characterRect(int(offset));
+            ASSERT_GT(place.width(), 0) << offset;
+            if (display.viewport()->rect().contains(display.viewport()->mapFromGlobal(place.center()))) {
+                EXPECT_EQ(text->offsetAtPoint(place.center()), offset);
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(, HostileAccessible, testing::ValuesIn(hostileTexts()), nameOf);
+
+TEST_F(TextDisplayAccessibleTest, IsAReadOnlyTextNamedReport)
+{
+    EXPECT_EQ(accessible->role(), QAccessible::EditableText);
+    EXPECT_EQ(accessible->text(QAccessible::Name), u"Report"_s);
+    EXPECT_TRUE(accessible->state().readOnly);
+    EXPECT_FALSE(accessible->state().editable);
+    EXPECT_TRUE(accessible->state().selectableText);
+    EXPECT_TRUE(accessible->state().multiLine);
+    EXPECT_TRUE(accessible->state().focusable);
+    EXPECT_EQ(accessible->editableTextInterface(), nullptr);
+    EXPECT_EQ(accessible->childCount(), 0);
+}
+
+TEST_F(TextDisplayAccessibleTest, CaretAndSelectionAreToldAndSet)
+{
+    show(u"one two three"_s);
+    text->setCursorPosition(4);
+    EXPECT_EQ(text->cursorPosition(), 4);
+    EXPECT_EQ(text->selectionCount(), 0);
+    text->addSelection(4, 7);
+    int start = 0;
+    int end = 0;
+    text->selection(0, &start, &end);
+    EXPECT_EQ(start, 4);
+    EXPECT_EQ(end, 7);
+    EXPECT_EQ(text->selectionCount(), 1);
+    text->setSelection(0, 8, 13);
+    EXPECT_EQ(display.selection(), (Range{8, 13}));
+    text->removeSelection(0);
+    EXPECT_EQ(text->selectionCount(), 0);
+    EXPECT_EQ(text->cursorPosition(), 13);
+}
+
+TEST_F(TextDisplayAccessibleTest, OffsetsOutsideTheTextHaveNoAnswer)
+{
+    show(u"abc"_s);
+    for (const int offset : {-3, 4, 1'000}) {
+        EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textAtOffset, offset, QAccessible::WordBoundary),
+                  (Answer{QString(), -1, -1}));
+    }
+    EXPECT_EQ(text->text(-5, 2), u"ab"_s);
+    EXPECT_EQ(text->text(2, 99), u"c"_s);
+    EXPECT_EQ(text->text(7, 9), QString());
+    EXPECT_EQ(text->offsetAtPoint(QPoint(-500, -500)), -1);
+    text->setCursorPosition(77);
+    EXPECT_EQ(text->cursorPosition(), 3);
+}
+
+TEST_F(TextDisplayAccessibleTest, CharactersOutOfViewHaveNoPlaceUntilTheyAreScrolledTo)
+{
+    show(u"line\n"_s.repeated(1'000));
+    EXPECT_TRUE(text->characterRect(4'000).isEmpty());
+    text->scrollToSubstring(4'000, 4'002);
+    EXPECT_FALSE(text->characterRect(4'000).isEmpty());
+}
+
+TEST_F(TextDisplayAccessibleTest, ScrollingToWhatIsOutsideTheTextScrollsToItsEnds)
+{
+    show(u"l\u00EDne\n"_s.repeated(1'000));
+    text->scrollToSubstring(90'000, std::numeric_limits<int>::max());
+    EXPECT_FALSE(text->characterRect(4'998).isEmpty());
+    text->scrollToSubstring(std::numeric_limits<int>::min(), -1);
+    EXPECT_FALSE(text->characterRect(0).isEmpty());
+    EXPECT_EQ(display.horizontalScrollBar()->value(), 0);
+}
+
+TEST_F(TextDisplayAccessibleTest, AttributesOfEveryRowLeaveNoMemoryBehind)
+{
+    show(u"line\n"_s.repeated(50'000));
+    const size_t before = mallinfo2().uordblks;
+    for (int row = 0; row < 50'000; ++row) {
+        int start = 0;
+        int end = 0;
+        text->attributes(5 * row, &start, &end);
+        ASSERT_EQ(start, 5 * row);
+    }
+    EXPECT_LT(mallinfo2().uordblks, before + 1024 * 1024);
+}
+
+TEST_F(TextDisplayAccessibleTest, AttributesNameFontAndDirectionOfTheRow)
+{
+    show(u"abc\n\u05E9\u05DC\n"_s);
+    int start = 0;
+    int end = 0;
+    EXPECT_TRUE(text->attributes(5, &start, &end).contains(u"writing-mode:rl;"_s));
+    EXPECT_EQ(start, 4);
+    EXPECT_EQ(end, 7);
+    EXPECT_TRUE(text->attributes(1, &start, &end).contains(u"writing-mode:lr;"_s));
+    EXPECT_TRUE(text->attributes(1, &start, &end).startsWith(u"font-family:"_s));
+}
+
+TEST_F(TextDisplayAccessibleTest, WholeOfAVeryLargeTextIsGivenUpToTheBound)
+{
+    const QString large = u"x\n"_s.repeated(8'000'000);
+    show(large);
+    EXPECT_EQ(text->characterCount(), large.size());
+    EXPECT_EQ(text->text(0, -1), large.left(kLongestAnswer));
+    EXPECT_EQ(text->text(15'000'000, 15'000'004), large.mid(15'000'000, 4));
+}
+
+TEST_F(TextDisplayAccessibleTest, BoundPartsNoPair)
+{
+    show(u"x"_s + u"\U0001F4A5"_s.repeated(kLongestAnswer));
+    const QString answer = text->text(0, -1);
+    EXPECT_EQ(answer.size(), kLongestAnswer - 1);
+    EXPECT_TRUE(answer.back().isLowSurrogate());
+}
+
+TEST_F(TextDisplayAccessibleTest, LinesOfAVeryLargeTextAreAnsweredWithoutGoingThroughIt)
+{
+    show(u"0123456789abcdef 0123456789abcdef\n"_s.repeated(3'950'000));
+    ASSERT_GT(text->characterCount(), 128 * 1024 * 1024);
+    QElapsedTimer timer;
+    timer.start();
+    for (int count = 0; count < 5'000; ++count) {
+        const int offset = 26'000 * count + 17;
+        const Answer line = ask(*text, &QAccessibleTextInterface::textAtOffset, offset, QAccessible::LineBoundary);
+        ASSERT_EQ(line.end - line.start, 34);
+        ask(*text, &QAccessibleTextInterface::textAfterOffset, offset, QAccessible::WordBoundary);
+    }
+    // Going through the text once takes 30 milliseconds at the very least.
+    EXPECT_LT(timer.elapsed(), 10'000);
+}
+
+TEST_F(TextDisplayAccessibleTest, AnnouncementsAreBoundedAndPartNoCharacter)
+{
+    EXPECT_EQ(announcedOf(u"before"_s), u"before"_s);
+    EXPECT_EQ(announcedOf(QString()), QString());
+    EXPECT_EQ(announcedOf(QString(100'000, u'y')), QString(kLongestAnnouncement, u'y'));
+    EXPECT_EQ(announcedOf(u"x"_s + u"\U0001F4A5"_s.repeated(5'000)).size(), kLongestAnnouncement - 1);
+}

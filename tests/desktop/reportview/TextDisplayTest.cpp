@@ -1,0 +1,633 @@
+// Scrolling, selecting and copying with keyboard and mouse.
+#include "desktop/reportview/TextDisplay.h"
+
+#include "ViewSupport.h"
+
+#include <QClipboard>
+#include <QFontDatabase>
+#include <QGuiApplication>
+#include <QMenu>
+#include <QMimeData>
+#include <QRandomGenerator>
+#include <QScrollBar>
+#include <QSignalSpy>
+#include <QTimer>
+
+using namespace Qt::StringLiterals;
+using namespace reportview;
+
+namespace {
+
+class TextDisplayTest : public testing::Test
+{
+protected:
+    TextDisplayTest()
+    {
+        display.setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+        display.resize(640, 300);
+    }
+
+    void show(const QString &text)
+    {
+        display.setText(text);
+        display.show();
+        display.activateWindow();
+        display.setFocus();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(&display));
+    }
+
+    void press(int key, Qt::KeyboardModifiers modifiers = {}) { QTest::keyClick(&display, Qt::Key(key), modifiers); }
+
+    QString copied()
+    {
+        QGuiApplication::clipboard()->setText(u"nothing was copied"_s);
+        press(Qt::Key_C, Qt::ControlModifier);
+        return QGuiApplication::clipboard()->text();
+    }
+
+    QString selected() const { return display.text().mid(display.selection().begin, display.selection().size()); }
+
+    QPoint placeOf(qsizetype offset) const
+    {
+        const std::optional<QRect> rect = display.characterRect(offset);
+        return rect ? QPoint(rect->left() + 1, rect->center().y()) : QPoint(-1, -1);
+    }
+
+    void click(qsizetype offset, Qt::KeyboardModifiers modifiers = {})
+    {
+        QTest::mouseClick(display.viewport(), Qt::LeftButton, modifiers, placeOf(offset));
+    }
+
+    bool isInView(qsizetype offset) const
+    {
+        const std::optional<QRect> rect = display.characterRect(offset);
+        return rect && display.viewport()->rect().contains(QPoint(rect->left(), rect->top()))
+            && rect->bottom() <= display.viewport()->height();
+    }
+
+    int firstRow() const { return static_cast<int>(display.visibleRows().front().begin); }
+    QScrollBar &bar() const { return *display.verticalScrollBar(); }
+
+    TextDisplay display;
+};
+
+class HostileDisplay : public TextDisplayTest, public testing::WithParamInterface<HostileText>
+{
+};
+
+QString numberedLines(int count)
+{
+    QString text;
+    for (int line = 0; line < count; ++line) {
+        text += u"line %1\n"_s.arg(line);
+    }
+    return text;
+}
+
+} // namespace
+
+TEST_P(HostileDisplay, AllThatIsSelectedIsCopiedToTheUnit)
+{
+    show(GetParam().text);
+    press(Qt::Key_A, Qt::ControlModifier);
+    EXPECT_EQ(copied(), GetParam().text.isEmpty() ? u"nothing was copied"_s : GetParam().text);
+}
+
+TEST_P(HostileDisplay, CharactersSelectedOneByOneMakeTheWholeText)
+{
+    show(GetParam().text);
+    QString together;
+    for (int count = 0; count < 400 && display.caret() < display.text().size(); ++count) {
+        const qsizetype before = display.caret();
+        display.select(before, before);
+        press(display.runsFromRightToLeft(rowAt(display.text(), before)) ? Qt::Key_Left : Qt::Key_Right,
+              Qt::ShiftModifier);
+        ASSERT_GT(display.caret(), before);
+        together += copied();
+    }
+    EXPECT_EQ(together, display.text().left(together.size()));
+    EXPECT_TRUE(together.size() == display.text().size() || together.size() >= 400);
+}
+
+TEST_P(HostileDisplay, EveryRowInViewIsDrawnAndCaretCanStandInIt)
+{
+    show(GetParam().text);
+    for (int step = 0; step < 60; ++step) {
+        EXPECT_TRUE(isInView(display.caret())) << display.caret();
+        press(Qt::Key_Down);
+    }
+    press(Qt::Key_End, Qt::ControlModifier);
+    EXPECT_EQ(display.caret(), display.text().size());
+    EXPECT_TRUE(isInView(display.caret()));
+    EXPECT_EQ(bar().value(), bar().maximum());
+    EXPECT_FALSE(display.grab().isNull());
+    for (int step = 0; step < 400 && display.caret() > 0; ++step) {
+        press(Qt::Key_Up);
+    }
+    press(Qt::Key_Home, Qt::ControlModifier);
+    EXPECT_EQ(display.caret(), 0);
+    EXPECT_EQ(firstRow(), 0);
+}
+
+TEST_P(HostileDisplay, DraggingOverAllSelectsAll)
+{
+    show(GetParam().text);
+    display.resize(700, 600);
+    QApplication::processEvents();
+    if (bar().maximum() > 0) {
+        bar().setValue(0);
+    }
+    QWidget &viewport = *display.viewport();
+    const bool startsRight = display.runsFromRightToLeft(display.visibleRows().front());
+    const QPoint begin(startsRight ? viewport.width() - 1 : 1, 4);
+    QTest::mousePress(&viewport, Qt::LeftButton, {}, begin);
+    const QPoint below(5, viewport.height() - 2);
+    QMouseEvent move(QEvent::MouseMove, below, viewport.mapToGlobal(below), Qt::NoButton, Qt::LeftButton, {});
+    QApplication::sendEvent(&viewport, &move);
+    QTest::mouseRelease(&viewport, Qt::LeftButton, {}, below);
+    const Row last = display.visibleRows().back();
+    const Range selection = display.selection();
+    EXPECT_EQ(selection.begin, 0);
+    if (last.isLast(display.text())) {
+        EXPECT_EQ(copied(), display.text().isEmpty() ? u"nothing was copied"_s : display.text().left(selection.end));
+        EXPECT_GE(selection.end, last.begin);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(, HostileDisplay, testing::ValuesIn(hostileTexts()), nameOf);
+
+TEST_F(TextDisplayTest, ArrowsStepOverWholeCharactersAndLineEnds)
+{
+    show(u"a\U0001F4A5e\u0301\r\nb"_s);
+    std::vector<qsizetype> stops;
+    for (int step = 0; step < 6; ++step) {
+        press(Qt::Key_Right);
+        stops.push_back(display.caret());
+    }
+    EXPECT_EQ(stops, (std::vector<qsizetype>{1, 3, 5, 7, 8, 8}));
+    press(Qt::Key_Left);
+    press(Qt::Key_Left);
+    EXPECT_EQ(display.caret(), 5);
+}
+
+TEST_F(TextDisplayTest, SelectionThatIsAskedForInsideACharacterTakesItWhole)
+{
+    show(u"a\U0001F4A5\r\nb"_s);
+    display.select(2, 4);
+    EXPECT_EQ(display.selection(), (Range{1, 3}));
+    display.select(4, 4);
+    EXPECT_EQ(display.caret(), 3);
+}
+
+TEST_F(TextDisplayTest, ControlArrowsStepOverWords)
+{
+    show(u"one two  three\nfour"_s);
+    press(Qt::Key_Right, Qt::ControlModifier);
+    EXPECT_EQ(display.caret(), 4);
+    press(Qt::Key_Right, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_EQ(copied(), u"two  "_s);
+    press(Qt::Key_Left, Qt::ControlModifier);
+    EXPECT_EQ(display.caret(), 4);
+}
+
+TEST_F(TextDisplayTest, HomeAndEndGoToTheRowsEnds)
+{
+    show(u"one\r\ntwo three\r\nfour"_s);
+    press(Qt::Key_Down);
+    press(Qt::Key_End);
+    EXPECT_EQ(display.caret(), 14);
+    press(Qt::Key_Home, Qt::ShiftModifier);
+    EXPECT_EQ(copied(), u"two three"_s);
+}
+
+TEST_F(TextDisplayTest, LeftGoesLeftInARightToLeftRow)
+{
+    show(u"\u05E9\u05DC\u05D5\u05DD"_s);
+    press(Qt::Key_Left);
+    EXPECT_EQ(display.caret(), 1);
+    press(Qt::Key_Right);
+    EXPECT_EQ(display.caret(), 0);
+}
+
+TEST_F(TextDisplayTest, UpAndDownKeepTheColumnOverAShortRow)
+{
+    show(u"long enough\nx\nlong enough"_s);
+    for (int step = 0; step < 6; ++step) {
+        press(Qt::Key_Right);
+    }
+    press(Qt::Key_Down);
+    EXPECT_EQ(display.caret(), 13);
+    press(Qt::Key_Down);
+    EXPECT_EQ(display.caret(), 20);
+    press(Qt::Key_Down);
+    EXPECT_EQ(display.caret(), display.text().size());
+}
+
+TEST_F(TextDisplayTest, UpAndDownPassThroughTheRowsOfALongLine)
+{
+    // Its first row is the longest: the caret stops at the end of each below it.
+    show(u"ab\n"_s + QString(60'000, u'x') + u"\nlast"_s);
+    press(Qt::Key_Down);
+    press(Qt::Key_End);
+    std::vector<qsizetype> down = {display.caret()};
+    while (display.caret() < display.text().size() && down.size() < 100) {
+        press(Qt::Key_Down);
+        ASSERT_GT(display.caret(), down.back());
+        down.push_back(display.caret());
+    }
+    EXPECT_EQ(down.size(), 15U);
+    while (display.caret() > 0) {
+        const qsizetype before = display.caret();
+        press(Qt::Key_Up);
+        ASSERT_LT(display.caret(), before);
+    }
+}
+
+TEST_F(TextDisplayTest, PageDownAndUpMoveCaretAndViewByAPage)
+{
+    show(numberedLines(500));
+    press(Qt::Key_PageDown);
+    const qsizetype caret = display.caret();
+    const int first = firstRow();
+    EXPECT_GT(first, 0);
+    EXPECT_EQ(caret, first);
+    press(Qt::Key_PageDown, Qt::ShiftModifier);
+    EXPECT_EQ(display.anchor(), caret);
+    EXPECT_GT(display.caret(), caret);
+    press(Qt::Key_PageUp);
+    press(Qt::Key_PageUp);
+    EXPECT_EQ(display.caret(), 0);
+    EXPECT_EQ(firstRow(), 0);
+}
+
+TEST_F(TextDisplayTest, CaretStaysInViewWhereverItGoes)
+{
+    show(numberedLines(300) + u"wide "_s.repeated(200) + u"\n"_s + numberedLines(300) + QString(40'000, u'x'));
+    QRandomGenerator random(5);
+    const std::vector<int> keys = {Qt::Key_Up,     Qt::Key_Down,     Qt::Key_Left, Qt::Key_Right,
+                                   Qt::Key_PageUp, Qt::Key_PageDown, Qt::Key_Home, Qt::Key_End};
+    for (int step = 0; step < 400; ++step) {
+        const bool far = random.bounded(5) == 0;
+        press(keys[random.bounded(static_cast<quint32>(keys.size()))], far ? Qt::ControlModifier : Qt::NoModifier);
+        ASSERT_TRUE(isInView(display.caret())) << step << " at " << display.caret();
+    }
+}
+
+TEST_F(TextDisplayTest, ControlInsertCopies)
+{
+    show(u"abc"_s);
+    display.select(1, 2);
+    press(Qt::Key_Insert, Qt::ControlModifier);
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), u"b"_s);
+}
+
+TEST_F(TextDisplayTest, CopyWithoutASelectionLeavesTheClipboard)
+{
+    show(u"abc"_s);
+    EXPECT_EQ(copied(), u"nothing was copied"_s);
+}
+
+TEST_F(TextDisplayTest, CopySharesTheTextUntilItIsPasted)
+{
+    show(numberedLines(1'000));
+    press(Qt::Key_A, Qt::ControlModifier);
+    press(Qt::Key_C, Qt::ControlModifier);
+    EXPECT_EQ(QGuiApplication::clipboard()->mimeData()->formats(), QStringList{u"text/plain"_s});
+    EXPECT_EQ(QGuiApplication::clipboard()->text().constData(), display.text().constData());
+}
+
+TEST_F(TextDisplayTest, CopyOutlivesTheText)
+{
+    show(u"before"_s);
+    press(Qt::Key_A, Qt::ControlModifier);
+    press(Qt::Key_C, Qt::ControlModifier);
+    display.setText(u"after"_s);
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), u"before"_s);
+}
+
+TEST_F(TextDisplayTest, TypingChangesNothing)
+{
+    show(u"abc"_s);
+    QTest::keyClicks(&display, u"xyz"_s);
+    press(Qt::Key_Delete);
+    press(Qt::Key_Backspace);
+    press(Qt::Key_V, Qt::ControlModifier);
+    EXPECT_EQ(display.text(), u"abc"_s);
+}
+
+TEST_F(TextDisplayTest, ClickPutsTheCaretAndShiftClickSelects)
+{
+    show(u"one two\nthree four"_s);
+    click(4);
+    EXPECT_EQ(display.caret(), 4);
+    click(14, Qt::ShiftModifier);
+    EXPECT_EQ(copied(), u"two\nthree "_s);
+    click(2);
+    EXPECT_TRUE(display.selection().isEmpty());
+}
+
+TEST_F(TextDisplayTest, DoubleClickSelectsAWordAndATripleClickTheLine)
+{
+    show(u"one two\r\nthree"_s);
+    const QPoint place = placeOf(5);
+    QTest::mouseClick(display.viewport(), Qt::LeftButton, {}, place);
+    QTest::mouseDClick(display.viewport(), Qt::LeftButton, {}, place);
+    EXPECT_EQ(selected(), u"two"_s);
+    QTest::mouseClick(display.viewport(), Qt::LeftButton, {}, place);
+    EXPECT_EQ(selected(), u"one two\r\n"_s);
+}
+
+TEST_F(TextDisplayTest, TripleClickSelectsALineOfManyRowsWhole)
+{
+    show(u"a\n"_s + QString(30'000, u'x') + u"\nb"_s);
+    const QPoint place = placeOf(10);
+    QTest::mouseDClick(display.viewport(), Qt::LeftButton, {}, place);
+    QTest::mouseClick(display.viewport(), Qt::LeftButton, {}, place);
+    EXPECT_EQ(display.selection(), (Range{2, 30'003}));
+}
+
+TEST_F(TextDisplayTest, DraggingAfterADoubleClickSelectsWords)
+{
+    show(u"one two three four"_s);
+    QWidget &viewport = *display.viewport();
+    QTest::mouseDClick(&viewport, Qt::LeftButton, {}, placeOf(9));
+    const auto dragTo = [&viewport](QPoint place) {
+        QMouseEvent move(QEvent::MouseMove, place, viewport.mapToGlobal(place), Qt::NoButton, Qt::LeftButton, {});
+        QApplication::sendEvent(&viewport, &move);
+    };
+    QTest::mousePress(&viewport, Qt::LeftButton, {}, placeOf(0) + QPoint(500, 0));
+    QTest::mouseRelease(&viewport, Qt::LeftButton, {}, placeOf(0) + QPoint(500, 0));
+    QMouseEvent twice(QEvent::MouseButtonDblClick, placeOf(9), viewport.mapToGlobal(placeOf(9)), Qt::LeftButton,
+                      Qt::LeftButton, {});
+    QApplication::sendEvent(&viewport, &twice);
+    dragTo(placeOf(15));
+    EXPECT_EQ(selected(), u"three four"_s);
+    dragTo(placeOf(5));
+    EXPECT_EQ(selected(), u"two three"_s);
+    QTest::mouseRelease(&viewport, Qt::LeftButton, {}, placeOf(5));
+}
+
+TEST_F(TextDisplayTest, DraggingBelowTheViewScrollsOnAndSelects)
+{
+    show(numberedLines(2'000));
+    QWidget &viewport = *display.viewport();
+    QTest::mousePress(&viewport, Qt::LeftButton, {}, placeOf(0));
+    const QPoint below(5, viewport.height() + 40);
+    QMouseEvent move(QEvent::MouseMove, below, viewport.mapToGlobal(below), Qt::NoButton, Qt::LeftButton, {});
+    QApplication::sendEvent(&viewport, &move);
+    const qsizetype first = display.caret();
+    EXPECT_TRUE(eventually([&] { return display.caret() > first + 500; }));
+    EXPECT_EQ(display.anchor(), 0);
+    QTest::mouseRelease(&viewport, Qt::LeftButton, {}, below);
+    const qsizetype last = display.caret();
+    // Longer than it took from one step to the next.
+    bool isOver = false;
+    QTimer::singleShot(200, [&isOver] { isOver = true; });
+    ASSERT_TRUE(eventually([&isOver] { return isOver; }));
+    EXPECT_EQ(display.caret(), last);
+}
+
+TEST_F(TextDisplayTest, WheelMovesAsManyRowsAsTheSystemSays)
+{
+    show(numberedLines(500));
+    const auto turn = [this](QWidget &widget, int angle) {
+        QWheelEvent event(QPointF(5, 5), widget.mapToGlobal(QPointF(5, 5)), {}, {0, angle}, Qt::NoButton, {},
+                          Qt::NoScrollPhase, false);
+        QApplication::sendEvent(&widget, &event);
+    };
+    const qsizetype threeLines = u"line 0\nline 1\nline 2\n"_s.size();
+    ASSERT_EQ(QApplication::wheelScrollLines(), 3);
+    turn(*display.viewport(), -120);
+    EXPECT_EQ(firstRow(), threeLines);
+    turn(bar(), 120);
+    EXPECT_EQ(firstRow(), 0);
+    // Half a row is no row yet.
+    turn(*display.viewport(), -20);
+    EXPECT_EQ(firstRow(), 0);
+    turn(*display.viewport(), -20);
+    EXPECT_EQ(firstRow(), u"line 0\n"_s.size());
+}
+
+TEST_F(TextDisplayTest, ScrollBarsStepsAreRowsAndPages)
+{
+    show(numberedLines(500));
+    bar().triggerAction(QAbstractSlider::SliderSingleStepAdd);
+    EXPECT_EQ(firstRow(), 7);
+    bar().triggerAction(QAbstractSlider::SliderSingleStepSub);
+    EXPECT_EQ(firstRow(), 0);
+    bar().triggerAction(QAbstractSlider::SliderPageStepAdd);
+    const auto page = static_cast<int>(display.visibleRows().size());
+    EXPECT_GT(firstRow(), (page - 4) * 7);
+    EXPECT_EQ(bar().value(), firstRow());
+    bar().triggerAction(QAbstractSlider::SliderToMaximum);
+    EXPECT_TRUE(display.visibleRows().back().isLast(display.text()));
+}
+
+TEST_F(TextDisplayTest, ScrollBarAnywhereShowsWholeRows)
+{
+    const QString text = numberedLines(500);
+    show(text);
+    for (int value = 0; value <= bar().maximum(); value += 13) {
+        bar().setValue(value);
+        const qsizetype begin = display.visibleRows().front().begin;
+        ASSERT_TRUE(begin == 0 || text[begin - 1] == u'\n');
+        ASSERT_TRUE(begin <= value && value - begin < 10);
+    }
+}
+
+TEST_F(TextDisplayTest, ScrollRangeIsFinalWhenTheViewIsShown)
+{
+    show(QString(200, u'y') + u'\n' + numberedLines(100'000) + QString(20'000, u'y') + numberedLines(10));
+    const int range = bar().maximum();
+    press(Qt::Key_End, Qt::ControlModifier);
+    press(Qt::Key_Home, Qt::ControlModifier);
+    QApplication::processEvents();
+    EXPECT_EQ(bar().maximum(), range);
+}
+
+TEST_F(TextDisplayTest, WholeTextInViewCannotBeScrolled)
+{
+    show(u"a\nb\nc"_s);
+    EXPECT_EQ(bar().maximum(), 0);
+    EXPECT_EQ(display.horizontalScrollBar()->maximum(), 0);
+}
+
+TEST_F(TextDisplayTest, WideRowCanBeScrolledToItsEnd)
+{
+    show(u"wide "_s.repeated(100) + u"\nshort"_s);
+    display.horizontalScrollBar()->setValue(display.horizontalScrollBar()->maximum());
+    EXPECT_TRUE(isInView(498));
+    EXPECT_FALSE(isInView(0));
+}
+
+TEST_F(TextDisplayTest, TextReplacedWhileScrolledIsShownFromItsStart)
+{
+    show(numberedLines(5'000) + QString(3'000, u'x'));
+    press(Qt::Key_End, Qt::ControlModifier | Qt::ShiftModifier);
+    ASSERT_GT(firstRow(), 0);
+    display.setText(u"new\ntext"_s);
+    EXPECT_EQ(firstRow(), 0);
+    EXPECT_EQ(display.caret(), 0);
+    EXPECT_TRUE(display.selection().isEmpty());
+    EXPECT_EQ(bar().maximum(), 0);
+    EXPECT_EQ(display.horizontalScrollBar()->value(), 0);
+    EXPECT_FALSE(display.grab().isNull());
+    display.setText(QString());
+    press(Qt::Key_End, Qt::ControlModifier);
+    EXPECT_EQ(display.caret(), 0);
+}
+
+TEST_F(TextDisplayTest, ShorterTextThatScrollsIsShownFromItsStart)
+{
+    show(numberedLines(5'000));
+    press(Qt::Key_End, Qt::ControlModifier);
+    display.setText(numberedLines(500));
+    EXPECT_EQ(firstRow(), 0);
+    EXPECT_EQ(bar().value(), 0);
+    EXPECT_GT(bar().maximum(), 0);
+}
+
+TEST_F(TextDisplayTest, GrowingViewKeepsTheEndOfTheTextAtItsBottom)
+{
+    show(numberedLines(100));
+    press(Qt::Key_End, Qt::ControlModifier);
+    display.resize(640, 600);
+    QApplication::processEvents();
+    EXPECT_TRUE(display.visibleRows().back().isLast(display.text()));
+    EXPECT_EQ(bar().value(), bar().maximum());
+}
+
+TEST_F(TextDisplayTest, LargerFontIsFollowed)
+{
+    show(numberedLines(100));
+    const size_t before = display.visibleRows().size();
+    QFont font = display.font();
+    font.setPointSize(font.pointSize() * 2);
+    display.setFont(font);
+    EXPECT_LT(display.visibleRows().size(), before);
+    EXPECT_FALSE(display.grab().isNull());
+}
+
+TEST_F(TextDisplayTest, PaletteIsFollowed)
+{
+    show(u"abc"_s);
+    QPalette dark;
+    dark.setColor(QPalette::Base, Qt::black);
+    dark.setColor(QPalette::Text, Qt::white);
+    display.setPalette(dark);
+    QApplication::processEvents();
+    const QImage image = display.viewport()->grab().toImage();
+    EXPECT_EQ(image.pixelColor(image.width() - 5, image.height() - 5), QColor(Qt::black));
+}
+
+TEST_F(TextDisplayTest, RightToLeftRowBeginsAtTheRight)
+{
+    show(u"\u05E9\u05DC\nabc"_s);
+    EXPECT_GT(display.characterRect(0)->left(), display.viewport()->width() / 2);
+    EXPECT_LT(display.characterRect(3)->left(), 20);
+}
+
+TEST_F(TextDisplayTest, TabLeavesTheView)
+{
+    QWidget window;
+    TextDisplay inside(&window);
+    QWidget next(&window);
+    next.setFocusPolicy(Qt::StrongFocus);
+    inside.setText(u"a\tb"_s);
+    window.show();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+    inside.setFocus();
+    QTest::keyClick(&inside, Qt::Key_Tab);
+    EXPECT_TRUE(next.hasFocus());
+}
+
+TEST_F(TextDisplayTest, KeysOfTheCaretAreNotLeftToTheWindowsShortcuts)
+{
+    show(u"abc"_s);
+    for (const auto &[key, modifiers] : std::vector<std::pair<int, Qt::KeyboardModifiers>>{
+             {Qt::Key_C, Qt::ControlModifier}, {Qt::Key_A, Qt::ControlModifier}, {Qt::Key_Home, Qt::NoModifier}}) {
+        QKeyEvent event(QEvent::ShortcutOverride, key, modifiers);
+        event.ignore();
+        QApplication::sendEvent(&display, &event);
+        EXPECT_TRUE(event.isAccepted());
+    }
+    QKeyEvent escape(QEvent::KeyPress, Qt::Key_Escape, {});
+    QApplication::sendEvent(&display, &escape);
+    EXPECT_FALSE(escape.isAccepted());
+}
+
+TEST_F(TextDisplayTest, SectionsAreGoneToByTheirPlaces)
+{
+    const QString logs = numberedLines(200);
+    show(logs + u"\nLog 1:\n"_s + logs + u"\nTask Log 1:\n"_s + logs);
+    const qsizetype first = logs.size();
+    const qsizetype second = first + 8 + logs.size();
+    display.setSections({{u"Log 1"_s, first}, {u"Task Log 1"_s, second}});
+    display.goToNextSection();
+    EXPECT_EQ(display.caret(), first + 1);
+    EXPECT_EQ(firstRow(), first + 1);
+    display.goToNextSection();
+    EXPECT_EQ(display.caret(), second + 1);
+    display.goToNextSection();
+    EXPECT_EQ(display.caret(), second + 1);
+    display.goToPreviousSection();
+    EXPECT_EQ(display.caret(), first + 1);
+    display.goToPreviousSection();
+    EXPECT_EQ(display.caret(), 0);
+}
+
+TEST_F(TextDisplayTest, SectionsOutsideTheTextAreItsEnd)
+{
+    show(u"abc"_s);
+    display.setSections({{u"Beyond"_s, 99}});
+    display.goToNextSection();
+    EXPECT_EQ(display.caret(), 3);
+}
+
+TEST_F(TextDisplayTest, MenuOffersWhatCanBeDone)
+{
+    show(u"abc\nlog"_s);
+    display.setSections({{u"Log & more"_s, 4}});
+    QStringList titles;
+    QTimer::singleShot(0, [&] {
+        auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+        for (const QAction *action : menu->actions()) {
+            if (!action->isSeparator()) {
+                titles += action->text().section(u'\t', 0, 0) + (action->isEnabled() ? u""_s : u" (off)"_s);
+            }
+        }
+        menu->actions().last()->trigger();
+        menu->close();
+    });
+    QContextMenuEvent event(QContextMenuEvent::Mouse, QPoint(5, 5), display.viewport()->mapToGlobal(QPoint(5, 5)));
+    QApplication::sendEvent(display.viewport(), &event);
+    EXPECT_EQ(titles, (QStringList{u"&Copy (off)"_s, u"Select &All"_s, u"&Find…"_s, u"Go to Log && more"_s}));
+    EXPECT_EQ(display.caret(), 4);
+}
+
+TEST_F(TextDisplayTest, LineOfSixteenMillionCharactersIsWalkedSelectedAndCopied)
+{
+    const QString text = QString(16'000'000, u'x');
+    show(text);
+    press(Qt::Key_End, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_TRUE(isInView(display.caret()));
+    EXPECT_EQ(copied().size(), text.size());
+    press(Qt::Key_PageUp);
+    EXPECT_TRUE(isInView(display.caret()));
+    EXPECT_FALSE(display.grab().isNull());
+}
+
+TEST_F(TextDisplayTest, VeryLargeTextIsShownWithoutAStall)
+{
+    const QString text = u"0123456789abcdef 0123456789abcdef 0123456789abcdef\n"_s.repeated(2'632'000);
+    ASSERT_GT(text.size(), 128 * 1024 * 1024);
+    display.setText(text);
+    QElapsedTimer timer;
+    timer.start();
+    display.show();
+    display.repaint();
+    EXPECT_LT(timer.elapsed(), 2'000);
+    press(Qt::Key_End, Qt::ControlModifier);
+    EXPECT_TRUE(isInView(display.caret()));
+    EXPECT_EQ(display.text().constData(), text.constData());
+}

@@ -1,0 +1,198 @@
+// Rows found from any place against rows counted from the start of the text.
+#include "desktop/reportview/TextRows.h"
+
+#include "ViewSupport.h"
+
+#include <QElapsedTimer>
+#include <QRandomGenerator>
+
+using namespace Qt::StringLiterals;
+using namespace reportview;
+
+namespace {
+
+bool endsLine(QChar unit)
+{
+    return unit == u'\n' || unit == u'\r' || unit == QChar(0x2028) || unit == QChar(0x2029);
+}
+
+/// All rows of the text by the definition, from its start.
+std::vector<Row> countedRows(const QString &text)
+{
+    std::vector<Row> rows;
+    qsizetype begin = 0;
+    do {
+        qsizetype end = begin;
+        while (end < text.size() && !endsLine(text[end])) {
+            ++end;
+        }
+        qsizetype next = std::min(end + 1, text.size());
+        if (next < text.size() && text[end] == u'\r' && text[next] == u'\n') {
+            ++next;
+        }
+        qsizetype rowBegin = begin;
+        for (qsizetype multiple = 0; multiple < end; multiple += kRowUnits) {
+            if (multiple >= begin + kRowUnits) {
+                const qsizetype division = divisionBefore(text, multiple);
+                rows.push_back({rowBegin, division, division});
+                rowBegin = division;
+            }
+        }
+        rows.push_back({rowBegin, end, next});
+        begin = next;
+    } while (begin < text.size());
+    if (!text.isEmpty() && endsLine(text.back())) {
+        rows.push_back({text.size(), text.size(), text.size()});
+    }
+    return rows;
+}
+
+/// Every place near a row's ends and near those at which lines are divided, and some of the others.
+qsizetype nextTried(const Row &row, qsizetype offset)
+{
+    constexpr qsizetype kNear = 40;
+    const auto isNear = [offset](qsizetype place) { return std::abs(offset - place) <= kNear; };
+    const qsizetype multiple = (offset + kNear) / kRowUnits * kRowUnits;
+    const bool isClose = isNear(row.begin) || isNear(row.next) || isNear(multiple);
+    const qsizetype following = std::min(row.next - kNear, (offset / kRowUnits + 1) * kRowUnits - kNear);
+    return isClose ? offset + 1 : std::max(offset + 1, std::min(offset + 97, following));
+}
+
+void expectCountedRows(const QString &text)
+{
+    const std::vector<Row> rows = countedRows(text);
+    Row walked = rowAt(text, 0);
+    for (const Row &row : rows) {
+        ASSERT_EQ(walked, row);
+        for (qsizetype offset = row.begin; offset < row.next; offset = nextTried(row, offset)) {
+            ASSERT_EQ(rowAt(text, offset), row) << "at " << offset;
+        }
+        if (row.begin > 0) {
+            ASSERT_EQ(nextRow(text, previousRow(text, row)), row);
+        }
+        if (!row.isLast(text)) {
+            walked = nextRow(text, row);
+        }
+    }
+    ASSERT_EQ(rowAt(text, text.size()), rows.back());
+    ASSERT_TRUE(rows.back().isLast(text));
+}
+
+QString randomText(QRandomGenerator &random)
+{
+    static const std::vector<QString> pieces = {u"\n"_s,
+                                                u"\r\n"_s,
+                                                u"\r"_s,
+                                                u"\u2028"_s,
+                                                u"\u2029"_s,
+                                                u" "_s,
+                                                u"x"_s,
+                                                u"\U0001F4A5"_s,
+                                                u"e\u0301"_s,
+                                                QString(60, u'y'),
+                                                QString(4'000, u'z'),
+                                                QString(5'000, u'w'),
+                                                QString(9'000, QChar(0x5D0))};
+    QString text;
+    for (int count = 0; count < 24; ++count) {
+        text += pieces[random.bounded(static_cast<quint32>(pieces.size()))];
+    }
+    return text;
+}
+
+class HostileRows : public testing::TestWithParam<HostileText>
+{
+};
+
+} // namespace
+
+TEST_P(HostileRows, AreFoundFromAnyPlaceAsTheyAreCountedFromTheStart)
+{
+    expectCountedRows(GetParam().text);
+}
+
+INSTANTIATE_TEST_SUITE_P(, HostileRows, testing::ValuesIn(hostileTexts()), nameOf);
+
+TEST(TextRows, RandomTextsHaveTheRowsThatAreCountedFromTheirStart)
+{
+    QRandomGenerator random(7);
+    for (int count = 0; count < 10; ++count) {
+        expectCountedRows(randomText(random));
+        if (testing::Test::HasFatalFailure()) {
+            return;
+        }
+    }
+}
+
+// Every place of a line end around a place where a line would be divided.
+TEST(TextRows, LineEndsAroundADivisionAreNeverParted)
+{
+    for (const QString &lineEnd : {u"\n"_s, u"\r\n"_s, u"\r"_s, u"\u2028"_s, u"\r\n\r\n"_s}) {
+        for (qsizetype units = kRowUnits - 40; units <= kRowUnits + 40; ++units) {
+            expectCountedRows(QString(units, u'x') + lineEnd + QString(kRowUnits + 50, u'y'));
+            expectCountedRows(QString(kRowUnits + units, u'x') + lineEnd + u"y"_s);
+            expectCountedRows(QString(units, u'x') + lineEnd + u"harbour "_s.repeated(kRowUnits / 6));
+            ASSERT_FALSE(testing::Test::HasFatalFailure()) << units;
+        }
+    }
+}
+
+TEST(TextRows, NoRowIsLongerThanTwiceTheUnitsOfARow)
+{
+    const QString text = u"x\n"_s + QString(100'000, u'x');
+    for (const Row &row : countedRows(text)) {
+        EXPECT_LE(row.end - row.begin, 2 * kRowUnits);
+    }
+}
+
+TEST(TextRows, LinesOfUsualLengthAreNeverDivided)
+{
+    const QString text = (QString(kRowUnits - 1, u'x') + u'\n').repeated(20);
+    for (const Row &row : countedRows(text)) {
+        EXPECT_FALSE(row.isContinued(text));
+    }
+}
+
+TEST(TextRows, NoCharacterIsPartedWhereALineIsDivided)
+{
+    for (const QString &character : {u"\U0001F4A5"_s, u"e\u0301"_s, u"\U0001F44D\U0001F3FD"_s, u"\u2764\uFE0F"_s}) {
+        for (int shift = 0; shift < 4; ++shift) {
+            const QString text = QString(shift, u'x') + character.repeated(10'000);
+            for (const Row &row : countedRows(text)) {
+                EXPECT_EQ((std::max<qsizetype>(row.begin, shift) - shift) % character.size(), 0) << row.begin;
+            }
+        }
+    }
+}
+
+TEST(TextRows, LineIsDividedBetweenWords)
+{
+    const QString text = u"harbour "_s.repeated(2'000);
+    for (const Row &row : countedRows(text)) {
+        EXPECT_TRUE(row.begin == text.size() || text.mid(row.begin).startsWith(u"harbour"_s));
+    }
+}
+
+TEST(TextRows, LineOfManyUnitsIsFoundWhole)
+{
+    const QString text = u"before\r\n"_s + QString(16'000'000, u'x') + u"\nafter"_s;
+    EXPECT_EQ(lineAt(text, 3), (Range{0, 8}));
+    EXPECT_EQ(lineAt(text, 8), (Range{8, 16'000'009}));
+    EXPECT_EQ(lineAt(text, 9'000'000), (Range{8, 16'000'009}));
+    EXPECT_EQ(lineAt(text, text.size()), (Range{16'000'009, text.size()}));
+}
+
+// The work for one row must not depend on what the text holds elsewhere: a bound that only a scan could break.
+TEST(TextRows, TenThousandRowsOfAVeryLargeTextTakeNoScanOfIt)
+{
+    const QString text(qsizetype(128) * 1024 * 1024, u'x');
+    QRandomGenerator random(3);
+    QElapsedTimer timer;
+    timer.start();
+    for (int count = 0; count < 10'000; ++count) {
+        const qsizetype offset = random.bounded(static_cast<int>(text.size()));
+        const Row row = rowAt(text, offset);
+        ASSERT_TRUE(row.begin <= offset && offset < row.next);
+    }
+    EXPECT_LT(timer.elapsed(), 10'000);
+}
