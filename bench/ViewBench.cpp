@@ -1,0 +1,172 @@
+// What the report view costs: unfolding, moving about and copying, for a small text, a large one and one long line,
+// side by side. Prints medians in milliseconds and their ratios to the small text's.
+#include "desktop/reportview/ReportTextView.h"
+
+#include <QApplication>
+#include <QClipboard>
+#include <QElapsedTimer>
+#include <QKeyEvent>
+#include <QScrollBar>
+#include <QTimer>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+using namespace Qt::StringLiterals;
+using reportview::TextDisplay;
+
+namespace {
+
+constexpr int kRuns = 9;
+constexpr qsizetype kMebi = 1024 * 1024;
+
+QString ordinaryLines(qsizetype units)
+{
+    QString text;
+    text.reserve(units + 200);
+    for (int line = 0; text.size() < units; ++line) {
+        text += u"%1  Harbour  0x00000001%2 "_s.arg(line % 512).arg(line * 7919 % 100'000'000, 8, 16, QLatin1Char('0'));
+        text += u"pier"_s.repeated(line % 13) + u'\n';
+    }
+    text.truncate(units);
+    return text;
+}
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+double milliseconds(const QElapsedTimer &timer)
+{
+    return static_cast<double>(timer.nsecsElapsed()) / 1e6;
+}
+
+/// MiB of memory that the process had at its peak.
+double peakMemory()
+{
+    std::ifstream status("/proc/self/status");
+    std::string word;
+    while (status >> word && word != "VmHWM:") {}
+    double kibibytes = 0;
+    status >> kibibytes;
+    return kibibytes / 1024;
+}
+
+/// The longest time for which the event loop could not run a timer that is always due, while the action's
+/// consequences are worked off.
+double longestStall(const std::function<void()> &action)
+{
+    double longest = 0;
+    QElapsedTimer turn;
+    QTimer watch;
+    QObject::connect(&watch, &QTimer::timeout, [&] {
+        longest = std::max(longest, milliseconds(turn));
+        turn.restart();
+    });
+    watch.start(0);
+    turn.start();
+    action();
+    QElapsedTimer whole;
+    whole.start();
+    while (whole.elapsed() < 60) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+    }
+    return longest;
+}
+
+struct Figures {
+    std::vector<double> unfold, stall, end, pages, copyAll;
+};
+
+void press(QWidget &widget, int key, Qt::KeyboardModifiers modifiers = {})
+{
+    QKeyEvent event(QEvent::KeyPress, key, modifiers);
+    QCoreApplication::sendEvent(&widget, &event);
+    widget.repaint();
+    static_cast<QAbstractScrollArea &>(widget).viewport()->repaint();
+}
+
+void measure(const QString &text, Figures &figures)
+{
+    ReportTextView view;
+    view.resize(640, 300);
+    view.setString(text);
+    QElapsedTimer timer;
+    figures.stall.push_back(longestStall([&] {
+        timer.start();
+        view.show();
+        QCoreApplication::sendPostedEvents();
+        view.repaint();
+        figures.unfold.push_back(milliseconds(timer));
+    }));
+    auto &display = *view.findChild<TextDisplay *>();
+    const int range = display.verticalScrollBar()->maximum();
+
+    timer.start();
+    press(display, Qt::Key_End, Qt::ControlModifier);
+    figures.end.push_back(milliseconds(timer));
+    timer.start();
+    for (int count = 0; count < 10; ++count) {
+        press(display, Qt::Key_PageUp);
+    }
+    for (int count = 0; count < 10; ++count) {
+        press(display, Qt::Key_PageDown);
+    }
+    figures.pages.push_back(milliseconds(timer) / 20);
+    timer.start();
+    press(display, Qt::Key_A, Qt::ControlModifier);
+    press(display, Qt::Key_C, Qt::ControlModifier);
+    figures.copyAll.push_back(milliseconds(timer));
+    if (!QGuiApplication::clipboard()->ownsClipboard()) {
+        std::printf("the clipboard does not own the copy\n");
+    }
+    if (display.verticalScrollBar()->maximum() != range) {
+        std::printf("the scroll range changed after the view was shown\n");
+    }
+}
+
+void print(const char *what, const std::vector<double> &small, const std::vector<double> &large,
+           const std::vector<double> &line)
+{
+    const double base = median(small);
+    std::printf("%-28s %9.2f %9.2f %9.2f   %6.2f %6.2f\n", what, base, median(large), median(line),
+                median(large) / base, median(line) / base);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const QApplication application(argc, argv);
+    const QString small = ordinaryLines(kMebi);
+    const QString large = ordinaryLines(128 * kMebi);
+    const QString line(16'000'000, u'x');
+    const double before = peakMemory();
+    Figures ofSmall;
+    Figures ofLarge;
+    Figures ofLine;
+    {
+        // Fonts and the like are loaded by whoever comes first.
+        Figures warmUp;
+        measure(small, warmUp);
+    }
+    for (int run = 0; run < kRuns; ++run) {
+        measure(small, ofSmall);
+        measure(large, ofLarge);
+        measure(line, ofLine);
+    }
+    std::printf("%-28s %9s %9s %9s   %6s %6s\n", "milliseconds", "1 MiB", "128 MiB", "one line", "ratio", "ratio");
+    print("unfold to final range", ofSmall.unfold, ofLarge.unfold, ofLine.unfold);
+    print("longest stall of unfolding", ofSmall.stall, ofLarge.stall, ofLine.stall);
+    print("to the end", ofSmall.end, ofLarge.end, ofLine.end);
+    print("a page up or down", ofSmall.pages, ofLarge.pages, ofLine.pages);
+    print("select all and copy", ofSmall.copyAll, ofLarge.copyAll, ofLine.copyAll);
+    std::printf("memory at the peak: %.1f MiB before any view, %.1f MiB after all of them\n", before, peakMemory());
+    return 0;
+}
