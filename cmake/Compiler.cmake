@@ -37,6 +37,6 @@ endif()
 
 if(KORVALE_SANITIZERS)
     target_compile_options(korvale_options INTERFACE
-        -fsanitize=${KORVALE_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
+        -fsanitize=${KORVALE_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(korvale_options INTERFACE -fsanitize=${KORVALE_SANITIZERS})
 endif()
