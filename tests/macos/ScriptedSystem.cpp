@@ -30,7 +30,7 @@ passwd *entryOf(const ScriptedAccount &account)
     return &entry;
 }
 
-const QString &textOf(CFStringRef string)
+const QString &contentOf(CFStringRef string)
 {
     return *reinterpret_cast<const QString *>(string);
 }
@@ -74,7 +74,7 @@ void CFRelease(CFTypeRef object)
 
 CFIndex CFStringGetLength(CFStringRef string)
 {
-    return textOf(string).size();
+    return contentOf(string).size();
 }
 
 CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding /*encoding*/)
@@ -85,7 +85,7 @@ CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding /*enc
 Boolean CFStringGetCString(CFStringRef string, char *buffer, CFIndex bufferSize, CFStringEncoding encoding)
 {
     QStringEncoder encoder(QStringEncoder::Utf8, QStringEncoder::Flag::Stateless);
-    const QByteArray bytes = encoder.encode(textOf(string));
+    const QByteArray bytes = encoder.encode(contentOf(string));
     if (encoding != kCFStringEncodingUTF8 || encoder.hasError() || bytes.size() >= bufferSize) {
         return false;
     }

@@ -10,7 +10,7 @@ namespace reportview {
 namespace {
 
 /// Code units that are searched before the time is looked at.
-constexpr qsizetype kBlockUnits = qsizetype(64) * 1024;
+constexpr qsizetype kSearchBlockUnits = qsizetype(64) * 1024;
 /// Milliseconds that one slice takes: less than one frame on a screen.
 constexpr qint64 kSliceTime = 10;
 
@@ -80,13 +80,13 @@ std::optional<Range> TextSearch::searchedNext()
     const QStringView all(text);
     if (direction == SearchDirection::Forward) {
         const qsizetype begin = position;
-        position = std::min(begin + kBlockUnits, text.size());
+        position = std::min(begin + kSearchBlockUnits, text.size());
         const QStringView block = all.mid(begin, position - begin + overlap);
         const qsizetype index = block.indexOf(words, 0, Qt::CaseInsensitive);
         return index < 0 ? std::nullopt : std::optional(Range{begin + index, begin + index + words.size()});
     }
     const qsizetype end = position;
-    position = std::max<qsizetype>(0, end - kBlockUnits);
+    position = std::max<qsizetype>(0, end - kSearchBlockUnits);
     const qsizetype begin = std::max<qsizetype>(0, position - overlap);
     const qsizetype index = all.mid(begin, end - begin).lastIndexOf(words, -1, Qt::CaseInsensitive);
     return index < 0 ? std::nullopt : std::optional(Range{begin + index, begin + index + words.size()});

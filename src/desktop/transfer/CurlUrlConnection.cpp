@@ -90,7 +90,7 @@ void CurlUrlConnection::cancel()
     }
     qCInfo(transferLog, "cancelled");
     // Whoever holds the transfer may let go of it when it hears of the end.
-    const auto self = shared_from_this();
+    const auto self = weak_from_this().lock();
     close();
 }
 

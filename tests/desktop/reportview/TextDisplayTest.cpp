@@ -390,7 +390,7 @@ TEST_F(TextDisplayTest, DraggingBelowTheViewScrollsOnAndSelects)
 TEST_F(TextDisplayTest, WheelMovesAsManyRowsAsTheSystemSays)
 {
     show(numberedLines(500));
-    const auto turn = [this](QWidget &widget, int angle) {
+    const auto turn = [](QWidget &widget, int angle) {
         QWheelEvent event(QPointF(5, 5), widget.mapToGlobal(QPointF(5, 5)), {}, {0, angle}, Qt::NoButton, {},
                           Qt::NoScrollPhase, false);
         QApplication::sendEvent(&widget, &event);

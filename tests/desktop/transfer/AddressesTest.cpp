@@ -19,7 +19,7 @@ using Then = Answer::Then;
 
 namespace {
 
-constexpr std::chrono::milliseconds kShort = 400ms;
+constexpr std::chrono::milliseconds kShortConnectLimit = 400ms;
 
 /// An address of loopback that answers no attempt to connect: Linux drops them while the queue of a listening socket is
 /// full (listen(2)).
@@ -186,7 +186,7 @@ protected:
     QStringList heardOfImpatientLoader(const platform::UrlRequest &request)
     {
         TransferSettings settings = testSettings();
-        settings.connectLimit = kShort;
+        settings.connectLimit = kShortConnectLimit;
         CurlUrlLoader impatient(operations, settings);
         clock.start();
         impatient.connectionWithRequestDelegate(request, delegate);
@@ -221,8 +221,8 @@ TEST_F(LostAddresses, ConnectingHasALimitOfItsOwn)
     const DeadAddress dead(AF_INET);
 
     EXPECT_EQ(heardOfImpatientLoader(aPost(withPort(dead.port()))), kFailed);
-    EXPECT_GE(passed(), kShort);
-    EXPECT_LT(passed(), 10 * kShort);
+    EXPECT_GE(passed(), kShortConnectLimit);
+    EXPECT_LT(passed(), 10 * kShortConnectLimit);
 }
 
 TEST_F(LostAddresses, ADeadOneIsLeftBehindWhenTheOtherHangsUp)
@@ -233,7 +233,7 @@ TEST_F(LostAddresses, ADeadOneIsLeftBehindWhenTheOtherHangsUp)
 
     EXPECT_EQ(heardOfImpatientLoader(aPostToBoth(dead.port())), kFailed);
     EXPECT_EQ(closing.accepted, 1);
-    EXPECT_LT(passed(), 10 * kShort);
+    EXPECT_LT(passed(), 10 * kShortConnectLimit);
 }
 
 TEST_F(LostAddresses, LimitsAreThirtySecondsUnlessSaidOtherwise)

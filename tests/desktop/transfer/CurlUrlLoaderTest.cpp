@@ -832,12 +832,12 @@ TEST_F(UrlLoaderTest, CallbacksOfOtherTransfersWaitForTheEndOfACallback)
 
 namespace {
 
-constexpr std::chrono::milliseconds kShort = 400ms;
+constexpr std::chrono::milliseconds kShortIdleLimit = 400ms;
 
 TransferSettings impatientSettings()
 {
     TransferSettings settings = testSettings();
-    settings.idleLimit = kShort;
+    settings.idleLimit = kShortIdleLimit;
     return settings;
 }
 
@@ -872,7 +872,7 @@ TEST_F(IdleTime, AServerThatNeverAnswersIsAFailure)
     EXPECT_EQ(heardOfImpatientLoader(aPost(server.url())), kFailed);
     EXPECT_EQ(server.posts(), 1);
     // The system may let a timer of this kind run out a twentieth early.
-    EXPECT_GE(passed(), kShort * 19 / 20);
+    EXPECT_GE(passed(), kShortIdleLimit * 19 / 20);
     EXPECT_TRUE(eventually([this] { return server.closedConnections() == 1; }));
 }
 
@@ -902,40 +902,40 @@ TEST_F(IdleTime, AServerThatStopsReadingIsAFailure)
 TEST_F(IdleTime, AnAnswerThatTricklesIsComplete)
 {
     server.willAnswer({{"HTTP/1.1 200 OK\r\nContent-Length: 8\r\n\r\n", Then::StayConnected, After::Request,
-                        trickling("abcdefgh", kShort / 3)}});
+                        trickling("abcdefgh", kShortIdleLimit / 3)}});
 
     EXPECT_EQ(heardOfImpatientLoader(aPost(server.url())).last(), u"finished"_s);
     EXPECT_EQ(delegate.bytes, 8);
-    EXPECT_GT(passed(), 2 * kShort);
+    EXPECT_GT(passed(), 2 * kShortIdleLimit);
 }
 
 TEST_F(IdleTime, ARequestThatTricklesIsComplete)
 {
     // So fast that what the system's own buffers hold at the end takes far less than the idle time.
-    server.readSlowly(4 * kMebibyte, kShort / 8);
+    server.readSlowly(4 * kMebibyte, kShortIdleLimit / 8);
 
     EXPECT_EQ(heardOfImpatientLoader(aPost(server.url(), QByteArray(96 * kMebibyte, 'x'))), kFinished);
-    EXPECT_GT(passed(), 2 * kShort);
+    EXPECT_GT(passed(), 2 * kShortIdleLimit);
 }
 
 TEST_F(IdleTime, DoesNotPassWhileTheSystemsOwnQueueDrains)
 {
     // The whole body fits into the queue, and the server takes many times the idle time to empty it.
     server.limitReceiveBuffer(16 * 1024);
-    server.readSlowly(16 * 1024, kShort / 8);
+    server.readSlowly(16 * 1024, kShortIdleLimit / 8);
 
     EXPECT_EQ(heardOfImpatientLoader(aPost(server.url(), QByteArray(kMebibyte, 'x'))), kFinished);
-    EXPECT_GT(passed(), 4 * kShort);
+    EXPECT_GT(passed(), 4 * kShortIdleLimit);
     EXPECT_EQ(server.posts(), 1);
 }
 
 TEST_F(IdleTime, DoesNotPassWhileAHeadTrickles)
 {
     server.willAnswer({{"", Then::StayConnected, After::Request,
-                        trickling("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n", kShort / 8)}});
+                        trickling("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n", kShortIdleLimit / 8)}});
 
     EXPECT_EQ(heardOfImpatientLoader(aPost(server.url())), kFinished);
-    EXPECT_GT(passed(), 2 * kShort);
+    EXPECT_GT(passed(), 2 * kShortIdleLimit);
 }
 
 TEST_F(IdleTime, DoesNotPassWhileItIsTheDelegateThatIsWaitedFor)
@@ -947,7 +947,7 @@ TEST_F(IdleTime, DoesNotPassWhileItIsTheDelegateThatIsWaitedFor)
                         }}});
     operations.perform([this] {
         impatient.connectionWithRequestDelegate(aPost(server.url()), delegate);
-        eventually([] { return false; }, 3 * kShort);
+        eventually([] { return false; }, 3 * kShortIdleLimit);
     });
     alertEnded.setSingleShot(true);
     alertEnded.start(0);
