@@ -24,12 +24,12 @@ class FormData : public testing::Test
 protected:
     QByteArray bodyOf(const QVariantMap &form, const QString &boundary = u"XYZ"_s)
     {
-        const std::optional<QByteArray> body = world.controller.generateFormDataForBoundary(form, boundary);
+        const std::optional<QByteArray> body = recording.controller.generateFormDataForBoundary(form, boundary);
         EXPECT_TRUE(body.has_value());
         return body.value_or(QByteArray());
     }
 
-    RecordingPlatform world;
+    RecordingPlatform recording;
 };
 
 QByteArray textPart(const QByteArray &name, const QByteArray &content)
@@ -108,7 +108,7 @@ TEST_F(FormData, FileThatCannotBeReadContributesNoBytes)
 
     EXPECT_EQ(bodyOf({{u"log"_s, QUrl::fromLocalFile(home.path(u"gone.log"_s))}}), filePart("log", "gone.log", ""));
     EXPECT_EQ(bodyOf({{u"log"_s, QUrl::fromLocalFile(home.path(u"pipe"_s))}}), filePart("log", "pipe", ""));
-    EXPECT_EQ(world.calls.taken(), Calls::List());
+    EXPECT_EQ(recording.calls.taken(), Calls::List());
 }
 
 TEST_F(FormData, UrlThatIsNotAFileIsTheBoundaryLineAndTheTerminator)
@@ -155,24 +155,25 @@ TEST_F(FormData, MemoryThatRunsOutIsLoggedAndThereIsNoBody)
     const QString text(qsizetype(16) * 1024 * 1024, QChar(0x2500));
     const LimitedMemory fourMebibytesMore(4 * 1024 * 1024);
 
-    EXPECT_EQ(world.controller.generateFormDataForBoundary({{u"crashlog"_s, text}}, u"XYZ"_s), std::nullopt);
+    EXPECT_EQ(recording.controller.generateFormDataForBoundary({{u"crashlog"_s, text}}, u"XYZ"_s), std::nullopt);
     EXPECT_EQ(
-        world.calls.taken(),
+        recording.calls.taken(),
         (Calls::List{"log Exception in generateFormData:forBoundary. MallocException - there is no memory for the "
                      "body of the request"}));
 }
 
 TEST_F(FormData, ExceptionIsLoggedAndThereIsNoBody)
 {
-    EXPECT_EQ(world.controller.generateFormDataForBoundary({{u"a"_s, u"b"_s}, {u"b"_s, unspeakableValue()}}, u"XYZ"_s),
-              std::nullopt);
-    EXPECT_EQ(world.calls.taken(),
+    EXPECT_EQ(
+        recording.controller.generateFormDataForBoundary({{u"a"_s, u"b"_s}, {u"b"_s, unspeakableValue()}}, u"XYZ"_s),
+        std::nullopt);
+    EXPECT_EQ(recording.calls.taken(),
               (Calls::List{"log Exception in generateFormData:forBoundary. TestFailure - no textual form"}));
 }
 
 TEST_F(FormData, ExceptionOfAnotherKindPassesOn)
 {
-    EXPECT_THROW(world.controller.generateFormDataForBoundary({{u"a"_s, otherwiseUnspeakableValue()}}, u"XYZ"_s),
+    EXPECT_THROW(recording.controller.generateFormDataForBoundary({{u"a"_s, otherwiseUnspeakableValue()}}, u"XYZ"_s),
                  std::runtime_error);
-    EXPECT_EQ(world.calls.taken(), Calls::List());
+    EXPECT_EQ(recording.calls.taken(), Calls::List());
 }

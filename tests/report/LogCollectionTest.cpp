@@ -26,17 +26,17 @@ const std::string kIncompatible =
 class LogCollection : public testing::Test
 {
 protected:
-    LogCollection() { world.controller.init(); }
+    LogCollection() { recording.controller.init(); }
 
     bool load(const QByteArray &crashLog, const QString &name = u"Harbour_2026-11-02.crash"_s, bool silent = kSilent)
     {
-        return world.controller.loadLogSilent(home.write(name, crashLog), silent);
+        return recording.controller.loadLogSilent(home.write(name, crashLog), silent);
     }
 
-    QString report() const { return world.logText.text; }
+    QString report() const { return recording.logText.text; }
 
     SampleHome home;
-    RecordingPlatform world;
+    RecordingPlatform recording;
 };
 
 /// Notes which files of a folder are opened.
@@ -131,7 +131,7 @@ TEST_F(LogCollection, BothMarkersShowTwoAlertsInTheirOrder)
 {
     ASSERT_TRUE(load("net.culater.SIMBL com.unsanity.ape", u"Harbour_1.crash"_s, !kSilent));
 
-    EXPECT_EQ(world.calls.taken(),
+    EXPECT_EQ(recording.calls.taken(),
               (Calls::List{"alert Unsanity Application Enhancer is installed / " + kIncompatible,
                            "alert SIMBL is installed / " + kIncompatible, "logText setString"}));
 }
@@ -140,30 +140,30 @@ TEST_F(LogCollection, BothMarkersShowNoAlertWhenSilent)
 {
     ASSERT_TRUE(load("net.culater.SIMBL com.unsanity.ape"));
 
-    EXPECT_EQ(world.calls.taken(), (Calls::List{"logText setString"}));
+    EXPECT_EQ(recording.calls.taken(), (Calls::List{"logText setString"}));
 }
 
 TEST_F(LogCollection, EachMarkerAloneShowsItsOwnAlert)
 {
     ASSERT_TRUE(load("com.unsanity.ape", u"Harbour_1.crash"_s, !kSilent));
-    EXPECT_EQ(world.calls.taken().front(), "alert Unsanity Application Enhancer is installed / " + kIncompatible);
+    EXPECT_EQ(recording.calls.taken().front(), "alert Unsanity Application Enhancer is installed / " + kIncompatible);
 
     ASSERT_TRUE(load("net.culater.SIMBL", u"Harbour_1.crash"_s, !kSilent));
-    EXPECT_EQ(world.calls.taken().front(), "alert SIMBL is installed / " + kIncompatible);
+    EXPECT_EQ(recording.calls.taken().front(), "alert SIMBL is installed / " + kIncompatible);
 }
 
 TEST_F(LogCollection, MarkersAreCaseSensitive)
 {
     ASSERT_TRUE(load("com.Unsanity.APE net.culater.simbl", u"Harbour_1.crash"_s, !kSilent));
 
-    EXPECT_EQ(world.calls.taken(), (Calls::List{"logText setString"}));
+    EXPECT_EQ(recording.calls.taken(), (Calls::List{"logText setString"}));
 }
 
 TEST_F(LogCollection, MarkersBehindTheCutOfAHangReportStillWarn)
 {
     ASSERT_TRUE(load(hangReportOf(60'000) + "com.unsanity.ape", u"Harbour_1.crash"_s, !kSilent));
 
-    EXPECT_EQ(world.calls.taken().front(), "alert Unsanity Application Enhancer is installed / " + kIncompatible);
+    EXPECT_EQ(recording.calls.taken().front(), "alert Unsanity Application Enhancer is installed / " + kIncompatible);
 }
 
 TEST_F(LogCollection, FileNameWithoutUnderscoreIsThisApplication)
@@ -172,7 +172,7 @@ TEST_F(LogCollection, FileNameWithoutUnderscoreIsThisApplication)
 
     ASSERT_TRUE(load("crash", u"Harbour.crash"_s));
 
-    EXPECT_EQ(world.controller.appName, u"This application"_s);
+    EXPECT_EQ(recording.controller.appName, u"This application"_s);
     EXPECT_EQ(report(), u"crash\nLog 1:\none"_s);
 }
 
@@ -185,20 +185,20 @@ TEST_F(LogCollection, FileNameThatBeginsWithUnderscoreGivesAnEmptyName)
 
     ASSERT_TRUE(load("crash", u"_Harbour.crash"_s));
 
-    EXPECT_EQ(world.controller.appName, QString());
-    EXPECT_TRUE(world.controller.appName.has_value());
+    EXPECT_EQ(recording.controller.appName, QString());
+    EXPECT_TRUE(recording.controller.appName.has_value());
     EXPECT_EQ(report(), u"crash\nLog 1:\none\nTask Log 1:\ntask one\nLog 2:\ntwo\nTask Log 2:\ntask two"_s);
 }
 
 TEST_F(LogCollection, NameEndsAtTheFirstUnderscoreOfTheLastComponent)
 {
-    EXPECT_EQ(world.controller.appNameFromFilename(u"/a_b/Harbour Pilot_2026_11.crash"_s), u"Harbour Pilot"_s);
-    EXPECT_EQ(world.controller.appNameFromFilename(u"/a_b/Harbour.crash"_s), u"This application"_s);
-    EXPECT_EQ(world.controller.appNameFromFilename(u"/a/Harbour_1/"_s), u"Harbour"_s);
-    EXPECT_EQ(world.controller.appNameFromFilename(u"/"_s), u"This application"_s);
-    EXPECT_EQ(world.controller.appNameFromFilename(QString()), u"This application"_s);
-    EXPECT_EQ(world.calls.taken(), Calls::List());
-    EXPECT_EQ(world.controller.appName, std::nullopt);
+    EXPECT_EQ(recording.controller.appNameFromFilename(u"/a_b/Harbour Pilot_2026_11.crash"_s), u"Harbour Pilot"_s);
+    EXPECT_EQ(recording.controller.appNameFromFilename(u"/a_b/Harbour.crash"_s), u"This application"_s);
+    EXPECT_EQ(recording.controller.appNameFromFilename(u"/a/Harbour_1/"_s), u"Harbour"_s);
+    EXPECT_EQ(recording.controller.appNameFromFilename(u"/"_s), u"This application"_s);
+    EXPECT_EQ(recording.controller.appNameFromFilename(QString()), u"This application"_s);
+    EXPECT_EQ(recording.calls.taken(), Calls::List());
+    EXPECT_EQ(recording.controller.appName, std::nullopt);
 }
 
 TEST_F(LogCollection, AppendsTheFourLogsAlternately)
@@ -220,11 +220,11 @@ TEST_F(LogCollection, ListenerHearsWhereTheAppendedLogsBegin)
     home.writeApplicationLog(u"Harbour.task.2.log"_s, "last");
     ASSERT_TRUE(load("crash \xF0\x9F\x98\x80"));
 
-    EXPECT_EQ(world.reportListener.report.path, home.path(u"Harbour_2026-11-02.crash"_s));
+    EXPECT_EQ(recording.reportListener.report.path, home.path(u"Harbour_2026-11-02.crash"_s));
     EXPECT_EQ(
-        world.reportListener.report.appendedLogs,
+        recording.reportListener.report.appendedLogs,
         (QList<platform::AppendedLog>{{.title = u"Log 1"_s, .offset = 9}, {.title = u"Task Log 2"_s, .offset = 29}}));
-    for (const platform::AppendedLog &log : world.reportListener.report.appendedLogs) {
+    for (const platform::AppendedLog &log : recording.reportListener.report.appendedLogs) {
         EXPECT_TRUE(report().mid(log.offset).startsWith(log.title + u":\n"_s));
     }
 }
@@ -232,11 +232,11 @@ TEST_F(LogCollection, ListenerHearsWhereTheAppendedLogsBegin)
 TEST_F(LogCollection, ListenerHearsOfTheReplacedTextAndNotOfAFailure)
 {
     ASSERT_TRUE(load("first"));
-    EXPECT_EQ(world.reportListener.textWhenHeard, u"first"_s);
+    EXPECT_EQ(recording.reportListener.textWhenHeard, u"first"_s);
 
     EXPECT_FALSE(load("\xFF", u"Other_1.crash"_s));
 
-    EXPECT_EQ(world.reportListener.report.path, home.path(u"Harbour_2026-11-02.crash"_s));
+    EXPECT_EQ(recording.reportListener.report.path, home.path(u"Harbour_2026-11-02.crash"_s));
 }
 
 TEST_F(LogCollection, EmptyApplicationLogIsItsHeaderAlone)
@@ -367,23 +367,23 @@ TEST_F(LogCollection, SecondCallReplacesReportAndName)
     ASSERT_TRUE(load("second", u"Beacon_1.crash"_s));
 
     EXPECT_EQ(report(), u"second"_s);
-    EXPECT_EQ(world.controller.appName, u"Beacon"_s);
+    EXPECT_EQ(recording.controller.appName, u"Beacon"_s);
 }
 
 TEST_F(LogCollection, MissingCrashLogChangesNothing)
 {
-    EXPECT_FALSE(world.controller.loadLogSilent(home.path(u"gone_1.crash"_s), !kSilent));
+    EXPECT_FALSE(recording.controller.loadLogSilent(home.path(u"gone_1.crash"_s), !kSilent));
 
-    EXPECT_EQ(world.calls.taken(), Calls::List());
-    EXPECT_EQ(world.controller.appName, std::nullopt);
-    EXPECT_FALSE(world.controller.logOpened);
+    EXPECT_EQ(recording.calls.taken(), Calls::List());
+    EXPECT_EQ(recording.controller.appName, std::nullopt);
+    EXPECT_FALSE(recording.controller.logOpened);
 }
 
 TEST_F(LogCollection, SuccessSetsLogOpened)
 {
     ASSERT_TRUE(load(QByteArray()));
 
-    EXPECT_TRUE(world.controller.logOpened);
+    EXPECT_TRUE(recording.controller.logOpened);
     EXPECT_EQ(report(), QString());
 }
 
@@ -419,8 +419,8 @@ TEST_F(LogCollection, DirectoryInPlaceOfTheCrashLogChangesNothing)
 {
     QDir().mkpath(home.path(u"Folder_1.crash"_s));
 
-    EXPECT_FALSE(world.controller.loadLogSilent(home.path(u"Folder_1.crash"_s), kSilent));
-    EXPECT_EQ(world.calls.taken(), Calls::List());
+    EXPECT_FALSE(recording.controller.loadLogSilent(home.path(u"Folder_1.crash"_s), kSilent));
+    EXPECT_EQ(recording.calls.taken(), Calls::List());
 }
 
 TEST_F(LogCollection, BrokenApplicationLogIsLeftOutAndTheOthersAreStillTried)
@@ -513,9 +513,9 @@ TEST_F(LogCollection, OrdinaryUserTakesOnNobodysRights)
 
 TEST_F(LogCollection, ExceptionPassesToTheCallerAndWhatWasDoneStays)
 {
-    world.calls.failAt("logText setString");
+    recording.calls.failAt("logText setString");
 
     EXPECT_THROW(load("crash"), platform::PlatformException);
-    EXPECT_EQ(world.controller.appName, u"Harbour"_s);
-    EXPECT_FALSE(world.controller.logOpened);
+    EXPECT_EQ(recording.controller.appName, u"Harbour"_s);
+    EXPECT_FALSE(recording.controller.logOpened);
 }

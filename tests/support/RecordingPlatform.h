@@ -1,4 +1,4 @@
-// A platform that notes, in one list, every message the controller sends, and fails where a test tells it to.
+// A platform that notes, in one list, every command that the controller gives, and fails where a test tells it to.
 #pragma once
 
 #include "platform/PlatformException.h"
@@ -15,37 +15,44 @@
 #include <utility>
 #include <vector>
 
-/// The messages of one test, in the order in which they were sent.
+/// The commands of one test, in the order in which they were given.
 class Calls
 {
 public:
     using List = std::vector<std::string>;
 
-    /// Notes the message, then does what was put down for it.
-    void note(const std::string &call)
+    /// Notes a command, then does what was put down for it.
+    void note(const std::string &command)
     {
-        list.push_back(call);
-        if (const auto found = actions.find(call); found != actions.end()) {
+        list.push_back(command);
+        ask(command);
+    }
+
+    /// Does what was put down for a question. It is not noted: nobody needs to know in which order questions are asked,
+    /// and what comes of the answers is seen.
+    void ask(const std::string &question)
+    {
+        if (const auto found = actions.find(question); found != actions.end()) {
             found->second();
         }
     }
 
-    /// What happens inside the message, after it was noted.
+    /// What happens inside the command or the question.
     void on(const std::string &call, std::function<void()> action) { actions[call] = std::move(action); }
 
-    /// Makes the message raise the platform's exception.
+    /// Makes the command or the question raise the platform's exception.
     void failAt(const std::string &call)
     {
         on(call, [] { throw platform::PlatformException(QStringLiteral("TestFailure"), QStringLiteral("as asked")); });
     }
 
-    /// Makes the message raise an exception of another kind.
+    /// Makes the command or the question raise an exception of another kind.
     void failOtherwiseAt(const std::string &call)
     {
         on(call, [] { throw std::runtime_error("of another kind"); });
     }
 
-    /// The messages since the last call of this function.
+    /// The commands since the last call of this function.
     List taken() { return std::exchange(list, {}); }
 
 private:
@@ -84,7 +91,7 @@ public:
 
     platform::Rect frame() const override
     {
-        calls.note("mainWindow frame");
+        calls.ask("mainWindow frame");
         return rect;
     }
     void setFrameDisplayAnimate(const platform::Rect &frame, platform::Display display,
@@ -117,7 +124,7 @@ public:
 
     bool isHidden() const override
     {
-        calls.note("logView isHidden");
+        calls.ask("logView isHidden");
         return hidden;
     }
     void setHidden(bool nowHidden) override
@@ -127,7 +134,7 @@ public:
     }
     platform::Rect frame() const override
     {
-        calls.note("logView frame");
+        calls.ask("logView frame");
         return rect;
     }
 
@@ -149,7 +156,7 @@ public:
 
     QString stringValue() const override
     {
-        calls.note(name + " stringValue");
+        calls.ask(name + " stringValue");
         return text;
     }
     void setStringValue(const QString &newText) override
@@ -182,7 +189,7 @@ public:
 
     QString string() const override
     {
-        calls.note(name + " string");
+        calls.ask(name + " string");
         return text;
     }
     void setString(const QString &newText) override
@@ -319,12 +326,12 @@ public:
 
     qint64 integerForKey(const QString &key) const override
     {
-        calls.note("defaults integerForKey " + key.toStdString());
+        calls.ask("defaults integerForKey " + key.toStdString());
         return values.value(key).toLongLong();
     }
     std::optional<QVariant> objectForKey(const QString &key) const override
     {
-        calls.note("defaults objectForKey " + key.toStdString());
+        calls.ask("defaults objectForKey " + key.toStdString());
         const auto found = values.constFind(key);
         return found == values.constEnd() ? std::nullopt : std::optional(*found);
     }
@@ -356,12 +363,12 @@ public:
 
     QStringList arguments() const override
     {
-        calls.note("process arguments");
+        calls.ask("process arguments");
         return argumentList;
     }
     QString globallyUniqueString() const override
     {
-        calls.note("process globallyUniqueString");
+        calls.ask("process globallyUniqueString");
         return QStringLiteral("unique-%1").arg(++given);
     }
 
@@ -382,7 +389,7 @@ public:
 
     QDateTime date() const override
     {
-        calls.note("clock date");
+        calls.ask("clock date");
         return now;
     }
 
