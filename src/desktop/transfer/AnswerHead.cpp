@@ -17,10 +17,30 @@ bool leadsElsewhere(long status)
     return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
 }
 
+bool isDigit(char one)
+{
+    return one >= '0' && one <= '9';
+}
+
+/// A status line of HTTP/1.x (RFC 9112 section 4), whose reason may be missing with the blank before it. libcurl also
+/// takes others, such as one of "200%OK".
+bool isStatusLine(QByteArrayView line)
+{
+    constexpr qsizetype kVersionSize = 9;
+    constexpr qsizetype kStatusSize = 3;
+    if (!line.startsWith("HTTP/1.0 ") && !line.startsWith("HTTP/1.1 ")) {
+        return false;
+    }
+    const QByteArrayView status = line.sliced(kVersionSize);
+    const QByteArrayView digits = status.first(std::min(kStatusSize, status.size()));
+    return digits.size() == kStatusSize && std::ranges::all_of(digits, isDigit)
+        && (status.size() == kStatusSize || QByteArrayView(" \r\n").contains(status.at(kStatusSize)));
+}
+
 /// A number of digits alone that is not too large to count with.
 std::optional<qint64> numberFrom(const QByteArray &text)
 {
-    const bool isDigits = std::ranges::all_of(text, [](char one) { return one >= '0' && one <= '9'; });
+    const bool isDigits = std::ranges::all_of(text, isDigit);
     bool isNumber = false;
     const qint64 number = text.toLongLong(&isNumber);
     return isDigits && isNumber ? std::optional(number) : std::nullopt;
@@ -60,7 +80,7 @@ void AnswerHead::takeStatusLine(QByteArrayView line)
 {
     *this = AnswerHead();
     atStatusLine = false;
-    clear = line.startsWith("HTTP/1.0 ") || line.startsWith("HTTP/1.1 ");
+    clear = isStatusLine(line);
 }
 
 void AnswerHead::takeField(QByteArrayView name, QByteArrayView value)

@@ -96,6 +96,23 @@ TEST(AnswerHead, IsClearOnlyInTheProtocolThatIsSpoken)
     }
 }
 
+TEST(AnswerHead, IsClearOnlyWithAStatusLineOfThreeDigitsBetweenBlanks)
+{
+    for (const char *line : {"HTTP/1.1 200%OK\r\n", "HTTP/1.1 200-\r\n", "HTTP/1.1 2x0 OK\r\n", "HTTP/1.1 20\r\n",
+                             "HTTP/1.1  200 OK\r\n", "HTTP/1.1 2000 OK\r\n", "HTTP/1.1 \r\n"}) {
+        AnswerHead head;
+        head.take(line, 200);
+        head.take("\r\n", 200);
+        EXPECT_FALSE(head.isClear()) << line;
+    }
+    for (const char *line : {"HTTP/1.1 200 OK\r\n", "HTTP/1.0 200 \r\n", "HTTP/1.1 200\r\n", "HTTP/1.1 200\n"}) {
+        AnswerHead head;
+        head.take(line, 200);
+        head.take("\r\n", 200);
+        EXPECT_TRUE(head.isClear()) << line;
+    }
+}
+
 TEST(AnswerHead, ContinuesAFieldInALineThatBeginsWithABlank)
 {
     const AnswerHead folded = headOf(302, {"X-Folded: one", " Content-Length: none", "\tLocation: /other", ""});
