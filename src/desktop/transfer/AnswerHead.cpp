@@ -58,7 +58,9 @@ void AnswerHead::take(QByteArrayView line, long status)
         takeStatusLine(line);
         return;
     }
-    if (line.trimmed().isEmpty()) {
+    // libcurl looks at the first byte alone, and what it takes for the end of a head has to be one here.
+    if (line.startsWith('\r') || line.startsWith('\n')) {
+        clear = clear && (line == "\r\n" || line == "\n");
         ended = !isInterim(status);
         redirect = ended && hasLocation && leadsElsewhere(status);
         atStatusLine = true;

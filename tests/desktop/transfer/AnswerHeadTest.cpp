@@ -35,6 +35,32 @@ TEST(AnswerHead, EndsWithABareLineFeed)
     EXPECT_TRUE(head.hasEnded());
 }
 
+TEST(AnswerHead, GoesOnAfterALineOfBlanks)
+{
+    for (const char *blanks : {" ", "\t", " \t "}) {
+        EXPECT_FALSE(headOf(200, {"Server: x", blanks}).hasEnded()) << blanks;
+        EXPECT_TRUE(headOf(200, {"Server: x", blanks, ""}).isClear()) << blanks;
+    }
+}
+
+TEST(AnswerHead, EndsUnclearlyWithALineThatOnlyBeginsLikeABlankOne)
+{
+    for (const char *line : {"\rX", "\r", "\rLocation: /"}) {
+        const AnswerHead head = headOf(200, {"Server: x", line});
+        EXPECT_TRUE(head.hasEnded()) << line;
+        EXPECT_FALSE(head.isClear()) << line;
+    }
+}
+
+TEST(AnswerHead, OfAnInterimAnswerLeavesNothingToTheFinalOneHoweverItEnds)
+{
+    AnswerHead head = headOf(103, {"Transfer-Encoding: chunked", "\rX"});
+    head.take("HTTP/1.1 200 OK\r\n", 200);
+    head.take("\r\n", 200);
+    EXPECT_TRUE(head.hasEnded());
+    EXPECT_FALSE(head.isChunked());
+}
+
 TEST(AnswerHead, OfAnInterimAnswerIsNotTheEnd)
 {
     for (const long status : {100L, 101L, 102L, 103L, 199L}) {
