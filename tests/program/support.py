@@ -71,6 +71,7 @@ class ProgramTest(unittest.TestCase):
     """Each test has an endpoint, a home and a program of its own; the display is the whole file's."""
 
     binary = None
+    named = None  # the same program, built for a host with a name
     authority = None
     desktop = None
 
@@ -157,6 +158,7 @@ class ProgramTest(unittest.TestCase):
 def options(arguments):
     parser = argparse.ArgumentParser(description="Runs the tests of one file.")
     parser.add_argument("--program", required=True, help="the built program")
+    parser.add_argument("--named", help="the same, built to submit to endpoint.test, for the tests that need it")
     parser.add_argument("--authority", required=True, help="folder of the throwaway certificates")
     parser.add_argument("file", help="such as test_window.py")
     parser.add_argument("words", nargs="*", metavar="WORD", help="only the tests whose name contains one of these")
@@ -178,6 +180,7 @@ def run(file, words):
 def main(arguments):
     chosen = options(arguments)
     ProgramTest.binary = chosen.program
+    ProgramTest.named = chosen.named
     ProgramTest.authority = chosen.authority
     return run(chosen.file, chosen.words)
 
