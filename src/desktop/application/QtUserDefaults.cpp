@@ -4,6 +4,7 @@
 #include "base/PathText.h"
 #include "base/TextFile.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QLockFile>
@@ -13,6 +14,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -66,21 +68,70 @@ bool isLedAstray(const QString &folder)
     });
 }
 
-/// Whether another process keeps the store from being written. The toolkit would wait for its lock up to 30 seconds, or
-/// forever if the lock is not a regular file, blocking the window. Best effort: another process may take the lock right
-/// behind this look at it.
-bool isLocked(const QString &path)
+/// Keeps other processes from writing the store, for as long as the lock lives; nothing where they cannot be kept from
+/// it. The toolkit by itself would wait for its lock up to 30 seconds, or forever if the lock is not a regular file.
+std::unique_ptr<QLockFile> lockOf(const QString &store)
 {
-    const QString lockPath = path + u".lock"_s;
-    if (!canBeAStore(lockPath)) {
-        return true;
+    const QString path = store + u".lock"_s;
+    if (!canBeAStore(path) || !QDir().mkpath(QFileInfo(store).path())) {
+        return nullptr;
     }
-    QLockFile lock(lockPath);
+    auto lock = std::make_unique<QLockFile>(path);
     // A process that was killed before it had written its ID into the lock leaves one that looks alive but for its age.
     // A lock counts as left behind at this age; its holder's own lock on the file (flock(2)) keeps it from being
     // removed while the holder lives.
-    lock.setStaleLockTime(static_cast<int>(kMaxWait.count()));
-    return !lock.tryLock(static_cast<int>(2 * kMaxWait.count())) && lock.error() == QLockFile::LockFailedError;
+    lock->setStaleLockTime(static_cast<int>(kMaxWait.count()));
+    return lock->tryLock(static_cast<int>(2 * kMaxWait.count())) ? std::move(lock) : nullptr;
+}
+
+/// The file that a store of this name is: what a link leads to, so that the link stays.
+QString fileOf(const QString &store)
+{
+    const QFileInfo info(store);
+    if (info.exists()) {
+        return info.canonicalFilePath();
+    }
+    return info.isSymLink() ? info.symLinkTarget() : store;
+}
+
+/// Clears away what a killed process has left; false where anything stays.
+bool isFree(const QString &path)
+{
+    QFile::remove(path);
+    return !fileExists(path);
+}
+
+/// Whether the file has a line for each of so many values, and the last line its end.
+bool isWhole(const QString &path, qsizetype valueCount)
+{
+    const QByteArray content = contentsOfRegularFile(path).value_or(QByteArray());
+    const QList<QByteArray> lines = content.split('\n');
+    const auto isValue = [](const QByteArray &line) { return !line.isEmpty() && !line.startsWith('['); };
+    return content.endsWith('\n') && std::ranges::count_if(lines, isValue) == valueCount;
+}
+
+/// Puts a file with these values in the place of the store's. It is written beside it and looked at first: the toolkit
+/// takes a file whose last bytes could not be written, on a full disk, for a good one.
+bool replaceStore(const QString &store, const QVariantMap &values)
+{
+    const QString file = fileOf(store);
+    const QString fresh = file + u".new"_s;
+    if (!isFree(fresh) || !isFree(fresh + u".lock"_s) || (fileExists(file) && !QFileInfo(file).isWritable())) {
+        return false;
+    }
+    QSettings writer(fresh, QSettings::IniFormat);
+    for (const auto &[key, value] : values.asKeyValueRange()) {
+        writer.setValue(key, value);
+    }
+    writer.sync();
+    if (writer.status() != QSettings::NoError || !isWhole(fresh, values.size())) {
+        QFile::remove(fresh);
+        return false;
+    }
+    if (fileExists(file)) {
+        QFile::setPermissions(fresh, QFile::permissions(file));
+    }
+    return std::rename(QFile::encodeName(fresh).constData(), QFile::encodeName(file).constData()) == 0;
 }
 
 std::unique_ptr<QSettings> openedStore(const platform::LocalLookups &lookups)
@@ -134,23 +185,29 @@ void QtUserDefaults::setObjectForKey(const QVariant &value, const QString &key)
 
 void QtUserDefaults::synchronize()
 {
-    // Not before this is sure: the toolkit would write what it has been given from the event loop, and at its end.
     if (!settings) {
         qCInfo(lcSettings) << "nothing is kept: there is no folder for the settings, or no regular file";
         return;
     }
-    if (!canBeAStore(settings->fileName()) || isLocked(settings->fileName())) {
-        qCInfo(lcSettings) << settings->fileName() << "is not written: it or its lock is no regular file, or is locked";
+    const QString store = settings->fileName();
+    const std::unique_ptr<QLockFile> lock = canBeAStore(store) ? lockOf(store) : nullptr;
+    if (!lock) {
+        qCInfo(lcSettings) << store << "is not written: it or its lock is no regular file, or is locked";
         return;
     }
-    for (const auto &[key, value] : std::exchange(unsaved, {}).asKeyValueRange()) {
-        settings->setValue(key, value);
-    }
-    // Replaces the file as a whole, so its former content is lost only to the new one.
     settings->sync();
-    if (settings->status() != QSettings::NoError) {
-        qCInfo(lcSettings) << settings->fileName() << "is not written:" << settings->status();
+    QVariantMap values = unsaved;
+    const QStringList keys = settings->allKeys();
+    for (const QString &key : keys) {
+        if (!values.contains(key)) {
+            values[key] = settings->value(key);
+        }
     }
+    if (!replaceStore(store, values)) {
+        qCInfo(lcSettings) << store << "cannot be replaced";
+        return;
+    }
+    unsaved.clear();
 }
 
 QVariant QtUserDefaults::valueForKey(const QString &key) const
@@ -161,10 +218,7 @@ QVariant QtUserDefaults::valueForKey(const QString &key) const
     if (!settings || !canBeAStore(settings->fileName())) {
         return {};
     }
-    // Another window may have submitted since: what counts is what is stored now. Where this one could not write, it
-    // goes on with what it has counted; the toolkit would try to write again here, and wait for locks.
-    if (settings->status() != QSettings::AccessError) {
-        settings->sync();
-    }
+    // Another window may have submitted since: what counts is what is stored now.
+    settings->sync();
     return settings->value(key);
 }

@@ -15,7 +15,7 @@
 ///
 /// Only a regular file is a store, or a link to one. Where there is anything else, where the user has no home, or while
 /// another process holds the store locked, nothing is stored and nothing is touched: what was set is known to this
-/// object alone.
+/// object alone. A file is replaced as a whole, by one that was written and looked at beside it, or not at all.
 class QtUserDefaults : public platform::UserDefaults
 {
 public:
@@ -31,6 +31,6 @@ public:
 private:
     QVariant valueForKey(const QString &key) const;
 
-    std::unique_ptr<QSettings> settings; ///< None where nothing can be stored.
-    QVariantMap unsaved;                 ///< What was set since it was last made durable.
+    std::unique_ptr<QSettings> settings; ///< Only read; none where nothing can be stored.
+    QVariantMap unsaved;                 ///< What was set since the store was last written.
 };

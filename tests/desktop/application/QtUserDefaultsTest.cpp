@@ -17,10 +17,12 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <limits>
 #include <memory>
 
@@ -266,6 +268,30 @@ TEST_F(UserDefaultsTest, AStoreThatCannotBeReplacedKeepsItsFormerContentWhole)
     EXPECT_EQ(stored(), before);
     EXPECT_EQ(QDir(storeFolder).entryList(QDir::Files | QDir::Hidden), QStringList{u"CrashReporter.conf"_s});
     QFile::setPermissions(storeFolder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
+TEST_F(UserDefaultsTest, AWriteThatFailsHalfwayKeepsTheFormerContentWhole)
+{
+    aFileWith("crashSubmissionCount=3\nother=" + QByteArray(1000, 'x'));
+    const QByteArray before = stored();
+    rlimit bound;
+    bound.rlim_cur = bound.rlim_max = 500;
+
+    EXPECT_EXIT(
+        {
+            // As a full disk does, which takes some bytes and then no more.
+            std::signal(SIGXFSZ, SIG_IGN);
+            setrlimit(RLIMIT_FSIZE, &bound);
+            StoredDefaults defaults;
+            defaults.setIntegerForKey(4, kCount);
+            defaults.synchronize();
+            _exit(defaults.integerForKey(kCount) == 4 ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+
+    EXPECT_EQ(stored(), before);
+    EXPECT_EQ(QDir(QFileInfo(path()).path()).entryList(QDir::Files | QDir::Hidden),
+              QStringList{u"CrashReporter.conf"_s});
 }
 
 TEST_F(UserDefaultsTest, AHomeThatDoesNotExistIsNoError)
