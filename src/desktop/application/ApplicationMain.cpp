@@ -36,6 +36,8 @@ int applicationMain(int argc, char **argv)
     keepOnlyHarmlessVariables(platform::systemLocalLookups());
     // The reader of standard error may be the crashed application, which is gone; a server may hang up.
     std::signal(SIGPIPE, SIG_IGN);
+    // Where files may not grow beyond a bound, the settings are not written; a report is sent all the same.
+    std::signal(SIGXFSZ, SIG_IGN);
     QtProcessInfo processInfo(argc, argv);
     // The toolkit is given the program's name alone: it would take options it knows, and their values, from a command
     // line whose words are not meant for it.
