@@ -17,9 +17,10 @@ sys.path[:0] = [HERE, os.path.join(PROJECT, "tools")]
 
 import files  # noqa: E402 (found through the path above)
 import network  # noqa: E402
+import settings  # noqa: E402
 from situation import Result, ends_of, result_of, words  # noqa: E402
 
-GROUPS = (*network.GROUPS, *files.GROUPS)
+GROUPS = (*network.GROUPS, *files.GROUPS, *settings.GROUPS)
 # More than there are processors: most rows wait most of their time.
 WORKERS = 4
 NOT_ALLOWED = 77
@@ -194,6 +195,7 @@ def options(arguments):
     parser.add_argument("--program", required=True, help="the built program")
     parser.add_argument("--named", required=True, help=f"the same, built to submit to {network.NAMED_HOST}")
     parser.add_argument("--authority", required=True, help="folder of the throw-away certificates")
+    parser.add_argument("--all", action="store_true", help="every run of the rows of which else a sample is drawn")
     parser.add_argument("--workers", type=int, default=WORKERS)
     parser.add_argument("--list", action="store_true", help="only the names")
     parser.add_argument("--worker", action="store_true", help=argparse.SUPPRESS)

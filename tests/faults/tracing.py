@@ -37,3 +37,10 @@ class Trace:
     def wait_for(self, call):
         """Until the call has been made."""
         wait_until(lambda: any(f" {call}(" in line for line in self.lines()), f"the call of {call}")
+
+
+def drawn(values, count=None, first=0):
+    """So many of the values, evenly spread over all of them; all where no number is given."""
+    if count is None or count >= len(values):
+        return values
+    return [values[(number * len(values) + first) // count % len(values)] for number in range(count)]

@@ -1,0 +1,238 @@
+"""Every situation of the settings that is tried: what stands in their place, who else writes them, when a write ends.
+
+The settings are two values: how many attempts there were, and when the last was. A report is never kept from being sent
+because they cannot be stored; the file is always the old one or the new one, and nothing but settings is ever replaced.
+"""
+
+import os
+import socket
+import struct
+import subprocess
+import time
+
+from attempt import COUNT, DATE
+from network_world import ADDRESS
+from settings_world import (
+    OLD, OLD_COUNT, THROTTLED, Setting, at_once, failing, held_lock, in_turn, kills, overlapping)
+from situation import Group, REFUSED
+from trial.home import write
+
+NEW_COUNT = str(OLD_COUNT + 1)
+KEPT = "colour=\"green, and blue\""
+
+
+def folder_of(place):
+    os.makedirs(place.home.settings_folder, exist_ok=True)
+    return place.home.settings_folder
+
+
+def holding(text):
+    """A file with this text."""
+    def lay(place):
+        folder_of(place)
+        write(place.home.settings_path, text if isinstance(text, bytes) else text.encode())
+    return lay
+
+
+def with_rights(mode, of, text=OLD):
+    """The file, or its folder, with these rights."""
+    def lay(place):
+        holding(text)(place)
+        path = place.home.settings_path if of == "file" else place.home.settings_folder
+        os.chmod(path, mode)
+        place.ended.callback(os.chmod, path, 0o700)
+    return lay
+
+
+def in_place_of(what, lay_at, text=None):
+    """Something in the place of the file, its lock, or one of its folders."""
+    def lay(place):
+        paths = {"file": place.home.settings_path, "lock": place.home.settings_path + ".lock",
+                 "folder": place.home.settings_folder, "configuration": os.path.join(place.home.path, ".config")}
+        if what in ("file", "lock"):
+            folder_of(place)
+        if what == "configuration":
+            os.rmdir(paths[what])
+        if text:
+            holding(text)(place)
+        lay_at(paths[what])
+    return lay
+
+
+def socket_at(path):
+    with socket.socket(socket.AF_UNIX) as listener:
+        listener.bind(path)
+
+
+def link_to(target):
+    return lambda path: os.symlink(target, path)
+
+
+def file_of(content):
+    return lambda path: write(path, content)
+
+
+NO_FILE = (("a directory", os.mkdir), ("a FIFO", os.mkfifo), ("a socket", socket_at),
+           ("a link to a device that never ends", link_to("/dev/zero")), ("a link to no device", link_to("/dev/null")),
+           ("a link to a full device", link_to("/dev/full")))
+
+
+def instead_of(what, things, text=None):
+    return tuple((label, in_place_of(what, lay_at, text)) for label, lay_at in things)
+
+
+def linked_file(place):
+    folder_of(place)
+    write(os.path.join(place.home.path, "elsewhere.conf"), OLD.encode())
+    os.symlink(os.path.join(place.home.path, "elsewhere.conf"), place.home.settings_path)
+
+
+def linked_folder(place):
+    os.mkdir(os.path.join(place.home.path, "elsewhere"))
+    os.symlink(os.path.join(place.home.path, "elsewhere"), place.home.settings_folder)
+
+
+def on_disk(options, fill=True, text=OLD):
+    """The settings on a file system of their own, on which nothing more fits."""
+    def lay(place):
+        folder = folder_of(place)
+        subprocess.run(["mount", "-t", "tmpfs", "-o", options, "tmpfs", folder], check=True)
+        place.ended.callback(subprocess.run, ["umount", folder], check=True)
+        write(place.home.settings_path, text.encode())
+        if fill:
+            subprocess.run(["dd", "if=/dev/zero", f"of={folder}/full", "bs=4096"], check=False, capture_output=True)
+    return lay
+
+
+def read_only_disk(place):
+    on_disk("size=64k", fill=False)(place)
+    subprocess.run(["mount", "-o", "remount,ro", place.home.settings_folder], check=True)
+
+
+def home_is(path):
+    def lay(place):
+        return ("-u", "XDG_CONFIG_HOME", "-u", "XDG_CACHE_HOME", "-u", "XDG_DATA_HOME", f"HOME={path}"), ()
+    return lay
+
+
+def home_below_a_file(place):
+    write(os.path.join(place.folder, "file"), b"")
+    return ("-u", "XDG_CONFIG_HOME", f"HOME={place.folder}/file/home"), ()
+
+
+def no_longer_than(bytes_allowed, text=OLD):
+    def lay(place):
+        holding(text)(place)
+        return (), ("prlimit", f"--fsize={bytes_allowed}")
+    return lay
+
+
+def stored_at(clock):
+    """Twelve attempts, the last of them now; the program's clock is another."""
+    def lay(place):
+        holding(f"[General]\n{COUNT}=12\n{DATE}={date_of_now()}\n")(place)
+        return (f"LD_PRELOAD={place.world.faster_clock}", f"FAKETIME={clock}"), ()
+    return lay
+
+
+def date_of_now():
+    """As the toolkit writes a date: kind, not null, Julian day, milliseconds of the day, coordinated time."""
+    days, seconds = divmod(time.time(), 86400)
+    stream = struct.pack(">IbqIb", 16, 0, int(days) + 2440588, int(seconds * 1000), 1)
+    return "@DateTime(" + "".join(f"\\x{byte:x}" for byte in stream) + ")"
+
+
+def of_a_dead_process(place):
+    folder_of(place)
+    dead = subprocess.Popen(["true"])
+    dead.wait()
+    write(place.home.settings_path + ".lock",
+          f"{dead.pid}\nkorvale-crash-reporter\n{os.uname().nodename}\n".encode())
+
+
+def empty_lock_of_old(place):
+    in_place_of("lock", file_of(b""))(place)
+    os.utime(place.home.settings_path + ".lock", (1, 1))
+
+
+def long(text):
+    """Ten megabytes of other settings."""
+    return text + "\n[Other]\n" + "".join(f"key{number}={'x' * 1000}\n" for number in range(10_000))
+
+
+PLACES = Group("settings: what stands there", "settings_world", (
+    Setting("nothing: file and folder are made"),
+    Setting("a file", lay=holding(OLD), count=NEW_COUNT),
+    Setting("a file with other values and sections, which are kept", count=NEW_COUNT, kept=KEPT,
+            lay=holding(f"{OLD}{KEPT}\n\n[Other]\nkey=value\n")),
+    Setting("ten megabytes of other settings", lay=holding(long(OLD)), count=NEW_COUNT, within=10.0),
+    Setting("a file without a byte", lay=holding("")),
+    Setting("a file that is none of settings", each=(
+        ("random bytes", holding(bytes(range(256)) * 16)),
+        ("a picture's head", holding(b"\x89PNG\r\n\x1a\n\0\0\0\rIHDR")),
+        ("NUL characters", holding(bytes(5000))), ("a cut section", holding("\x00\x01[General\ncrashSubmissionCount")),
+        ("one long line", holding("x" * 1_000_000)))),
+    Setting("a count that is no number", each=tuple((text, holding(f"[General]\n{COUNT}={text}\n")) for text in (
+        "many", "", "1.5", "0x10", "99999999999999999999", "@Invalid()"))),
+    Setting("the largest count, which stays", lay=holding(f"[General]\n{COUNT}=9223372036854775807\n"),
+            count="9223372036854775807"),
+    Setting("a negative count", lay=holding(f"[General]\n{COUNT}=-5\n"), count="-4"),
+    Setting("a link to a file, which stays a link", lay=linked_file, count=NEW_COUNT),
+    Setting("a link in the place of the folder", lay=linked_folder),
+    Setting("something else in the place of the file", each=instead_of("file", NO_FILE), untouched=True),
+    Setting("something else in the place of the lock", each=instead_of("lock", NO_FILE, OLD), untouched=True),
+    Setting("something else in the place of the folder", untouched=True,
+            each=instead_of("folder", (("a file", file_of(b"text")), *NO_FILE[1:]))),
+    Setting("something else in the place of the configuration folder", untouched=True,
+            each=instead_of("configuration", (("a file", file_of(b"text")), *NO_FILE[1:]))),
+    Setting("a link that leads to itself in the place of the folder", untouched=True,
+            lay=in_place_of("folder", link_to("Korvale"))),
+    Setting("no home", count=None, each=(
+        ("in no folder", home_is("/nonexistent/home")), ("empty", home_is("")), ("below a file", home_below_a_file))),
+))
+
+RIGHTS = Group("settings: what can be written", "settings_world", (
+    Setting("a folder that may not be written", lay=with_rights(0o500, "folder"), untouched=True),
+    Setting("a folder that may not be searched", lay=with_rights(0o000, "folder"), untouched=True),
+    Setting("a file that may not be written", lay=with_rights(0o400, "file"), untouched=True),
+    Setting("a file that may neither be read nor written", lay=with_rights(0o000, "file"), untouched=True),
+    Setting("a disk that is read-only", lay=read_only_disk, untouched=True),
+    Setting("a full disk", lay=on_disk("size=64k"), untouched=True),
+    Setting("a disk on which there can be no more files", lay=on_disk("nr_inodes=2", fill=False), untouched=True),
+    Setting("no file may be longer than nothing", lay=no_longer_than(0), count=str(OLD_COUNT)),
+    Setting("no file may be longer than forty bytes", lay=no_longer_than(40), count=str(OLD_COUNT)),
+    Setting("no file may be longer than half of the settings", untouched=True,
+            lay=no_longer_than(500, f"{OLD}other={'x' * 1000}\n")),
+    Setting("the lock is held all the time", lay=held_lock, count=None),
+    Setting("the lock is held, and has no text yet", lay=lambda place: held_lock(place, ""), count=None),
+    Setting("a lock that a dead process has left", lay=of_a_dead_process),
+    Setting("an old lock without any text", lay=empty_lock_of_old),
+    *(Setting(f"a call of {name} fails with {error}", run=failing(name, error), says=says, sample=3)
+      for name, error, says in (
+        ("openat", "EMFILE", ""), ("openat", "EACCES", ""), ("statx", "EACCES", ""), ("access", "EIO", ""),
+        ("write", "ENOSPC", ""), ("write", "EIO", ""), ("fdatasync", "EIO", ""), ("fdatasync", "ENOSPC", ""),
+        ("flock", "ENOLCK", "setNativeLocks failed: "), ("flock", "EAGAIN", "setNativeLocks failed: "),
+        ("linkat", "EIO", ""), ("linkat", "ENOSPC", ""), ("rename", "EIO", ""), ("rename", "ENOSPC", ""),
+        ("unlink", "EIO", "Could not remove our own lock file "), ("lseek", "EINVAL", "QFile::at: Cannot set "),
+        ("close", "EIO", ""))),
+))
+
+TIME = Group("settings: others and the clock", "settings_world", (
+    Setting("SIGKILL at each system call of the write, with a file", "ended by SIGKILL",
+            run=kills(holding(OLD)), sample=24),
+    Setting("SIGKILL at each system call of the write, without a file", "ended by SIGKILL",
+            run=kills(lambda place: None), sample=12),
+    Setting("two programs submit in turn, a hundred times", REFUSED, run=in_turn),
+    Setting("two programs submit at the same moment", REFUSED, run=at_once(10)),
+    Setting("another program is in its write for a fifth of a second", REFUSED, run=overlapping(200)),
+    Setting("another program is in its write for two seconds", REFUSED, run=overlapping(2000)),
+    Setting("twelve attempts, the last one just now", THROTTLED, lay=stored_at("+0"), untouched=True),
+    Setting("the same with an address", lay=stored_at("+0"), address=ADDRESS, count="13"),
+    Setting("the same, the clock four minutes forward", lay=stored_at("+240"), count="13"),
+    Setting("the same, the clock a day forward", lay=stored_at("+1d"), count="13"),
+    Setting("the same, the clock two minutes forward", THROTTLED, lay=stored_at("+120"), untouched=True),
+    Setting("the same, the clock an hour back", THROTTLED, lay=stored_at("-3600"), untouched=True),
+    Setting("the same, the clock years back", THROTTLED, lay=stored_at("-3000d"), untouched=True),
+))
+
+GROUPS = (PLACES, RIGHTS, TIME)

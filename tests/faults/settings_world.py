@@ -1,0 +1,380 @@
+"""Makes a situation of the settings happen: what stands where they are kept, and who else writes them."""
+
+import contextlib
+import dataclasses
+import fcntl
+import os
+import re
+import stat
+import subprocess
+
+import attempt
+from attempt import COUNT, DATE, REFUSE
+from network_world import ADDRESS
+from situation import ACCEPTED, REFUSED, Seen
+from tracing import drawn
+from trial.home import read
+from trial.waiting import WaitedInVain, wait_until
+
+THROTTLED = "asked for an address"
+OLD_COUNT = 41
+OLD = f"[General]\n{COUNT}={OLD_COUNT}\n"
+
+
+@dataclasses.dataclass(frozen=True)
+class Setting:
+    """One row: what is laid down, the end of one submission, and what is stored afterwards."""
+
+    name: str
+    end: str = ACCEPTED
+    lay: object = None             # called with the place; may give variables and prefix of the program
+    each: tuple = ()               # instead: (label, lay) of a series
+    count: object = "1"            # stored at the end; None where nothing is stored
+    untouched: bool = False        # nothing below the configuration folder is another than before
+    kept: str = ""                 # a line that the file has before and after
+    address: str = None            # what is typed; anonymous otherwise
+    run: object = None             # instead of all that: called with the world, gives what was seen
+    says: str = ""                 # what the toolkit may say to the log
+    sample: int = None             # of its runs, how many are tried unless all are asked for
+    within: float = 4.0            # from the press to the end
+
+    def variations(self):
+        return self.each or (("", self.lay),)
+
+    def cost(self):
+        return 20.0 if self.run else 1.0 * len(self.variations())
+
+
+class World(attempt.World):
+    def run(self, row):
+        return row.run(self, row) if row.run else super().run(row)
+
+    def run_once(self, row, lay):
+        with self.place() as place:
+            environment, prefix = (lay and lay(place)) or ((), ())
+            before = tree(place)
+            place.serve()
+            tried = place.report(place.crash_log(), environment=environment, prefix=prefix)
+            if not tried.has_window():
+                return tried.seen(tried.end_of_process())
+            if row.address:
+                tried.program.fill_in(row.address)
+            seen = tried.seen(submitted(tried))
+            seen.differences += [*differences(row, place, tried, before, seen)]
+            return seen
+
+
+def submitted(tried):
+    end = tried.submit()
+    return THROTTLED if end.startswith("alert ('You must enter your email address.'") else end
+
+
+def differences(row, place, tried, before, seen):
+    yield from place.differing_requests(int(row.end == ACCEPTED))
+    if tried.log_lines():
+        yield f"the log has {tried.log_lines()}"
+    if row.untouched:
+        yield from (f"{path} is another: {before.get(path)}, {tree(place).get(path)}"
+                    for path in sorted(before.keys() | tree(place).keys()) if before.get(path) != tree(place).get(path))
+    elif (counted := attempt.stored(place).get(COUNT)) != row.count:
+        yield f"{counted} is stored"
+    elif row.count not in (None, str(OLD_COUNT)) and not is_date(attempt.stored(place).get(DATE, "")):
+        yield f"the date is {attempt.stored(place).get(DATE)}"
+    if row.kept and row.kept not in read(place.home.settings_path).decode().splitlines():
+        yield f"{row.kept!r} is lost"
+    if seen.seconds > row.within:
+        yield f"it took {seen.seconds:.1f} s"
+
+
+def tree(place):
+    """What stands below the configuration folder: kind, rights, and content or target, by path."""
+    found = {}
+    top = os.path.join(place.home.path, ".config")
+    for folder, names, files in os.walk(top):
+        for name in (*names, *files):
+            path = os.path.join(folder, name)
+            status = os.lstat(path)
+            kept = os.readlink(path) if stat.S_ISLNK(status.st_mode) else None
+            found[os.path.relpath(path, top)] = (
+                stat.filemode(status.st_mode), read(path) if stat.S_ISREG(status.st_mode) else kept)
+    return found
+
+
+# Faults at each system call of the write
+
+
+def kills(lay):
+    """A run for each system call of the write, ended by SIGKILL there; the file is always the old or the new one."""
+    def run(world, row):
+        plan = recorded(world, lay)
+        if len(plan) < 20:
+            return [("", Seen("nothing to kill at", differences=[f"the write has {len(plan)} calls"]))]
+        chosen = drawn([*enumerate(plan)], None if world.options.all else row.sample)
+        return [(f"{number + 1} of {len(plan)}, {call}", killed(world, lay, call, number % 8 == 0))
+                for number, call in chosen]
+    return run
+
+
+def failing(name, error):
+    """Each occurrence of the call during the write fails, one after the other."""
+    def run(world, row):
+        plan = recorded(world, with_old)
+        chosen = drawn([call for call in plan if call.name == name], None if world.options.all else row.sample)
+        if not chosen:
+            return [("", Seen("nothing to fail", differences=[f"the write has no call of {name}"]))]
+        return [(str(call), one_fails(world, call, error, row.says)) for call in chosen]
+    return run
+
+
+def with_old(place):
+    place.home.write_settings(OLD)
+
+
+@dataclasses.dataclass
+class Call:
+    """A call of the write: how many of its name there were since the press, and which of its name in the write it is."""
+
+    name: str
+    count: int
+    which: int
+
+    def __str__(self):
+        return f"{self.name} {self.which}"
+
+
+@contextlib.contextmanager
+def attached(tried, place, *expressions):
+    """strace at the main thread of a program whose window waits, so that calls are counted from the press on."""
+    path = os.path.join(place.folder, "calls")
+    tracer = subprocess.Popen(
+        ["strace", "-qq", "-y", "-s", "300", "-o", path, *expressions, "-p", str(tried.program.pid)],
+        stderr=subprocess.DEVNULL)
+    try:
+        wait_until(lambda: is_traced(tried.program.pid), "the tracer")
+        yield path
+    finally:
+        tracer.terminate()
+        tracer.wait()
+
+
+def is_traced(pid):
+    with open(f"/proc/{pid}/status", encoding="ascii") as file:
+        return re.search(r"^TracerPid:\t[1-9]", file.read(), re.MULTILINE)
+
+
+def calls_of(path):
+    """The calls since the press, and how many of them there were before the write, which begins with its lock."""
+    with open(path, encoding="utf-8", errors="replace") as file:
+        lines = [line for line in file if re.match(r"\w+\(", line)]
+    touched = [number for number, line in enumerate(lines) if "CrashReporter.conf.lock" in line]
+    return lines, touched[0] if touched else len(lines), touched[-1] if touched else len(lines)
+
+
+def name_of(line):
+    return line.partition("(")[0]
+
+
+def is_of_the_write(line):
+    """The event loop is woken, and waits, in between."""
+    return "anon_inode:" not in line and name_of(line) not in ("poll", "futex", "writev", "recvmsg")
+
+
+def which_of_its_name(lines, begin, number):
+    return sum(is_of_the_write(line) and name_of(line) == name_of(lines[number]) for line in lines[begin:number + 1])
+
+
+def recorded(world, lay):
+    """The calls of one whole write."""
+    with world.place() as place:
+        lay(place)
+        place.serve()
+        tried = place.report(place.crash_log())
+        tried.has_window()
+        with attached(tried, place) as path:
+            tried.submit()
+        lines, begin, end = calls_of(path)
+    return [Call(name_of(lines[number]), sum(name_of(line) == name_of(lines[number]) for line in lines[:number + 1]),
+                 which_of_its_name(lines, begin, number))
+            for number in range(begin, end + 1) if is_of_the_write(lines[number])]
+
+
+@contextlib.contextmanager
+def one_submission(world, lay):
+    with world.place() as place:
+        lay(place)
+        place.serve()
+        tried = place.report(place.crash_log())
+        tried.has_window()
+        tried.before = place.home.settings()
+        yield place, tried
+
+
+def has_hit(lines, begin, hit, call):
+    return hit is not None and hit >= begin and name_of(lines[hit]) == call.name and is_of_the_write(lines[hit]) \
+        and which_of_its_name(lines, begin, hit) == call.which
+
+
+def better_count(lines, begin, call, count):
+    """What would have hit the call; the event loop may shift the count."""
+    for number, line in enumerate(lines):
+        if has_hit(lines, begin, number, call):
+            return sum(name_of(earlier) == call.name for earlier in lines[:number + 1])
+    return count + 1
+
+
+def killed(world, lay, call, with_next):
+    """One run that ends at that call."""
+    count = call.count
+    for _ in range(8):
+        with one_submission(world, lay) as (place, tried):
+            with attached(tried, place, "-e", f"inject={call.name}:signal=KILL:when={count}") as path:
+                with contextlib.suppress(Exception):  # the program may be gone before it has answered the press
+                    tried.press()
+                with contextlib.suppress(WaitedInVain):
+                    wait_until(lambda: not tried.is_running() or tried.outcome(), "the end by SIGKILL", 5)
+            lines, begin, _ = calls_of(path)
+            if has_hit(lines, begin, len(lines) - 1, call):
+                seen = tried.seen(tried.outcome() or "still running")
+                seen.differences += [*old_or_new(place, tried.before)]
+                if seen.posts:
+                    seen.differences.append("a report was sent")
+                if with_next or world.options.all:
+                    seen.differences += [*next_one_counts(place)]
+                return seen
+            count = better_count(lines, begin, call, count)
+    return Seen("not killed there", differences=[f"the call was never hit: {lines[-3:]}"])
+
+
+def one_fails(world, call, error, says):
+    """One run in which that call fails."""
+    count = call.count
+    for _ in range(8):
+        with one_submission(world, with_old) as (place, tried):
+            with attached(tried, place, "-e", f"inject={call.name}:error={error}:when={count}") as path:
+                seen = tried.seen(tried.submit())
+            lines, begin, _ = calls_of(path)
+            hit = next((number for number, line in enumerate(lines) if "(INJECTED)" in line), None)
+            if has_hit(lines, begin, hit, call):
+                seen.differences += [*place.differing_requests(1), *old_or_new(place, tried.before)]
+                seen.notes.append(lines[hit].strip())
+                strange = [line for line in tried.log_lines() if not says or not line.startswith(says)]
+                if strange:
+                    seen.differences.append(f"the log has {strange}")
+                return seen
+            count = better_count(lines, begin, call, count)
+    return Seen("nothing failed", differences=[f"the call was never hit: {call}, {count}"])
+
+
+def old_or_new(place, before):
+    """The file is as it was, or it is the new one, whole."""
+    stored = place.home.settings()
+    if stored == before:
+        return
+    if stored.get(COUNT) != str(int(before.get(COUNT, 0)) + 1) or not is_date(stored.get(DATE, "")):
+        yield f"the file was {before} and is {stored}"
+    if not read(place.home.settings_path).endswith(b"\n"):
+        yield "the file has no end"
+
+
+def is_date(text):
+    return re.fullmatch(r"@DateTime\(.+\)", text.strip('"')) is not None
+
+
+def next_one_counts(place):
+    """What was left behind keeps the next submission from nothing."""
+    stored = int(place.home.settings().get(COUNT, 0))
+    tried = place.report(place.crash_log())
+    tried.has_window()
+    if (end := tried.submit()) != ACCEPTED:
+        yield f"the next one ended as {end}"
+    if place.home.settings().get(COUNT) != str(stored + 1):
+        yield f"the next one was not counted: {place.home.settings()}"
+
+
+# Two programs
+
+
+def in_turn(world, row):
+    """Two programs submit one after the other, a hundred times together; every attempt is counted."""
+    with world.place() as place:
+        place.serve(REFUSE)
+        pair = [place.report(place.crash_log()) for _ in range(2)]
+        differences_seen = []
+        for number in range(100):
+            tried = pair[number % 2]
+            if not tried.form:
+                tried.has_window()
+                tried.program.fill_in(ADDRESS)
+            end = tried.submit()
+            if end != REFUSED or not tried.dismiss() or not tried.can_go_on():
+                differences_seen.append(f"submission {number + 1} ended as {end}")
+                break
+        stored = attempt.stored(place).get(COUNT)
+        if stored != "100":
+            differences_seen.append(f"{stored} attempts are counted")
+        return [("", Seen(REFUSED, place.posts(), differences=differences_seen))]
+
+
+def at_once(rounds):
+    """Two programs submit at the same moment, again and again: one attempt of two may be lost, never the file."""
+    def run(world, row):
+        seen = []
+        with world.place() as place:
+            place.serve(REFUSE)
+            place.home.write_settings(OLD)
+            pair = [place.report(place.crash_log()) for _ in range(2)]
+            for tried in pair:
+                tried.has_window()
+                tried.program.fill_in(ADDRESS)
+            for number in range(rounds):
+                before = int(place.home.settings()[COUNT])
+                for tried in pair:
+                    tried.press()
+                one = Seen(REFUSED)
+                for tried in pair:
+                    end = wait_until(tried.outcome, "the end")
+                    if end != REFUSED or not tried.dismiss() or not tried.can_go_on():
+                        one.end = end
+                stored = attempt.stored(place)
+                if not before < int(stored.get(COUNT, 0)) <= before + 2 or not is_date(stored.get(DATE, "")):
+                    one.differences.append(f"{before} has become {stored}")
+                seen.append((f"round {number + 1}", one))
+        return seen
+    return run
+
+
+def overlapping(hold_ms):
+    """One program is held in its write for so long; the other submits meanwhile. One attempt of two may be lost."""
+    def run(world, row):
+        with world.place() as place:
+            place.serve(REFUSE)
+            place.home.write_settings(OLD)
+            first, second = (place.report(place.crash_log()) for _ in range(2))
+            for tried in (first, second):
+                tried.has_window()
+                tried.program.fill_in(ADDRESS)
+            with attached(first, place, "-e", "trace=fdatasync",
+                          "-e", f"inject=fdatasync:delay_enter={hold_ms}ms:when=1"):
+                first.press()
+                lock = place.home.settings_path + ".lock"
+                with contextlib.suppress(WaitedInVain):
+                    wait_until(lambda: os.path.exists(lock), "the lock", 2)
+                seen = second.seen(second.submit())
+                ends = {wait_until(first.outcome, "the first one's end"), seen.end}
+            stored = int(attempt.stored(place).get(COUNT, 0))
+            if stored not in (OLD_COUNT + 1, OLD_COUNT + 2):
+                seen.differences.append(f"{OLD_COUNT} has become {stored}")
+            if ends != {REFUSED}:
+                seen.differences.append(f"ended as {ends}")
+            return [("", seen)]
+    return run
+
+
+def held_lock(place, text=None):
+    """A lock that this process holds, as another program of this user would, until the run's end."""
+    os.makedirs(place.home.settings_folder, exist_ok=True)
+    lock = open(place.home.settings_path + ".lock", "w", encoding="ascii")
+    place.ended.callback(lock.close)
+    lock.write(text if text is not None else f"{os.getpid()}\npython3\n{os.uname().nodename}\n")
+    lock.flush()
+    fcntl.flock(lock, fcntl.LOCK_EX)
