@@ -65,21 +65,25 @@ class Place:
     def crash_log(self, name=LOG_NAME, content=CRASH_LOG):
         return self.home.crash_log(name, content)
 
-    def serve(self, steps=ACCEPT):
-        for address in ("127.0.0.1", "::1"):
+    def serve(self, steps=ACCEPT, addresses=("127.0.0.1", "::1")):
+        for address in addresses:
             peer = Peer(self.world, address, 443, steps)
             self.ended.callback(peer.end)
             self.peers.append(peer)
 
-    def start(self, *arguments, environment=(), prefix=()):
+    def start(self, *arguments, environment=(), prefix=(), binary=None):
         """A program of an ordinary user; the prefix is what starts it inside that user's namespace."""
-        attempt = Attempt(self, arguments, environment, prefix)
+        attempt = Attempt(self, arguments, environment, prefix, binary or self.world.options.program)
         self.ended.callback(attempt.end)
         return attempt
 
     def report(self, log, **options):
         """The program as a crashed application starts it."""
         return self.start("-remotename", "anvil", "-log", log, **options)
+
+    def stop_serving(self):
+        for peer in self.peers:
+            peer.end()
 
     # What arrived
 
@@ -107,11 +111,11 @@ class Place:
 class Attempt:
     """One run of the program."""
 
-    def __init__(self, place, arguments, environment, prefix):
+    def __init__(self, place, arguments, environment, prefix, binary):
         self.place = place
         self.begun = time.monotonic()
         self.program = Program(
-            os.path.abspath(place.world.options.program), arguments, place.world.desktop, place.home,
+            os.path.abspath(binary), arguments, place.world.desktop, place.home,
             tempfile.mkdtemp(dir=place.folder), prefix=(*ORDINARY_USER, "env", *environment, *prefix))
         self.form = None
 

@@ -15,12 +15,13 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 PROJECT = os.path.dirname(os.path.dirname(HERE))
 sys.path[:0] = [HERE, os.path.join(PROJECT, "tools")]
 
-import files  # noqa: E402 (found through the path above)
+import ends  # noqa: E402 (found through the path above)
+import files  # noqa: E402
 import network  # noqa: E402
 import settings  # noqa: E402
 from situation import Result, ends_of, result_of, words  # noqa: E402
 
-GROUPS = (*network.GROUPS, *files.GROUPS, *settings.GROUPS)
+GROUPS = (*network.GROUPS, *files.GROUPS, *settings.GROUPS, *ends.GROUPS)
 # More than there are processors: most rows wait most of their time.
 WORKERS = 4
 NOT_ALLOWED = 77

@@ -132,7 +132,7 @@ def with_old(place):
 
 @dataclasses.dataclass
 class Call:
-    """A call of the write: how many of its name there were since the press, and which of its name in the write it is."""
+    """A call of the write: how many of its name there are from the press up to it, and from the write's begin."""
 
     name: str
     count: int

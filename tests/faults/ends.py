@@ -1,0 +1,109 @@
+"""Every state of a submission in which it is given up, and every way of doing so.
+
+Within a second the window is idle again, or the program has ended. Afterwards nothing comes of it any more: no POST, no
+alert, nothing left open; the attempt was counted.
+"""
+
+import signal
+
+from gi.repository import Atspi
+
+import names
+from attempt import EMPTY
+from ends_world import (
+    BEING_MADE, ENDED, GivingUp, IDLE, LOCKED, State, Way, answering_alert, closing, connection_states, pressing,
+    signalled, stopped, typing)
+from peers import DEAD, HOLD, after_connect, after_handshake, after_head, after_request
+from situation import FAILED, Group, REFUSED, SENDING
+
+BIG = 8 << 20
+NO = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nNO"
+
+
+def connected(tried):
+    return any(peer.connections for peer in tried.place.peers)
+
+
+def head_read(tried):
+    return any(request.head is not None for request in tried.place.requests())
+
+
+def posted(tried):
+    return tried.place.posts()
+
+
+def alert_shown(tried):
+    """Shown, and the one that keys go to."""
+    window = tried.outcome() and tried.program.screen.alert_window()
+    return window and window.get_state_set().contains(Atspi.StateType.ACTIVE)
+
+
+def locked(tried):
+    """The alert was answered; the form stays locked until it is edited."""
+    return tried.outcome() and tried.dismiss() and tried.can_go_on()
+
+
+# The C library's lookup cannot be called off: its sockets stay until the resolver gives up.
+LOOKUP = State("the name is looked up", after_request(EMPTY), lambda tried: tried.asked.questions, names=names.silent,
+               stays=2)
+CONNECTING = State("it connects", DEAD, lambda tried: BEING_MADE in connection_states(tried))
+HANDSHAKE = State("the handshake is not answered", after_connect(HOLD), connected)
+SECURED = State("the connection is secured and the report not read", after_handshake(HOLD), connected, report=BIG)
+BODY = State("the report is half sent", after_head(HOLD), head_read, report=BIG)
+WAITING = State("the answer is waited for", after_request(HOLD), posted, posts=1)
+ANSWERING = State("half of the answer's head is there", after_request(EMPTY[:20], HOLD), posted, posts=1)
+SENDING_STATES = (LOOKUP, CONNECTING, HANDSHAKE, SECURED, BODY, WAITING, ANSWERING)
+
+REFUSAL = State("the alert of a refusal is shown", after_request(NO), alert_shown, posts=1, says=("Returned data: NO",))
+FAILURE = State("the alert of a failed connection is shown", (), alert_shown)
+STALLED = State("a refused report is locked", after_request(NO), locked, posts=1, says=("Returned data: NO",))
+
+SIGNALS = tuple(Way(name, signalled(getattr(signal, name))) for name in ("SIGTERM", "SIGINT", "SIGHUP"))
+ALL_SIGNALS = Way("SIGHUP, SIGINT and SIGTERM, twice each",
+                  signalled(*(signal.SIGHUP, signal.SIGINT, signal.SIGTERM) * 2))
+CLOSING = Way("closing the window", closing)
+CLOSING_ALERT = Way("closing the alert", typing("alt+F4"))
+CANCEL = Way("Cancel", pressing("Cancel"))
+ESCAPE = Way("Escape", typing("Escape"))
+ESCAPES = Way("Escape, twenty times", typing(*["Escape"] * 20))
+EDIT = Way("Edit Report", pressing("Edit Report"))
+ANSWER = Way("its button", answering_alert)
+DISMISS = Way("Escape, twice", typing("Escape", "Escape"))
+# Sixty times the clock: the minute without a byte passes in a second.
+MINUTE = Way("a minute's stop", stopped(66), clock=60, within=4.0)
+MOMENT = Way("a moment's stop", stopped(6), clock=60)
+
+
+def row(state, way, end, **options):
+    return GivingUp(f"{way.name} while {state.name}", end, state, way, **options)
+
+
+SIGNALLED = Group("ends: signals", "ends_world", tuple(
+    row(state, way, ENDED) for state in (*SENDING_STATES, REFUSAL, FAILURE, STALLED) for way in SIGNALS) + tuple(
+    row(state, ALL_SIGNALS, ENDED) for state in (WAITING, REFUSAL)))
+
+CLOSED = Group("ends: closing the window", "ends_world", (
+    *(row(state, CLOSING, ENDED) for state in (*SENDING_STATES, STALLED)),
+    *(row(state, CLOSING_ALERT, LOCKED) for state in (REFUSAL, FAILURE)),
+))
+
+CANCELLED = Group("ends: cancel", "ends_world", (
+    *(row(state, CANCEL, IDLE, sends_again=True) for state in SENDING_STATES),
+    *(row(state, way, IDLE) for state in (HANDSHAKE, WAITING) for way in (ESCAPE, ESCAPES)),
+    row(STALLED, EDIT, IDLE),
+    *(row(state, way, LOCKED) for state in (REFUSAL, FAILURE) for way in (ANSWER, ESCAPE)),
+    # The first answers the alert, the second edits the report if the window is in front again by then.
+    *(row(state, DISMISS, (LOCKED, IDLE)) for state in (REFUSAL, FAILURE)),
+))
+
+STOPPED = Group("ends: stopped and continued", "ends_world", (
+    row(LOOKUP, MOMENT, SENDING),
+    row(HANDSHAKE, MOMENT, SENDING),
+    row(WAITING, MOMENT, SENDING),
+    *(row(state, MINUTE, FAILED) for state in (CONNECTING, HANDSHAKE, SECURED, BODY, WAITING, ANSWERING)),
+    row(REFUSAL, MINUTE, REFUSED),
+    row(FAILURE, MINUTE, FAILED),
+    row(STALLED, MINUTE, LOCKED),
+))
+
+GROUPS = (SIGNALLED, CLOSED, CANCELLED, STOPPED)

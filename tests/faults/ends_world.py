@@ -1,0 +1,254 @@
+"""Makes a report be given up: in each state of a submission, in each way that there is."""
+
+import contextlib
+import dataclasses
+import os
+import re
+import signal
+import time
+
+from gi.repository import GLib
+
+import attempt
+from attempt import ACCEPT, COUNT
+from names import NameService
+from network_world import ADDRESS, CANCEL_LIMIT, LOCAL_HOSTS, NAMED_HOST, crash_log, write_file
+from situation import ACCEPTED, SENDING, ends_of
+from trial.waiting import WaitedInVain, wait_until
+
+IDLE = "idle"
+ENDED = "ended"
+LOCKED = "locked"
+# In Linux's list of connections, /proc/net/tcp.
+BEING_MADE = "02"
+
+
+@dataclasses.dataclass(frozen=True)
+class State:
+    """What a submission is stopped in: how it comes about, and how it is known that it has."""
+
+    name: str
+    steps: tuple                   # of the endpoint
+    reached: object                # called with the attempt
+    report: int = 100              # bytes of the crash log
+    names: object = None           # what the name service does; the program is the one for a host with a name
+    posts: int = 0                 # whole ones that have arrived by then
+    says: tuple = ()               # the log's lines by the end
+    stays: int = 0                 # descriptors that may stay open for a while after it was given up
+
+
+@dataclasses.dataclass(frozen=True)
+class Way:
+    """How it is given up."""
+
+    name: str
+    do: object                     # called with the attempt
+    clock: int = 1                 # how much faster than the world's the program's runs
+    within: float = CANCEL_LIMIT   # seconds until the end
+
+
+@dataclasses.dataclass(frozen=True)
+class GivingUp:
+    """One row."""
+
+    name: str
+    end: object
+    state: State
+    way: Way
+    sends_again: bool = False      # the next submission is accepted
+
+    def variations(self):
+        return (("", None),)
+
+    def cost(self):
+        return 1.5 + (1.0 if self.way.clock > 1 else 0.0)
+
+
+class World(attempt.World):
+    def run_once(self, row, _variation):
+        self.clock = row.way.clock
+        with self.place() as place, self.lookups(row.state) as asked:
+            tried = begin(place, row, asked)
+            wait_until(lambda: row.state.reached(tried), row.state.name)
+            posts = place.posts()
+            tried.pressed = time.monotonic()
+            row.way.do(tried)
+            seen = tried.seen(end_of(tried, row))
+            if row.end != SENDING and seen.seconds > row.way.within:
+                seen.differences.append(f"it took {seen.seconds:.2f} s")
+            if posts != row.state.posts:
+                seen.differences.append(f"{posts} POSTs had arrived")
+            seen.differences += [*self.afterwards(row, place, tried, posts)]
+            seen.posts = place.posts()
+            return seen
+
+    @contextlib.contextmanager
+    def lookups(self, state):
+        """The list of hosts, and a name service for the states that need one."""
+        write_file("/etc/hosts", LOCAL_HOSTS + ("" if state.names else f"127.0.0.1 {NAMED_HOST}\n"))
+        write_file("/etc/resolv.conf", "nameserver 127.0.0.1\noptions timeout:30 attempts:5\n")
+        service = NameService(self, state.names) if state.names else None
+        try:
+            yield service
+        finally:
+            if service:
+                service.end()
+
+    @staticmethod
+    def afterwards(row, place, tried, posts):
+        """No callback, no further POST, no lost count; and where the window is idle, the report can be sent."""
+        again = 0
+        if row.sends_again:
+            again = 1
+            yield from leaks(tried, row, place)
+            posts = place.posts()
+            place.stop_serving()
+            place.serve(ACCEPT, addresses=("127.0.0.1",))
+            if row.state.names:
+                write_file("/etc/hosts", LOCAL_HOSTS + f"127.0.0.1 {NAMED_HOST}\n")
+            if (end := tried.submit()) != ACCEPTED:
+                yield f"the next submission ended as {end}"
+        if more := place.posts() - posts - again:
+            yield f"{more} further POSTs"
+        if (counted := place.home.settings().get(COUNT)) != str(tried.attempts + again):
+            yield f"{counted} attempts are counted, of {tried.attempts + again}"
+        if tried.log_lines() not in ([], list(row.state.says)):
+            yield f"the log has {tried.log_lines()}"
+
+
+def begin(place, row, asked):
+    state = row.state
+    environment = (f"LD_PRELOAD={place.world.faster_clock}", f"FAKETIME=+0 x{row.way.clock}") \
+        if row.way.clock > 1 else ()
+    if state.steps:
+        place.serve(state.steps, addresses=("127.0.0.1",))
+    tried = place.report(place.crash_log(content=crash_log(state.report)), environment=environment,
+                         binary=place.world.options.named)
+    tried.asked = asked
+    tried.attempts = 1
+    tried.has_window()
+    tried.program.fill_in(ADDRESS)
+    tried.press()
+    return tried
+
+
+def end_of(tried, row):
+    """What has become of it: as soon as it is what is expected, else what it still is when nobody waits longer."""
+    known = []
+
+    def is_expected():
+        with contextlib.suppress(GLib.Error):  # a program that is just ending
+            known.append(condition(tried))
+        return known and known[-1] in ends_of(row.end)
+    with contextlib.suppress(WaitedInVain):
+        wait_until(is_expected, "an end", 0.5 if row.end == SENDING else 5)
+    return known[-1] if known else "no answer"
+
+
+def condition(tried):
+    if not tried.is_running():
+        return ENDED if tried.process.returncode == 0 else tried.end_of_process()
+    if alert := tried.outcome():
+        return alert
+    if tried.form.can_submit():
+        return IDLE if tried.form.is_unlocked() else LOCKED
+    return SENDING
+
+
+def descriptors(tried):
+    """What the program has open apart from what comes and goes with a desktop."""
+    folder = f"/proc/{tried.program.pid}/fd"
+    found = []
+    for name in os.listdir(folder):
+        with contextlib.suppress(OSError):
+            found.append(re.sub(r"\d+", "", os.readlink(os.path.join(folder, name))))
+    return sorted(found)
+
+
+def leaks(tried, row, place):
+    """A second submission that is given up in the same way leaves nothing open."""
+    first = settled(tried)
+    known = traffic(tried)
+    tried.attempts += 1
+    tried.press()
+    wait_until(lambda: traffic(tried) > known or BEING_MADE in connection_states(tried), "the next submission", 5)
+    row.way.do(tried)
+    try:
+        wait_until(tried.form.can_submit, "the window to be idle", CANCEL_LIMIT)
+    except WaitedInVain:
+        yield "the second time it is not given up"
+    second = settled(tried)
+    if len(second) > len(first) + row.state.stays:
+        yield f"{len(first)} are open after the first, {len(second)} after the second: {first}, {second}"
+
+
+def traffic(tried):
+    """How many connections, whole reports and questions for names there have been."""
+    return sum(peer.connections for peer in tried.place.peers) + tried.place.posts() \
+        + (tried.asked.questions if tried.asked else 0)
+
+
+def settled(tried):
+    """What is open once that does not change any more."""
+    known = []
+
+    def is_settled():
+        known.append(descriptors(tried))
+        return len(known) > 3 and known[-1] == known[-2] == known[-3]
+    with contextlib.suppress(WaitedInVain):
+        wait_until(is_settled, "its descriptors to settle", 2)
+    return known[-1]
+
+
+def connection_states(tried):
+    """The states of the program's TCP connections, as the kernel lists them."""
+    sockets = {re.sub(r"\D", "", entry) for entry in links_of(tried.program.pid) if entry.startswith("socket:")}
+    with open("/proc/net/tcp", encoding="ascii") as file:
+        rows = [line.split() for line in file.readlines()[1:]]
+    return {row[3] for row in rows if row[9] in sockets}
+
+
+def links_of(pid):
+    for name in os.listdir(f"/proc/{pid}/fd"):
+        with contextlib.suppress(OSError):
+            yield os.readlink(f"/proc/{pid}/fd/{name}")
+
+
+# Ways
+
+
+def signalled(*numbers):
+    def do(tried):
+        for number in numbers:
+            tried.send_signal(number)
+    return do
+
+
+def pressing(title):
+    def do(tried):
+        tried.program.press(title)
+    return do
+
+
+def typing(*keys):
+    def do(tried):
+        tried.program.key(*keys)
+    return do
+
+
+def closing(tried):
+    tried.program.close_window()
+
+
+def answering_alert(tried):
+    tried.program.screen.press_alert_button()
+
+
+def stopped(seconds):
+    """Stopped, and continued when the program's clock has run on by so many seconds."""
+    def do(tried):
+        tried.send_signal(signal.SIGSTOP)
+        time.sleep(seconds / tried.place.world.clock)  # it is what the row is about
+        tried.send_signal(signal.SIGCONT)
+        tried.pressed = time.monotonic()
+    return do
