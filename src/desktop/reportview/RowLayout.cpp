@@ -421,7 +421,9 @@ void RowLayout::draw(QPainter &painter, QPointF place, Span visible, Range selec
 
 void RowLayout::drawMark(QPainter &painter, const Mark &mark, QRectF room, const QColor &color) const
 {
-    painter.setPen(QPen(color, 1));
+    QColor outline = color;
+    outline.setAlphaF(color.alphaF() * 0.6F);
+    painter.setPen(QPen(outline, 1));
     painter.setBrush(Qt::NoBrush);
     if (isTab(mark)) {
         const qreal middle = std::floor(room.center().y()) + 0.5;
@@ -440,9 +442,6 @@ void RowLayout::drawMark(QPainter &painter, const Mark &mark, QRectF room, const
     const QRectF box = room.adjusted(1, 2, -1, -2);
     painter.save();
     painter.setRenderHint(QPainter::Antialiasing);
-    QColor outline = color;
-    outline.setAlphaF(color.alphaF() * 0.6F);
-    painter.setPen(QPen(outline, 1));
     painter.drawRoundedRect(box.adjusted(0.5, 0.5, -0.5, -0.5), 2.5, 2.5);
     painter.restore();
     painter.setFont(style.markFont);
