@@ -23,6 +23,18 @@ QStringView firstSlice(QStringView text)
     return text.first(kSliceUnits + (partsAPair ? 1 : 0));
 }
 
+/// UTF-16 code units that are looked at together: a compiler makes few instructions of a number that it knows.
+constexpr qsizetype kBlockUnits = 64;
+
+bool isAsciiBlock(const QChar *units)
+{
+    char16_t bits = 0;
+    for (qsizetype index = 0; index < kBlockUnits; ++index) {
+        bits |= units[index].unicode();
+    }
+    return bits < 0x80;
+}
+
 } // namespace
 
 std::optional<QString> textFromUtf8(QByteArrayView bytes)
@@ -58,15 +70,18 @@ std::optional<QByteArray> utf8FromText(QStringView text)
 
 qsizetype utf8Length(QStringView text)
 {
-    qsizetype length = 0;
-    for (const QChar character : text) {
-        const char16_t unit = character.unicode();
-        // Three bytes for a unit from U+0800 on; a half of a pair, whose two halves take four together, is corrected
-        // below.
-        length += 1 + (unit >= 0x80 ? 1 : 0) + (unit >= 0x800 ? 1 : 0);
-    }
-    for (qsizetype index = 1; index < text.size(); ++index) {
-        length -= text[index].isLowSurrogate() && text[index - 1].isHighSurrogate() ? 2 : 0;
+    qsizetype length = text.size();
+    for (qsizetype begin = 0; begin < text.size(); begin += kBlockUnits) {
+        const qsizetype end = std::min(begin + kBlockUnits, text.size());
+        if (end - begin == kBlockUnits && isAsciiBlock(text.data() + begin)) {
+            continue;
+        }
+        for (qsizetype index = begin; index < end; ++index) {
+            const char16_t unit = text[index].unicode();
+            // Three bytes for a unit from U+0800 on, but four for the two halves of a pair together.
+            const bool endsAPair = index > 0 && QChar::isLowSurrogate(unit) && text[index - 1].isHighSurrogate();
+            length += (unit >= 0x80 ? 1 : 0) + (unit >= 0x800 ? 1 : 0) - (endsAPair ? 2 : 0);
+        }
     }
     return length;
 }

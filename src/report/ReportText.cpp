@@ -77,8 +77,8 @@ QString titleOf(const ApplicationLog &log)
 
 QString withoutLongHangReport(QString crashLog)
 {
-    // The length first: it alone decides for most logs.
-    if (crashLog.size() > kMaxHangReport && crashLog.contains(u"hang") && crashLog.contains(u"Duration:")) {
+    // The length first: it alone decides for most logs. Then the longer word: the toolkit skips what cannot hold it.
+    if (crashLog.size() > kMaxHangReport && crashLog.contains(u"Duration:") && crashLog.contains(u"hang")) {
         crashLog.truncate(kMaxHangReport);
     }
     return crashLog;

@@ -102,6 +102,16 @@ TEST(Utf8, AppendedTextHasOneToFourBytesACharacter)
     EXPECT_EQ(appended(QString()), QByteArray());
 }
 
+TEST(Utf8, LengthCountsWhatIsNotAsciiWhereverItStands)
+{
+    for (const QString &character : {u"\u00E9"_s, u"\u0800"_s, u"\U0001F4A5"_s, QString(QChar(0xDCA5))}) {
+        for (qsizetype place = 0; place < 200; ++place) {
+            const QString text = QString(place, u'x') + character + QString(199 - place, u'y');
+            ASSERT_EQ(appended(text).size(), 199 + appended(character).size()) << place;
+        }
+    }
+}
+
 TEST(Utf8, HalfAPairIsAppendedAsTheReplacementCharacter)
 {
     const QChar high(0xD83D);
