@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -21,6 +22,8 @@ namespace {
 
 /// Bytes asked for at once where the reported size is no help.
 constexpr qsizetype kChunk = qsizetype(64) * 1024;
+/// Bytes of a text that are read and decoded in one step, through buffers that stay in the processor's cache.
+constexpr qsizetype kTextChunk = qsizetype(16) * 1024;
 
 class FileDescriptor
 {
@@ -100,16 +103,54 @@ std::optional<QByteArray> readToEnd(const FileDescriptor &file, qsizetype sizeHi
     }
 }
 
-} // namespace
-
-bool fileExists(const QString &path)
+/// The bytes before the last character, where that may go on behind the bytes; otherwise all of them.
+qsizetype wholeCharacters(QByteArrayView bytes)
 {
-    const std::optional<QByteArray> name = fileSystemRepresentation(path);
-    struct stat status = {};
-    return name && ::stat(name->constData(), &status) == 0;
+    constexpr qsizetype kLongestStart = 3; // of a character, which takes four bytes at most
+    for (qsizetype place = bytes.size() - 1; place >= std::max<qsizetype>(bytes.size() - kLongestStart, 0); --place) {
+        const auto byte = static_cast<unsigned char>(bytes[place]);
+        if (byte < 0x80) {
+            break;
+        }
+        if (byte >= 0xC0) {
+            return place;
+        }
+    }
+    return bytes.size();
 }
 
-std::optional<QByteArray> contentsOfRegularFile(const QString &path, qsizetype maxBytes)
+/// Decodes chunk by chunk, so that the bytes of a large file are never in memory beside its text.
+std::optional<QString> decodeToEnd(const FileDescriptor &file, qsizetype sizeHint, qsizetype maxBytes)
+{
+    QString text;
+    text.reserve(sizeHint);
+    std::array<char, kTextChunk> buffer = {};
+    qsizetype carried = 0; // bytes of a character that goes on in the next chunk
+    qsizetype total = 0;
+    while (true) {
+        const ssize_t count = readSome(file, buffer.data() + carried, kTextChunk - carried);
+        if (count < 0 || (total += count) > maxBytes) {
+            return std::nullopt;
+        }
+        const QByteArrayView bytes(buffer.data(), carried + count);
+        const qsizetype whole = count == 0 ? bytes.size() : wholeCharacters(bytes);
+        const std::optional<QString> decoded = textFromUtf8(bytes.first(whole));
+        if (!decoded) {
+            return std::nullopt;
+        }
+        text += *decoded;
+        if (count == 0) {
+            return text;
+        }
+        carried = bytes.size() - whole;
+        std::copy_n(bytes.data() + whole, carried, buffer.data());
+    }
+}
+
+/// Opens the regular file at the path and returns what reading it to its end returns.
+template<class Content>
+std::optional<Content> readRegularFile(const QString &path, qsizetype maxBytes,
+                                       std::optional<Content> (*read)(const FileDescriptor &, qsizetype, qsizetype))
 {
     const std::optional<QByteArray> name = fileSystemRepresentation(path);
     if (!name) {
@@ -127,23 +168,29 @@ std::optional<QByteArray> contentsOfRegularFile(const QString &path, qsizetype m
         return notTaken(path, "it is too large");
     }
     try {
-        std::optional<QByteArray> content = readToEnd(file, std::max<qsizetype>(status.st_size, 0), maxBytes);
-        return content ? std::move(content) : notTaken(path, "it cannot be read, or has grown too large");
+        std::optional<Content> content = read(file, std::max<qsizetype>(status.st_size, 0), maxBytes);
+        return content ? std::move(content)
+                       : notTaken(path, "it cannot be read, has grown too large, or is no text in UTF-8");
     } catch (const std::bad_alloc &) {
         return notTaken(path, "there is no memory for it");
     }
 }
 
+} // namespace
+
+bool fileExists(const QString &path)
+{
+    const std::optional<QByteArray> name = fileSystemRepresentation(path);
+    struct stat status = {};
+    return name && ::stat(name->constData(), &status) == 0;
+}
+
+std::optional<QByteArray> contentsOfRegularFile(const QString &path, qsizetype maxBytes)
+{
+    return readRegularFile(path, maxBytes, &readToEnd);
+}
+
 std::optional<QString> textOfFile(const QString &path, qsizetype maxBytes)
 {
-    const std::optional<QByteArray> content = contentsOfRegularFile(path, maxBytes);
-    if (!content) {
-        return std::nullopt;
-    }
-    try {
-        std::optional<QString> text = textFromUtf8(*content);
-        return text ? std::move(text) : notTaken(path, "it is not valid UTF-8");
-    } catch (const std::bad_alloc &) {
-        return notTaken(path, "there is no memory for its text");
-    }
+    return readRegularFile(path, maxBytes, &decodeToEnd);
 }

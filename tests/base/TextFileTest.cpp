@@ -273,6 +273,43 @@ TEST_F(TextFile, TextIsReadStrictly)
     EXPECT_EQ(textOfFile(home.write(u"b"_s, "caf\xC3")), std::nullopt);
 }
 
+TEST_F(TextFile, TextIsDecodedAlikeWhereverItsBytesAreDivided)
+{
+    const QString characters = u"\u00E9\u0800\U0001F4A5\0\uFEFF"_s;
+    for (qsizetype before = 0; before < 16; ++before) {
+        const QString text = QString(before, u'x') + characters.repeated(5'000);
+        ASSERT_EQ(textOfFile(home.write(u"a"_s, text.toUtf8())), text) << before;
+    }
+}
+
+TEST_F(TextFile, TextIsReadStrictlyWhereverItsBytesAreDivided)
+{
+    for (const QByteArray &bad :
+         {QByteArray("\xC3"), QByteArray("\xE0\xA0"), QByteArray("\xF0\x9F\x92"), QByteArray("\x80"),
+          QByteArray("\xED\xA0\x80"), QByteArray("\xF0\x9F\x92\x80\x80"), QByteArray("\xFF\xFF\xFF")}) {
+        for (qsizetype before = 16'384 - 8; before < 16'384 + 3; ++before) {
+            ASSERT_EQ(textOfFile(home.write(u"a"_s, QByteArray(before, 'x') + bad)), std::nullopt) << before;
+            ASSERT_EQ(textOfFile(home.write(u"a"_s, QByteArray(before, 'x') + bad + "y")), std::nullopt) << before;
+        }
+    }
+}
+
+TEST_F(TextFile, TextOfMoreBytesThanTheMostIsNotGiven)
+{
+    EXPECT_EQ(textOfFile(home.write(u"a"_s, "12345"), 5), u"12345"_s);
+    EXPECT_EQ(textOfFile(home.write(u"a"_s, "12345"), 4), std::nullopt);
+    EXPECT_EQ(textOfFile(u"/proc/self/status"_s, 10), std::nullopt) << "whatever size it reports";
+}
+
+TEST_F(TextFile, TextIsReadWhateverSizeIsReportedUnlessNoMemoryCanHoldIt)
+{
+    EXPECT_TRUE(textOfFile(u"/proc/self/status"_s).value_or(QString()).endsWith(u'\n'));
+    EXPECT_EQ(textOfFile(home.write(u"empty"_s, "")), QString());
+    const QString holes = home.write(u"a"_s, "start");
+    ASSERT_EQ(::truncate(holes.toUtf8().constData(), off_t(8) << 40), 0);
+    EXPECT_EQ(textOfFile(holes), std::nullopt);
+}
+
 TEST_F(TextFile, FileWithoutReadPermissionExistsAndCannotBeRead)
 {
     const QString file = home.write(u"a"_s, "content");
