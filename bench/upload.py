@@ -1,16 +1,12 @@
-#!/usr/bin/env python3
-"""Uploads a large body over TLS on loopback, by the program's transport and by curl in turn, and prints the times."""
+"""Uploads a large body over TLS on loopback, by the program's transport and by curl in turn."""
 
-import argparse
 import os
 import socket
 import ssl
-import statistics
 import subprocess
 import tempfile
 import threading
 
-PROJECT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 ACCEPTED = b"HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n"
 
 
@@ -35,33 +31,22 @@ def printed(*command):
     return float(subprocess.run(command, check=True, stdout=subprocess.PIPE, timeout=120).stdout.split()[-1])
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("bench", help="the built upload-bench")
-    parser.add_argument("--mebibytes", type=int, default=128)
-    parser.add_argument("--rounds", type=int, default=5)
-    chosen = parser.parse_args()
+def measured(bench, authority, mebibytes, rounds):
+    """Seconds of our transport and of curl, and the milliseconds of the event loop's longest turns in further runs."""
     with tempfile.TemporaryDirectory() as folder:
-        subprocess.run([os.path.join(PROJECT, "tools", "make-authority.sh"), folder], check=True)
-        trusted = os.path.join(folder, "trusted")
+        trusted = os.path.join(authority, "trusted")
         body = os.path.join(folder, "body")
         with open(body, "wb") as file:
-            file.write(os.urandom(1 << 20) * chosen.mebibytes)
+            file.write(os.urandom(1 << 20) * mebibytes)
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-        context.load_cert_chain(os.path.join(folder, "localhost.pem"), os.path.join(folder, "localhost.key"))
+        context.load_cert_chain(os.path.join(authority, "localhost.pem"), os.path.join(authority, "localhost.key"))
         listener = socket.create_server(("127.0.0.1", 0))
         url = f"https://127.0.0.1:{listener.getsockname()[1]}/"
         threading.Thread(target=drain, args=(listener, context), daemon=True).start()
         ours, curls, turns = [], [], []
-        for _ in range(chosen.rounds):
-            ours.append(printed(chosen.bench, "time", url, trusted, body))
+        for _ in range(rounds):
+            ours.append(printed(bench, "time", url, trusted, body))
             curls.append(printed("curl", "--silent", "--capath", trusted, "--form", f"report=<{body}",
                                  "--write-out", "%{time_total}", url))
-            turns.append(printed(chosen.bench, "turns", url, trusted, body))
-    print(f"{chosen.mebibytes} MiB, median of {chosen.rounds}: ours {statistics.median(ours):.3f} s, "
-          f"curl -F {statistics.median(curls):.3f} s, ratio {statistics.median(ours) / statistics.median(curls):.2f}")
-    print(f"longest turn of the event loop: {max(turns):.2f} ms of {', '.join(f'{turn:.2f}' for turn in turns)}")
-
-
-if __name__ == "__main__":
-    main()
+            turns.append(printed(bench, "turns", url, trusted, body))
+    return ours, curls, turns

@@ -116,12 +116,12 @@ class Desktop:
             command, env=self.environment(), check=True, capture_output=True, text=True, timeout=30).stdout
 
 
-def start_display(folder):
-    """An Xvfb on a display number of its own choice, and its DISPLAY."""
+def start_display(folder, *options):
+    """An Xvfb with these further options on a display number of its own choice, and its DISPLAY."""
     reader, writer = os.pipe()
     os.set_inheritable(writer, True)
     server = Started(
-        ["Xvfb", "-displayfd", str(writer), "-screen", "0", SCREEN, "-nolisten", "tcp"],
+        ["Xvfb", "-displayfd", str(writer), "-screen", "0", SCREEN, "-nolisten", "tcp", *options],
         folder, "display", pass_fds=[writer])
     os.close(writer)
     with os.fdopen(reader) as numbers:
