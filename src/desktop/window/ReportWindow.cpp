@@ -60,10 +60,12 @@ QString secondTitle(ReportWindow::State state)
     return QString::fromUtf16(rowOf(state).secondTitle);
 }
 
+/// Each size is decoded at the start of the program, and a larger one than these would take longer than all of them; no
+/// window shows it. Desktops that want one find it by the name of the desktop entry.
 QIcon applicationIcon()
 {
     QIcon icon;
-    for (const int side : {16, 24, 32, 48, 64, 128, 256}) {
+    for (const int side : {16, 24, 32, 48, 64, 128}) {
         icon.addFile(u":/icons/%1.png"_s.arg(side), {side, side});
     }
     return icon;
