@@ -24,7 +24,7 @@ namespace {
 constexpr size_t kColoursOfLetters = 24;
 /// Pixels: what is narrower is no window that somebody could read.
 constexpr int kLeastWidth = 200;
-constexpr auto kPatience = 100s;
+constexpr auto kPatience = 60s;
 
 struct Free {
     void operator()(void *memory) const { std::free(memory); }
@@ -158,7 +158,8 @@ int main(int argc, char **argv)
     if (!*command) {
         std::fputs("usage: first-paint [--save FILE.ppm | --end] COMMAND [ARGUMENT...]\n"
                    "Prints the milliseconds from exec to the first painted window and the KiB of memory at that time,\n"
-                   "and ends the program: without asking it, or, with --end, by SIGTERM.\n",
+                   "and ends the program: without asking it, or, with --end, by SIGTERM.\n"
+                   "Exit status: 1 when the program ended before, 3 when it had painted nothing after a minute.\n",
                    stderr);
         return 2;
     }
@@ -180,5 +181,5 @@ int main(int argc, char **argv)
     }
     ::kill(process, asks ? SIGTERM : SIGKILL);
     ::waitpid(process, nullptr, 0);
-    return wasPainted ? 0 : 1;
+    return wasPainted ? 0 : Clock::now() - begin < kPatience ? 1 : 3;
 }

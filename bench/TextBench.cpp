@@ -3,15 +3,16 @@
 #include "base/Utf8.h"
 #include "report/ReportText.h"
 
-#include <QElapsedTimer>
-
 #include <malloc.h>
+#include <time.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <map>
+#include <string>
 #include <vector>
 
 namespace {
@@ -22,24 +23,17 @@ double median(std::vector<double> values)
     return values[values.size() / 2];
 }
 
+/// Milliseconds of the processor's time, so that what else the machine does is not counted.
 double milliseconds(const std::function<void()> &work)
 {
-    QElapsedTimer timer;
-    timer.start();
+    const auto now = [] {
+        timespec time = {};
+        ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+        return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) / 1e6;
+    };
+    const double begin = now();
     work();
-    return static_cast<double>(timer.nsecsElapsed()) / 1e6;
-}
-
-/// Both sides in turn.
-void compare(const char *name, int rounds, const std::function<void()> &ours, const std::function<void()> &least)
-{
-    std::vector<double> oursTook;
-    std::vector<double> leastTook;
-    for (int round = 0; round < rounds; ++round) {
-        oursTook.push_back(milliseconds(ours));
-        leastTook.push_back(milliseconds(least));
-    }
-    std::printf("%s %.3f %.3f\n", name, median(oursTook), median(leastTook));
+    return now() - begin;
 }
 
 /// Keeps the compiler from leaving out work whose result nobody looks at.
@@ -48,41 +42,70 @@ void use(const void *result)
     asm volatile("" : : "r"(result) : "memory");
 }
 
+/// A step of a text's way, and the least work that its result could be had for.
+struct Step {
+    const char *name;
+    std::function<void()> ours;
+    std::function<void()> least;
+};
+
+std::vector<Step> stepsOf(const QString &path, const QString &text, const QByteArray &bytes)
+{
+    const auto encode = [&text] {
+        QByteArray body;
+        appendUtf8(body, text);
+        use(body.constData());
+    };
+    const auto copy = [&bytes] {
+        QByteArray body(bytes.size(), Qt::Uninitialized);
+        std::memcpy(body.data(), bytes.constData(), static_cast<size_t>(bytes.size()));
+        use(body.constData());
+    };
+    const auto lookAtEachByte = [&text] {
+        use(std::memchr(text.constData(), '\1', static_cast<size_t>(text.size()) * sizeof(QChar)));
+    };
+    return {{"read", [path] { use(textOfFile(path)->constData()); },
+             [path] { use(contentsOfRegularFile(path)->constData()); }},
+            {"encode", encode, copy},
+            {"rules", [&text] { use(withoutLongHangReport(text).constData()); }, lookAtEachByte}};
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
-    if (argc != 3) {
-        std::fputs("usage: text-bench ROUNDS FILE\nPrints name, milliseconds and those of the least work.\n", stderr);
+    if (argc < 3) {
+        std::fputs("usage: text-bench ROUNDS FILE...\n"
+                   "Prints for each step its name and, file by file, its milliseconds and those of the least work.\n",
+                   stderr);
         return 2;
     }
     // Memory that nobody has used yet is what a program meets that reads one report. The allocator would keep what one
     // round has used for the next, of a small text.
     mallopt(M_MMAP_THRESHOLD, 128 * 1024);
-    const int rounds = std::atoi(argv[1]);
-    const QString path = QString::fromLocal8Bit(argv[2]);
-    const std::optional<QString> text = textOfFile(path);
-    if (!text) {
-        return 2;
+    std::vector<QString> texts;
+    std::vector<QByteArray> bytes;
+    for (int index = 2; index < argc; ++index) {
+        texts.push_back(textOfFile(QString::fromLocal8Bit(argv[index])).value());
+        bytes.push_back(texts.back().toUtf8());
     }
-    compare(
-        "read", rounds, [&] { use(textOfFile(path)->constData()); },
-        [&] { use(contentsOfRegularFile(path)->constData()); });
-    const QByteArray bytes = text->toUtf8();
-    const auto encode = [&] {
-        QByteArray body;
-        appendUtf8(body, *text);
-        use(body.constData());
-    };
-    compare("encode", rounds, encode, [&] {
-        QByteArray body(bytes.size(), Qt::Uninitialized);
-        std::memcpy(body.data(), bytes.constData(), static_cast<size_t>(bytes.size()));
-        use(body.constData());
-    });
-    const auto lookForWords = [&] { use(withoutLongHangReport(*text).constData()); };
-    compare("rules", rounds, lookForWords, [&] {
-        // Each byte of the text looked at once.
-        use(std::memchr(text->constData(), '\1', static_cast<size_t>(text->size()) * sizeof(QChar)));
-    });
+    std::map<std::string, std::vector<std::vector<double>>> took;
+    for (int round = std::atoi(argv[1]); round > 0; --round) {
+        for (size_t file = 0; file < texts.size(); ++file) {
+            for (const Step &step : stepsOf(QString::fromLocal8Bit(argv[file + 2]), texts[file], bytes[file])) {
+                std::vector<std::vector<double>> &times = took[step.name];
+                times.resize(2 * texts.size());
+                times[2 * file].push_back(milliseconds(step.ours));
+                times[2 * file + 1].push_back(milliseconds(step.least));
+            }
+        }
+    }
+    for (const auto &[name, times] : took) {
+        std::printf("%s", name.c_str());
+        for (const std::vector<double> &values : times) {
+            std::printf(" %.3f", median(values));
+        }
+        std::printf("\n");
+    }
     return 0;
 }

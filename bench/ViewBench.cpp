@@ -1,5 +1,5 @@
-// What the report view costs: unfolding, moving about and copying, for a small text, a large one and one long line,
-// in turn. Prints the medians in milliseconds.
+// What the report view costs: unfolding, moving about and copying, for a small text and a large one, in lines of usual
+// length and as a single line, all in turn. Prints the medians in milliseconds.
 #include "desktop/reportview/ReportTextView.h"
 
 #include <QApplication>
@@ -121,10 +121,14 @@ void measure(const QString &text, Figures &figures)
     }
 }
 
-void print(const char *what, const std::vector<double> &small, const std::vector<double> &large,
-           const std::vector<double> &line)
+/// The medians of each text, in the order in which they are measured.
+void print(const char *what, const std::vector<Figures> &texts, std::vector<double> Figures::*kind)
 {
-    std::printf("%s|%.3f|%.3f|%.3f\n", what, median(small), median(large), median(line));
+    std::printf("%s", what);
+    for (const Figures &figures : texts) {
+        std::printf("|%.3f", median(figures.*kind));
+    }
+    std::printf("\n");
 }
 
 } // namespace
@@ -132,26 +136,22 @@ void print(const char *what, const std::vector<double> &small, const std::vector
 int main(int argc, char **argv)
 {
     const QApplication application(argc, argv);
-    const QString small = ordinaryLines(kMebi);
-    const QString large = ordinaryLines((argc > 1 ? std::atoi(argv[1]) : 128) * kMebi);
-    const QString line(16'000'000, u'x');
-    Figures ofSmall;
-    Figures ofLarge;
-    Figures ofLine;
-    {
-        // Fonts and the like are loaded by whoever comes first.
-        Figures warmUp;
-        measure(small, warmUp);
-    }
+    const std::vector<QString> texts = {ordinaryLines(kMebi),
+                                        ordinaryLines((argc > 1 ? std::atoi(argv[1]) : 128) * kMebi),
+                                        QString(kMebi, u'x'), QString(16'000'000, u'x')};
+    std::vector<Figures> figures(texts.size());
+    // Fonts and the like are loaded by whoever comes first.
+    Figures warmUp;
+    measure(texts.front(), warmUp);
     for (int run = 0; run < kRuns; ++run) {
-        measure(small, ofSmall);
-        measure(large, ofLarge);
-        measure(line, ofLine);
+        for (size_t index = 0; index < texts.size(); ++index) {
+            measure(texts[index], figures[index]);
+        }
     }
-    print("unfold to final range", ofSmall.unfold, ofLarge.unfold, ofLine.unfold);
-    print("longest stall of unfolding", ofSmall.stall, ofLarge.stall, ofLine.stall);
-    print("to the end", ofSmall.end, ofLarge.end, ofLine.end);
-    print("a page up or down", ofSmall.pages, ofLarge.pages, ofLine.pages);
-    print("select all and copy", ofSmall.copyAll, ofLarge.copyAll, ofLine.copyAll);
+    print("unfold to final range", figures, &Figures::unfold);
+    print("longest stall of unfolding", figures, &Figures::stall);
+    print("to the end", figures, &Figures::end);
+    print("a page up or down", figures, &Figures::pages);
+    print("select all and copy", figures, &Figures::copyAll);
     return 0;
 }
