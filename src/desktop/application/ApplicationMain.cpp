@@ -13,7 +13,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <memory>
+#include <new>
 
 namespace {
 
@@ -21,6 +23,22 @@ namespace {
 bool isSetId()
 {
     return ::getuid() != ::geteuid() || ::getgid() != ::getegid();
+}
+
+/// The toolkit lets no exception pass through its event loop. Where memory runs out there, the program says so; any
+/// other exception is a mistake of its own.
+[[noreturn]] void endWithoutMemory()
+{
+    try {
+        if (const std::exception_ptr exception = std::current_exception()) {
+            std::rethrow_exception(exception);
+        }
+    } catch (const std::bad_alloc &) {
+        std::fputs("korvale-crash-reporter: there is no memory to go on\n", stderr);
+        std::_Exit(EXIT_FAILURE);
+    } catch (...) {
+    }
+    std::abort();
 }
 
 } // namespace
@@ -33,6 +51,7 @@ int applicationMain(int argc, char **argv)
                    stderr);
         return EXIT_FAILURE;
     }
+    std::set_terminate(endWithoutMemory);
     keepOnlyHarmlessVariables(platform::systemLocalLookups());
     // The reader of standard error may be the crashed application, which is gone; a server may hang up.
     std::signal(SIGPIPE, SIG_IGN);
