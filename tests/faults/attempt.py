@@ -200,3 +200,15 @@ class Attempt:
 
 def stored(place):
     return place.home.settings()
+
+
+def is_date(text):
+    return re.fullmatch(r"@DateTime\(.+\)", text.strip('"')) is not None
+
+
+def is_whole(place):
+    """Where there is a file of settings, it is a whole one."""
+    if os.path.exists(place.home.settings_path):
+        found = stored(place)
+        if not found.get(COUNT, "").isdigit() or not is_date(found.get(DATE, "")):
+            yield f"the settings are {found}"

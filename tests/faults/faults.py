@@ -15,13 +15,14 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 PROJECT = os.path.dirname(os.path.dirname(HERE))
 sys.path[:0] = [HERE, os.path.join(PROJECT, "tools")]
 
-import ends  # noqa: E402 (found through the path above)
+import calls  # noqa: E402 (found through the path above)
+import ends  # noqa: E402
 import files  # noqa: E402
 import network  # noqa: E402
 import settings  # noqa: E402
 from situation import Result, ends_of, result_of, words  # noqa: E402
 
-GROUPS = (*network.GROUPS, *files.GROUPS, *settings.GROUPS, *ends.GROUPS)
+GROUPS = (*network.GROUPS, *files.GROUPS, *settings.GROUPS, *ends.GROUPS, *calls.GROUPS)
 # More than there are processors: most rows wait most of their time.
 WORKERS = 4
 NOT_ALLOWED = 77
@@ -135,7 +136,7 @@ def results_of(options, chosen):
 
 
 def line_of(row, result):
-    runs = len(row.variations())
+    runs = len(result.runs)
     name = f"{row.name} ({runs} runs)" if runs > 1 else row.name
     end = words(result.ends) or "nothing"
     memory = f"{result.memory} MiB" if result.memory else ""
@@ -151,6 +152,8 @@ def print_group(group, rows, results):
     for number, row in rows:
         result = results.get(number) or Result([], [], 0.0, 0, ["it was not run"], [])
         print(line_of(row, result))
+        if group.prints_runs:
+            print("\n".join(f"          {run}" for run in result.runs))
         if not result.passed:
             for difference in result.differences[:12]:
                 print(f"          differs: {difference}")
@@ -175,6 +178,7 @@ def print_table(chosen, results):
     for name, good, count in totals:
         print(f"{name:40} {good:4} of {count:4}")
     print(f"{'all':40} {passed:4} of {total:4} as expected")
+    print(f"{sum(len(result.runs) for result in results.values())} runs")
     return passed == total
 
 
@@ -195,8 +199,10 @@ def options(arguments):
     parser = argparse.ArgumentParser(prog="faults", description=__doc__)
     parser.add_argument("--program", required=True, help="the built program")
     parser.add_argument("--named", required=True, help=f"the same, built to submit to {network.NAMED_HOST}")
+    parser.add_argument("--memory", help="the library that lets an allocation fail")
     parser.add_argument("--authority", required=True, help="folder of the throw-away certificates")
     parser.add_argument("--all", action="store_true", help="every run of the rows of which else a sample is drawn")
+    parser.add_argument("--runs", type=int, metavar="N", help="so many runs of each row of calls that fail")
     parser.add_argument("--workers", type=int, default=WORKERS)
     parser.add_argument("--list", action="store_true", help="only the names")
     parser.add_argument("--worker", action="store_true", help=argparse.SUPPRESS)

@@ -9,7 +9,7 @@ import stat
 import subprocess
 
 import attempt
-from attempt import COUNT, DATE, REFUSE
+from attempt import COUNT, DATE, REFUSE, is_date
 from network_world import ADDRESS
 from situation import ACCEPTED, REFUSED, Seen
 from tracing import drawn
@@ -274,10 +274,6 @@ def old_or_new(place, before):
         yield f"the file was {before} and is {stored}"
     if not read(place.home.settings_path).endswith(b"\n"):
         yield "the file has no end"
-
-
-def is_date(text):
-    return re.fullmatch(r"@DateTime\(.+\)", text.strip('"')) is not None
 
 
 def next_one_counts(place):

@@ -18,6 +18,7 @@ class Group:
     world: str
     rows: tuple
     only_on_demand: bool = False
+    prints_runs: bool = False      # below each row: its runs are drawn
 
 
 @dataclasses.dataclass
@@ -28,6 +29,7 @@ class Seen:
     posts: int = 0
     seconds: float = 0.0
     memory: int = 0
+    where: str = ""                # in whose code it has come to that end, if that is told
     # What differs from the row apart from the end, in words.
     differences: list = dataclasses.field(default_factory=list)
     # What helps to find out why: printed with a row that differs.
@@ -45,6 +47,8 @@ class Result:
     differences: list
     notes: list
     cost: float = 0.0
+    # Each run and its end, where a group has them printed.
+    runs: list = dataclasses.field(default_factory=list)
 
     @property
     def passed(self):
@@ -76,4 +80,5 @@ def result_of(expected_end, runs, cost):
         posts=sorted({seen.posts for seen in observed}),
         seconds=max(seen.seconds for seen in observed),
         memory=max(seen.memory for seen in observed),
-        differences=differences, notes=notes, cost=cost)
+        differences=differences, notes=notes, cost=cost,
+        runs=[f"{label}: {seen.end}" + (f" ({seen.where})" if seen.where else "") for label, seen in runs])

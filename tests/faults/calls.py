@@ -1,0 +1,75 @@
+"""Every system call and allocation that is made to fail once: which calls, and with which errors.
+
+The errors are those that the calls' manuals name, without those that a mistake in the program alone could bring about.
+However it ends, a person sees it: the report was accepted, and whole; or an alert; or a line, and exit status 1.
+"""
+
+from calls_world import Calls, Memory
+from situation import Group, SENDING
+
+FILES = ("EACCES", "ENOENT", "ELOOP", "ENOTDIR", "ENOMEM", "EIO")
+DESCRIPTORS = ("EMFILE", "ENFILE", "ENOMEM")
+SPACE = ("ENOSPC", "EDQUOT", "EIO")
+# Where what lies below the program ends it, or leaves it without an end, whatever the program does.
+NO_WINDOW = "no window and no end"
+LOST_CONNECTION = "libxcb gives the connection up, and the toolkit's thread that reads from it waits for ever"
+LOST_WAKING = "the toolkit's event loop sleeps on when the write to its eventfd has failed, which eventfd(2) rules out"
+PLACES = (
+    (r"writev\(\d+<socket:", NO_WINDOW, LOST_CONNECTION),
+    (r"writev\(\d+<socket:", SENDING, LOST_CONNECTION),
+    (r"poll\(\[\{fd=\d+<socket:", NO_WINDOW, LOST_CONNECTION),
+    (r"poll\(\[\{fd=\d+<socket:", SENDING, LOST_CONNECTION),
+    (r"write\(\d+<anon_inode:\[eventfd\]>", NO_WINDOW, LOST_WAKING),
+    (r"write\(\d+<anon_inode:\[eventfd\]>", SENDING, LOST_WAKING),
+    (r"clone3\(", SENDING, "the toolkit reads the display's events in a thread, and goes on alone"),
+    (r"getrandom\(", "ended by SIGABRT", "the C library's arc4random ends a program that gets no random numbers"),
+)
+# Code that takes memory for granted: who asked for it, and the three before, are not the program.
+MEMORY_PLACES = (
+    (r"\A(?:(?!.*korvale-crash-reporter).*\n){4}", "ended by SIGSEGV", "goes on without memory"),
+    (r"\A(?:(?!.*korvale-crash-reporter).*\n){4}", "ended by SIGABRT", "gives up without memory"),
+    (r"\A(?:(?!.*korvale-crash-reporter).*\n){4}", SENDING, "goes on without memory"),
+)
+SHARES = 4
+# The calls come in families, so that a quick look has some of each.
+SYSTEM = Group("calls: system", "calls_world", prints_runs=True, rows=(
+    Calls("files are opened", {"openat": ("EACCES", "ENOENT", "EMFILE", "ENFILE", "ENOMEM", "EINTR", "EIO")}),
+    Calls("files are looked at", {
+        "newfstatat": FILES, "statx": FILES, "access": FILES, "readlink": FILES, "getdents64": ("ENOENT", "EIO"),
+        "statfs": ("EACCES", "EIO", "ENOSYS"), "getcwd": ("EACCES", "ENOENT", "ENOMEM"), "lseek": ("ESPIPE",)}),
+    Calls("files are read", {"read": ("EIO", "EINTR", "EAGAIN", "EISDIR"), "pread64": ("EIO", "EINTR")}),
+    Calls("files are written", places=PLACES, errors={
+        "write": (*SPACE, "EINTR", "EAGAIN"), "fdatasync": SPACE, "fsync": SPACE, "linkat": (*SPACE, "EPERM", "EEXIST"),
+        "rename": (*SPACE, "EACCES", "EPERM"), "unlink": ("EACCES", "EIO"), "mkdir": (*SPACE, "EACCES", "EEXIST"),
+        "flock": ("ENOLCK", "EINTR", "EAGAIN"), "chmod": ("EPERM", "EROFS"), "fchmod": ("EPERM", "EROFS"),
+        "ftruncate": ("EIO", "EINTR")}),
+    Calls("the display and the server are spoken to", places=PLACES, errors={
+        "socket": (*DESCRIPTORS, "EACCES", "ENOBUFS", "EAFNOSUPPORT"), "socketpair": DESCRIPTORS,
+        "connect": ("ECONNREFUSED", "ENETUNREACH", "ETIMEDOUT", "EACCES", "EADDRNOTAVAIL", "ENOENT"),
+        "sendto": ("ECONNRESET", "EPIPE", "ENOBUFS", "ENOMEM", "EINTR", "EAGAIN"),
+        "sendmsg": ("ECONNRESET", "EPIPE", "ENOBUFS", "ENOMEM", "EINTR", "EAGAIN"),
+        "recvfrom": ("ECONNRESET", "ENOMEM", "EINTR", "EAGAIN"), "recvmsg": ("ECONNRESET", "ENOMEM", "EINTR", "EAGAIN"),
+        "writev": ("EPIPE", "ECONNRESET", "EINTR", "EAGAIN"), "getsockopt": ("ENOBUFS", "ENOMEM"),
+        "setsockopt": ("ENOMEM", "ENOBUFS"), "getsockname": ("ENOBUFS",), "getpeername": ("ENOTCONN", "ENOBUFS"),
+        "shutdown": ("ENOTCONN",)}),
+    Calls("descriptors are made and waited for", places=PLACES, errors={
+        "close": ("EIO", "EINTR"), "fcntl": ("EMFILE", "EAGAIN"), "ioctl": ("ENOTTY",), "pipe2": DESCRIPTORS,
+        "eventfd2": (*DESCRIPTORS, "ENODEV"), "poll": ("EINTR", "ENOMEM"), "ppoll": ("EINTR", "ENOMEM"),
+        "inotify_init1": DESCRIPTORS, "memfd_create": DESCRIPTORS}),
+    Calls("memory is asked of the system", {
+        "mmap": ("ENOMEM", "EAGAIN", "ENFILE", "ENODEV"), "mprotect": ("ENOMEM", "EACCES"), "munmap": ("ENOMEM",),
+        "brk": ("ENOMEM",), "mremap": ("ENOMEM", "EAGAIN"), "madvise": ("ENOMEM", "EAGAIN"),
+        "shmget": ("ENOMEM", "ENOSPC"), "shmat": ("ENOMEM", "EACCES")}),
+    Calls("processes and threads are made", places=PLACES, errors={
+        "clone3": ("EAGAIN", "ENOMEM", "ENOSPC"), "clone": ("EAGAIN", "ENOMEM", "ENOSPC"),
+        "vfork": ("EAGAIN", "ENOMEM"),
+        "waitid": ("EINTR", "ECHILD"), "wait4": ("EINTR", "ECHILD"), "getrandom": ("EINTR", "EAGAIN", "ENOSYS"),
+        "prlimit64": ("EPERM",), "sysinfo": ("ENOSYS",), "uname": ("ENOSYS",), "sched_getaffinity": ("ENOSYS",)}),
+))
+
+MEMORY = Group("calls: memory", "calls_world", prints_runs=True, rows=(
+    *(Memory(f"an allocation of a submission fails, {share + 1} of {SHARES}", share, SHARES, MEMORY_PLACES)
+      for share in range(SHARES)),
+))
+
+GROUPS = (SYSTEM, MEMORY)

@@ -1,0 +1,222 @@
+"""Makes one system call of the program, or one allocation, fail once, from the first line of main to the acceptance."""
+
+import contextlib
+import dataclasses
+import os
+import re
+import signal
+import subprocess
+
+import attempt
+from attempt import NO_REPORT, is_whole
+from network_world import CRASH_LOG
+from situation import ACCEPTED, SENDING
+from tracing import Trace, drawn
+from trial.waiting import WaitedInVain, wait_until
+
+SAID = "a line and exit status 1"
+ALERT = "an alert"
+# Below the program, at a place that the table names.
+BELOW = "ended below the program"
+# How a person sees that it has come to an end.
+SEEN_ENDS = (ACCEPTED, ALERT, SAID)
+# The first calls of main, which no program makes in this order before.
+FIRST_OF_MAIN = ("getuid", "geteuid")
+
+
+@dataclasses.dataclass(frozen=True)
+class Calls:
+    """One row: calls, and for each the errors that its manual names and the machine may give."""
+
+    name: str
+    errors: dict                   # by call
+    places: tuple = ()             # where what lies below ends the program: (what the call looks like, the end, where)
+    end: object = (*SEEN_ENDS, BELOW)
+    sample: int = 4                # of its runs, how many are tried unless all are asked for
+
+    def variations(self):
+        return ((None, None),)
+
+    def cost(self):
+        return 8.0
+
+
+@dataclasses.dataclass(frozen=True)
+class Memory:
+    """One row: allocations of a submission, of which one fails; each row has its share of all."""
+
+    name: str
+    share: int
+    shares: int
+    places: tuple = ()             # the same, by the stack of who asked for memory
+    end: object = (*SEEN_ENDS, BELOW)
+    sample: int = 4
+
+    def variations(self):
+        return ((None, None),)
+
+    def cost(self):
+        return 8.0
+
+
+class World(attempt.World):
+    counts = None
+    allocations = None
+
+    def run(self, row):
+        limit = None if self.options.all else self.options.runs or row.sample
+        if isinstance(row, Memory):
+            return [(f"allocation {number}", self.out_of_memory(row, number)) for number in self.numbers(row, limit)]
+        plan = [(name, number, error) for name, errors in row.errors.items()
+                for number in self.occurrences(name) for error in errors]
+        if not plan:
+            return [("", attempt.Seen("nothing to fail", differences=["none of these calls is made"]))]
+        return [(f"{name} {number} {error}", self.one_fails(row, name, number, error))
+                for name, number, error in drawn(plan, limit)]
+
+    # What there is to fail
+
+    def occurrences(self, name):
+        """The numbers of the calls of that name in the main thread, from the first line of main on."""
+        if self.counts is None:
+            with self.submission() as (place, trace, tried):
+                end = submit(tried)
+                if end != ACCEPTED:
+                    raise RuntimeError(f"the report without a fault ended as {end}")
+                self.counts = counted(trace.lines())
+        first, last = self.counts.get(name, (0, 0))
+        return range(first + 1, last + 1)
+
+    def numbers(self, row, limit):
+        if self.allocations is None:
+            with self.submission(fail_at=0) as (place, _, tried):
+                end = submit(tried)
+                path = os.path.join(place.folder, "allocations")
+                if end != ACCEPTED or not os.path.exists(path):
+                    raise RuntimeError(f"the report without a fault ended as {end}")
+                with open(path, encoding="ascii") as file:
+                    self.allocations = int(file.read())
+        return drawn(range(1 + row.share, self.allocations + 1, row.shares), limit)
+
+    @contextlib.contextmanager
+    def submission(self, *expressions, fail_at=None):
+        with self.place() as place:
+            place.serve(addresses=("127.0.0.1",))
+            trace = Trace(place.folder, *expressions, follow=False)
+            memory = () if fail_at is None else (
+                f"LD_PRELOAD={os.path.abspath(self.options.memory)}", f"KORVALE_FAIL_AT={fail_at}",
+                f"KORVALE_COUNT_TO={place.folder}/allocations", f"KORVALE_STACK_TO={place.folder}/stack")
+            tried = place.report(place.crash_log(), environment=memory,
+                                 prefix=trace.prefix() if fail_at is None else ())
+            tried.arms = fail_at is not None
+            try:
+                yield place, trace, tried
+            finally:
+                if tried.is_running():
+                    tried.send_signal(signal.SIGKILL)
+
+    # One run
+
+    def one_fails(self, row, name, number, error):
+        with self.submission(f"trace={name}", f"inject={name}:error={error}:when={number}") as (place, trace, tried):
+            seen = tried.seen(submit(tried))
+            injected = trace.injected()
+            seen.notes += injected
+            if not injected:
+                return attempt.Seen(ACCEPTED, place.posts(), notes=["the call was not made this time"])
+            if seen.end == NO_REPORT and any(attempt.LOG_NAME in line for line in injected):
+                seen.end = SAID  # an unreadable log ends the program without a word, by design
+            judge(row, seen, place, tried, "".join(injected))
+            return seen
+
+    def out_of_memory(self, row, number):
+        with self.submission(fail_at=number) as (place, _, tried):
+            seen = tried.seen(submit(tried))
+            stack = []
+            with contextlib.suppress(FileNotFoundError), open(f"{place.folder}/stack", encoding="utf-8") as file:
+                stack = [line for line in file if not re.search("failing-memory|libstdc", line)]
+            seen.notes += stack[:10]
+            judge(row, seen, place, tried, "".join(stack))
+            if seen.end == BELOW:
+                seen.where += f": {first_names(stack)}"
+            return seen
+
+
+def counted(lines):
+    """By name: how many calls there were before main, and how many in all."""
+    names = [match[1] for line in lines if (match := re.match(r"(\w+)\(", line))]
+    begins = max(number for number, name in enumerate(names[:-1]) if name == "execve")
+    begins += next(number for number in range(len(names) - begins)
+                   if tuple(names[begins + number:begins + number + 2]) == FIRST_OF_MAIN)
+    return {name: (names[:begins].count(name), names.count(name)) for name in set(names[begins:])}
+
+
+def submit(tried):
+    """Submits by keyboard, for the accessibility bus may be what fails; gives the end as a person sees it."""
+    try:
+        wait_until(lambda: not tried.is_running() or windows(tried), "a window or the end", attempt.PATIENCE)
+    except WaitedInVain:
+        return "no window and no end"
+    if tried.arms and tried.is_running():
+        tried.send_signal(signal.SIGUSR1)
+    for _ in range(20):
+        if has_reacted(tried):
+            break
+        press_key(tried)
+        with contextlib.suppress(WaitedInVain):
+            wait_until(lambda: has_reacted(tried), "a sign", 0.7)
+    try:
+        return wait_until(lambda: end_of(tried), "the end", attempt.PATIENCE)
+    except WaitedInVain:
+        return SENDING
+
+
+def has_reacted(tried):
+    return not tried.is_running() or tried.place.requests() or len(windows(tried)) > 1
+
+
+def end_of(tried):
+    if tried.is_running():
+        return ALERT if len(windows(tried)) > 1 else None
+    status = tried.process.returncode
+    if status == 1 and tried.log_lines():
+        return SAID
+    if status == 0:
+        return ACCEPTED if tried.place.posts() else NO_REPORT
+    return tried.end_of_process()
+
+
+def windows(tried):
+    """The program's windows as the display knows them."""
+    return subprocess.run(["xdotool", "search", "--onlyvisible", "--pid", str(tried.program.pid), "--name", "."],
+                          capture_output=True, text=True, check=False, timeout=30).stdout.split()
+
+
+def press_key(tried):
+    subprocess.run(["xdotool", "key", "--window", "0", "alt+r"], capture_output=True, check=False, timeout=30)
+
+
+def first_names(stack):
+    """The innermost libraries and functions that have one, as they are linked."""
+    found = [re.match(r".*/([^/(]+)\((\w*)", line) for line in stack]
+    return ", ".join(f"{match[1]} {match[2]}" for match in found[:6] if match and match[2])
+
+
+def judge(row, seen, place, tried, where):
+    """Accepted only with the whole report; the settings whole; nothing sent twice."""
+    for pattern, end, words in row.places:
+        if seen.end == end and re.search(pattern, where):
+            seen.end = BELOW
+            seen.where = words
+    expected = (1,) if seen.end == ACCEPTED else (0, 1)
+    if place.posts() not in expected:
+        seen.differences.append(f"{place.posts()} whole POSTs")
+    if sum(request.begun for request in place.requests()) > 1:
+        seen.differences.append("a second request was begun")
+    if any(fields.get("crashlog") != CRASH_LOG for fields in place.bodies() if fields):
+        seen.differences.append("what arrived is not the report")
+    if seen.end == ACCEPTED and not any(place.bodies()):
+        seen.differences.append("no form has arrived")
+    seen.differences += [*is_whole(place)]
+    if tried.log_lines():
+        seen.notes.append(f"log: {tried.log_lines()[:3]}")

@@ -1,0 +1,109 @@
+// Preloaded into the program: lets one allocation of the main thread fail, counted from SIGUSR1 on.
+#include <execinfo.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+std::atomic<bool> armed = false;
+std::atomic<long> counted = 0;
+long failAt = 0;
+
+bool mustFail()
+{
+    if (!armed || ::gettid() != ::getpid()) {
+        return false;
+    }
+    return ++counted == failAt;
+}
+
+/// Who has asked for the memory: what the program does without it is theirs.
+void writeStack()
+{
+    armed = false;
+    const char *path = std::getenv("KORVALE_STACK_TO");
+    const int file = path ? ::open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0600) : -1;
+    if (file >= 0) {
+        std::array<void *, 40> frames = {};
+        ::backtrace_symbols_fd(frames.data(), ::backtrace(frames.data(), frames.size()), file);
+        ::close(file);
+    }
+}
+
+void *failed()
+{
+    writeStack();
+    errno = ENOMEM;
+    return nullptr;
+}
+
+void arm(int /*signal*/)
+{
+    armed = true;
+}
+
+// The number of allocations, for a run in which none fails.
+void writeCount()
+{
+    armed = false;
+    const char *path = std::getenv("KORVALE_COUNT_TO");
+    std::FILE *file = path ? std::fopen(path, "w") : nullptr;
+    if (file) {
+        std::fprintf(file, "%ld\n", counted.load());
+        std::fclose(file);
+    }
+}
+
+__attribute__((constructor)) void begin()
+{
+    const char *number = std::getenv("KORVALE_FAIL_AT");
+    failAt = number ? std::atol(number) : 0;
+    std::signal(SIGUSR1, arm);
+    std::atexit(writeCount);
+}
+
+} // namespace
+
+extern "C" {
+
+// The C library's own entry points.
+void *__libc_malloc(std::size_t size);
+void *__libc_calloc(std::size_t count, std::size_t size);
+void *__libc_realloc(void *block, std::size_t size);
+void *__libc_memalign(std::size_t alignment, std::size_t size);
+
+void *malloc(std::size_t size)
+{
+    return mustFail() ? failed() : __libc_malloc(size);
+}
+
+void *calloc(std::size_t count, std::size_t size)
+{
+    return mustFail() ? failed() : __libc_calloc(count, size);
+}
+
+void *realloc(void *block, std::size_t size)
+{
+    return mustFail() ? failed() : __libc_realloc(block, size);
+}
+
+void *aligned_alloc(std::size_t alignment, std::size_t size)
+{
+    return mustFail() ? failed() : __libc_memalign(alignment, size);
+}
+
+int posix_memalign(void **block, std::size_t alignment, std::size_t size)
+{
+    *block = mustFail() ? failed() : __libc_memalign(alignment, size);
+    return *block ? 0 : ENOMEM;
+}
+
+} // extern "C"
