@@ -13,14 +13,18 @@ SPACE = ("ENOSPC", "EDQUOT", "EIO")
 # Where what lies below the program ends it, or leaves it without an end, whatever the program does.
 NO_WINDOW = "no window and no end"
 LOST_CONNECTION = "libxcb gives the connection up, and the toolkit's thread that reads from it waits for ever"
+NO_CONNECTION = "the toolkit's plug-in for X goes on with the answers that libxcb has not got"
 LOST_WAKING = "the toolkit's event loop sleeps on when the write to its eventfd has failed, which eventfd(2) rules out"
 PLACES = (
     (r"writev\(\d+<socket:", NO_WINDOW, LOST_CONNECTION),
     (r"writev\(\d+<socket:", SENDING, LOST_CONNECTION),
+    (r"writev\(\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
+    (r"poll\(\[\{fd=\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
     (r"poll\(\[\{fd=\d+<socket:", NO_WINDOW, LOST_CONNECTION),
     (r"poll\(\[\{fd=\d+<socket:", SENDING, LOST_CONNECTION),
     (r"write\(\d+<anon_inode:\[eventfd\]>", NO_WINDOW, LOST_WAKING),
     (r"write\(\d+<anon_inode:\[eventfd\]>", SENDING, LOST_WAKING),
+    (r"clone3\(", NO_WINDOW, "the toolkit waits for a thread that was not made"),
     (r"clone3\(", SENDING, "the toolkit reads the display's events in a thread, and goes on alone"),
     (r"getrandom\(", "ended by SIGABRT", "the C library's arc4random ends a program that gets no random numbers"),
 )

@@ -19,6 +19,7 @@ import calls  # noqa: E402 (found through the path above)
 import ends  # noqa: E402
 import files  # noqa: E402
 import network  # noqa: E402
+import network_world  # noqa: E402
 import settings  # noqa: E402
 from situation import Result, ends_of, result_of, words  # noqa: E402
 
@@ -60,13 +61,15 @@ def check_names(groups):
 
 
 def work(options):
-    worlds = {}
+    """One desktop serves all worlds: a process can have but one accessibility bus."""
+    base = network_world.World(options)
+    worlds = {"network_world": base}
     rows = all_rows(GROUPS)
     try:
         for line in sys.stdin:
             group, row = rows[int(line)]
             if group.world not in worlds:
-                worlds[group.world] = importlib.import_module(group.world).World(options)
+                worlds[group.world] = importlib.import_module(group.world).World(base)
             begun = time.monotonic()
             try:
                 result = result_of(row.end, worlds[group.world].run(row), time.monotonic() - begun)
@@ -74,8 +77,7 @@ def work(options):
                 result = Result([], [], 0.0, 0, [f"{type(error).__name__}: {error}"], [])
             print(json.dumps(dataclasses.asdict(result)), flush=True)
     finally:
-        for world in worlds.values():
-            world.close()
+        base.close()
     return 0
 
 
