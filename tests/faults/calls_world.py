@@ -32,7 +32,7 @@ class Calls:
     errors: dict                   # by call
     places: tuple = ()             # where what lies below ends the program: (what the call looks like, the end, where)
     end: object = (*SEEN_ENDS, BELOW)
-    sample: int = 4                # of its runs, how many are tried unless all are asked for
+    sample: int = 2                # of its runs, how many are tried unless all are asked for
 
     def variations(self):
         return ((None, None),)
@@ -50,7 +50,7 @@ class Memory:
     shares: int
     places: tuple = ()             # the same, by the stack of who asked for memory
     end: object = (*SEEN_ENDS, BELOW)
-    sample: int = 4
+    sample: int = 2
 
     def variations(self):
         return ((None, None),)

@@ -207,7 +207,7 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
     Setting("the lock is held, and has no text yet", lay=lambda place: held_lock(place, ""), count=None),
     Setting("a lock that a dead process has left", lay=of_a_dead_process),
     Setting("an old lock without any text", lay=empty_lock_of_old),
-    *(Setting(f"a call of {name} fails with {error}", run=failing(name, error), says=says, sample=3)
+    *(Setting(f"a call of {name} fails with {error}", run=failing(name, error), says=says, sample=1)
       for name, error, says in (
         ("openat", "EMFILE", ""), ("openat", "EACCES", ""), ("statx", "EACCES", ""), ("access", "EIO", ""),
         ("write", "ENOSPC", ""), ("write", "EIO", ""), ("fdatasync", "EIO", ""), ("fdatasync", "ENOSPC", ""),
@@ -219,9 +219,9 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
 
 TIME = Group("settings: others and the clock", "settings_world", (
     Setting("SIGKILL at each system call of the write, with a file", "ended by SIGKILL",
-            run=kills(holding(OLD)), sample=24),
+            run=kills(holding(OLD)), sample=12),
     Setting("SIGKILL at each system call of the write, without a file", "ended by SIGKILL",
-            run=kills(lambda place: None), sample=12),
+            run=kills(lambda place: None), sample=6),
     Setting("two programs submit in turn, a hundred times", REFUSED, run=in_turn),
     Setting("two programs submit at the same moment", REFUSED, run=at_once(10)),
     Setting("another program is in its write for a fifth of a second", REFUSED, run=overlapping(200)),
