@@ -238,6 +238,7 @@ def typing(*keys):
 
 def closing(tried):
     tried.program.close_window()
+    tried.pressed = time.monotonic()  # without the time that the tool takes to give the window the focus
 
 
 def answering_alert(tried):

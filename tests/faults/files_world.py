@@ -29,7 +29,7 @@ class File:
     end: str
     make: object = None            # called with the place, gives what it has Made
     each: tuple = ()               # instead: (label, make) of a series
-    within: float = 5.0            # from the start to the window, or to the end: no file is waited for
+    within: float = 12.0           # from the start to the window, or to the end: no file is waited for
 
     def variations(self):
         return self.each or (("", self.make),)
