@@ -54,6 +54,15 @@ protected:
 
 } // namespace
 
+TEST_F(FileRightsTest, UserOfTheProcessIsTheRealOneAndNotTheEffectiveOne)
+{
+    ASSERT_EQ(::seteuid(kUserId), 0);
+    const std::uint32_t id = lookups.realUserId();
+    ASSERT_EQ(::seteuid(0), 0);
+
+    EXPECT_EQ(id, 0U);
+}
+
 TEST_F(FileRightsTest, WhatOnlyRootMayReadIsNotRead)
 {
     const QString path = file(u"of-root"_s, 0, 0, 0600);

@@ -394,6 +394,16 @@ TEST_F(KVLocalPathsTest, CacheDirectoryOfTheSystemLongerThanTheBufferIsCutAt1023
     EXPECT_EQ(KVLocalPaths::darwinCacheDirectory(), QString::fromLatin1(value.first(1023)));
 }
 
+TEST_F(KVLocalPathsTest, CacheDirectoryOfTheSystemThatJustFitsIsNotCut)
+{
+    lookups.userCacheDirectory = {QByteArray(1023, 'c')};
+    EXPECT_EQ(KVLocalPaths::darwinCacheDirectory(), QString(1023, u'c'));
+
+    // Nothing was cut off it, so what is wrong with its end is not mended.
+    lookups.userCacheDirectory = {QByteArray(1022, 'c') + '\xC3'};
+    EXPECT_EQ(KVLocalPaths::darwinCacheDirectory(), std::nullopt);
+}
+
 TEST_F(KVLocalPathsTest, ASizeFarBeyondTheBufferIsNotReadPastItsEnd)
 {
     const QByteArray value(5000, 'c');

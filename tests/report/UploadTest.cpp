@@ -160,6 +160,17 @@ TEST_F(Upload, AnswerThatIsNotUtf8HasNoText)
     EXPECT_EQ(recording.controller.responseData, "caf\xE9");
 }
 
+TEST_F(Upload, AnswersOfTwoTransfersThatRunTogetherAreKeptOneBehindTheOther)
+{
+    const auto first = submitted();
+    const auto second = submitted();
+
+    recording.controller.connectionDidReceiveData(*first, "of the first, ");
+    recording.controller.connectionDidReceiveData(*second, "of the second");
+
+    EXPECT_EQ(recording.controller.response(), u"of the first, of the second"_s);
+}
+
 TEST_F(Upload, WithoutAnAnswerTheTextIsEmpty)
 {
     EXPECT_EQ(recording.controller.response(), QString());
