@@ -103,9 +103,9 @@ class ProgramTest(unittest.TestCase):
         self.addCleanup(program.end)
         return program
 
-    def launch(self, log=None, remote_name="anvil"):
+    def launch(self, log=None, remote_name="anvil", **options):
         """Starts the program as a crashed application does and waits for its window."""
-        return self.start("-remotename", remote_name, "-log", log or self.crash_log).wait_for_window()
+        return self.start("-remotename", remote_name, "-log", log or self.crash_log, **options).wait_for_window()
 
     def submitted(self, program, email=ADDRESS, description=None):
         program.fill_in(email, description)

@@ -1,6 +1,7 @@
 """The report window on a desktop: the details pane, the keyboard, closing."""
 
 from support import ADDRESS, ProgramTest
+from trial.processes import ORDINARY_USER
 from trial.waiting import wait_until
 
 TRIANGLE = "Report details"
@@ -8,10 +9,10 @@ REPORT = "Report"
 
 
 class Details(ProgramTest):
-    def toggled(self, program, shown):
-        """Clicks the triangle; gives every geometry that was seen until the window stood still, the last one last."""
+    def toggled(self, program, shown, toggle=lambda program: program.click(TRIANGLE)):
+        """Toggles the pane; gives every geometry that was seen until the window stood still, the last one last."""
         seen = []
-        program.click(TRIANGLE)
+        toggle(program)
 
         def stands_still():
             seen.append(program.geometry())
@@ -38,6 +39,18 @@ class Details(ProgramTest):
         self.assertEqual(folded[-1], before)
         self.assertEqual({geometry[:3] for geometry in folded}, {before[:3]})
         self.assertEqual(self.toggled(program, shown=True)[-1], unfolded)
+
+    def test_folding_again_gives_the_former_size_on_a_scaled_display(self):
+        for scale in ("1.5", "1.75"):
+            with self.subTest(scale=scale):
+                program = self.launch(prefix=("env", f"QT_SCALE_FACTOR={scale}", *ORDINARY_USER))
+                # The window manager moves it to where the screen has room for it.
+                before = program.geometry()[2:]
+                # By the key: places on a scaled display are told in its units, and the pointer is moved in pixels.
+                sizes = [self.toggled(program, turn % 2 == 0, lambda program: program.key("alt+d"))[-1][2:]
+                         for turn in range(6)]
+                self.assertEqual(sizes, [sizes[0], before] * 3)
+                program.end()
 
     def test_the_pane_shows_the_report(self):
         program = self.launch()

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 
 namespace {
 
@@ -95,7 +96,8 @@ void FoldingPane::setInitialSize()
     paneHeight =
         std::clamp(available.height() - preferredForm, pane.minimumSizeHint().height(), pane.sizeHint().height());
     const int formHeight = std::clamp(available.height() - paneHeight, minimumForm, preferredForm);
-    window.resize(width, formHeight + paneHeight);
+    givenHeight = formHeight + paneHeight;
+    window.resize(width, givenHeight);
 }
 
 void FoldingPane::setFolded(bool fold)
@@ -137,6 +139,7 @@ void FoldingPane::setFrame(const platform::Rect &frame, platform::Animation anim
     }
     pendingHeightDelta = 0;
     interruptedTarget.reset();
+    givenHeight = wanted.height();
     if (!onlyHeightChanges) {
         window.setGeometry(wanted);
     } else if (animate == platform::Animation::On && isInView() && animationDuration() > 0) {
@@ -236,16 +239,24 @@ void FoldingPane::applyPendingHeight()
     if (isMaximizedOrFullScreen()) {
         return;
     }
-    const int height = restoredHeight();
+    givenHeight = restoredHeight();
     pendingHeightDelta = 0;
     interruptedTarget.reset();
-    window.resize(window.width(), height);
+    window.resize(window.width(), givenHeight);
     rest();
+}
+
+// Where a unit is not a whole number of pixels, the toolkit rounds the height in both directions, and how depends on
+// the window's place: a window that folds a few times would lose a unit each time.
+int FoldingPane::currentHeight() const
+{
+    constexpr int kRounding = 1;
+    return std::abs(window.height() - givenHeight) <= kRounding ? givenHeight : window.height();
 }
 
 int FoldingPane::restoredHeight() const
 {
-    return interruptedTarget.value_or(window.height()) + pendingHeightDelta;
+    return interruptedTarget.value_or(currentHeight()) + pendingHeightDelta;
 }
 
 int FoldingPane::minimumFormHeight() const

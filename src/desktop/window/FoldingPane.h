@@ -59,6 +59,7 @@ private:
     void layOutChildren();
     void applyPendingHeight();
     bool hasPendingHeight() const { return pendingHeightDelta != 0 || interruptedTarget.has_value(); }
+    int currentHeight() const;
     int restoredHeight() const;
     int minimumFormHeight() const;
     int minimumWidth() const;
@@ -70,6 +71,7 @@ private:
     QWidget &form;
     QWidget &pane;
     int paneHeight = 0;
+    int givenHeight = 0; ///< What the window was last given.
     bool folded = false;
     State state = State::Resting;
     QVariantAnimation animation; ///< Runs while Moving.
