@@ -535,6 +535,9 @@ INFORMATIONAL = Group("network: informational answers", "network_world", (
     Situation("1xx with a length, then a refusal", REFUSED, **FASTER, each=tuple(
         (str(status), after_request(f"HTTP/1.1 {status} Wait\r\nContent-Length: 0\r\n\r\n" + NO))
         for status in (100, 102, 103))),
+    Situation("1xx with a length, then a refusal without one", REFUSED, **FASTER, each=tuple(
+        (str(status), after_request(f"HTTP/1.1 {status} Wait\r\nContent-Length: 0\r\n\r\n", UNTIL_CLOSED + "NO", CLOSE))
+        for status in (100, 102, 103))),
     Situation("100 with a length, then an acceptance", ACCEPTED,
               after_request("HTTP/1.1 100 Continue\r\nContent-Length: 5\r\n\r\n" + EMPTY)),
     Situation("100 with bytes", FAILED, after_request("HTTP/1.1 100 Continue\r\nContent-Length: 2\r\n\r\nNO")),
@@ -781,6 +784,8 @@ QUICK_SLOW_LINK = Group("network: slow link", "network_world", (
               within=200.0),
     Situation("64 KiB at 256 kbit/s", ACCEPTED, after_request(EMPTY), report=64 << 10, link="256kbit", after=1.0,
               within=20.0),
+    Situation("an empty answer while 64 KiB wait in the system's queue", FAILED, after_head(EMPTY, HOLD),
+              report=64 << 10, link="64kbit", posts=0, within=20.0),
     Situation("Cancel at once, at 64 kbit/s", SENDING, after_request(EMPTY), report=1 << 20, link="64kbit", posts=0,
               within=0.2),
     Situation("Cancel after a second, at 64 kbit/s", SENDING, after_request(EMPTY), report=1 << 20, link="64kbit",

@@ -95,7 +95,7 @@ void AnswerHead::takeField(QByteArrayView name, QByteArrayView value)
         takeLength(value);
     } else if (name.compare("Transfer-Encoding", Qt::CaseInsensitive) == 0) {
         atFraming = true;
-        chunked = value.toByteArray().toLower().endsWith("chunked");
+        chunked = value.toByteArray().split(',').constLast().trimmed().compare("chunked", Qt::CaseInsensitive) == 0;
     }
 }
 

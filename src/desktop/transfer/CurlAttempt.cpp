@@ -1,6 +1,8 @@
 // One try of one request on a connection of its own.
 #include "desktop/transfer/CurlAttempt.h"
 
+#include "desktop/transfer/UnsentBytes.h"
+
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -56,6 +58,9 @@ CurlAttempt::CurlAttempt(const CurlLibrary &library, const TransferSettings &set
 
 int CurlAttempt::connection() const
 {
+    if (requestBegun) {
+        return requestSocket;
+    }
     const std::vector<int> sockets = addresses.sockets();
     const auto connected = std::ranges::find_if(sockets, hasPeer);
     if (connected == sockets.end()) {
@@ -249,7 +254,8 @@ int CurlAttempt::onDebug(CURL * /*easy*/, curl_infotype type, char *bytes, size_
 {
     CurlAttempt &attempt = *static_cast<CurlAttempt *>(self);
     if (type == CURLINFO_HEADER_IN || type == CURLINFO_DATA_IN) {
-        attempt.sentBeforeLastByte = attempt.bytesSent();
+        // What waits in the system's queue has not been sent, and may never be.
+        attempt.sentBeforeLastByte = attempt.bytesSent() - unsentBytes(attempt.requestSocket);
     }
     if (type == CURLINFO_SSL_DATA_IN && QByteArrayView(bytes, static_cast<qsizetype>(size)) == kCloseNotify) {
         attempt.closeNotified = true;
@@ -259,7 +265,9 @@ int CurlAttempt::onDebug(CURL * /*easy*/, curl_infotype type, char *bytes, size_
 
 int CurlAttempt::onRequest(void *self, char * /*toIp*/, char * /*fromIp*/, int /*toPort*/, int /*fromPort*/)
 {
-    static_cast<CurlAttempt *>(self)->requestBegun = true;
+    CurlAttempt &attempt = *static_cast<CurlAttempt *>(self);
+    attempt.requestSocket = attempt.connection();
+    attempt.requestBegun = true;
     return CURL_PREREQFUNC_OK;
 }
 

@@ -91,6 +91,7 @@ private:
     qint64 received = 0;           ///< Bytes of the answer's body that the inbox has taken.
     qint64 sentBeforeLastByte = 0; ///< What bytesSent was when bytes of the answer came.
     bool requestBegun = false;
+    int requestSocket = -1;     ///< That of the connection on which the request has begun.
     bool closeNotified = false; ///< TLS's own end of the connection has come.
     bool discarded = false;
 };

@@ -157,7 +157,8 @@ void CurlUrlConnection::endWith(CURLcode result)
 
 void CurlUrlConnection::look()
 {
-    if (const int connection = attempt->connection(); connection >= 0) {
+    // Once the request has begun no other address is tried, even if the connection is gone.
+    if (const int connection = attempt->connection(); connection >= 0 || attempt->hasBegunRequest()) {
         lookAtConnection(connection);
     } else {
         lookAtAddresses();

@@ -51,5 +51,6 @@ void ProxyLookup::end()
     process.disconnect();
     const bool hasAnswered = process.state() == QProcess::NotRunning && process.exitStatus() == QProcess::NormalExit
         && process.exitCode() == 0;
+    process.kill();
     Q_EMIT found(hasAnswered ? firstProxy(process.readAllStandardOutput()) : QByteArray());
 }

@@ -155,6 +155,8 @@ TEST(AnswerHead, SaysWhetherTheBodyIsChunked)
     EXPECT_TRUE(headOf(200, {"transfer-encoding: Chunked", ""}).isChunked());
     EXPECT_TRUE(headOf(200, {"Transfer-Encoding: gzip, chunked", ""}).isChunked());
     EXPECT_FALSE(headOf(200, {"Transfer-Encoding: identity", ""}).isChunked());
+    EXPECT_FALSE(headOf(200, {"Transfer-Encoding: x-chunked", ""}).isChunked());
+    EXPECT_FALSE(headOf(200, {"Transfer-Encoding: chunked, gzip", ""}).isChunked());
     EXPECT_FALSE(headOf(200, {""}).isChunked());
 }
 
