@@ -182,7 +182,11 @@ bool fileExists(const QString &path)
 {
     const std::optional<QByteArray> name = fileSystemRepresentation(path);
     struct stat status = {};
-    return name && ::stat(name->constData(), &status) == 0;
+    if (!name || ::stat(name->constData(), &status) != 0) {
+        qCInfo(loading).noquote() << path << "does not exist";
+        return false;
+    }
+    return true;
 }
 
 std::optional<QByteArray> contentsOfRegularFile(const QString &path, qsizetype maxBytes)

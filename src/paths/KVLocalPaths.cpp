@@ -43,7 +43,7 @@ constexpr qsizetype kShortestSystemDirectory = 3;
 constexpr qsizetype kDroppedWithTrailingSeparator = 2;
 
 /// The directories that are the system's, in the order they are asked for. Each is asked only when the path equals
-/// none before it, since every answer takes a look-up or more.
+/// none before it, since every answer takes a lookup or more.
 constexpr std::array<Directory (*)(), 20> kSystemDirectories = {
     [] { return KVLocalPaths::applicationDirectory(true); },
     [] { return KVLocalPaths::applicationDirectory(false); },

@@ -73,7 +73,7 @@ public:
     static std::optional<QString> desktopDirectory();
 
     /// The user's home directory. For root it is the console user's, and with nobody at the console whatever the
-    /// system's look-up answers for no name; nothing when it is not known.
+    /// system's lookup answers for no name; nothing when it is not known.
     static std::optional<QString> userDirectory();
 
     /// The user's login name; nothing when the system has no account for the process's user. For root it is

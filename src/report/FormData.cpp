@@ -18,6 +18,17 @@ namespace {
 /// Bytes reserved before the first part.
 constexpr qsizetype kReservedBytes = 100;
 
+/// Makes the body grow, and raises the platform's exception where there is no memory for it.
+template<typename Growth>
+void orOutOfMemory(Growth grow)
+{
+    try {
+        grow();
+    } catch (const std::bad_alloc &) {
+        throw platform::PlatformException(u"MallocException"_s, u"there is no memory for the body of the request"_s);
+    }
+}
+
 /// Exactly the URL type: a type derived from it is a text like any other value. The narrowness is deliberate.
 bool isUrl(const QVariant &value)
 {
@@ -53,16 +64,15 @@ void FormDataBody::addFile(const QString &name, const QUrl &file)
     const QString path = file.path(QUrl::FullyDecoded);
     append({u"Content-Disposition: form-data; name=\"", name, u"\"; filename=\"", lastPathComponent(path), u"\"\r\n"});
     append({u"Content-Type: application/octet-stream\r\n\r\n"});
-    body.append(contentsOfRegularFile(path).value_or(QByteArray()));
+    const QByteArray content = contentsOfRegularFile(path).value_or(QByteArray());
+    orOutOfMemory([&] { body.append(content); });
 }
 
 void FormDataBody::append(std::initializer_list<QStringView> pieces)
 {
-    try {
+    orOutOfMemory([&] {
         for (const QStringView piece : pieces) {
             appendUtf8(body, piece);
         }
-    } catch (const std::bad_alloc &) {
-        throw platform::PlatformException(u"MallocException"_s, u"there is no memory for the body of the request"_s);
-    }
+    });
 }

@@ -12,7 +12,7 @@ DESCRIPTORS = ("EMFILE", "ENFILE", "ENOMEM")
 SPACE = ("ENOSPC", "EDQUOT", "EIO")
 # Where what lies below the program ends it, or leaves it without an end, whatever the program does.
 NO_WINDOW = "no window and no end"
-LOST_CONNECTION = "libxcb gives the connection up, and the toolkit's thread that reads from it waits for ever"
+LOST_CONNECTION = "libxcb gives the connection up, and the toolkit's thread that reads from it waits forever"
 NO_CONNECTION = "the toolkit's plug-in for X goes on with the answers that libxcb has not got"
 LOST_WAKING = "the toolkit's event loop sleeps on when the write to its eventfd has failed, which eventfd(2) rules out"
 PLACES = (

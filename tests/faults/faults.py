@@ -202,7 +202,7 @@ def options(arguments):
     parser.add_argument("--program", required=True, help="the built program")
     parser.add_argument("--named", required=True, help=f"the same, built to submit to {network.NAMED_HOST}")
     parser.add_argument("--memory", help="the library that lets an allocation fail")
-    parser.add_argument("--authority", required=True, help="folder of the throw-away certificates")
+    parser.add_argument("--authority", required=True, help="folder of the throwaway certificates")
     parser.add_argument("--all", action="store_true", help="every run of the rows of which else a sample is drawn")
     parser.add_argument("--runs", type=int, metavar="N", help="so many runs of each row of calls that fail")
     parser.add_argument("--workers", type=int, default=WORKERS)

@@ -50,7 +50,7 @@ class TlsServer : public QObject
     Q_OBJECT
 
 public:
-    /// Shows the named certificate of the throw-away authority. Port 0 stands for any that is free.
+    /// Shows the named certificate of the throwaway authority. Port 0 stands for any that is free.
     explicit TlsServer(const QString &certificateName = QStringLiteral("localhost"),
                        const QHostAddress &address = QHostAddress::LocalHost, quint16 port = 0);
 

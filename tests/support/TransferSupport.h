@@ -16,7 +16,7 @@ inline constexpr qint64 kMebibyte = 1024 * 1024;
 inline const QStringList kFinished = {QStringLiteral("finished")};
 inline const QStringList kFailed = {QStringLiteral("failed")};
 
-/// The throw-away authority is trusted alone, and no desktop is asked for a proxy.
+/// The throwaway authority is trusted alone, and no desktop is asked for a proxy.
 inline TransferSettings testSettings()
 {
     TransferSettings settings;

@@ -15,11 +15,13 @@
 ///
 /// | state    | the form                        | the window's minimum height | until                            |
 /// |----------|---------------------------------|-----------------------------|----------------------------------|
-/// | Resting  | takes what the pane leaves      | form and unfolded pane      | a fold or a new frame            |
+/// | Resting  | takes what the pane leaves      | form, and the pane where it | a fold or a new frame            |
+/// |          |                                 | is unfolded and no height   |                                  |
+/// |          |                                 | is owed                     |                                  |
 /// | Moving   | keeps its height, nothing moves | form alone                  | the animation ends, or the       |
 /// |          |                                 |                             | window is maximized: Resting     |
-/// | Settling | keeps its height                | form alone                  | the window system has confirmed  |
-/// |          |                                 |                             | the last size: Resting           |
+/// | Settling | keeps its height                | form alone                  | the window system has had time   |
+/// |          |                                 |                             | to confirm the size: Resting     |
 ///
 /// A maximized or full-screen window keeps the screen's size, and the pane folds inside it; the change of height that
 /// was asked for meanwhile is applied when the window is restored.
