@@ -7,7 +7,8 @@ from trial.processes import ORDINARY_USER, Started
 from trial.screen import Screen
 from trial.waiting import wait_until
 
-SANITIZER_OPTIONS = ("ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS")
+# What the runtime of an instrumented program reads: options of the sanitizers, and where counts are written.
+INSTRUMENTATION = ("ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS", "LLVM_PROFILE_FILE")
 
 
 class Program:
@@ -16,7 +17,7 @@ class Program:
     def __init__(self, binary, arguments, desktop, home, folder, prefix=tuple(ORDINARY_USER), without=()):
         environment = desktop.environment()
         environment.update(home.environment())
-        environment.update({name: os.environ[name] for name in SANITIZER_OPTIONS if name in os.environ})
+        environment.update({name: os.environ[name] for name in INSTRUMENTATION if name in os.environ})
         for name in without:
             environment.pop(name, None)
         self.desktop = desktop
