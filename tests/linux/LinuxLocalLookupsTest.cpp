@@ -2,6 +2,7 @@
 #include "linux/LinuxLocalLookups.h"
 
 #include "paths/KVLocalPaths.h"
+#include "support/LookupsOfUserId.h"
 #include "support/NamedCase.h"
 #include "support/ScopedVariable.h"
 
@@ -22,20 +23,7 @@ namespace {
 namespace directory = platform::directory;
 namespace domain = platform::domain;
 
-/// The lookups of a process with this real user ID.
-class LookupsOfUserId : public LinuxLocalLookups
-{
-public:
-    explicit LookupsOfUserId(std::uint32_t userId)
-        : id(userId)
-    {
-    }
-
-    std::uint32_t realUserId() const override { return id; }
-
-private:
-    std::uint32_t id;
-};
+using LookupsOfUser = LookupsOfUserId<LinuxLocalLookups>;
 
 constexpr std::uint32_t kRoot = 0;
 /// Larger than the IDs that Debian gives to accounts, and not the one that stands for no ID.
@@ -83,8 +71,8 @@ protected:
     static QString system() { return GetParam().system.toString(); }
 
     ScopedVariable home{"HOME", "/home/of test"};
-    LookupsOfUserId ordinary{1000};
-    LookupsOfUserId root{kRoot};
+    LookupsOfUser ordinary{1000};
+    LookupsOfUser root{kRoot};
 };
 
 constexpr DirectoryCase kDirectoryCases[] = {
@@ -151,7 +139,7 @@ TEST(LinuxLocalLookups, KindsWithoutATableRowAreNowhere)
 TEST(LinuxLocalLookups, WithoutAHomeTheUsersDirectoriesAreLeftOut)
 {
     const ScopedVariable home("HOME", std::nullopt);
-    const LookupsOfUserId lookups(kIdWithoutAccount);
+    const LookupsOfUser lookups(kIdWithoutAccount);
 
     EXPECT_EQ(lookups.homeDirectory(), std::nullopt);
     EXPECT_EQ(lookups.searchPathForDirectoriesInDomains(directory::kLibrary, domain::kUser | domain::kLocal),
@@ -173,7 +161,7 @@ TEST(LinuxLocalLookups, HomeIsTheVariableIfItIsAnAbsolutePath)
 TEST(LinuxLocalLookups, HomeHasNoSeparatorAtItsEnd)
 {
     const ScopedVariable home("HOME", "/home/user1//");
-    const LookupsOfUserId lookups(1000);
+    const LookupsOfUser lookups(1000);
 
     EXPECT_EQ(lookups.homeDirectory(), u"/home/user1"_s);
     EXPECT_EQ(lookups.searchPathForDirectoriesInDomains(directory::kLibrary, domain::kUser),
@@ -184,7 +172,7 @@ TEST(LinuxLocalLookups, HomeMayBeTheRootDirectory)
 {
     const ScopedVariable home("HOME", "/");
     const ScopedVariable cache("XDG_CACHE_HOME", std::nullopt);
-    const LookupsOfUserId lookups(1000);
+    const LookupsOfUser lookups(1000);
 
     EXPECT_EQ(lookups.homeDirectory(), u"/"_s);
     EXPECT_EQ(lookups.searchPathForDirectoriesInDomains(directory::kLibrary, domain::kUser),
@@ -227,9 +215,9 @@ TEST(LinuxLocalLookups, UserNameIsThatOfTheRealUserIdsAccount)
     const ScopedVariable user("USER", "somebody else");
     const ScopedVariable logname("LOGNAME", "somebody else");
 
-    EXPECT_EQ(LookupsOfUserId(kRoot).userName(), u"root"_s);
-    EXPECT_EQ(LookupsOfUserId(1).userName(), u"daemon"_s);
-    EXPECT_EQ(LookupsOfUserId(kIdWithoutAccount).userName(), std::nullopt);
+    EXPECT_EQ(LookupsOfUser(kRoot).userName(), u"root"_s);
+    EXPECT_EQ(LookupsOfUser(1).userName(), u"daemon"_s);
+    EXPECT_EQ(LookupsOfUser(kIdWithoutAccount).userName(), std::nullopt);
 }
 
 TEST(LinuxLocalLookups, UserCacheDirectoryIsTheVariableIfItIsAnAbsolutePath)
@@ -285,8 +273,7 @@ TEST(LinuxLocalLookups, UserCacheDirectoryWithoutAHomeHasNoValue)
     std::array<char, 1024> buffer = {};
 
     EXPECT_EQ(
-        LookupsOfUserId(kIdWithoutAccount).configurationString(platform::kUserCacheDirectoryName, std::span(buffer)),
-        0U);
+        LookupsOfUser(kIdWithoutAccount).configurationString(platform::kUserCacheDirectoryName, std::span(buffer)), 0U);
 }
 
 TEST(LinuxLocalLookups, TemporaryDirectoryIsTheVariableUnchanged)

@@ -3,6 +3,7 @@
 
 #include "macos/ScriptedSystem.h"
 #include "paths/KVLocalPaths.h"
+#include "support/LookupsOfUserId.h"
 #include "support/PrintQt.h"
 #include "support/ScopedVariable.h"
 
@@ -23,20 +24,7 @@ constexpr std::uint32_t kUser = 501;
 constexpr std::uint32_t kAllDomains = domain::kUser | domain::kLocal | domain::kSystem;
 constexpr int kTemporaryDirectoryName = 65537;
 
-/// The lookups of a process with this real user ID.
-class LookupsOfUserId : public MacLocalLookups
-{
-public:
-    explicit LookupsOfUserId(std::uint32_t userId)
-        : id(userId)
-    {
-    }
-
-    std::uint32_t realUserId() const override { return id; }
-
-private:
-    std::uint32_t id;
-};
+using LookupsOfUser = LookupsOfUserId<MacLocalLookups>;
 
 class MacLookups : public testing::Test
 {
@@ -55,8 +43,8 @@ protected:
 
     ScriptedSystem system;
     ScopedVariable home{"HOME", "/Users/user1"};
-    LookupsOfUserId ordinary{kUser};
-    LookupsOfUserId root{platform::kRootUserId};
+    LookupsOfUser ordinary{kUser};
+    LookupsOfUser root{platform::kRootUserId};
 };
 
 } // namespace

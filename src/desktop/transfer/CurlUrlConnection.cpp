@@ -118,6 +118,12 @@ void CurlUrlConnection::abandonAttempt()
     }
 }
 
+void CurlUrlConnection::startAgain()
+{
+    abandonAttempt();
+    beginAttempt();
+}
+
 void CurlUrlConnection::onMoved()
 {
     lastMove.start();
@@ -131,8 +137,7 @@ void CurlUrlConnection::onFinished(CURLcode result)
 {
     if (triesNextAddress(result)) {
         qCInfo(transferLog, "this address is of no use: %s", attempt->reason(result).constData());
-        abandonAttempt();
-        beginAttempt();
+        startAgain();
         return;
     }
     endWith(result);
@@ -173,8 +178,7 @@ void CurlUrlConnection::lookAtAddresses()
     }
     if (addresses.giveUpOverdue(settings.connectLimit)) {
         qCInfo(transferLog, "this address does not answer");
-        abandonAttempt();
-        beginAttempt();
+        startAgain();
         return;
     }
     multi.wake();

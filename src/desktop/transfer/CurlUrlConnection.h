@@ -54,6 +54,7 @@ Q_SIGNALS:
 private:
     void beginAttempt();
     void abandonAttempt();
+    void startAgain();
     void onMoved();
     void onFinished(CURLcode result);
     bool triesNextAddress(CURLcode result);

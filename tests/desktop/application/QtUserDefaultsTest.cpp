@@ -33,6 +33,15 @@ namespace {
 const QString kCount = u"crashSubmissionCount"_s;
 const QString kDate = u"lastCrashSubmissionDate"_s;
 
+/// Ends the process well if a count that was set is known, whether it could be written or not.
+[[noreturn]] void countToFourAndEnd()
+{
+    StoredDefaults defaults;
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+    _exit(defaults.integerForKey(kCount) == 4 ? 0 : 1);
+}
+
 class UserDefaultsTest : public testing::Test
 {
 protected:
@@ -258,10 +267,7 @@ TEST_F(UserDefaultsTest, AStoreThatCannotBeReplacedKeepsItsFormerContentWhole)
             if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) {
                 _exit(2);
             }
-            StoredDefaults defaults;
-            defaults.setIntegerForKey(4, kCount);
-            defaults.synchronize();
-            _exit(defaults.integerForKey(kCount) == 4 ? 0 : 1);
+            countToFourAndEnd();
         },
         testing::ExitedWithCode(0), "");
 
@@ -282,10 +288,7 @@ TEST_F(UserDefaultsTest, AWriteThatFailsHalfwayKeepsTheFormerContentWhole)
             // As a full disk does, which takes some bytes and then no more.
             std::signal(SIGXFSZ, SIG_IGN);
             setrlimit(RLIMIT_FSIZE, &bound);
-            StoredDefaults defaults;
-            defaults.setIntegerForKey(4, kCount);
-            defaults.synchronize();
-            _exit(defaults.integerForKey(kCount) == 4 ? 0 : 1);
+            countToFourAndEnd();
         },
         testing::ExitedWithCode(0), "");
 
