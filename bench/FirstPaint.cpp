@@ -23,7 +23,7 @@ namespace {
 /// A window that shows letters, which have soft edges, has more colours than one that is still empty.
 constexpr size_t kColoursOfLetters = 24;
 /// Pixels: what is narrower is no window that somebody could read.
-constexpr int kLeastWidth = 200;
+constexpr int kMinWidth = 200;
 constexpr auto kPatience = 60s;
 
 struct Free {
@@ -105,7 +105,7 @@ private:
         for (const xcb_window_t window : windows) {
             const Owned<xcb_get_geometry_reply_t> place(
                 xcb_get_geometry_reply(connection, xcb_get_geometry(connection, window), nullptr));
-            if (!place || place->width < kLeastWidth) {
+            if (!place || place->width < kMinWidth) {
                 continue;
             }
             const Owned<xcb_get_image_reply_t> image(xcb_get_image_reply(

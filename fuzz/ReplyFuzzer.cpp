@@ -3,7 +3,7 @@
 // would take fifty times as long: an answer that ends with its connection then never counts as complete.
 #include "desktop/transfer/CurlUrlConnection.h"
 #include "fuzz/Require.h"
-#include "support/HeardDelegate.h"
+#include "support/RecordingDelegate.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
@@ -299,7 +299,7 @@ QStringList heardAfter(const QByteArray &answer)
     static OperationQueue operations;
     static const std::shared_ptr<const CurlLibrary> library = libraryForPlainHttp();
     server.answer = answer;
-    HeardDelegate delegate;
+    RecordingDelegate delegate;
     QEventLoop loop;
     delegate.onEnd = [&loop](platform::UrlConnection &) { loop.quit(); };
     const platform::UrlRequest request = {server.url(), "POST", {{"Content-Type", "text/plain"}}, kReport};

@@ -13,5 +13,5 @@ QString lastPathComponent(const QString &path);
 QStringList pathComponents(const QString &path);
 
 /// The path and the component with exactly one "/" at the seam, whatever separators the two have there. The path itself
-/// for a component that is empty or separators alone, the component itself for an empty path, nothing for no path.
+/// for a component that is empty or separators alone, the component itself for an empty path, std::nullopt for no path.
 std::optional<QString> byAppendingPathComponent(const std::optional<QString> &path, const QString &component);

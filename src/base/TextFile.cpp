@@ -16,7 +16,7 @@
 #include <new>
 
 // Off unless QT_LOGGING_RULES switches it on: the program prints its diagnostic lines and nothing else.
-Q_LOGGING_CATEGORY(loading, "korvale.loading", QtFatalMsg)
+Q_LOGGING_CATEGORY(lcLoading, "korvale.loading", QtFatalMsg)
 
 namespace {
 
@@ -48,7 +48,7 @@ private:
     int number;
 };
 
-/// The path as the file system takes it; nothing for a text that no file can be named by.
+/// The path as the file system takes it; std::nullopt for a text that no file can be named by.
 std::optional<QByteArray> fileSystemRepresentation(const QString &path)
 {
     if (path.contains(QChar::Null)) {
@@ -75,7 +75,7 @@ ssize_t readSome(const FileDescriptor &file, char *into, qsizetype maxCount)
 /// Says why a file is not taken, to whoever has asked for it by QT_LOGGING_RULES; returns what a failed reading does.
 std::nullopt_t notTaken(const QString &path, const char *reason)
 {
-    qCInfo(loading).noquote() << path << "is not taken:" << reason;
+    qCInfo(lcLoading).noquote() << path << "is not taken:" << reason;
     return std::nullopt;
 }
 
@@ -183,7 +183,7 @@ bool fileExists(const QString &path)
     const std::optional<QByteArray> name = fileSystemRepresentation(path);
     struct stat status = {};
     if (!name || ::stat(name->constData(), &status) != 0) {
-        qCInfo(loading).noquote() << path << "does not exist";
+        qCInfo(lcLoading).noquote() << path << "does not exist";
         return false;
     }
     return true;

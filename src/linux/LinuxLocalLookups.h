@@ -19,7 +19,7 @@ public:
     /// The name of the real user ID's account.
     std::optional<QString> userName() const override;
     /// The user of the active session on the first seat (systemd-logind's "seat0"); "loginwindow" for a greeter.
-    /// Nothing when no session is active there, when the session ends meanwhile, or where logind does not run.
+    /// std::nullopt when no session is active there, when the session ends meanwhile, or where logind does not run.
     std::optional<QString> copyConsoleUser() const override;
     /// $XDG_CACHE_HOME if it is an absolute path, else ".cache" in homeDirectory() (XDG Base Directory Specification).
     std::size_t configurationString(int name, std::span<char> buffer) const override;

@@ -55,7 +55,7 @@ std::optional<QString> homeOf(const passwd *account)
     return account ? homePath(account->pw_dir) : std::nullopt;
 }
 
-/// The path with a "~" at its start replaced by the home; nothing when there is no home to replace it by.
+/// The path with a "~" at its start replaced by the home; std::nullopt when there is no home to replace it by.
 std::optional<QString> expanded(const QString &path, const std::optional<QString> &home)
 {
     if (!path.startsWith(u'~')) {

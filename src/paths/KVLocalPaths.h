@@ -17,8 +17,8 @@
 /// is the person logged in at the console instead, so that a program started with root's rights still finds that
 /// person's folders.
 ///
-/// Nothing. No operation fails with an error: one that cannot answer gives nothing (std::nullopt), a path built on
-/// nothing is nothing, and nothing equals no path.
+/// No operation fails with an error: one that cannot answer returns std::nullopt, a path built on std::nullopt is
+/// std::nullopt, and std::nullopt equals no path.
 ///
 /// Paths are texts as the system gives them. None is standardised, no link is followed, nothing is created or opened.
 class KVLocalPaths : public platform::Object
@@ -28,16 +28,16 @@ public:
 
     // Standard directories. Those with an argument answer for the user's own domain (true) or the machine-wide, local
     // domain (false); those without one say which. In the user's own domain root gets the folder of the console user.
-    // All of them give nothing when the system has no such directory in that domain and, in the user's own domain as
-    // root, when the console user's home is not known.
+    // All of them return std::nullopt when the system has no such directory in that domain and, in the user's own
+    // domain as root, when the console user's home is not known.
 
     /// The first place where the system looks for a directory of this kind in the domains of the mask (the numbers of
-    /// platform::directory and platform::domain), unchanged; nothing when it knows none.
+    /// platform::directory and platform::domain), unchanged; std::nullopt when it knows none.
     ///
     /// For root, and for the mask of exactly the user's domain, the place is moved under userDirectory(): a leading
     /// "/var/root" is dropped, then a leading "/private/var/root" but for its last letter ("/private/var/root/Library"
     /// becomes "t/Library"), and what remains is appended to userDirectory() as a component. Both are plain prefixes:
-    /// "/var/rootless" loses its first nine characters, too. Nothing when userDirectory() is nothing.
+    /// "/var/rootless" loses its first nine characters, too. std::nullopt when userDirectory() is std::nullopt.
     static std::optional<QString> pathForDirectoryForUserDomain(std::uint64_t kind, std::uint64_t domainMask);
 
     /// Applications.
@@ -60,7 +60,7 @@ public:
 
     /// The cache directory that the operating system assigns to the process's user; for root it is root's own.
     /// A value of more than 1023 bytes is cut there, or before the character that would be cut in two. An empty value
-    /// is an empty path; nothing when there is no value, or when its bytes are no UTF-8 and so no path as a text.
+    /// is an empty path; std::nullopt when there is no value, or when its bytes are no UTF-8 and so no path as a text.
     static std::optional<QString> darwinCacheDirectory();
 
     /// The user's films, in the user's own domain.
@@ -73,17 +73,17 @@ public:
     static std::optional<QString> desktopDirectory();
 
     /// The user's home directory. For root it is the console user's, and with nobody at the console whatever the
-    /// system's lookup answers for no name; nothing when it is not known.
+    /// system's lookup answers for no name; std::nullopt when it is not known.
     static std::optional<QString> userDirectory();
 
-    /// The user's login name; nothing when the system has no account for the process's user. For root it is
-    /// currentConsoleUser(), so nothing when nobody is at the console.
+    /// The user's login name; std::nullopt when the system has no account for the process's user. For root it is
+    /// currentConsoleUser(), so std::nullopt when nobody is at the console.
     static std::optional<QString> username();
 
     /// The library folder of the system itself, the same for everybody.
     static std::optional<QString> systemLibraryDirectory();
 
-    /// The user's trash: ".Trash" in userDirectory(), and nothing when that is nothing.
+    /// The user's trash: ".Trash" in userDirectory(), and std::nullopt when that is std::nullopt.
     static std::optional<QString> trashDirectory();
 
     /// Log files: the folder "Logs" in libraryDirectory() of the same domain.
@@ -94,12 +94,12 @@ public:
 
     // Temporary names. These operations only make names; they create no file and look for none.
 
-    /// The temporary directory of the process's user, as the system gives it; it may end with "/". Nothing when the
-    /// system names none.
+    /// The temporary directory of the process's user, as the system gives it; it may end with "/". std::nullopt when
+    /// the system names none.
     static std::optional<QString> tempDirectory();
 
     /// A path in tempDirectory() whose last component is uuid() directly followed by randomString(8); a different path
-    /// on every call. Nothing when tempDirectory() is nothing.
+    /// on every call. std::nullopt when tempDirectory() is std::nullopt.
     static std::optional<QString> tempFile();
 
     /// A text that no other call, process or machine produces, usable inside a file name.
@@ -137,6 +137,6 @@ public:
 
     // Who is at the console.
 
-    /// The name of the user logged in at the console; nothing when nobody is, or while the login screen shows.
+    /// The name of the user logged in at the console; std::nullopt when nobody is, or while the login screen shows.
     static std::optional<QString> currentConsoleUser();
 };

@@ -1,4 +1,4 @@
-// The interface objects of the report window, each with just the verbs that the controller sends.
+// The controls of the report window, each with only the verbs that the controller sends.
 //
 // Every base class is also the missing object: it answers zero, false or empty and ignores every message. An outlet
 // that is not connected points at the shared instance from missing(), so no operation needs a test for null.

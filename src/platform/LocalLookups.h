@@ -54,18 +54,18 @@ public:
     virtual QStringList searchPathForDirectoriesInDomains(std::uint64_t kind, std::uint64_t domainMask) const = 0;
     /// The real user ID of the process, never the effective one.
     virtual std::uint32_t realUserId() const = 0;
-    /// The home directory of the process's user; nothing when neither the environment nor an account names one.
+    /// The home directory of the process's user; std::nullopt when neither the environment nor an account names one.
     virtual std::optional<QString> homeDirectory() const = 0;
-    /// The home directory of the named user; nothing for an unknown name and for no name.
+    /// The home directory of the named user; std::nullopt for an unknown name and for no name.
     virtual std::optional<QString> homeDirectoryForUser(const std::optional<QString> &name) const = 0;
-    /// The login name of the process's user; nothing when there is no account for it.
+    /// The login name of the process's user; std::nullopt when there is no account for it.
     virtual std::optional<QString> userName() const = 0;
-    /// The name of the user at the console, kLoginScreen while the login screen shows, or nothing.
+    /// The name of the user at the console, kLoginScreen while the login screen shows, or std::nullopt.
     virtual std::optional<QString> copyConsoleUser() const = 0;
     /// Copies the value of a configuration string into the buffer, cut to fit and ended by NUL, and returns the bytes
     /// that the whole value needs, its NUL counted; 0 when the name has no value (as confstr(3) does).
     virtual std::size_t configurationString(int name, std::span<char> buffer) const = 0;
-    /// The temporary directory of the process's user; it may end with "/". Nothing when the system names none.
+    /// The temporary directory of the process's user; it may end with "/". std::nullopt when the system names none.
     virtual std::optional<QString> temporaryDirectory() const = 0;
     /// A text that no other call, process or machine produces, usable inside a file name.
     virtual QString globallyUniqueString() const = 0;

@@ -15,10 +15,10 @@ namespace platform {
 
 struct UrlRequest {
     QUrl url;
-    QByteArray method = "GET";
+    QByteArray method;
     /// Name and value, in the order in which they were added.
     QList<std::pair<QByteArray, QByteArray>> headers;
-    /// The body's bytes, or nothing for a request without a body.
+    /// The body's bytes, or std::nullopt for a request without a body.
     std::optional<QByteArray> body;
 
     void addValueForHTTPHeaderField(const QByteArray &value, const QByteArray &field)
@@ -62,8 +62,8 @@ class UrlLoader : public Object
 {
 public:
     /// Starts a transfer and returns before any callback of it. A transfer that runs goes on, and reports, even when
-    /// the caller lets go of it. Gives nothing (a null pointer) when no transfer can be created: the URL is not
-    /// valid, or the network's library cannot be loaded.
+    /// the caller lets go of it. Returns a null pointer when no transfer can be created: the request is no POST to a
+    /// valid https URL, or the network's library cannot be loaded.
     virtual std::shared_ptr<UrlConnection> connectionWithRequestDelegate(const UrlRequest &request,
                                                                          UrlConnectionDelegate &delegate) = 0;
 };

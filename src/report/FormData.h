@@ -7,7 +7,7 @@
 //   field value                      part between the boundary line and the closing CR LF
 //   -------------------------------  ------------------------------------------------------------------------------
 //   a QUrl with the scheme "file"    Content-Disposition with name and filename, Content-Type, the file's bytes
-//   any other QUrl                   nothing
+//   any other QUrl                   no part
 //   anything else                    Content-Disposition with name, the value's text
 #pragma once
 

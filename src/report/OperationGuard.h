@@ -11,7 +11,7 @@
 
 /// Calls the body and returns its result. A platform::PlatformException that leaves it becomes one line of the log,
 /// with the operation's label and the exception's name and reason, and the result is the neutral one: false,
-/// std::nullopt or nothing at all. Any other exception passes on.
+/// std::nullopt or void. Any other exception passes on.
 template<std::invocable Body>
 std::invoke_result_t<Body> guarded(platform::DiagnosticLog &log, QLatin1StringView label, Body body)
 {

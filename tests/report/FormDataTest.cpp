@@ -2,7 +2,7 @@
 #include "support/LimitedMemory.h"
 #include "support/RecordingPlatform.h"
 #include "support/SampleHome.h"
-#include "support/UnspeakableValue.h"
+#include "support/ValuesWithoutText.h"
 
 #include <QUrl>
 
@@ -165,7 +165,7 @@ TEST_F(FormData, MemoryThatRunsOutIsLoggedAndThereIsNoBody)
 TEST_F(FormData, ExceptionIsLoggedAndThereIsNoBody)
 {
     EXPECT_EQ(
-        recording.controller.generateFormDataForBoundary({{u"a"_s, u"b"_s}, {u"b"_s, unspeakableValue()}}, u"XYZ"_s),
+        recording.controller.generateFormDataForBoundary({{u"a"_s, u"b"_s}, {u"b"_s, valueWithoutText()}}, u"XYZ"_s),
         std::nullopt);
     EXPECT_EQ(recording.calls.taken(),
               (Calls::List{"log Exception in generateFormData:forBoundary. TestFailure - no textual form"}));
@@ -173,7 +173,7 @@ TEST_F(FormData, ExceptionIsLoggedAndThereIsNoBody)
 
 TEST_F(FormData, ExceptionOfAnotherKindPassesOn)
 {
-    EXPECT_THROW(recording.controller.generateFormDataForBoundary({{u"a"_s, otherwiseUnspeakableValue()}}, u"XYZ"_s),
+    EXPECT_THROW(recording.controller.generateFormDataForBoundary({{u"a"_s, valueRaisingAnotherKind()}}, u"XYZ"_s),
                  std::runtime_error);
     EXPECT_EQ(recording.calls.taken(), Calls::List());
 }

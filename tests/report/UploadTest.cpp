@@ -1,6 +1,6 @@
 // The upload operations: the request, the three callbacks, cancel and the answer's text.
 #include "support/RecordingPlatform.h"
-#include "support/UnspeakableValue.h"
+#include "support/ValuesWithoutText.h"
 
 #include <gtest/gtest.h>
 
@@ -280,7 +280,7 @@ TEST_F(Upload, TransferThatCannotBeCreatedShowsItsAlertAndKeepsTheSendingStateUn
 
 TEST_F(Upload, FormThatCannotBeEncodedIsPostedWithoutABodyAndTheAnswerJudgedAsUsual)
 {
-    recording.controller.postDictionary({{u"crashlog"_s, unspeakableValue()}});
+    recording.controller.postDictionary({{u"crashlog"_s, valueWithoutText()}});
 
     EXPECT_EQ(recording.calls.taken(),
               (Calls::List{"log Exception in generateFormData:forBoundary. TestFailure - no textual form", kPost}));

@@ -486,7 +486,7 @@ private:
 };
 
 /// The controller with its instance variables in reach.
-class OpenController : public AppController
+class PublicController : public AppController
 {
 public:
     using AppController::AppController;
@@ -517,7 +517,7 @@ struct RecordingPlatform {
     FixedClock clock{calls};
     RecordingDiagnosticLog diagnosticLog{calls};
     LastReport reportListener{logText};
-    OpenController controller{controls(), services()};
+    PublicController controller{controls(), services()};
 
     platform::ReportControls controls()
     {

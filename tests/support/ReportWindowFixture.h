@@ -90,7 +90,7 @@ protected:
     RecordingPlatform recorded;
     ReportWindow window;
     platform::ReportControls controls = window.controls();
-    OpenController controller{controls, recorded.services()};
+    PublicController controller{controls, recorded.services()};
     QWidget &form = child<QWidget>(window, "form");
     QWidget &pane = child<QWidget>(window, "logView");
     HeadlineLabel &headline = child<HeadlineLabel>(window, "initialInfo");

@@ -3,8 +3,8 @@
 
 #include "desktop/transfer/CurlUrlLoader.h"
 #include "support/EventLoop.h"
-#include "support/HeardDelegate.h"
 #include "support/PrintQt.h"
+#include "support/RecordingDelegate.h"
 #include "support/ThrowAwayAuthority.h"
 #include "support/TlsServer.h"
 
@@ -75,6 +75,6 @@ protected:
 
     TlsServer server;
     OperationQueue operations;
-    HeardDelegate delegate;
+    RecordingDelegate delegate;
     CurlUrlLoader loader{operations, testSettings()};
 };

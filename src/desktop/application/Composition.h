@@ -3,10 +3,10 @@
 
 #include "base/OperationQueue.h"
 #include "desktop/application/QtApplication.h"
+#include "desktop/application/QtClock.h"
 #include "desktop/application/QtProcessInfo.h"
 #include "desktop/application/QtUserDefaults.h"
 #include "desktop/application/SyslogDiagnosticLog.h"
-#include "desktop/application/SystemClock.h"
 #include "desktop/application/TerminationSignals.h"
 #include "desktop/transfer/CurlUrlLoader.h"
 #include "desktop/window/QtAlertPanel.h"
@@ -46,7 +46,7 @@ private:
     QtApplication qtApplication;
     QtAlertPanel alertPanel;
     QtUserDefaults userDefaults;
-    SystemClock clock;
+    QtClock clock;
     SyslogDiagnosticLog diagnosticLog;
     CurlUrlLoader urlLoader;
     platform::ReportControls controls;

@@ -16,7 +16,7 @@ struct Named {
     QStringView name;
 };
 
-/// The abbreviations of the control characters up to the blank, in their order (Unicode's NameAliases.txt).
+/// The abbreviations of the control characters up to the space, in their order (Unicode's NameAliases.txt).
 constexpr std::array<QStringView, 32> kControls = {u"NUL", u"SOH", u"STX", u"ETX", u"EOT", u"ENQ", u"ACK", u"BEL",
                                                    u"BS",  u"HT",  u"LF",  u"VT",  u"FF",  u"CR",  u"SO",  u"SI",
                                                    u"DLE", u"DC1", u"DC2", u"DC3", u"DC4", u"NAK", u"SYN", u"ETB",

@@ -18,10 +18,10 @@ using namespace reportview;
 
 namespace {
 
-constexpr int kUsualLines = 16;
-constexpr int kLeastLines = 4;
-constexpr int kUsualColumns = 80;
-constexpr int kLeastColumns = 20;
+constexpr int kPreferredLines = 16;
+constexpr int kMinLines = 4;
+constexpr int kPreferredColumns = 80;
+constexpr int kMinColumns = 20;
 
 QFont monospaced()
 {
@@ -67,12 +67,12 @@ void ReportTextView::setSections(const QList<Section> &named)
 
 QSize ReportTextView::sizeHint() const
 {
-    return sizeBelowLabel(kUsualColumns, kUsualLines);
+    return sizeBelowLabel(kPreferredColumns, kPreferredLines);
 }
 
 QSize ReportTextView::minimumSizeHint() const
 {
-    return sizeBelowLabel(kLeastColumns, kLeastLines);
+    return sizeBelowLabel(kMinColumns, kMinLines);
 }
 
 QSize ReportTextView::sizeBelowLabel(int columns, int lines) const

@@ -44,7 +44,7 @@ Row previousRow(QStringView text, const Row &row);
 Range lineAt(QStringView text, qsizetype offset);
 
 /// The place at or a little before the offset where a text may be divided for display: between words if there is a
-/// blank nearby, and never inside a character as a reader sees it, nor inside a surrogate pair.
+/// space nearby, and never inside a character as a reader sees it, nor inside a surrogate pair.
 qsizetype divisionBefore(QStringView text, qsizetype offset);
 
 } // namespace reportview

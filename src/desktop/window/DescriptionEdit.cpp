@@ -9,9 +9,9 @@
 
 namespace {
 
-constexpr int kUsualLines = 6;
-constexpr int kLeastLines = 3;
-constexpr int kLeastCharacters = 20;
+constexpr int kPreferredLines = 6;
+constexpr int kMinLines = 3;
+constexpr int kMinColumns = 20;
 /// UTF-16 code units of the longest paragraph that wraps. The time that wrapping takes grows with the square of the
 /// length: some 15 milliseconds for this one, and half a minute for a million units.
 constexpr int kLongestWrapped = 20'000;
@@ -39,7 +39,7 @@ void DescriptionEdit::setEditable(bool editable)
     viewport()->setBackgroundRole(editable ? QPalette::Base : QPalette::Window);
 }
 
-// Read paragraph by paragraph: the document's own conversion to plain text turns no-break spaces into blanks.
+// Read paragraph by paragraph: the document's own conversion to plain text turns no-break spaces into spaces.
 QString DescriptionEdit::typedText() const
 {
     QStringList paragraphs;
@@ -51,12 +51,12 @@ QString DescriptionEdit::typedText() const
 
 QSize DescriptionEdit::sizeHint() const
 {
-    return sizeForLines(kUsualLines);
+    return sizeForLines(kPreferredLines);
 }
 
 QSize DescriptionEdit::minimumSizeHint() const
 {
-    return sizeForLines(kLeastLines);
+    return sizeForLines(kMinLines);
 }
 
 void DescriptionEdit::keyPressEvent(QKeyEvent *event)
@@ -95,5 +95,5 @@ QTextBlock DescriptionEdit::veryLongParagraph(int from, int to) const
 QSize DescriptionEdit::sizeForLines(int lines) const
 {
     const int margins = 2 * static_cast<int>(std::ceil(document()->documentMargin()) + frameWidth());
-    return {fontMetrics().averageCharWidth() * kLeastCharacters, fontMetrics().lineSpacing() * lines + margins};
+    return {fontMetrics().averageCharWidth() * kMinColumns, fontMetrics().lineSpacing() * lines + margins};
 }

@@ -106,7 +106,7 @@ void FoldingPane::setFolded(bool fold)
         return;
     }
     folded = fold;
-    qCDebug(windowLog) << (folded ? "pane folded" : "pane unfolded");
+    qCInfo(lcWindow) << (folded ? "pane folded" : "pane unfolded");
     if (state != State::Moving) {
         settle({});
     }

@@ -37,7 +37,7 @@ QtAlertPanel::QtAlertPanel(QWidget *reportWindow)
 
 void QtAlertPanel::runAlertPanel(const QString &title, const QString &message)
 {
-    qCDebug(windowLog) << "alert:" << title;
+    qCInfo(lcWindow) << "alert:" << title;
     QMessageBox box(visibleWindow(window.data()));
     box.setWindowTitle(u"Korvale Crash Reporter"_s);
     // Markup is the box's own way to a bold title. What comes in is none, whatever it looks like.

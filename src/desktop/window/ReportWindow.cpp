@@ -208,7 +208,7 @@ void ReportWindow::copyReport() const
     }
     sections += u"Report:\n"_s + parts->logText.string();
     QGuiApplication::clipboard()->setText(sections.join(u"\n\n"_s));
-    qCDebug(windowLog) << "report copied";
+    qCInfo(lcWindow) << "report copied";
 }
 
 void ReportWindow::reject()
@@ -247,7 +247,7 @@ void ReportWindow::dropEvent(QDropEvent *event)
         return;
     }
     event->acceptProposedAction();
-    qCDebug(windowLog) << "files dropped:" << paths.size();
+    qCInfo(lcWindow) << "files dropped:" << paths.size();
     Q_EMIT filesDropped(paths);
 }
 
@@ -323,8 +323,9 @@ void ReportWindow::showState()
     setTitle(*ui.submitBtn, parts->submitBtn.title());
     ui.emailText->setEnabled(ui.emailText->isEnabled() || parts->emailText.isEnabled());
     ui.submitBtn->setEnabled(ui.submitBtn->isEnabled() || parts->submitBtn.isEnabled());
-    if (!shows(now)) {
-        qCDebug(windowLog) << rowOf(now).name;
+    if (now != shownState) {
+        qCInfo(lcWindow) << rowOf(now).name;
+        shownState = now;
         setTitle(*ui.secondBtn, secondTitle(now));
         keyboardPlace(now).setFocus();
     }
@@ -334,11 +335,6 @@ void ReportWindow::showState()
     if (!parts->spinner.isAnimated()) {
         ui.spinner->stop();
     }
-}
-
-bool ReportWindow::shows(State wanted) const
-{
-    return parts->ui.secondBtn->text() == secondTitle(wanted);
 }
 
 QWidget &ReportWindow::keyboardPlace(State of) const
@@ -357,7 +353,7 @@ QWidget &ReportWindow::keyboardPlace(State of) const
 // What the button says is what it does, also where the state has changed and the window does not show that yet.
 void ReportWindow::onSecondButton()
 {
-    if (shows(State::Editing)) {
+    if (rowOf(shownState).press == Press::Closes) {
         close();
     } else {
         Q_EMIT cancelClicked();

@@ -85,11 +85,11 @@ private:
     void onControlTold();
     void showState();
     QWidget &keyboardPlace(State of) const;
-    bool shows(State wanted) const;
     void onSecondButton();
     void showLockedAddress();
 
     std::unique_ptr<Parts> parts;
-    QTimer nextTurn;    ///< Runs while the window does not show its state yet;
-    QTimer turnAfterIt; ///< then this one does.
+    State shownState = State::Editing; ///< What the window shows; state(), but where that is shown later.
+    QTimer nextTurn;                   ///< Runs while the window does not show its state yet;
+    QTimer turnAfterIt;                ///< then this one does.
 };

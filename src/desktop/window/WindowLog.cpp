@@ -1,4 +1,4 @@
 // Keeps the window's log lines back unless they are asked for.
 #include "desktop/window/WindowLog.h"
 
-Q_LOGGING_CATEGORY(windowLog, "korvale.window", QtFatalMsg)
+Q_LOGGING_CATEGORY(lcWindow, "korvale.window", QtFatalMsg)

@@ -91,7 +91,7 @@ protected:
     LoaderToPort loader{transport, server.port()};
     RecordingPlatform fakes;
     Calls::List allOutcomes;
-    OpenController controller{fakes.controls(), services()};
+    PublicController controller{fakes.controls(), services()};
 };
 
 } // namespace

@@ -252,7 +252,7 @@ TEST_F(LostAddresses, CancelWhileConnectingReportsNothing)
     transfer->cancel();
 
     EXPECT_LT(clock.elapsed(), 100);
-    HeardDelegate later;
+    RecordingDelegate later;
     loader.connectionWithRequestDelegate(aPost(server.url()), later);
     EXPECT_TRUE(eventually([&] { return later.hasEnded(); }));
     EXPECT_EQ(delegate.heard, QStringList{});

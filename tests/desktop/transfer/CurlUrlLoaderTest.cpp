@@ -138,7 +138,7 @@ TEST_F(UrlLoaderTest, Http2IsNotOffered)
 TEST_F(UrlLoaderTest, TwoTransfersRunSideBySide)
 {
     server.willAnswer({{"", Then::StayConnected}, answered("200 OK")});
-    HeardDelegate second;
+    RecordingDelegate second;
     start(aPost(server.url(), "first"));
     ASSERT_TRUE(eventually([this] { return server.posts() == 1; }));
 
@@ -679,7 +679,7 @@ TEST_F(UrlLoaderTest, CancelBeforeAnythingHappenedReportsNothingAndPostsNothing)
     const auto transfer = start(aPost(server.url()));
     transfer->cancel();
 
-    HeardDelegate later;
+    RecordingDelegate later;
     loader.connectionWithRequestDelegate(aPost(server.url()), later);
 
     EXPECT_TRUE(eventually([&] { return later.hasEnded(); }));
@@ -697,7 +697,7 @@ TEST_F(UrlLoaderTest, ACallbackThatWaitedIsDroppedByCancel)
         transfer->cancel();
     });
 
-    HeardDelegate later;
+    RecordingDelegate later;
     loader.connectionWithRequestDelegate(aPost(server.url()), later);
     EXPECT_TRUE(eventually([&] { return later.hasEnded(); }));
     EXPECT_EQ(delegate.heard, QStringList{});
@@ -811,7 +811,7 @@ TEST_F(UrlLoaderTest, CallbacksWaitForTheEndOfAnOperationThatShowsAnAlert)
 TEST_F(UrlLoaderTest, CallbacksOfOtherTransfersWaitForTheEndOfACallback)
 {
     server.willAnswer({answered("200 OK", "refused")});
-    HeardDelegate other;
+    RecordingDelegate other;
     QStringList heardMeanwhile = {u"not looked"_s};
     delegate.onData = [&](platform::UrlConnection &transfer) {
         transfer.cancel();

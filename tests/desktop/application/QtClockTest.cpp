@@ -1,13 +1,13 @@
 // The present moment, as the throttle and the settings take it.
-#include "desktop/application/SystemClock.h"
+#include "desktop/application/QtClock.h"
 
 #include <QDeadlineTimer>
 
 #include <gtest/gtest.h>
 
-TEST(SystemClockTest, GivesThePresentInUtcExactToTheMillisecond)
+TEST(QtClockTest, GivesThePresentInUtcExactToTheMillisecond)
 {
-    const SystemClock clock;
+    const QtClock clock;
     const qint64 before = QDateTime::currentMSecsSinceEpoch();
 
     const QDateTime now = clock.date();
@@ -17,9 +17,9 @@ TEST(SystemClockTest, GivesThePresentInUtcExactToTheMillisecond)
     EXPECT_LE(now.toMSecsSinceEpoch(), QDateTime::currentMSecsSinceEpoch());
 }
 
-TEST(SystemClockTest, GoesOn)
+TEST(QtClockTest, GoesOn)
 {
-    const SystemClock clock;
+    const QtClock clock;
     const QDateTime first = clock.date();
     const QDeadlineTimer deadline(std::chrono::seconds(5));
 

@@ -3,7 +3,7 @@
 
 #include "platform/Clock.h"
 
-class SystemClock : public platform::Clock
+class QtClock : public platform::Clock
 {
 public:
     QDateTime date() const override { return QDateTime::currentDateTimeUtc(); }

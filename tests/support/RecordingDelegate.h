@@ -8,7 +8,7 @@
 #include <functional>
 #include <utility>
 
-class HeardDelegate : public platform::UrlConnectionDelegate
+class RecordingDelegate : public platform::UrlConnectionDelegate
 {
 public:
     void connectionDidReceiveData(platform::UrlConnection &connection, const QByteArray &data) override
