@@ -10,9 +10,10 @@ import ssl
 import names
 from network_world import NAMED_HOST, Situation
 from peers import (
-    CLOSE, CONNECT, CUT, DEAD, DRAIN, HALF_CLOSE, HOLD, NEW_KEYS, NOTIFY, RENEGOTIATE, REQUEST, RESET, SOCKS,
-    V, after_connect, after_handshake, after_head, after_request, damaged, damaged_record, drip, first_bytes, forever,
-    handshake, part_of_record, proxy, read, script, sip, trickle, trickled, tunnel, wait, wire)
+    ASK_FOR_RENEGOTIATION, CLOSE, CONNECT, CUT, DEAD, DRAIN, HALF_CLOSE, HOLD, NEW_KEYS, NOTIFY, RENEGOTIATE, REQUEST,
+    RESET, SOCKS, V, after_connect, after_handshake, after_head, after_request, damaged, damaged_record, drip,
+    first_bytes, forever, handshake, part_of_record, proxy, read, script, sip, trickle, trickled, tunnel,
+    tunnel_in_tls, wait, wire)
 from situation import ACCEPTED, FAILED, Group, NOT_ACCEPTED, REFUSED, SENDING
 
 # Answers
@@ -213,6 +214,8 @@ HANDSHAKE = Group("network: handshake", "network_world", (
         OK + "Content-Length: 2\r\n\r\n", NEW_KEYS, "NO", versions=(V.TLSv1_3, V.TLSv1_3))),
     Situation("a new handshake before the answer", ACCEPTED,
               after_request(RENEGOTIATE, EMPTY, versions=(V.TLSv1_2, V.TLSv1_2))),
+    Situation("a new handshake amid a big report, never gone on with", FAILED, report=BIG, posts=0, clock=20,
+              after=58.0, within=85.0, serve=after_head(ASK_FOR_RENEGOTIATION, HOLD, versions=(V.TLSv1_2, V.TLSv1_2))),
 ))
 
 REQUESTS = Group("network: request", "network_world", (
@@ -535,6 +538,9 @@ INFORMATIONAL = Group("network: informational answers", "network_world", (
     Situation("1xx with a length, then a refusal", REFUSED, **FASTER, each=tuple(
         (str(status), after_request(f"HTTP/1.1 {status} Wait\r\nContent-Length: 0\r\n\r\n" + NO))
         for status in (100, 102, 103))),
+    Situation("1xx with a length, then an empty answer without one, cut", FAILED, **FASTER, each=tuple(
+        (str(status), after_request(f"HTTP/1.1 {status} Wait\r\nContent-Length: 0\r\n\r\n", UNTIL_CLOSED, CUT))
+        for status in (100, 102, 103))),
     Situation("1xx with a length, then a refusal without one", REFUSED, **FASTER, each=tuple(
         (str(status), after_request(f"HTTP/1.1 {status} Wait\r\nContent-Length: 0\r\n\r\n", UNTIL_CLOSED + "NO", CLOSE))
         for status in (100, 102, 103))),
@@ -653,6 +659,14 @@ def through(proxy_script, **variables):
         names.NO_SUCH_NAME)}
 
 
+def by_tls(proxy_script, posts=0):
+    return {**through(proxy_script, https_proxy="https://localhost:3128"), "posts": posts}
+
+
+def in_tls(*steps):
+    return {**by_tls(tunnel_in_tls(*steps), posts=1), "tunnels": 1}
+
+
 PROXY_ANSWERS = (
     ("301 Elsewhere", "Location: https://localhost/"), ("400 Bad",), ("403 No",),
     ("407 Basic", 'Proxy-Authenticate: Basic realm="x"'), ("407 NTLM", "Proxy-Authenticate: NTLM"),
@@ -668,6 +682,18 @@ PROXIES = Group("network: proxies", "network_world", (
     Situation("a tunnel to a certificate of another host", FAILED, **through(tunnel(EMPTY, identity="otherhost")),
               posts=0),
     Situation("a tunnel for a big report", ACCEPTED, **through(tunnel(EMPTY)), report=BIG),
+    Situation("a proxy in TLS, an acceptance", ACCEPTED, **in_tls(EMPTY)),
+    Situation("a proxy in TLS, a refusal", REFUSED, **in_tls(NO)),
+    Situation("a proxy in TLS, no length, ended by the proxy's close_notify", FAILED,
+              **in_tls(UNTIL_CLOSED)),
+    Situation("a proxy in TLS, no length, ended by the endpoint's close_notify", FAILED,
+              **in_tls(UNTIL_CLOSED, NOTIFY)),
+    Situation("a proxy in TLS, no length, two bytes, ended by close_notify", REFUSED,
+              **in_tls(UNTIL_CLOSED + "NO", NOTIFY)),
+    Situation("a proxy in TLS whose certificate is another host's", FAILED,
+              **by_tls(script(handshake(identity="otherhost"), CONNECT))),
+    Situation("a proxy in TLS 1.1 only", FAILED,
+              **by_tls(script(handshake(versions=(V.TLSv1_1, V.TLSv1_1), **OLD), CONNECT))),
     Situation("HTTP/1.0 opens the tunnel", ACCEPTED, **through(
         script(CONNECT, "HTTP/1.0 200 Connection established\r\n\r\n", handshake(), REQUEST, EMPTY))),
     Situation("another 2xx opens the tunnel", ACCEPTED, **through(

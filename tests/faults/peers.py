@@ -116,6 +116,7 @@ class Conversation:
         self.peer = peer
         self.socket = connection
         self.tls = None
+        self.carries_another = False
         self.requests = Requests(peer.world.path)
         peer.requests.append(self.requests)
 
@@ -171,7 +172,8 @@ class Conversation:
         if not self.tls:
             return self.receive()
         data = self.decrypted()
-        self.requests.feed(data)
+        if not self.carries_another:
+            self.requests.feed(data)
         return data
 
     def decrypted(self):
@@ -211,6 +213,20 @@ class Conversation:
     def reset(self):
         self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
         self.socket.close()
+
+
+class Inside(Conversation):
+    """A conversation through another one's TLS, as behind a proxy that is spoken to over TLS."""
+
+    def __init__(self, outer):
+        super().__init__(outer.peer, outer.socket)
+        self.outer = outer
+
+    def transmit(self, data):
+        self.outer.send(data)
+
+    def receive(self):
+        return self.outer.decrypted()
 
 
 # Steps: how it ends
@@ -455,11 +471,33 @@ def RENEGOTIATE(conversation):
         conversation.flush()
 
 
+def ASK_FOR_RENEGOTIATION(conversation):
+    """Asks for a new handshake of TLS 1.2, and leaves it at that."""
+    if library_call("SSL_renegotiate")(conversation.tls) != 1:
+        raise RuntimeError("no renegotiation")
+    conversation.tls.do_handshake()
+    conversation.flush()
+
+
+def inside(*steps):
+    """The steps through TLS of their own; what comes after them goes to the outer one again."""
+    def step(conversation):
+        inner = Inside(conversation)
+        conversation.carries_another = True
+        for each in functions(steps):
+            each(inner)
+    return step
+
+
 # Scripts
 
 
+def functions(steps):
+    return tuple(send(step) if isinstance(step, (str, bytes)) else step for step in steps)
+
+
 def script(*steps):
-    told = tuple(send(step) if isinstance(step, (str, bytes)) else step for step in steps)
+    told = functions(steps)
     ends = told and getattr(told[-1], "is_ending", False)
     return told if ends else (*told, CLOSE)
 
@@ -484,7 +522,7 @@ def CONNECT(conversation):
     """Reads a request for a tunnel, which goes to the proxy and is none of the report's."""
     head = b""
     while b"\r\n\r\n" not in head:
-        head += conversation.receive()
+        head += conversation.decrypted() if conversation.tls else conversation.receive()
     conversation.peer.tunnels.append(head.decode("latin-1").split("\r\n"))
 
 
@@ -496,6 +534,12 @@ def proxy(*steps):
 def tunnel(*steps, **options):
     """A proxy that opens a tunnel, at whose end an endpoint has read the whole request."""
     return script(CONNECT, "HTTP/1.1 200 Connection established\r\n\r\n", handshake(**options), REQUEST, *steps)
+
+
+def tunnel_in_tls(*steps):
+    """The same of a proxy that is spoken to over TLS, which closes in good order after the endpoint's steps."""
+    return script(handshake(), CONNECT, "HTTP/1.1 200 Connection established\r\n\r\n",
+                  inside(handshake(), REQUEST, *steps))
 
 
 def SOCKS(conversation):

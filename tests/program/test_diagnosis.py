@@ -1,5 +1,7 @@
 """What the program says of its work when it is asked to, and that it says nothing otherwise."""
 
+import os
+
 from support import ADDRESS, CRASH_LOG, ProgramTest
 from trial.processes import ORDINARY_USER
 
@@ -35,6 +37,11 @@ class Diagnosis(ProgramTest):
 
     def test_nothing_of_that_is_told_unasked(self):
         self.assertNotIn("korvale.", self.refused_run())
+
+    def test_a_setting_that_is_not_kept_is_told(self):
+        os.makedirs(self.home.settings_path)
+        printed = self.refused_run(prefix=ASKED)
+        self.assertIn("korvale.settings: nothing is kept", printed)
 
     def test_a_crash_log_that_is_not_there_is_named(self):
         missing = self.home.path + "/gone.crash"

@@ -30,9 +30,13 @@ void end(QSslSocket &socket, Answer::Then how)
         socket.flush();
         ::shutdown(static_cast<int>(socket.socketDescriptor()), SHUT_WR);
         break;
-    case Answer::Then::Reset:
+    case Answer::Then::Reset: {
+        // socket(7), SO_LINGER: with a time of zero the connection is reset.
+        const linger none = {.l_onoff = 1, .l_linger = 0};
+        ::setsockopt(static_cast<int>(socket.socketDescriptor()), SOL_SOCKET, SO_LINGER, &none, sizeof none);
         socket.abort();
         break;
+    }
     case Answer::Then::StayConnected:
         break;
     case Answer::Then::StopReading:

@@ -31,7 +31,7 @@ struct Answer {
     /// What has to have come before the server acts.
     enum class After { Accept, Head, SomeOfTheBody, Request };
     /// What it does once its bytes are written. HangUp ends the connection in order; Cut ends it without TLS's own end;
-    /// Reset drops it.
+    /// Reset resets it.
     enum class Then { HangUp, Cut, Reset, StayConnected, StopReading };
     using Act = std::function<void(QSslSocket &)>;
 

@@ -22,7 +22,7 @@ bool isDigit(char one)
     return one >= '0' && one <= '9';
 }
 
-/// A status line of HTTP/1.x (RFC 9112 section 4), whose reason may be missing with the blank before it. libcurl also
+/// A status line of HTTP/1.x (RFC 9112 section 4), whose reason may be missing with the space before it. libcurl also
 /// takes others, such as one of "200%OK".
 bool isStatusLine(QByteArrayView line)
 {

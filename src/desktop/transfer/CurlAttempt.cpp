@@ -1,7 +1,7 @@
 // One try of one request on a connection of its own.
 #include "desktop/transfer/CurlAttempt.h"
 
-#include "desktop/transfer/UnsentBytes.h"
+#include "desktop/transfer/ConnectionBytes.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -86,7 +86,7 @@ TransferEnd CurlAttempt::end(CURLcode result) const
             .headEnded = head.hasEnded(),
             .isRedirect = head.isRedirect(),
             .headIsClear = head.isClear(),
-            .isUncut = !endsWithConnection() || closeNotified,
+            .isUncut = !endsWithConnection() || (closeNotified && !hasSecuredProxy()),
             .bytesToSend = request.body ? request.body->size() : 0,
             .bytesSent = sentBeforeLastByte,
             .bytesReceived = received};
@@ -97,10 +97,16 @@ bool CurlAttempt::endsWithConnection() const
     return !head.isChunked() && info<curl_off_t>(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T) < 0;
 }
 
+// Its own close_notify looks like the host's.
+bool CurlAttempt::hasSecuredProxy() const
+{
+    return hasProxyAnswer() && securedBeforeTunnel;
+}
+
 QByteArray CurlAttempt::reason(CURLcode result) const
 {
-    QByteArray text = curl.easyStrerror(result);
-    if (const long error = info<long>(CURLINFO_OS_ERRNO); result != CURLE_OK && error != 0) {
+    QByteArray text = result != CURLE_OK && detail.front() != '\0' ? detail.data() : curl.easyStrerror(result);
+    if (const long error = info<long>(CURLINFO_OS_ERRNO); result == CURLE_COULDNT_CONNECT && error != 0) {
         text += QByteArray(" (") + std::strerror(static_cast<int>(error)) + ')';
     }
     return text;
@@ -176,6 +182,7 @@ void CurlAttempt::setTrust(const QByteArray &authorities)
     set(CURLOPT_CAINFO, static_cast<const char *>(nullptr));
     set(CURLOPT_PROXY_SSL_VERIFYPEER, 1L);
     set(CURLOPT_PROXY_SSL_VERIFYHOST, 2L);
+    set(CURLOPT_PROXY_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});
     set(CURLOPT_PROXY_CAPATH, authorities.constData());
     set(CURLOPT_PROXY_CAINFO, static_cast<const char *>(nullptr));
 }
@@ -215,6 +222,7 @@ void CurlAttempt::setCallbacks()
     set(CURLOPT_DEBUGFUNCTION, &CurlAttempt::onDebug);
     set(CURLOPT_DEBUGDATA, this);
     set(CURLOPT_VERBOSE, 1L);
+    set(CURLOPT_ERRORBUFFER, detail.data());
 }
 
 size_t CurlAttempt::onRead(char *buffer, size_t size, size_t count, void *self)
@@ -257,8 +265,10 @@ int CurlAttempt::onDebug(CURL * /*easy*/, curl_infotype type, char *bytes, size_
         // What waits in the system's queue has not been sent, and may never be.
         attempt.sentBeforeLastByte = attempt.bytesSent() - unsentBytes(attempt.requestSocket);
     }
-    if (type == CURLINFO_SSL_DATA_IN && QByteArrayView(bytes, static_cast<qsizetype>(size)) == kCloseNotify) {
-        attempt.closeNotified = true;
+    if (type == CURLINFO_SSL_DATA_IN) {
+        attempt.securedBeforeTunnel = attempt.securedBeforeTunnel || !attempt.hasProxyAnswer();
+        attempt.closeNotified =
+            attempt.closeNotified || QByteArrayView(bytes, static_cast<qsizetype>(size)) == kCloseNotify;
     }
     return 0;
 }

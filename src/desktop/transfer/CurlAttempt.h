@@ -11,6 +11,7 @@
 #include <QByteArray>
 #include <QByteArrayView>
 
+#include <array>
 #include <functional>
 #include <memory>
 
@@ -73,6 +74,7 @@ private:
     template<typename Value>
     Value info(CURLINFO what) const;
     bool endsWithConnection() const;
+    bool hasSecuredProxy() const;
     void setRequest();
     void setHeaders();
     void setTrust(const QByteArray &authorities);
@@ -85,13 +87,15 @@ private:
     Inbox inbox;
     std::unique_ptr<curl_slist, FreeList> headers;
     std::unique_ptr<CURL, FreeHandle> easy;
-    CURLcode setUp = CURLE_OK; ///< The first failure to set an option.
+    CURLcode setUp = CURLE_OK;                     ///< The first failure to set an option.
+    std::array<char, CURL_ERROR_SIZE> detail = {}; ///< Why the attempt failed, as libcurl puts it; may be empty.
     AnswerHead head;
     qint64 taken = 0;              ///< Bytes of the request's body that libcurl has read.
     qint64 received = 0;           ///< Bytes of the answer's body that the inbox has taken.
     qint64 sentBeforeLastByte = 0; ///< What bytesSent was when bytes of the answer came.
     bool requestBegun = false;
-    int requestSocket = -1;     ///< That of the connection on which the request has begun.
-    bool closeNotified = false; ///< TLS's own end of the connection has come.
+    int requestSocket = -1;           ///< That of the connection on which the request has begun.
+    bool closeNotified = false;       ///< TLS's own end of the connection has come: the host's, or that of its proxy.
+    bool securedBeforeTunnel = false; ///< TLS has spoken before a proxy has answered.
     bool discarded = false;
 };

@@ -91,7 +91,7 @@ CurlMulti::Notifier CurlMulti::notifier(curl_socket_t socket, QSocketNotifier::T
     Notifier made(new QSocketNotifier(socket, type, this));
     connect(made.get(), &QSocketNotifier::activated, this, [this, socket, event] {
         act(socket, event);
-        Q_EMIT moved();
+        Q_EMIT acted();
     });
     return made;
 }

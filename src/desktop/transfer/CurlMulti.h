@@ -34,8 +34,8 @@ public:
     bool onlyWrites() const;
 
 Q_SIGNALS:
-    /// A socket became readable or writable, so something moved on it; libcurl has acted on that.
-    void moved();
+    /// A socket became readable or writable, and libcurl has acted on that.
+    void acted();
     /// The transfer of the only handle has ended.
     void finished(CURLcode result);
 

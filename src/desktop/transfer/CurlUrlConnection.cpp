@@ -1,7 +1,7 @@
 // One transfer on libcurl.
 #include "desktop/transfer/CurlUrlConnection.h"
 
-#include "desktop/transfer/UnsentBytes.h"
+#include "desktop/transfer/ConnectionBytes.h"
 
 #include <QLoggingCategory>
 
@@ -12,11 +12,11 @@ using namespace Qt::StringLiterals;
 
 // The steps of a transfer and why it failed, for a person who looks into it: QT_LOGGING_RULES="korvale.transfer=true".
 // Nothing of what is sent is ever part of it.
-Q_LOGGING_CATEGORY(transferLog, "korvale.transfer", QtFatalMsg)
+Q_LOGGING_CATEGORY(lcTransfer, "korvale.transfer", QtFatalMsg)
 
 namespace {
 
-/// The most bytes that one callback hands over.
+/// Bytes that one callback hands over at most.
 constexpr qsizetype kChunkSize = qsizetype(64) * 1024;
 
 /// How often time limits and what has been sent are looked at: often enough for a progress indicator to move evenly.
@@ -55,7 +55,7 @@ CurlUrlConnection::CurlUrlConnection(std::shared_ptr<const CurlLibrary> library,
     , endListener(std::move(listener))
     , multi(*curl)
 {
-    connect(&multi, &CurlMulti::moved, this, &CurlUrlConnection::onMoved);
+    connect(&multi, &CurlMulti::acted, this, &CurlUrlConnection::onActed);
     connect(&multi, &CurlMulti::finished, this, &CurlUrlConnection::onFinished);
     connect(&lookTimer, &QTimer::timeout, this, &CurlUrlConnection::look);
     // A limit is kept to a tenth of itself.
@@ -74,10 +74,10 @@ void CurlUrlConnection::start()
         beginAttempt();
         return;
     }
-    qCInfo(transferLog, "asking the desktop for a proxy");
+    qCInfo(lcTransfer, "asking the desktop for a proxy");
     proxyLookup = std::make_unique<ProxyLookup>(settings.proxyCommand, request.url, settings.proxyLimit);
     connect(proxyLookup.get(), &ProxyLookup::found, this, [this](const QByteArray &found) {
-        qCInfo(transferLog, "the desktop names %s", found.isEmpty() ? "no proxy" : "a proxy");
+        qCInfo(lcTransfer, "the desktop names %s", found.isEmpty() ? "no proxy" : "a proxy");
         proxy = found;
         beginAttempt();
     });
@@ -88,7 +88,7 @@ void CurlUrlConnection::cancel()
     if (over) {
         return;
     }
-    qCInfo(transferLog, "cancelled");
+    qCInfo(lcTransfer, "cancelled");
     // Whoever holds the transfer may let go of it when it hears of the end.
     const auto self = weak_from_this().lock();
     close();
@@ -102,8 +102,9 @@ void CurlUrlConnection::beginAttempt()
         endWith(CURLE_FAILED_INIT);
         return;
     }
-    qCInfo(transferLog, "connecting");
+    qCInfo(lcTransfer, "connecting");
     lastMove.start();
+    movedAtLastLook = -1;
     lookTimer.start();
     multi.add(attempt->handle());
 }
@@ -124,9 +125,8 @@ void CurlUrlConnection::startAgain()
     beginAttempt();
 }
 
-void CurlUrlConnection::onMoved()
+void CurlUrlConnection::onActed()
 {
-    lastMove.start();
     // A complete answer to a part of the report: nothing that is sent now could change it.
     if (attempt && attempt->isAnswered() && !paused && multi.onlyWrites()) {
         endWith(CURLE_OK);
@@ -136,7 +136,7 @@ void CurlUrlConnection::onMoved()
 void CurlUrlConnection::onFinished(CURLcode result)
 {
     if (triesNextAddress(result)) {
-        qCInfo(transferLog, "this address is of no use: %s", attempt->reason(result).constData());
+        qCInfo(lcTransfer, "this address is of no use: %s", attempt->reason(result).constData());
         startAgain();
         return;
     }
@@ -153,11 +153,11 @@ bool CurlUrlConnection::triesNextAddress(CURLcode result)
 void CurlUrlConnection::endWith(CURLcode result)
 {
     end = attempt->end(result);
-    qCInfo(transferLog, "%s: %s, %lld of %lld bytes sent", nameOf(verdictOn(*end)), attempt->reason(result).constData(),
+    qCInfo(lcTransfer, "%s: %s, %lld of %lld bytes sent", nameOf(verdictOn(*end)), attempt->reason(result).constData(),
            attempt->bytesSent(), end->bytesToSend);
     lookTimer.stop();
     abandonAttempt();
-    callBackLater();
+    scheduleCallbacks();
 }
 
 void CurlUrlConnection::look()
@@ -177,7 +177,7 @@ void CurlUrlConnection::lookAtAddresses()
         return;
     }
     if (addresses.giveUpOverdue(settings.connectLimit)) {
-        qCInfo(transferLog, "this address does not answer");
+        qCInfo(lcTransfer, "this address does not answer");
         startAgain();
         return;
     }
@@ -186,16 +186,16 @@ void CurlUrlConnection::lookAtAddresses()
 
 void CurlUrlConnection::lookAtConnection(int connection)
 {
-    const qint64 unsent = unsentBytes(connection);
-    const bool moved = unsent != std::exchange(unsentAtLastLook, unsent);
+    const qint64 moved = movedBytes(connection);
     // While the delegate is waited for, it is not the server that is.
-    if (moved || callbackPending) {
+    if (moved != std::exchange(movedAtLastLook, moved) || callbackPending) {
         lastMove.start();
     }
-    reportProgress(attempt->bytesSent() - unsent);
     if (lastMove.elapsed() >= settings.idleLimit.count()) {
         endWith(CURLE_OPERATION_TIMEDOUT);
+        return;
     }
+    reportProgress(attempt->bytesSent() - unsentBytes(connection));
 }
 
 void CurlUrlConnection::reportProgress(qint64 sent)
@@ -215,11 +215,11 @@ bool CurlUrlConnection::take(QByteArrayView bytes)
         return false;
     }
     chunk.append(bytes);
-    callBackLater();
+    scheduleCallbacks();
     return true;
 }
 
-void CurlUrlConnection::callBackLater()
+void CurlUrlConnection::scheduleCallbacks()
 {
     if (callbackPending) {
         return;
@@ -249,7 +249,7 @@ void CurlUrlConnection::callBack()
         attempt->goOn();
     }
     if (!chunk.isEmpty() || end) {
-        callBackLater();
+        scheduleCallbacks();
     }
 }
 

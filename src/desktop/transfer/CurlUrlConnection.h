@@ -55,7 +55,7 @@ private:
     void beginAttempt();
     void abandonAttempt();
     void startAgain();
-    void onMoved();
+    void onActed();
     void onFinished(CURLcode result);
     bool triesNextAddress(CURLcode result);
     void endWith(CURLcode result);
@@ -66,7 +66,7 @@ private:
     void reportProgress(qint64 sent);
 
     bool take(QByteArrayView bytes);
-    void callBackLater();
+    void scheduleCallbacks();
     void callBack();
     void reportEnd();
     void close();
@@ -85,8 +85,8 @@ private:
     std::unique_ptr<CurlAttempt> attempt; ///< Empty while the proxy is looked up and once the transfer has ended.
 
     QTimer lookTimer;
-    QElapsedTimer lastMove; ///< Since a byte moved; before there is a connection, since the attempt began.
-    qint64 unsentAtLastLook = 0;
+    QElapsedTimer lastMove;      ///< Since a byte moved; before there is a connection, since the attempt began.
+    qint64 movedAtLastLook = -1; ///< Bytes; -1 before the connection was looked at.
     qint64 sentAtLastLook = 0;
 
     QByteArray chunk;    ///< Received and not handed to the delegate.

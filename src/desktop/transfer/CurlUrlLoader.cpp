@@ -7,7 +7,7 @@
 
 using namespace Qt::StringLiterals;
 
-Q_DECLARE_LOGGING_CATEGORY(transferLog)
+Q_DECLARE_LOGGING_CATEGORY(lcTransfer)
 
 namespace {
 
@@ -40,14 +40,14 @@ CurlUrlLoader::connectionWithRequestDelegate(const platform::UrlRequest &request
                                              platform::UrlConnectionDelegate &delegate)
 {
     if (!canBeSent(request)) {
-        qCInfo(transferLog, "this is no POST to an HTTPS address");
+        qCInfo(lcTransfer, "this is no POST to an HTTPS address");
         return nullptr;
     }
     if (!curl) {
         curl = CurlLibrary::load(settings.library, kInterfaceVersion);
     }
     if (!curl) {
-        qCInfo(transferLog, "libcurl cannot be loaded, or is too old");
+        qCInfo(lcTransfer, "libcurl cannot be loaded, or is too old");
         return nullptr;
     }
     const auto transfer = std::make_shared<CurlUrlConnection>(

@@ -135,15 +135,33 @@ TEST_F(Diagnostics, NameTheReasonOfAFailure)
     delegate.heard.clear();
     QUrl nameless = server.url();
     nameless.setHost(u"label."_s.repeated(50) + u"invalid"_s);
-    EXPECT_TRUE(loggedAfter(aPost(nameless)).contains(u"resolve host name"_s));
+    EXPECT_TRUE(loggedAfter(aPost(nameless)).contains(u"Could not resolve host"_s));
 
     delegate.heard.clear();
     TlsServer stranger(u"stranger"_s);
-    EXPECT_TRUE(loggedAfter(aPost(stranger.url())).contains(u"peer certificate"_s));
+    EXPECT_TRUE(loggedAfter(aPost(stranger.url())).contains(u"local issuer certificate"_s));
 
     delegate.heard.clear();
     server.willAnswer({{"", Then::HangUp}});
-    EXPECT_TRUE(loggedAfter(aPost(server.url())).contains(u"Server returned nothing"_s));
+    EXPECT_TRUE(loggedAfter(aPost(server.url())).contains(u"Empty reply from server"_s));
+
+    delegate.heard.clear();
+    server.willAnswer({{"", Then::Reset}});
+    EXPECT_TRUE(loggedAfter(aPost(server.url())).contains(u"Connection reset"_s)) << LogLines::all().toStdString();
+}
+
+TEST_F(Diagnostics, NameATimeThatHasRunOut)
+{
+    TransferSettings settings = testSettings();
+    settings.idleLimit = 400ms;
+    CurlUrlLoader impatient(operations, settings);
+    server.willAnswer({{"", Then::StayConnected}});
+    const LogLines log(u"korvale.transfer=true"_s);
+
+    impatient.connectionWithRequestDelegate(aPost(server.url()), delegate);
+
+    EXPECT_TRUE(eventually([this] { return delegate.hasEnded(); }));
+    EXPECT_TRUE(LogLines::all().contains(u"Timeout was reached"_s)) << LogLines::all().toStdString();
 }
 
 TEST_F(Diagnostics, SayNothingOfWhatIsSentOrAnswered)
