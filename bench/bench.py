@@ -40,12 +40,13 @@ class Bench:
         self.build = build
         self.folder = folder
         self.large = 8 if quick else 128
+        self.largest = 16 if quick else 1024
         self.rounds = 3 if quick else 7
         self.quick = quick
         self.rows = []
         self.home = Home(os.path.join(folder, "home"))
         self.logs = {size: self.home.crash_log(f"Harbour_{size}.crash", ordinary_lines(size * MEBI))
-                     for size in (1, self.large)}
+                     for size in (1, self.large // 2, self.large)}
 
     def tool(self, name):
         return os.path.join(self.build, "bench", name)
@@ -53,6 +54,9 @@ class Bench:
     @property
     def program(self):
         return os.path.join(self.build, "korvale-crash-reporter")
+
+    def largest_log(self):
+        return self.home.crash_log(f"Harbour_{self.largest}.crash", ordinary_lines(self.largest * MEBI))
 
     def reporter(self, size):
         return [self.program, "-remotename", "anvil", "-log", self.logs[size]]
@@ -142,7 +146,26 @@ def measure_starts(bench, environment):
                         kdialog=["kdialog", "--textbox", bench.logs[size]])
         for name, goal in zip(("zenity", "kdialog"), goals):
             bench.ratio(f"start, {size} MiB", figures["ours"][0], figures[name][0], "ms", goal, name)
+    measure_growth(bench, environment)
     count_instructions(bench, environment)
+
+
+def measure_growth(bench, environment):
+    """What a further MiB costs a start where the report is large, to what it costs where it is smaller."""
+    bench.logs[bench.largest] = bench.largest_log()
+    sizes = sorted(bench.logs)
+    starts = {size: [] for size in sizes}
+    for _ in range(bench.rounds):
+        for size in sizes:
+            starts[size].append(first_paint(bench, environment, bench.reporter(size))[0])
+    os.remove(bench.logs.pop(bench.largest))
+    times = {size: statistics.median(figures) for size, figures in starts.items()}
+
+    def further(smaller, larger):
+        return (times[larger] - times[smaller]) / (larger - smaller)
+    for smaller, larger in zip(sizes[1:], sizes[2:]):
+        bench.ratio(f"start, each further MiB from {smaller} to {larger} MiB", [further(smaller, larger)],
+                    [further(1, smaller)], "ms", STEADY, f"from 1 to {smaller} MiB")
 
 
 def count_instructions(bench, environment):
@@ -160,8 +183,8 @@ def count_instructions(bench, environment):
 # The text on its way, and the view
 
 def measure_text(bench):
-    printed = subprocess.run([bench.tool("text-bench"), str(bench.rounds), *bench.logs.values()], check=True,
-                             stdout=subprocess.PIPE, text=True, timeout=600).stdout
+    command = [bench.tool("text-bench"), str(bench.rounds), bench.logs[1], bench.logs[bench.large]]
+    printed = subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True, timeout=600).stdout
     small, large = {}, {}
     for name, *figures in map(str.split, printed.splitlines()):
         small[name], large[name] = list(map(float, figures[:2])), list(map(float, figures[2:]))
@@ -267,6 +290,9 @@ def measure_upload(bench, authority):
                                          3 if bench.quick else 5)
     bench.ratio(f"upload of {bench.large} MiB over loopback TLS", [1e3 * one for one in ours],
                 [1e3 * one for one in curls], "ms", 1.15, "curl -F")
+    few, _, _ = upload.measured(bench.tool("upload-bench"), authority, bench.large // 8, 3 if bench.quick else 5)
+    bench.ratio(f"upload, each MiB of {bench.large} MiB", [1e3 * one / bench.large for one in ours],
+                [8e3 * one / bench.large for one in few], "ms", STEADY, f"of {bench.large // 8} MiB")
     bench.figure("longest turn of the event loop during that upload", max(turns), "ms", 16,
                  "of the processor's time, the longest of all rounds")
 
