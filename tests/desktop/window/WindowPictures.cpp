@@ -55,6 +55,8 @@ public:
         controls.disclosureBtn.setState(platform::kStateOn);
         toggle();
         take("unfolded");
+        showEveryKindOfText();
+        take("every-kind-of-text");
         controls.spinner.startAnimation(nullptr);
         controls.infoText.setEditable(false);
         controls.emailText.setEnabled(false);
@@ -78,6 +80,24 @@ private:
         frame.y -= frame.height - controls.mainWindow.frame().height;
         controls.mainWindow.setFrameDisplayAnimate(frame, platform::Display::On, platform::Animation::Off);
         controls.logView.setHidden(!unfold);
+    }
+
+    /// A report with what no text widget shows, and the application's own logs behind it, the first of them in view.
+    void showEveryKindOfText()
+    {
+        const QString crashLog = u"Process:         Harbour [4711]\n"
+                                 "Exception Type:  EXC_BAD_ACCESS (SIGSEGV)\n\n"
+                                 "Thread 0 Crashed:\n"
+                                 "0\tHarbour\t0x00007f2a4c01 main + 12\r\n"
+                                 "1\tlibc.so.6\t0x00007f2a4bd0 start + 133\r\n\n"_s;
+        const QString own = u"\nLog 1:\n"
+                            "10:14:58 opened \u201Cz\u00FCrich\u00A0\u2192 \u0391\u03B8\u03AE\u03BD\u03B1.txt\u201D\n"
+                            "10:14:59 \u05E4\u05EA\u05D7 \u05E7\u05D5\u05D1\u05E5 / \u0641\u062A\u062D "
+                            "\u0645\u0644\u0641\n"
+                            "10:15:00 \x1B[31mwarning:\x1B[0m name ends with \u202Etxt.exe\u202C\n"
+                            "10:15:00 read 3 bytes: \x01\x7F\u0085 and a bell \a\n"_s;
+        controls.logText.setString(crashLog + own + u"\nTask Log 1:\n10:15:00 task 7 was waiting\n"_s);
+        window.setAppendedLogs({{u"Log 1"_s, crashLog.size()}, {u"Task Log 1"_s, crashLog.size() + own.size()}});
     }
 
     void take(const char *state)
