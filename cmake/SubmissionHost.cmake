@@ -70,5 +70,5 @@ check_ipv6_address("${SUBMISSION_HOST}" is_ipv6)
 if(NOT is_name AND NOT is_ipv4 AND NOT is_ipv6)
     message(FATAL_ERROR
         "SUBMISSION_HOST is \"${SUBMISSION_HOST}\"; it takes a bare host name or address such as "
-        "crash.example.org, with no scheme, port, path or blank.")
+        "crash.example.org, with no scheme, port, path or space.")
 endif()

@@ -23,7 +23,7 @@ void OperationQueue::performIfIdle(const Operation &operation)
 
 void OperationQueue::run(const Operation &operation)
 {
-    // Also when the operation ends by an exception, which passes on: those that wait must not wait forever.
+    // Also if the operation throws: queued operations must not be stranded.
     const auto goOn = qScopeGuard([this] {
         running = false;
         if (!waiting.empty()) {

@@ -3,8 +3,8 @@
 
 #include "platform/LocalLookups.h"
 
-/// The lookups of Linux. They keep no state; everything is asked of the system on each call, and names or paths whose
-/// bytes are no UTF-8 count as not there.
+/// The lookups of Linux. They keep no state; everything is asked of the system on each call, and names and paths that
+/// are not valid UTF-8 are treated as missing.
 class LinuxLocalLookups : public platform::LocalLookups
 {
 public:

@@ -1,7 +1,7 @@
-// The controls of the report window, each with only the verbs that the controller sends.
+// The controls of the report window, each with only the verbs that the controller uses.
 //
-// Every base class is also the missing object: it answers zero, false or empty and ignores every message. An outlet
-// that is not connected points at the shared instance from missing(), so no operation needs a test for null.
+// Every base class is also the missing object: it returns zero, false or empty, and does nothing. An outlet that is not
+// connected points at the shared instance from missing(), so no operation needs a test for null.
 #pragma once
 
 #include "platform/Object.h"
@@ -70,7 +70,7 @@ class Button : public Object
 public:
     static Button &missing();
 
-    /// Takes kStateOff or kStateOn. Setting a state sends no action.
+    /// Takes kStateOff or kStateOn. Setting a state triggers no action.
     virtual void setState(int /*state*/) {}
     virtual void setTitle(const QString & /*title*/) {}
     virtual void setEnabled(bool /*enabled*/) {}

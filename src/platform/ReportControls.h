@@ -5,7 +5,7 @@
 
 namespace platform {
 
-/// The controls of the report window. One that is left out is the missing object, which ignores every message.
+/// The controls of the report window. One that is left out is the missing object, which does nothing.
 struct ReportControls {
     Window &mainWindow = Window::missing();
     TextField &initialInfo = TextField::missing();

@@ -122,7 +122,7 @@ void AppController::disclosureClick(const platform::Object * /*sender*/)
     guarded("disclosureClick"_L1, [&] {
         // Height and origin change by the same amount in opposite directions: the top edge stays where it is. The pane
         // is never visible in a window too small for it: it is shown after the window was told to grow and hidden
-        // before it is told to shrink.
+        // before it is told to shrink. Its frame is asked for again for each value.
         if (logView.isHidden()) {
             Rect frame = mainWindow.frame();
             frame.height += logView.frame().height;

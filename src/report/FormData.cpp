@@ -20,7 +20,7 @@ constexpr qsizetype kReservedBytes = 100;
 
 /// Makes the body grow, and raises the platform's exception where there is no memory for it.
 template<typename Growth>
-void orOutOfMemory(Growth grow)
+void translatingBadAlloc(Growth grow)
 {
     try {
         grow();
@@ -40,7 +40,7 @@ bool isUrl(const QVariant &value)
 FormDataBody::FormDataBody(QString boundaryText)
     : boundary(std::move(boundaryText))
 {
-    body.reserve(kReservedBytes);
+    translatingBadAlloc([this] { body.reserve(kReservedBytes); });
 }
 
 void FormDataBody::addField(const QString &name, const QVariant &value)
@@ -65,12 +65,12 @@ void FormDataBody::addFile(const QString &name, const QUrl &file)
     append({u"Content-Disposition: form-data; name=\"", name, u"\"; filename=\"", lastPathComponent(path), u"\"\r\n"});
     append({u"Content-Type: application/octet-stream\r\n\r\n"});
     const QByteArray content = contentsOfRegularFile(path).value_or(QByteArray());
-    orOutOfMemory([&] { body.append(content); });
+    translatingBadAlloc([&] { body.append(content); });
 }
 
 void FormDataBody::append(std::initializer_list<QStringView> pieces)
 {
-    orOutOfMemory([&] {
+    translatingBadAlloc([&] {
         for (const QStringView piece : pieces) {
             appendUtf8(body, piece);
         }

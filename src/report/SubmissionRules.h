@@ -24,8 +24,8 @@ double intervalSinceNow(const QVariant &storedDate, const QDateTime &now);
 /// Whether the count alone lets an anonymous submission pass.
 bool isFreeSubmission(qint64 storedCount);
 
-/// Whether an anonymous submission is refused whose last one has the interval since now: fewer than 180 seconds have
-/// passed, or it lies in the future. An interval that does not compare counts as passed.
+/// Whether an anonymous submission must be refused, given the interval from now to the last one, in seconds: fewer than
+/// 180 have elapsed, or it lies in the future. NaN counts as elapsed.
 bool isTooSoonForAnonymous(double interval);
 
 /// The count after one more submission. It only grows, so the largest number stays what it is.

@@ -237,7 +237,7 @@ TEST_F(TextFile, MissingEmptyAndUnnameablePathsDoNotExist)
     }
 }
 
-TEST_F(TextFile, FileOfMoreBytesThanTheMostIsNotGiven)
+TEST_F(TextFile, FileLargerThanMaxBytesIsNotRead)
 {
     const QString file = home.write(u"a"_s, "12345");
 
@@ -294,7 +294,7 @@ TEST_F(TextFile, TextIsReadStrictlyWhereverItsBytesAreDivided)
     }
 }
 
-TEST_F(TextFile, TextOfMoreBytesThanTheMostIsNotGiven)
+TEST_F(TextFile, TextLargerThanMaxBytesIsNotRead)
 {
     EXPECT_EQ(textOfFile(home.write(u"a"_s, "12345"), 5), u"12345"_s);
     EXPECT_EQ(textOfFile(home.write(u"a"_s, "12345"), 4), std::nullopt);

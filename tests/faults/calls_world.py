@@ -152,7 +152,7 @@ def counted(lines):
 
 
 def submit(tried):
-    """Submits by keyboard, for the accessibility bus may be what fails; gives the end as a person sees it."""
+    """Submits by keyboard, for the accessibility bus may be what fails; returns the end as a person sees it."""
     try:
         wait_until(lambda: not tried.is_running() or windows(tried), "a window or the end", attempt.PATIENCE)
     except WaitedInVain:

@@ -328,7 +328,7 @@ TEST(LinuxLocalLookups, ProcessorTimeIsTheProcesssInTicks)
     EXPECT_LE(answer, after);
 }
 
-TEST(LinuxLocalLookups, AreWhatTheClassOfPathsAsksByDefault)
+TEST(LinuxLocalLookups, AreWhatKVLocalPathsAsks)
 {
     const ScopedVariable cache("XDG_CACHE_HOME", "/cache/of test");
     const ScopedVariable temporary("TMPDIR", "/tmp/of test");

@@ -378,14 +378,6 @@ TEST_F(KVLocalPathsTest, CacheDirectoryOfTheSystemWithAnEmptyValueIsAnEmptyPathN
     EXPECT_EQ(KVLocalPaths::darwinCacheDirectory(), QString(u""_s));
 }
 
-TEST_F(KVLocalPathsTest, CacheDirectoryOfTheSystemThatJustFitsIsUnchanged)
-{
-    const QByteArray value = "/" + QByteArray(1022, 'c');
-    lookups.userCacheDirectory = {value};
-
-    EXPECT_EQ(KVLocalPaths::darwinCacheDirectory(), QString::fromLatin1(value));
-}
-
 TEST_F(KVLocalPathsTest, CacheDirectoryOfTheSystemLongerThanTheBufferIsCutAt1023Bytes)
 {
     const QByteArray value = "/" + QByteArray(1023, 'c');

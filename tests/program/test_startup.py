@@ -37,7 +37,7 @@ class Headline(ProgramTest):
         self.assertEqual(program.headline(), remote_headline(name))
         self.assert_report_shown(program, self.expected())
 
-    def test_control_characters_of_a_remote_name_are_shown_as_blanks(self):
+    def test_control_characters_of_a_remote_name_are_shown_as_spaces(self):
         program = self.launch(remote_name="a\x01b\x07c\x1b[1md\te\nf")
         self.assertEqual(program.headline(), remote_headline("a b c [1md e f"))
 
@@ -52,7 +52,7 @@ class Headline(ProgramTest):
         self.assertTrue(program.screen.is_shown("Report Crash"))
         self.assert_accepted(self.submitted(program), server)
 
-    def test_a_remote_name_of_10000_characters_without_a_blank_leaves_the_window_on_the_screen(self):
+    def test_a_remote_name_of_10000_characters_without_a_space_leaves_the_window_on_the_screen(self):
         program = self.launch(remote_name="x" * 10000)
         self.assertEqual(program.headline(), remote_headline("x" * 10000))
         x, y, width, height = program.geometry()

@@ -1,4 +1,5 @@
 // The submit action: validation, throttle, the user's settings and the sending state.
+#include "support/NamedCase.h"
 #include "support/RecordingPlatform.h"
 
 #include <gtest/gtest.h>
@@ -76,15 +77,9 @@ protected:
     RecordingPlatform recording;
 };
 
-struct Address {
-    std::string name;
+struct Address : NamedCase {
     QString text;
 };
-
-void PrintTo(const Address &address, std::ostream *output)
-{
-    *output << address.name;
-}
 
 class RefusedAddress : public Submission, public testing::WithParamInterface<Address>
 {
@@ -93,11 +88,6 @@ class RefusedAddress : public Submission, public testing::WithParamInterface<Add
 class AcceptedAddress : public Submission, public testing::WithParamInterface<Address>
 {
 };
-
-std::string nameOf(const testing::TestParamInfo<Address> &info)
-{
-    return info.param.name;
-}
 
 } // namespace
 
@@ -148,11 +138,12 @@ TEST_P(RefusedAddress, ShowsInvalidEmailFormatAndChangesNothing)
 }
 
 INSTANTIATE_TEST_SUITE_P(Addresses, RefusedAddress,
-                         testing::Values(Address{"OneBlank", u" "_s}, Address{"AtWithoutFullStop", u"anna@example"_s},
-                                         Address{"FullStopWithoutAt", u"anna.example.org"_s},
-                                         Address{"NeitherAtNorFullStop", u"anna"_s},
-                                         Address{"FullWidthSigns", u"anna\uFF20example\uFF0Eorg"_s}),
-                         nameOf);
+                         testing::Values(Address{{"OneBlank"}, u" "_s},
+                                         Address{{"AtWithoutFullStop"}, u"anna@example"_s},
+                                         Address{{"FullStopWithoutAt"}, u"anna.example.org"_s},
+                                         Address{{"NeitherAtNorFullStop"}, u"anna"_s},
+                                         Address{{"FullWidthSigns"}, u"anna\uFF20example\uFF0Eorg"_s}),
+                         nameOfCase);
 
 TEST_P(AcceptedAddress, IsSubmittedAsItIs)
 {
@@ -164,10 +155,10 @@ TEST_P(AcceptedAddress, IsSubmittedAsItIs)
 }
 
 INSTANTIATE_TEST_SUITE_P(Addresses, AcceptedAddress,
-                         testing::Values(Address{"FullStopBeforeAt", u"an.na@example"_s},
-                                         Address{"JustTheTwo", u"@."_s}, Address{"JustTheTwoTheOtherWay", u".@"_s},
-                                         Address{"BlanksAround", u" anna@example.org "_s}),
-                         nameOf);
+                         testing::Values(Address{{"FullStopBeforeAt"}, u"an.na@example"_s},
+                                         Address{{"JustTheTwo"}, u"@."_s}, Address{{"JustTheTwoTheOtherWay"}, u".@"_s},
+                                         Address{{"SpacesAround"}, u" anna@example.org "_s}),
+                         nameOfCase);
 
 TEST_F(Submission, AddressSkipsTheThrottleWhateverCountAndDate)
 {

@@ -7,7 +7,7 @@
 
 #include <chrono>
 
-/// Runs the event loop until the condition holds, at most as long as the limit; gives whether it held.
+/// Runs the event loop until the condition holds, at most as long as the limit; returns whether it held.
 template<typename Condition>
 bool eventually(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(20))
 {

@@ -5,7 +5,7 @@
 
 #include <cstdio>
 
-/// Gives the exit status: 0 when every test passed, 77 when none failed and one was skipped, 1 otherwise; to run no
+/// Returns the exit status: 0 when every test passed, 77 when none failed and one was skipped, 1 otherwise; to run no
 /// test at all is a failure, because a mistyped filter would pass.
 inline int runTests()
 {

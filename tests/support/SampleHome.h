@@ -22,7 +22,7 @@ public:
 
     QString path(const QString &name) const { return folder.filePath(name); }
 
-    /// Writes a file, with the folders it needs, and gives its path.
+    /// Writes a file, with the folders it needs, and returns its path.
     QString write(const QString &name, const QByteArray &content)
     {
         const QString file = path(name);

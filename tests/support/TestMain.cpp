@@ -3,7 +3,7 @@
 
 #include <QCoreApplication>
 
-// The sanitizers would end the program where an allocation merely fails; they ask these for their settings.
+// The sanitizers would end the program where an allocation merely fails; they read their options from this function.
 extern "C" const char *__asan_default_options();
 extern "C" const char *__asan_default_options()
 {

@@ -1,7 +1,7 @@
 // An HTTPS server on a free loopback port that does with each connection what a test tells it.
 #include "support/TlsServer.h"
 
-#include "support/ThrowAwayAuthority.h"
+#include "support/ThrowawayAuthority.h"
 
 #include <QTimer>
 
@@ -79,7 +79,7 @@ Answer answered(const QByteArray &statusAndReason, const QByteArray &body, const
 TlsServer::TlsServer(const QString &certificateName, const QHostAddress &address, quint16 port)
     : answers{answered("200 OK")}
 {
-    server.setSslConfiguration(ThrowAwayAuthority::shared().serverConfiguration(certificateName));
+    server.setSslConfiguration(ThrowawayAuthority::shared().serverConfiguration(certificateName));
     connect(&server, &QSslServer::startedEncryptionHandshake, this, &TlsServer::onAccept);
     connect(&server, &QSslServer::pendingConnectionAvailable, this,
             [this] { converse(qobject_cast<QSslSocket *>(server.nextPendingConnection())); });

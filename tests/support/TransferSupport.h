@@ -5,7 +5,7 @@
 #include "support/EventLoop.h"
 #include "support/PrintQt.h"
 #include "support/RecordingDelegate.h"
-#include "support/ThrowAwayAuthority.h"
+#include "support/ThrowawayAuthority.h"
 #include "support/TlsServer.h"
 
 #include <QTcpServer>
@@ -20,7 +20,7 @@ inline const QStringList kFailed = {QStringLiteral("failed")};
 inline TransferSettings testSettings()
 {
     TransferSettings settings;
-    settings.authorities = ThrowAwayAuthority::shared().trustedFolder();
+    settings.authorities = ThrowawayAuthority::shared().trustedFolder();
     settings.proxyCommand = QStringLiteral("/nonexistent/proxy");
     return settings;
 }
@@ -54,7 +54,7 @@ protected:
         return loader.connectionWithRequestDelegate(request, delegate);
     }
 
-    /// Posts and gives what the delegate heard up to the end.
+    /// Posts and returns what the delegate heard up to the end.
     QStringList heardAfter(const platform::UrlRequest &request)
     {
         const auto transfer = start(request);

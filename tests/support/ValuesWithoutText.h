@@ -1,4 +1,4 @@
-// Form values whose textual form cannot be had.
+// Form values that throw when they are converted to text.
 #pragma once
 
 #include "platform/PlatformException.h"

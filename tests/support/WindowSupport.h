@@ -2,6 +2,7 @@
 #pragma once
 
 #include "support/EventLoop.h"
+#include "support/NamedCase.h"
 
 #include <QTest>
 #include <QTextDocumentFragment>
@@ -9,19 +10,10 @@
 
 #include <gtest/gtest.h>
 
-#include <ostream>
-#include <string>
-
 /// A case of a table of texts.
-struct NamedText {
-    std::string name;
+struct NamedText : NamedCase {
     QString text;
 };
-
-inline void PrintTo(const NamedText &named, std::ostream *stream)
-{
-    *stream << named.name;
-}
 
 /// What a person reads where a widget was given markup.
 inline QString readText(const QString &markup)

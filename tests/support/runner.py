@@ -11,7 +11,7 @@ def run(module, words=()):
     """Runs the module's cases whose full name, as unittest writes it, contains one of the words, or every case when no
     words are given, here or in the variable KORVALE_TEST_FILTER.
 
-    Gives the exit status: 0 when all passed, 77 when none failed and one was skipped, 1 otherwise; to run no case at
+    Returns the exit status: 0 when all passed, 77 when none failed and one was skipped, 1 otherwise; to run no case at
     all is a failure, because a mistyped word would pass.
     """
     loader = unittest.TestLoader()

@@ -27,7 +27,7 @@ class Home:
         }
 
     def crash_log(self, name, content):
-        """Writes a crash log to the home and gives its path."""
+        """Writes a crash log to the home and returns its path."""
         path = os.path.join(self.path, name)
         write(path, content)
         return path

@@ -92,7 +92,7 @@ class Program:
     # Alerts
 
     def alert(self, seconds=20):
-        """Waits for an alert and gives its title and message."""
+        """Waits for an alert and returns its title and message."""
         return wait_until(self.screen.alert, "an alert", seconds)
 
     def dismiss_alert(self):

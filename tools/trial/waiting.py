@@ -11,7 +11,7 @@ class WaitedInVain(AssertionError):
 
 
 def wait_until(condition, what, seconds=PATIENCE):
-    """Asks until the condition gives something true, and gives that; the condition is asked at least once."""
+    """Asks until the condition returns something true, and returns that; the condition is asked at least once."""
     deadline = time.monotonic() + seconds
     while True:
         result = condition()

@@ -19,8 +19,8 @@ QString submissionHost()
 
 Composition::Composition(QtProcessInfo &info)
     : processInfo(info)
-    , qtApplication(&window)
-    , alertPanel(&window)
+    , qtApplication(window)
+    , alertPanel(window)
     , userDefaults(platform::systemLocalLookups())
     , urlLoader(operations)
     , controls(window.controls())
@@ -81,7 +81,7 @@ void Composition::openFile(const QString &path)
 
 void Composition::connectWindow()
 {
-    // Not dropped like the other presses: the triangle has turned already, and has to go on saying what the pane does.
+    // Queued, never dropped: the toggle has already changed and must stay in sync with the pane.
     connect(&window, &ReportWindow::disclosureClicked, this,
             [this] { operations.perform([this] { controller.disclosureClick(&controls.disclosureBtn); }); });
     connect(&window, &ReportWindow::submitClicked, this,

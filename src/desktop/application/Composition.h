@@ -15,9 +15,9 @@
 
 #include <QObject>
 
-/// Makes the window and its controller, alive together for the whole run, and leads everything that reaches the
-/// application to the controller, one operation at a time: what the window's user presses, files that are dropped onto
-/// it, and files that the system opens onto the application object, which must exist before.
+/// Owns the window and its controller for the whole run, and routes every external event to the controller, one
+/// operation at a time: what the window's user presses, files that are dropped onto it, and files that the system opens
+/// onto the application object, which must exist before.
 class Composition : public QObject, public platform::ReportListener
 {
     Q_OBJECT

@@ -3,18 +3,15 @@
 
 #include <QApplication>
 
-QtApplication::QtApplication(QWidget *reportWindow)
+QtApplication::QtApplication(QWidget &reportWindow)
     : window(reportWindow)
 {
 }
 
 void QtApplication::activateIgnoringOtherApps()
 {
-    if (!window) {
-        return;
-    }
-    window->raise();
-    window->activateWindow();
+    window.raise();
+    window.activateWindow();
 }
 
 void QtApplication::terminate(const platform::Object * /*sender*/)

@@ -53,11 +53,12 @@ std::optional<QString> configurationFolder(const platform::LocalLookups &lookups
 /// leads to, be it a device.
 bool canBeAStore(const QString &path)
 {
-    return !fileExists(path) || QFileInfo(path).isFile();
+    const QFileInfo info(path);
+    return !info.exists() || info.isFile();
 }
 
 /// Whether a user other than root has put a link where root's settings lie: it would lead root's writing anywhere.
-bool isLedAstray(const QString &folder)
+bool hasForeignLink(const QString &folder)
 {
     const QString ours = folder + u'/' + kOrganisation;
     const QStringList places = {folder, ours, ours + u'/' + kApplication + u".conf"_s};
@@ -85,7 +86,7 @@ std::unique_ptr<QLockFile> lockOf(const QString &store)
 }
 
 /// The file that a store of this name is: what a link leads to, so that the link stays.
-QString fileOf(const QString &store)
+QString linkTarget(const QString &store)
 {
     const QFileInfo info(store);
     if (info.exists()) {
@@ -98,7 +99,7 @@ QString fileOf(const QString &store)
 bool isFree(const QString &path)
 {
     QFile::remove(path);
-    return !fileExists(path);
+    return !QFileInfo::exists(path);
 }
 
 /// Whether the file has a line for each of so many values, and the last line its end.
@@ -114,9 +115,9 @@ bool isWhole(const QString &path, qsizetype valueCount)
 /// takes a file whose last bytes could not be written, on a full disk, for a good one.
 bool replaceStore(const QString &store, const QVariantMap &values)
 {
-    const QString file = fileOf(store);
+    const QString file = linkTarget(store);
     const QString fresh = file + u".new"_s;
-    if (!isFree(fresh) || !isFree(fresh + u".lock"_s) || (fileExists(file) && !QFileInfo(file).isWritable())) {
+    if (!isFree(fresh) || !isFree(fresh + u".lock"_s) || (QFileInfo::exists(file) && !QFileInfo(file).isWritable())) {
         return false;
     }
     QSettings writer(fresh, QSettings::IniFormat);
@@ -128,7 +129,7 @@ bool replaceStore(const QString &store, const QVariantMap &values)
         QFile::remove(fresh);
         return false;
     }
-    if (fileExists(file)) {
+    if (QFileInfo::exists(file)) {
         QFile::setPermissions(fresh, QFile::permissions(file));
     }
     return std::rename(QFile::encodeName(fresh).constData(), QFile::encodeName(file).constData()) == 0;
@@ -140,7 +141,7 @@ std::unique_ptr<QSettings> openedStore(const platform::LocalLookups &lookups)
     if (!folder || !canBeAStore(*folder + u'/' + kOrganisation + u'/' + kApplication + u".conf"_s)) {
         return nullptr;
     }
-    if (isRoot(lookups) && isLedAstray(*folder)) {
+    if (isRoot(lookups) && hasForeignLink(*folder)) {
         return nullptr;
     }
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, *folder);

@@ -10,8 +10,7 @@
 #include <memory>
 
 /// Keeps the settings in Korvale/CrashReporter.conf in the user's configuration folder: $XDG_CONFIG_HOME if that is an
-/// absolute path, else .config in the user's home (freedesktop.org, XDG Base Directory Specification). A system with
-/// a settings store of its own keeps them there.
+/// absolute path, else .config in the user's home (freedesktop.org, XDG Base Directory Specification).
 ///
 /// Only a regular file is a store, or a link to one. Where there is anything else, where the user has no home, or while
 /// another process holds the store locked, nothing is stored and nothing is touched: what was set is known to this

@@ -26,7 +26,7 @@ bool isVeryLong(const QTextBlock &paragraph)
 DescriptionEdit::DescriptionEdit(QWidget *parent)
     : QPlainTextEdit(parent)
 {
-    // A document tells of a change before it lays it out.
+    // contentsChange is emitted before the change is laid out.
     connect(document(), &QTextDocument::contentsChange, this,
             [this](int position, int /*removedUnits*/, int addedUnits) { wrapUnlessVeryLong(position, addedUnits); });
 }

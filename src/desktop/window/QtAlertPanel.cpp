@@ -14,12 +14,8 @@ namespace {
 /// The minimum width of the message, in average characters.
 constexpr int kMinCharacters = 40;
 
-QWidget *visibleWindow(QWidget *window)
-{
-    return window && window->isVisible() ? window : nullptr;
-}
-
-/// Left to itself, the message wraps within the width of the title, and there is no room for the window's title.
+/// Left to itself, the message wraps within the width of the title, and there is no room for the window's title. That
+/// the box lays itself out by a grid is the toolkit's own affair: by anything else it stays as narrow as it is.
 void widen(QMessageBox &box)
 {
     if (auto *grid = qobject_cast<QGridLayout *>(box.layout())) {
@@ -30,7 +26,7 @@ void widen(QMessageBox &box)
 
 } // namespace
 
-QtAlertPanel::QtAlertPanel(QWidget *reportWindow)
+QtAlertPanel::QtAlertPanel(QWidget &reportWindow)
     : window(reportWindow)
 {
 }
@@ -38,7 +34,7 @@ QtAlertPanel::QtAlertPanel(QWidget *reportWindow)
 void QtAlertPanel::runAlertPanel(const QString &title, const QString &message)
 {
     qCInfo(lcWindow) << "alert:" << title;
-    QMessageBox box(visibleWindow(window.data()));
+    QMessageBox box(window.isVisible() ? &window : nullptr);
     box.setWindowTitle(u"Korvale Crash Reporter"_s);
     // Markup is the box's own way to a bold title. What comes in is none, whatever it looks like.
     box.setTextFormat(Qt::RichText);

@@ -76,9 +76,9 @@ void QtHeadline::setStringValue(const QString &text)
     label.setHeadline(text);
 }
 
-QtTextField::QtTextField(const QLineEdit &lineEdit, ToldHandler handler)
+QtTextField::QtTextField(const QLineEdit &lineEdit, ChangeHandler handler)
     : field(lineEdit)
-    , told(std::move(handler))
+    , changed(std::move(handler))
 {
 }
 
@@ -90,12 +90,12 @@ QString QtTextField::stringValue() const
 void QtTextField::setEnabled(bool nowEnabled)
 {
     enabled = nowEnabled;
-    told();
+    changed();
 }
 
-QtTextView::QtTextView(const DescriptionEdit &description, ToldHandler handler)
+QtTextView::QtTextView(const DescriptionEdit &description, ChangeHandler handler)
     : edit(description)
-    , told(std::move(handler))
+    , changed(std::move(handler))
 {
 }
 
@@ -107,11 +107,11 @@ QString QtTextView::string() const
 void QtTextView::setEditable(bool nowEditable)
 {
     editable = nowEditable;
-    told();
+    changed();
 }
 
-QtSubmitButton::QtSubmitButton(const QAbstractButton &button, ToldHandler handler)
-    : told(std::move(handler))
+QtSubmitButton::QtSubmitButton(const QAbstractButton &button, ChangeHandler handler)
+    : changed(std::move(handler))
     , ownTitle(button.text())
     , shownTitle(ownTitle)
 {
@@ -121,30 +121,30 @@ void QtSubmitButton::setTitle(const QString &title)
 {
     const bool isOwnTitle = QString(ownTitle).remove(u'&') == title;
     shownTitle = isOwnTitle ? ownTitle : literalTitle(title);
-    told();
+    changed();
 }
 
 void QtSubmitButton::setEnabled(bool nowEnabled)
 {
     enabled = nowEnabled;
-    told();
+    changed();
 }
 
-QtProgressIndicator::QtProgressIndicator(ToldHandler handler)
-    : told(std::move(handler))
+QtProgressIndicator::QtProgressIndicator(ChangeHandler handler)
+    : changed(std::move(handler))
 {
 }
 
 void QtProgressIndicator::startAnimation(const platform::Object * /*sender*/)
 {
     animated = true;
-    told();
+    changed();
 }
 
 void QtProgressIndicator::stopAnimation(const platform::Object * /*sender*/)
 {
     animated = false;
-    told();
+    changed();
 }
 
 QtReportText::QtReportText(ReportTextView &reportText)

@@ -13,7 +13,7 @@
 #include <functional>
 
 /// Called when a control was told something that the window's state may follow from.
-using ToldHandler = std::function<void()>;
+using ChangeHandler = std::function<void()>;
 
 /// The window, with the frame that the folding pane keeps.
 class QtWindow : public platform::Window
@@ -63,7 +63,7 @@ private:
 class QtTextField : public platform::TextField
 {
 public:
-    QtTextField(const QLineEdit &lineEdit, ToldHandler handler);
+    QtTextField(const QLineEdit &lineEdit, ChangeHandler handler);
 
     QString stringValue() const override;
     void setEnabled(bool enabled) override;
@@ -72,14 +72,14 @@ public:
 
 private:
     const QLineEdit &field;
-    ToldHandler told;
+    ChangeHandler changed;
     bool enabled = true;
 };
 
 class QtTextView : public platform::TextView
 {
 public:
-    QtTextView(const DescriptionEdit &description, ToldHandler handler);
+    QtTextView(const DescriptionEdit &description, ChangeHandler handler);
 
     QString string() const override;
     void setEditable(bool editable) override;
@@ -88,7 +88,7 @@ public:
 
 private:
     const DescriptionEdit &edit;
-    ToldHandler told;
+    ChangeHandler changed;
     bool editable = true;
 };
 
@@ -96,7 +96,7 @@ class QtSubmitButton : public platform::Button
 {
 public:
     /// The button's title with its mnemonic is what it shows when it is told that title without one.
-    QtSubmitButton(const QAbstractButton &button, ToldHandler handler);
+    QtSubmitButton(const QAbstractButton &button, ChangeHandler handler);
 
     void setTitle(const QString &title) override;
     void setEnabled(bool enabled) override;
@@ -106,7 +106,7 @@ public:
     bool isEnabled() const { return enabled; }
 
 private:
-    ToldHandler told;
+    ChangeHandler changed;
     const QString ownTitle;
     QString shownTitle;
     bool enabled = true;
@@ -117,7 +117,7 @@ private:
 class QtProgressIndicator : public platform::ProgressIndicator
 {
 public:
-    explicit QtProgressIndicator(ToldHandler handler);
+    explicit QtProgressIndicator(ChangeHandler handler);
 
     void startAnimation(const platform::Object *sender) override;
     void stopAnimation(const platform::Object *sender) override;
@@ -125,7 +125,7 @@ public:
     bool isAnimated() const { return animated; }
 
 private:
-    ToldHandler told;
+    ChangeHandler changed;
     bool animated = false;
 };
 

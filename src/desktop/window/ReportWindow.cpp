@@ -95,10 +95,10 @@ struct ReportWindow::Parts {
         , disclosureBtn(*ui.disclosureBtn)
         , logView(*ui.logView, foldingPane)
         , logText(*ui.logText)
-        , infoText(*ui.infoText, [&window] { window.onControlTold(); })
-        , emailText(*ui.emailText, [&window] { window.onControlTold(); })
-        , submitBtn(*ui.submitBtn, [&window] { window.onControlTold(); })
-        , spinner([&window] { window.onControlTold(); })
+        , infoText(*ui.infoText, [&window] { window.onControlChanged(); })
+        , emailText(*ui.emailText, [&window] { window.onControlChanged(); })
+        , submitBtn(*ui.submitBtn, [&window] { window.onControlChanged(); })
+        , spinner([&window] { window.onControlChanged(); })
     {
     }
 
@@ -276,9 +276,9 @@ void ReportWindow::connectControls()
     ui.secondBtn->installEventFilter(this);
     ui.emailText->installEventFilter(this);
     nextTurn.setSingleShot(true);
-    turnAfterIt.setSingleShot(true);
-    connect(&nextTurn, &QTimer::timeout, &turnAfterIt, qOverload<>(&QTimer::start));
-    connect(&turnAfterIt, &QTimer::timeout, this, &ReportWindow::showState);
+    secondTurn.setSingleShot(true);
+    connect(&nextTurn, &QTimer::timeout, &secondTurn, qOverload<>(&QTimer::start));
+    connect(&secondTurn, &QTimer::timeout, this, &ReportWindow::showState);
 }
 
 void ReportWindow::addShortcuts()
@@ -301,7 +301,7 @@ void ReportWindow::addShortcuts()
 // The form is locked at once: no key that is already on its way may find it open. It is given back two turns of the
 // event loop later. When a report has been accepted the end comes first, in the next turn, and so the window goes from
 // sending to its end without a flicker, or a word from a screen reader, in between.
-void ReportWindow::onControlTold()
+void ReportWindow::onControlChanged()
 {
     if (state() == State::Sending) {
         showState();
@@ -314,7 +314,7 @@ void ReportWindow::onControlTold()
 void ReportWindow::showState()
 {
     nextTurn.stop();
-    turnAfterIt.stop();
+    secondTurn.stop();
     const Ui::ReportWindow &ui = parts->ui;
     const State now = state();
     if (now == State::Sending) {
@@ -327,7 +327,7 @@ void ReportWindow::showState()
         qCInfo(lcWindow) << rowOf(now).name;
         shownState = now;
         setTitle(*ui.secondBtn, secondTitle(now));
-        keyboardPlace(now).setFocus();
+        focusTarget(now).setFocus();
     }
     ui.infoText->setEditable(parts->infoText.isEditable());
     ui.emailText->setEnabled(parts->emailText.isEnabled());
@@ -337,7 +337,7 @@ void ReportWindow::showState()
     }
 }
 
-QWidget &ReportWindow::keyboardPlace(State of) const
+QWidget &ReportWindow::focusTarget(State of) const
 {
     const Ui::ReportWindow &ui = parts->ui;
     switch (of) {

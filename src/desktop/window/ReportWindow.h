@@ -82,14 +82,14 @@ private:
 
     void connectControls();
     void addShortcuts();
-    void onControlTold();
+    void onControlChanged();
     void showState();
-    QWidget &keyboardPlace(State of) const;
+    QWidget &focusTarget(State of) const;
     void onSecondButton();
     void showLockedAddress();
 
     std::unique_ptr<Parts> parts;
     State shownState = State::Editing; ///< What the window shows; state(), but where that is shown later.
     QTimer nextTurn;                   ///< Runs while the window does not show its state yet;
-    QTimer turnAfterIt;                ///< then this one does.
+    QTimer secondTurn;                 ///< then this one does.
 };

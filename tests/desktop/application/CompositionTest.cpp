@@ -84,7 +84,7 @@ protected:
     CompositionTest() { QApplication::setQuitOnLastWindowClosed(false); }
     ~CompositionTest() override { QApplication::setQuitOnLastWindowClosed(true); }
 
-    /// Writes a crash log and gives its path.
+    /// Writes a crash log and returns its path.
     QString crashLog(const QString &name, const QByteArray &content) const
     {
         const QString path = folder.filePath(name);
@@ -117,7 +117,8 @@ protected:
         ASSERT_TRUE(eventually([] { return reportWindow().isVisible(); }));
     }
 
-    /// Queues the launch and runs the event loop, as the program does; gives the exit status, or -1 after five seconds.
+    /// Queues the launch and runs the event loop, as the program does; returns the exit status, or -1 after five
+    /// seconds.
     int run()
     {
         QTimer limit;
@@ -336,8 +337,9 @@ TEST_F(CompositionTest, DisclosingWhileAnAlertIsUpWaitsSoThatTriangleAndPaneAgre
 TEST_F(CompositionTest, CancellingWhileAnAlertIsUpIsDropped)
 {
     startWithReport();
-    // Locked, as it is while a report is being sent.
+    // As while a report is being sent.
     reportWindow().controls().emailText.setEnabled(false);
+    reportWindow().controls().spinner.startAnimation(nullptr);
     auto &address = child<QLineEdit>(reportWindow(), "emailText");
     auto &cancel = child<QPushButton>(reportWindow(), "secondBtn");
     Alerts alerts({[&] { cancel.click(); }});
@@ -346,6 +348,7 @@ TEST_F(CompositionTest, CancellingWhileAnAlertIsUpIsDropped)
     QCoreApplication::processEvents();
     EXPECT_EQ(alerts.titles, QStringList{kConflictAlert});
     EXPECT_FALSE(address.isEnabled());
+    EXPECT_TRUE(reportWindow().isVisible());
 
     cancel.click();
     EXPECT_TRUE(eventually([&] { return address.isEnabled(); }));

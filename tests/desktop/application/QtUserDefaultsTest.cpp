@@ -218,7 +218,7 @@ TEST_F(UserDefaultsTest, SettingsOfTheWholeSystemAreNotTheUsers)
     EXPECT_EQ(StoredDefaults().integerForKey(kCount), 0);
 }
 
-TEST_F(UserDefaultsTest, SettingsOfTheWholeOrganisationAreNotTheProgrammes)
+TEST_F(UserDefaultsTest, SettingsOfTheWholeOrganisationAreNotThePrograms)
 {
     write(user.filePath(u"Korvale.conf"_s), "[General]\ncrashSubmissionCount=99\n");
 

@@ -3,7 +3,7 @@
 #include "support/EventLoop.h"
 #include "support/PrintQt.h"
 #include "support/RecordingPlatform.h"
-#include "support/ThrowAwayAuthority.h"
+#include "support/ThrowawayAuthority.h"
 #include "support/TlsServer.h"
 #include "support/TransferSupport.h"
 

@@ -321,7 +321,7 @@ TEST_P(LargeLettersTest, WindowAndItsFrameStartWithinTheScreen)
 
 INSTANTIATE_TEST_SUITE_P(, LargeLettersTest, testing::Values(34, 38), testing::PrintToStringParamName());
 
-class HeldWindowTest : public FoldingPaneTest, public testing::WithParamInterface<Qt::WindowState>
+class MaximizedWindowTest : public FoldingPaneTest, public testing::WithParamInterface<Qt::WindowState>
 {
 protected:
     void holdByScreen()
@@ -332,7 +332,7 @@ protected:
     }
 };
 
-TEST_P(HeldWindowTest, PaneFoldsInsideAndTheWindowKeepsTheScreensSize)
+TEST_P(MaximizedWindowTest, PaneFoldsInsideAndTheWindowKeepsTheScreensSize)
 {
     show();
     holdByScreen();
@@ -348,7 +348,7 @@ TEST_P(HeldWindowTest, PaneFoldsInsideAndTheWindowKeepsTheScreensSize)
     EXPECT_EQ(controls.mainWindow.frame(), frame);
 }
 
-TEST_P(HeldWindowTest, UnfoldedWhileHeldTheRestoredWindowHasRoomForThePane)
+TEST_P(MaximizedWindowTest, UnfoldedWhileHeldTheRestoredWindowHasRoomForThePane)
 {
     show();
     const int foldedHeight = window.height();
@@ -362,7 +362,7 @@ TEST_P(HeldWindowTest, UnfoldedWhileHeldTheRestoredWindowHasRoomForThePane)
     EXPECT_EQ(form.height(), foldedHeight);
 }
 
-TEST_P(HeldWindowTest, FoldedWhileHeldTheRestoredWindowIsFolded)
+TEST_P(MaximizedWindowTest, FoldedWhileHeldTheRestoredWindowIsFolded)
 {
     show();
     const int foldedHeight = window.height();
@@ -375,7 +375,7 @@ TEST_P(HeldWindowTest, FoldedWhileHeldTheRestoredWindowIsFolded)
     EXPECT_EQ(form.height(), foldedHeight);
 }
 
-TEST_P(HeldWindowTest, UnchangedWhileHeldTheRestoredWindowHasItsFormerSize)
+TEST_P(MaximizedWindowTest, UnchangedWhileHeldTheRestoredWindowHasItsFormerSize)
 {
     show();
     const QSize size = window.size();
@@ -387,7 +387,7 @@ TEST_P(HeldWindowTest, UnchangedWhileHeldTheRestoredWindowHasItsFormerSize)
     EXPECT_EQ(form.height(), size.height());
 }
 
-TEST_P(HeldWindowTest, FoldedAsSoonAsTheWindowIsRestoredItHasItsFormerSize)
+TEST_P(MaximizedWindowTest, FoldedAsSoonAsTheWindowIsRestoredItHasItsFormerSize)
 {
     show();
     const QSize size = window.size();
@@ -400,7 +400,7 @@ TEST_P(HeldWindowTest, FoldedAsSoonAsTheWindowIsRestoredItHasItsFormerSize)
     EXPECT_EQ(window.size(), size);
 }
 
-TEST_P(HeldWindowTest, HeldWhileItUnfoldsTheAnimationEndsAndTheRestoredWindowHasItsHeight)
+TEST_P(MaximizedWindowTest, HeldWhileItUnfoldsTheAnimationEndsAndTheRestoredWindowHasItsHeight)
 {
     show();
     const int foldedHeight = window.height();
@@ -417,7 +417,7 @@ TEST_P(HeldWindowTest, HeldWhileItUnfoldsTheAnimationEndsAndTheRestoredWindowHas
     EXPECT_EQ(window.width(), width);
 }
 
-TEST_P(HeldWindowTest, HeldWhileItUnfoldsAndFoldedAgainTheRestoredWindowIsFolded)
+TEST_P(MaximizedWindowTest, HeldWhileItUnfoldsAndFoldedAgainTheRestoredWindowIsFolded)
 {
     show();
     const int foldedHeight = window.height();
@@ -430,7 +430,7 @@ TEST_P(HeldWindowTest, HeldWhileItUnfoldsAndFoldedAgainTheRestoredWindowIsFolded
     EXPECT_TRUE(eventually([&] { return window.height() == foldedHeight; })) << window.height();
 }
 
-INSTANTIATE_TEST_SUITE_P(, HeldWindowTest, testing::Values(Qt::WindowMaximized, Qt::WindowFullScreen),
+INSTANTIATE_TEST_SUITE_P(, MaximizedWindowTest, testing::Values(Qt::WindowMaximized, Qt::WindowFullScreen),
                          [](const testing::TestParamInfo<Qt::WindowState> &given) {
                              return std::string(given.param == Qt::WindowMaximized ? "Maximised" : "FullScreen");
                          });

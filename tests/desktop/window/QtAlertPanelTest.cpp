@@ -75,7 +75,7 @@ class QtAlertPanelTest : public testing::Test
 {
 protected:
     ReportWindow window;
-    QtAlertPanel panel{&window};
+    QtAlertPanel panel{window};
 };
 
 } // namespace
@@ -155,7 +155,7 @@ TEST_F(QtAlertPanelTest, PressingOkDismissesTheAlert)
     }));
 }
 
-TEST_F(QtAlertPanelTest, StandsBeforeTheWindowWhileThatIsVisible)
+TEST_F(QtAlertPanelTest, IsModalToTheWindowWhileThatIsVisible)
 {
     window.show();
     EXPECT_TRUE(runAlert(panel, kTitle, kMessage, [this](QMessageBox &box) { EXPECT_EQ(box.parent(), &window); }));

@@ -292,11 +292,11 @@ TEST_P(ReportWindowWithLongNameTest, WhatIsNotShownIsAToolTipThatShowsTheTextAsI
 }
 
 INSTANTIATE_TEST_SUITE_P(, ReportWindowWithLongNameTest,
-                         testing::Values(NamedText{"OneWord", QString(10'000, u'W')},
-                                         NamedText{"ManyWords", u"a b "_s.repeated(2'500)},
-                                         NamedText{"LineFeeds", QString(10'000, u'\n') + u"W"_s},
-                                         NamedText{"Emoji", u"\U0001F4A5"_s.repeated(5'000)}),
-                         [](const testing::TestParamInfo<NamedText> &given) { return given.param.name; });
+                         testing::Values(NamedText{{"OneWord"}, QString(10'000, u'W')},
+                                         NamedText{{"ManyWords"}, u"a b "_s.repeated(2'500)},
+                                         NamedText{{"LineFeeds"}, QString(10'000, u'\n') + u"W"_s},
+                                         NamedText{{"Emoji"}, u"\U0001F4A5"_s.repeated(5'000)}),
+                         nameOfCase);
 
 TEST_F(ReportWindowTest, HeadlineOfUsualLengthIsShownWholeAndHasNoToolTip)
 {

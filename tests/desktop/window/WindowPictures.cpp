@@ -114,7 +114,7 @@ private:
             save(*box, "alert");
             box->close();
         });
-        QtAlertPanel(&window).runAlertPanel(u"Crash log upload failed."_s, u"Please try again later."_s);
+        QtAlertPanel(window).runAlertPanel(u"Crash log upload failed."_s, u"Please try again later."_s);
     }
 
     void save(QWidget &widget, const char *state) const

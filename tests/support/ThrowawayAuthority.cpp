@@ -1,5 +1,5 @@
 // The certificates of the tests, made anew for each run.
-#include "support/ThrowAwayAuthority.h"
+#include "support/ThrowawayAuthority.h"
 
 #include <QFile>
 #include <QProcess>
@@ -8,13 +8,13 @@
 
 using namespace Qt::StringLiterals;
 
-const ThrowAwayAuthority &ThrowAwayAuthority::shared()
+const ThrowawayAuthority &ThrowawayAuthority::shared()
 {
-    static const ThrowAwayAuthority authority;
+    static const ThrowawayAuthority authority;
     return authority;
 }
 
-ThrowAwayAuthority::ThrowAwayAuthority()
+ThrowawayAuthority::ThrowawayAuthority()
     : folder(qEnvironmentVariable("KORVALE_TEST_AUTHORITY"))
 {
     if (!folder.isEmpty()) {
@@ -29,12 +29,12 @@ ThrowAwayAuthority::ThrowAwayAuthority()
     }
 }
 
-QString ThrowAwayAuthority::file(const QString &name) const
+QString ThrowawayAuthority::file(const QString &name) const
 {
     return folder + u'/' + name;
 }
 
-QSslConfiguration ThrowAwayAuthority::serverConfiguration(const QString &certificateName) const
+QSslConfiguration ThrowawayAuthority::serverConfiguration(const QString &certificateName) const
 {
     const QString path = file(certificateName);
     QFile keyFile(path + u".key"_s);

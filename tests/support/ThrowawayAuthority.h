@@ -9,10 +9,10 @@
 
 /// An authority with the server certificates that tools/make-authority.sh lists: the one in the folder that the
 /// variable KORVALE_TEST_AUTHORITY names, as CTest makes one for all tests of a run, or else one made for this process.
-class ThrowAwayAuthority
+class ThrowawayAuthority
 {
 public:
-    static const ThrowAwayAuthority &shared();
+    static const ThrowawayAuthority &shared();
 
     /// For a server that shows the named certificate, such as "localhost" or "expired".
     QSslConfiguration serverConfiguration(const QString &certificateName) const;
@@ -21,7 +21,7 @@ public:
     QString trustedFolder() const { return file(QStringLiteral("trusted")); }
 
 private:
-    ThrowAwayAuthority();
+    ThrowawayAuthority();
 
     QString file(const QString &name) const;
 
