@@ -25,6 +25,7 @@ CHUNKED = OK + "Transfer-Encoding: chunked\r\n\r\n"
 NO_IN_CHUNKS = CHUNKED + "2\r\nNO\r\n0\r\n\r\n"
 # Ended by the end of the connection (RFC 9112 section 6.3, rule 8).
 UNTIL_CLOSED = OK + "\r\n"
+GZIP_HEAD = "\x1f\x8b\x08\0\0\0\0\0\0\x03"
 GARBAGE = b"\x00\xff\x80\x16garbage\r\n\r\n" * 8
 SSH = "SSH-2.0-server\r\n"
 PLAIN_REFUSAL = "HTTP/1.1 400 Bad Request\r\nContent-Length: 2\r\n\r\nNO"
@@ -62,8 +63,8 @@ def cut_everywhere(text, end, first=0):
     return tuple((f"after byte {count}", after_request(text[:count], end)) for count in range(first, len(text)))
 
 
-def each_answer(*answers):
-    return tuple((repr(told), after_request(told)) for told in answers)
+def each_answer(*answers, end=CLOSE):
+    return tuple((repr(told), after_request(told, end)) for told in answers)
 
 
 # Bounds
@@ -296,6 +297,9 @@ HEADERS = Group("network: header lines", "network_world", (
     Situation("a line without a name", NOT_ACCEPTED, after_request(ok(": nameless", "Content-Length: 2", body="NO"))),
     Situation("a blank before the colon of the length, then a body", NOT_ACCEPTED,
               after_request(ok("Content-Length : 0", body="NO"))),
+    Situation("a space before the colon of the transfer coding, empty, cut", FAILED, each=each_answer(*(
+        ok(f"Transfer-Encoding{space}: {coding}") for space in " \t" for coding in ("chunked", "gzip, chunked")),
+        end=CUT), **FASTER),
     Situation("101 lines, empty", ACCEPTED,
               after_request(ok(*(f"X-Line-{n}: {n}" for n in range(101)), "Content-Length: 0"))),
     Situation("101 lines, then a refusal", REFUSED,
@@ -402,6 +406,14 @@ CHUNKS = Group("network: chunks", "network_world", (
     Situation("a size that is no number", FAILED, each=each_answer(*(
         chunks(f"{size}\r\nNO\r\n0\r\n\r\n") for size in ("", "zz", "-2", "+2", " 2", "0x2", "\0", ";x", "NO"))),
             **FASTER),
+    Situation("a size that only begins as a zero", FAILED, each=each_answer(*(
+        chunks(f"{size}\r\n{more}\r\n") for size, more in (
+            ("0x2", ""), ("0x2", "N:\r\n"), ("0NO", ""), ("0 2", "N:\r\n"), ("0.5", ""), ("0 rows: error", ""),
+            ("0z", ""), ("0\rNO", ""), ("0" * 16 + " rows", "")))),
+        **FASTER),
+    Situation("an extension of the last chunk", ACCEPTED, each=each_answer(
+        chunks("0;last=yes\r\n\r\n"), chunks("0 ;last=yes\r\n\r\n"), chunks("000\r\n\r\n"), chunks("0\n\r\n")),
+        **FASTER),
     Situation("a size that is no number, a blank line, a close", FAILED, after_request(chunks("zz\r\n\r\n"))),
     Situation("a size of more than 64 bits", FAILED, each=each_answer(*(
         chunks(f"{size}\r\nNO\r\n0\r\n\r\n")
@@ -411,10 +423,17 @@ CHUNKS = Group("network: chunks", "network_world", (
     Situation("trailers without end", FAILED, after_request(chunks("0\r\nX: "), forever("x")), memory=LITTLE_MEMORY),
     Situation("a transfer coding nobody knows", NOT_ACCEPTED,
               after_request(ok("Transfer-Encoding: rot13, chunked", body="2\r\nAB\r\n0\r\n\r\n")), returned="AB"),
+    Situation("codings that nobody has asked for, of which no byte comes through", FAILED, each=each_answer(
+        *(ok(f"Transfer-Encoding: {coding}, chunked", body=f"{len(body):x}\r\n{body}\r\n0\r\n\r\n")
+          for coding, body in (("deflate", "N"), ("deflate", "\x78\x9c"), ("gzip", "\x1f\x8b"), ("gzip", GZIP_HEAD),
+                               ("br", "N"), ("zstd", "N"), ("gzip", ""))),
+        ok("Transfer-Encoding: gzip", body="\x1f\x8b")), **FASTER),
     Situation("chunked twice", NOT_ACCEPTED, returned=CHUNKS_AS_BYTES, serve=after_request(
         ok("Transfer-Encoding: chunked, chunked", body="b\r\n2\r\nNO\r\n0\r\n\r\n\r\n0\r\n\r\n"))),
     Situation("an HTTP/1.0 answer in chunks", NOT_ACCEPTED, returned=CHUNKS_AS_BYTES, serve=after_request(
         "HTTP/1.0 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nNO\r\n0\r\n\r\n")),
+    Situation("an HTTP/1.0 answer in chunks, empty", FAILED, each=each_answer(*(
+        f"HTTP/1.0 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n{more}" for more in ("", "NO"))), **FASTER),
 ))
 
 ENDS = Group("network: end of the answer", "network_world", (
@@ -493,6 +512,8 @@ EARLY = Group("network: answers before the report was read", "network_world", (
     Situation("two bytes, and a reset", NOT_ACCEPTED, each=early("NO", wait(0.5), RESET), report=BIG, posts=0),
     Situation("empty, before a byte of the request was read", FAILED, report=BIG, posts=0, **IN_A_MINUTE,
               serve=after_handshake(EMPTY, HOLD)),
+    # What it takes for received lies in the server's queue, and nothing tells that nobody will read it.
+    Situation("empty, before a byte of a small report was read", ACCEPTED, after_handshake(EMPTY, HOLD), posts=0),
     Situation("two bytes, before a byte of the request was read", REFUSED, report=BIG, posts=0,
               serve=after_handshake(NO, HOLD)),
     Situation("empty in chunks, and nothing more is read", FAILED, after_head(chunks("0\r\n\r\n"), HOLD), report=BIG,
@@ -690,6 +711,8 @@ PROXIES = Group("network: proxies", "network_world", (
               **in_tls(UNTIL_CLOSED, NOTIFY)),
     Situation("a proxy in TLS, no length, two bytes, ended by close_notify", REFUSED,
               **in_tls(UNTIL_CLOSED + "NO", NOTIFY)),
+    Situation("a proxy in TLS, a space before the colon, ended by the proxy's close_notify", FAILED,
+              **in_tls(ok("Transfer-Encoding : chunked"))),
     Situation("a proxy in TLS whose certificate is another host's", FAILED,
               **by_tls(script(handshake(identity="otherhost"), CONNECT))),
     Situation("a proxy in TLS 1.1 only", FAILED,

@@ -1,11 +1,17 @@
-// What the head of an answer says that the HTTP library does not.
+// What an answer's framing says that the HTTP library does not.
 #include "desktop/transfer/AnswerHead.h"
 
 #include <QList>
+#include <QRegularExpression>
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace {
+
+/// Bytes of the longest line of a chunk's size, extensions included; more than any server sends.
+constexpr qsizetype kMaxChunkSizeLine = 4096;
 
 bool isInterim(long status)
 {
@@ -46,6 +52,13 @@ std::optional<qint64> numberFrom(const QByteArray &text)
     return isDigits && isNumber ? std::optional(number) : std::nullopt;
 }
 
+/// The size of a chunk, which extensions may follow, and its line end.
+bool isChunkSize(QByteArrayView line)
+{
+    static const QRegularExpression size(u"^[0-9A-Fa-f]+[ \\t]*(;.*)?\\r?\\n$"_s);
+    return size.match(QString::fromLatin1(line)).hasMatch();
+}
+
 } // namespace
 
 void AnswerHead::take(QByteArrayView line, long status)
@@ -75,7 +88,17 @@ void AnswerHead::take(QByteArrayView line, long status)
     if (colon < 0) {
         return;
     }
-    takeField(line.first(colon).trimmed(), line.sliced(colon + 1).trimmed());
+    takeField(line.first(colon), line.sliced(colon + 1).trimmed());
+}
+
+void AnswerHead::takeBody(QByteArrayView bytes)
+{
+    if (!chunked || !clear || chunkSize.endsWith('\n')) {
+        return;
+    }
+    const qsizetype lineEnd = bytes.indexOf('\n');
+    chunkSize.append(bytes.first(lineEnd < 0 ? bytes.size() : lineEnd + 1));
+    clear = chunkSize.size() <= kMaxChunkSizeLine && (lineEnd < 0 || isChunkSize(chunkSize));
 }
 
 void AnswerHead::takeStatusLine(QByteArrayView line)
@@ -83,10 +106,12 @@ void AnswerHead::takeStatusLine(QByteArrayView line)
     *this = AnswerHead();
     atStatusLine = false;
     clear = isStatusLine(line);
+    isOfVersion10 = line.startsWith("HTTP/1.0");
 }
 
-void AnswerHead::takeField(QByteArrayView name, QByteArrayView value)
+void AnswerHead::takeField(QByteArrayView nameAsWritten, QByteArrayView value)
 {
+    const QByteArrayView name = nameAsWritten.trimmed();
     atFraming = false;
     if (name.compare("Location", Qt::CaseInsensitive) == 0) {
         hasLocation = true;
@@ -95,8 +120,10 @@ void AnswerHead::takeField(QByteArrayView name, QByteArrayView value)
         takeLength(value);
     } else if (name.compare("Transfer-Encoding", Qt::CaseInsensitive) == 0) {
         atFraming = true;
-        chunked = value.toByteArray().split(',').constLast().trimmed().compare("chunked", Qt::CaseInsensitive) == 0;
+        takeCoding(value);
     }
+    // A space before the colon (RFC 9112 section 5.1): libcurl does not know such a field, and others do.
+    clear = clear && !(atFraming && name.size() != nameAsWritten.size());
 }
 
 void AnswerHead::takeLength(QByteArrayView value)
@@ -108,4 +135,13 @@ void AnswerHead::takeLength(QByteArrayView value)
         clear = clear && number && number == length.value_or(*number);
         length = number;
     }
+}
+
+void AnswerHead::takeCoding(QByteArrayView value)
+{
+    chunked = value.compare("chunked", Qt::CaseInsensitive) == 0;
+    // libcurl undoes compression that nobody has asked for, and takes its first bytes for none of the body's.
+    const bool isNone = value.compare("identity", Qt::CaseInsensitive) == 0;
+    clear = clear && (chunked || isNone) && !hasCoding && !isOfVersion10;
+    hasCoding = true;
 }

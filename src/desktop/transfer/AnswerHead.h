@@ -1,4 +1,4 @@
-// What the head of an answer says that the HTTP library does not.
+// What an answer's framing says that the HTTP library does not.
 #pragma once
 
 #include <QByteArray>
@@ -6,27 +6,33 @@
 
 #include <optional>
 
-/// Reads the header lines of an answer as they come, interim answers and trailers included.
+/// Reads the header lines of an answer as they come, interim answers and trailers included, and the line with which a
+/// body in chunks begins.
 class AnswerHead
 {
 public:
     /// Takes the next line with its line end, and the status code of the answer that it belongs to.
     void take(QByteArrayView line, long status);
+    /// Takes the next bytes of the body as they came, chunk sizes included.
+    void takeBody(QByteArrayView bytes);
 
     /// Whether the head of the final answer is complete. An interim answer (1xx) is not final (RFC 9110 section 15.2).
     bool hasEnded() const { return ended; }
     /// Whether the final answer leads elsewhere: 301, 302, 303, 307 or 308 with a Location (RFC 9110 section 15.4).
     bool isRedirect() const { return redirect; }
     /// Whether it is an answer of HTTP/1.x (RFC 9112 section 4) whose end nobody can mistake: there is no
-    /// Content-Length, or the same number in each (section 6.3).
+    /// Content-Length, or the same number in each (section 6.3); the only transfer coding is "chunked", since no other
+    /// was asked for (section 7), and not in HTTP/1.0 (section 6.1); and the first chunk's size is a number
+    /// (section 7.1).
     bool isClear() const { return clear; }
     /// Whether the body says itself where it ends (RFC 9112 section 7.1).
     bool isChunked() const { return chunked; }
 
 private:
     void takeStatusLine(QByteArrayView line);
-    void takeField(QByteArrayView name, QByteArrayView value);
+    void takeField(QByteArrayView nameAsWritten, QByteArrayView value);
     void takeLength(QByteArrayView value);
+    void takeCoding(QByteArrayView value);
 
     bool atStatusLine = true; ///< The next line begins an answer.
     bool atFraming = false;   ///< The last line was a field that says where the body ends.
@@ -34,6 +40,9 @@ private:
     bool redirect = false;
     bool hasLocation = false;
     bool clear = true;
+    bool isOfVersion10 = false;
+    bool hasCoding = false;
     bool chunked = false;
     std::optional<qint64> length;
+    QByteArray chunkSize; ///< The line of the first chunk's size, as far as it has come.
 };

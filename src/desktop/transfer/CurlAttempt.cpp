@@ -251,6 +251,9 @@ size_t CurlAttempt::onHeader(char *line, size_t size, size_t count, void *self)
 size_t CurlAttempt::onWrite(char *bytes, size_t size, size_t count, void *self)
 {
     CurlAttempt &attempt = *static_cast<CurlAttempt *>(self);
+    if (!attempt.head.isClear()) {
+        return 0;
+    }
     if (!attempt.inbox(QByteArrayView(bytes, static_cast<qsizetype>(size * count)))) {
         return CURL_WRITEFUNC_PAUSE;
     }
@@ -264,6 +267,9 @@ int CurlAttempt::onDebug(CURL * /*easy*/, curl_infotype type, char *bytes, size_
     if (type == CURLINFO_HEADER_IN || type == CURLINFO_DATA_IN) {
         // What waits in the system's queue has not been sent, and may never be.
         attempt.sentBeforeLastByte = attempt.bytesSent() - unsentBytes(attempt.requestSocket);
+    }
+    if (type == CURLINFO_DATA_IN) {
+        attempt.head.takeBody(QByteArrayView(bytes, static_cast<qsizetype>(size)));
     }
     if (type == CURLINFO_SSL_DATA_IN) {
         attempt.securedBeforeTunnel = attempt.securedBeforeTunnel || !attempt.hasProxyAnswer();

@@ -153,11 +153,77 @@ TEST(AnswerHead, ContinuesAFieldInALineThatBeginsWithABlank)
 TEST(AnswerHead, SaysWhetherTheBodyIsChunked)
 {
     EXPECT_TRUE(headOf(200, {"transfer-encoding: Chunked", ""}).isChunked());
-    EXPECT_TRUE(headOf(200, {"Transfer-Encoding: gzip, chunked", ""}).isChunked());
+    EXPECT_TRUE(headOf(200, {"transfer-encoding: Chunked", ""}).isClear());
     EXPECT_FALSE(headOf(200, {"Transfer-Encoding: identity", ""}).isChunked());
-    EXPECT_FALSE(headOf(200, {"Transfer-Encoding: x-chunked", ""}).isChunked());
-    EXPECT_FALSE(headOf(200, {"Transfer-Encoding: chunked, gzip", ""}).isChunked());
+    EXPECT_TRUE(headOf(200, {"Transfer-Encoding: identity", ""}).isClear());
     EXPECT_FALSE(headOf(200, {""}).isChunked());
+}
+
+TEST(AnswerHead, IsNotClearWithACodingThatNobodyHasAskedFor)
+{
+    for (const char *coding : {"gzip, chunked", "deflate, chunked", "gzip", "x-chunked", "chunked, gzip",
+                               "chunked, chunked", "identity, chunked", "chunked,", ", chunked", "chunked;q=1", ""}) {
+        EXPECT_FALSE(headOf(200, {"Transfer-Encoding: "_ba + coding, ""}).isClear()) << coding;
+    }
+    EXPECT_FALSE(headOf(200, {"Transfer-Encoding: chunked", "Transfer-Encoding: chunked", ""}).isClear());
+    EXPECT_FALSE(headOf(200, {"Transfer-Encoding: identity", "Transfer-Encoding: chunked", ""}).isClear());
+}
+
+TEST(AnswerHead, IsNotClearWhereHttp10IsCoded)
+{
+    AnswerHead head;
+    head.take("HTTP/1.0 200 OK\r\n", 200);
+    head.take("Transfer-Encoding: chunked\r\n", 200);
+    EXPECT_FALSE(head.isClear());
+}
+
+TEST(AnswerHead, IsNotClearWithASpaceBeforeTheColonOfItsFraming)
+{
+    for (const char *space : {" ", "\t", " \t"}) {
+        EXPECT_FALSE(headOf(200, {"Transfer-Encoding"_ba + space + ": chunked", ""}).isClear());
+        EXPECT_FALSE(headOf(200, {"Content-Length"_ba + space + ": 0", ""}).isClear());
+        EXPECT_TRUE(headOf(200, {"X-Other"_ba + space + ": 0", ""}).isClear());
+    }
+    EXPECT_TRUE(headOf(302, {"Location : /other", ""}).isRedirect());
+}
+
+namespace {
+
+bool isClearWithBody(const QList<QByteArray> &pieces)
+{
+    AnswerHead head = headOf(200, {"Transfer-Encoding: chunked", ""});
+    for (const QByteArray &piece : pieces) {
+        head.takeBody(piece);
+    }
+    return head.isClear();
+}
+
+} // namespace
+
+TEST(AnswerHead, IsClearWhereTheFirstChunksSizeIsANumber)
+{
+    for (const char *size : {"0\r\n", "0\n", "000\r\n", "aF09\r\n", "0;last\r\n", "0 \t;a=b;c=\"d\"\r\n", "0 \r\n"}) {
+        EXPECT_TRUE(isClearWithBody({size})) << size;
+    }
+    EXPECT_TRUE(isClearWithBody({"0", "", "\r", "\n\r\n"}));
+    EXPECT_TRUE(isClearWithBody({"2\r\nNO\r\nzz\r\n", "\r\n"}));
+}
+
+TEST(AnswerHead, IsNotClearWhereTheFirstChunksSizeOnlyBeginsAsANumber)
+{
+    for (const char *size : {"\r\n", "zz\r\n", "0x2\r\n", "0NO\r\n", "0 2\r\n", "0.5\r\n", "0 rows: error\r\n",
+                             "0\rNO\r\n", "-0\r\n", " 0\r\n"}) {
+        EXPECT_FALSE(isClearWithBody({size})) << size;
+    }
+    EXPECT_FALSE(isClearWithBody({"0", "x", "2\r\n"}));
+    EXPECT_FALSE(isClearWithBody({QByteArray(5000, '0')}));
+}
+
+TEST(AnswerHead, LooksAtNoBodyThatIsNotInChunks)
+{
+    AnswerHead head = headOf(200, {"Content-Length: 2", ""});
+    head.takeBody("NO\r\n");
+    EXPECT_TRUE(head.isClear());
 }
 
 TEST(AnswerHead, HasNoClearLengthOtherwise)
