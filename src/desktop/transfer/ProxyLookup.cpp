@@ -1,6 +1,8 @@
 // The proxy that the desktop names for an address.
 #include "desktop/transfer/ProxyLookup.h"
 
+#include <QFileInfo>
+
 #include <algorithm>
 #include <array>
 
@@ -20,9 +22,15 @@ QByteArray firstProxy(const QByteArray &answer)
 
 ProxyLookup::ProxyLookup(const QString &command, const QUrl &url, std::chrono::milliseconds limit)
 {
+    // QProcess of Qt 6.4 leaves a pipe open whenever it finds only when starting that there is no such command.
+    if (!QFileInfo(command).isExecutable()) {
+        QMetaObject::invokeMethod(
+            this, [this] { Q_EMIT found(QByteArray()); }, Qt::QueuedConnection);
+        return;
+    }
     process.setStandardInputFile(QProcess::nullDevice());
     process.setStandardErrorFile(QProcess::nullDevice());
-    // Queued, because a command that cannot be started says so from inside the constructor.
+    // Queued, because a command that cannot be started may say so from inside the constructor.
     connect(&process, &QProcess::errorOccurred, this, &ProxyLookup::end, Qt::QueuedConnection);
     connect(&process, &QProcess::finished, this, &ProxyLookup::end, Qt::QueuedConnection);
     connect(&limitTimer, &QTimer::timeout, this, &ProxyLookup::end);

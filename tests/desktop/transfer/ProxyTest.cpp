@@ -2,11 +2,14 @@
 #include "support/ScopedVariable.h"
 #include "support/TransferSupport.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
+
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -46,6 +49,15 @@ private:
 
 const QByteArray kRefusal = "HTTP/1.1 407 Proxy Authentication Required\r\nProxy-Authenticate: NTLM\r\n"
                             "Content-Length: 0\r\n\r\n";
+
+qsizetype openPipes()
+{
+    const QDir folder(u"/proc/self/fd"_s);
+    const QStringList names = folder.entryList(QDir::NoDotAndDotDot | QDir::Files | QDir::System);
+    return std::ranges::count_if(names, [&folder](const QString &name) {
+        return QFile::symLinkTarget(folder.filePath(name)).contains("/pipe:"_L1);
+    });
+}
 
 class ProxyTest : public UrlLoaderTest
 {
@@ -148,6 +160,17 @@ TEST_F(ProxyTest, IsNoneWhereTheDesktopNamesNone)
         delegate.heard.clear();
         EXPECT_EQ(heardWithCommand(script, aPost(server.url())), kFinished) << script;
     }
+}
+
+TEST_F(ProxyTest, IsNoneAndLeavesNothingOpenWhereTheDesktopHasNoCommandForIt)
+{
+    EXPECT_EQ(heardAfter(aPost(server.url())), kFinished);
+    const qsizetype before = openPipes();
+
+    delegate.heard.clear();
+    EXPECT_EQ(heardAfter(aPost(server.url())), kFinished);
+
+    EXPECT_EQ(openPipes(), before);
 }
 
 TEST_F(ProxyTest, IsNoneWhereTheDesktopTakesTooLong)
