@@ -151,7 +151,8 @@ Head headFrom(const std::vector<Line> &lines, std::size_t first, std::size_t bla
         afterFraming = name == "content-length" || name == "transfer-encoding";
         hasLocation = hasLocation || name == "location";
         if (name == "transfer-encoding") {
-            head.chunked = lowered(value).ends_with("chunked");
+            // Of a list the last; without a comma npos + 1 is the begin.
+            head.chunked = lowered(trimmed(value.substr(value.rfind(',') + 1))) == "chunked";
         } else if (name == "content-length") {
             for (const auto &length : lengthsFrom(value)) {
                 lengths.push_back(length);
