@@ -8,6 +8,7 @@
 
 #include <QDateTime>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -21,6 +22,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <limits>
@@ -343,6 +345,24 @@ TEST_F(UserDefaultsTest, AFifoInPlaceOfTheStoreIsNotWaitedForAndStays)
     EXPECT_TRUE(S_ISFIFO(status.st_mode));
 }
 
+TEST_F(UserDefaultsTest, AFifoThatComesInPlaceOfTheStoreLaterIsNotWaitedForAndStays)
+{
+    aFileWith("crashSubmissionCount=3");
+    StoredDefaults defaults;
+    ASSERT_EQ(defaults.integerForKey(kCount), 3);
+    ASSERT_TRUE(QFile::remove(path()));
+    ASSERT_EQ(mkfifo(path().toLocal8Bit().constData(), 0600), 0);
+
+    EXPECT_EQ(defaults.integerForKey(kCount), 0);
+    defaults.setIntegerForKey(5, kCount);
+    defaults.synchronize();
+
+    EXPECT_EQ(defaults.integerForKey(kCount), 5);
+    struct stat status = {};
+    ASSERT_EQ(stat(path().toLocal8Bit().constData(), &status), 0);
+    EXPECT_TRUE(S_ISFIFO(status.st_mode));
+}
+
 TEST_F(UserDefaultsTest, ALinkToAFileStaysALink)
 {
     const QString file = user.filePath(u"elsewhere.conf"_s);
@@ -503,6 +523,24 @@ TEST_F(UserDefaultsTest, ALockThatNobodyGivesUpLeavesTheStoreAsItIs)
 
     EXPECT_TRUE(stored().contains("crashSubmissionCount=3\n"));
     EXPECT_EQ(defaults.integerForKey(kCount), 4) << "this run goes on counting";
+}
+
+TEST_F(UserDefaultsTest, ALockIsWaitedForHalfASecondAndNoLonger)
+{
+    const HeldLock held(path() + u".lock"_s);
+    StoredDefaults defaults;
+    defaults.setIntegerForKey(4, kCount);
+    // A busy machine may take longer, but hardly each time.
+    qint64 shortest = std::numeric_limits<qint64>::max();
+    for (int i = 0; i < 3; ++i) {
+        QElapsedTimer clock;
+        clock.start();
+        defaults.synchronize();
+        shortest = std::min(shortest, clock.elapsed());
+    }
+
+    EXPECT_GE(shortest, 490);
+    EXPECT_LT(shortest, 740);
 }
 
 TEST_F(UserDefaultsTest, ALockThatIsNoFileIsNotWaitedFor)

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <set>
 #include <vector>
 
@@ -330,6 +331,19 @@ protected:
         window.setWindowState(GetParam());
         ASSERT_TRUE(eventually([&] { return window.frameSize().height() >= available.height(); }));
     }
+
+    /// The window as restored, when it has had the time in which a height that is owed would have been applied.
+    void restore(const QSize &size)
+    {
+        window.setWindowState(Qt::WindowNoState);
+        ASSERT_TRUE(eventually([&] { return window.width() == size.width(); }));
+        QTimer confirmed;
+        confirmed.setSingleShot(true);
+        confirmed.start(std::chrono::milliseconds(600));
+        ASSERT_TRUE(eventually([&] { return !confirmed.isActive(); }));
+    }
+
+    int minimumFormHeight() const { return form.layout()->totalMinimumHeightForWidth(window.width()); }
 };
 
 TEST_P(MaximizedWindowTest, PaneFoldsInsideAndTheWindowKeepsTheScreensSize)
@@ -382,9 +396,34 @@ TEST_P(MaximizedWindowTest, UnchangedWhileHeldTheRestoredWindowHasItsFormerSize)
     holdByScreen();
     toggleDisclosure();
     toggleDisclosure();
-    window.setWindowState(Qt::WindowNoState);
-    EXPECT_TRUE(eventually([&] { return window.size() == size; }));
+    restore(size);
+    EXPECT_EQ(window.size(), size);
     EXPECT_EQ(form.height(), size.height());
+}
+
+TEST_P(MaximizedWindowTest, UnfoldedAndFoldedAndUnfoldedAgainWhileHeldItHasRoomForThePaneOnce)
+{
+    show();
+    const QSize size = window.size();
+    holdByScreen();
+    toggleDisclosure();
+    toggleDisclosure();
+    toggleDisclosure();
+    restore(size);
+    EXPECT_EQ(window.height(), size.height() + paneHeight());
+    EXPECT_EQ(form.height(), size.height());
+}
+
+TEST_P(MaximizedWindowTest, TheHeightThatItIsOwedIsNoneThatItMustHaveBefore)
+{
+    show();
+    const QSize size = window.size();
+    holdByScreen();
+    toggleDisclosure();
+    ASSERT_TRUE(eventually([this] { return form.height() == window.height() - paneHeight(); }));
+    EXPECT_EQ(window.minimumHeight(), minimumFormHeight());
+    restore(size);
+    EXPECT_EQ(window.minimumHeight(), minimumFormHeight() + paneHeight());
 }
 
 TEST_P(MaximizedWindowTest, FoldedAsSoonAsTheWindowIsRestoredItHasItsFormerSize)
