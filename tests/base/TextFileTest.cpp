@@ -4,6 +4,7 @@
 #include "support/SampleHome.h"
 
 #include <QDeadlineTimer>
+#include <QLoggingCategory>
 
 #include <gtest/gtest.h>
 
@@ -96,6 +97,31 @@ private:
     size_t pageSize = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
     char *memory = static_cast<char *>(
         ::mmap(nullptr, kMappings *pageSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
+};
+
+/// What is read by somebody who has asked for it by QT_LOGGING_RULES, as long as this object lives.
+class LoadingLog
+{
+public:
+    LoadingLog()
+        : before(
+            qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &text) { lines << text; }))
+    {
+        lines.clear();
+        QLoggingCategory::setFilterRules(u"korvale.loading=true"_s);
+    }
+    LoadingLog(const LoadingLog &) = delete;
+    LoadingLog &operator=(const LoadingLog &) = delete;
+    ~LoadingLog()
+    {
+        QLoggingCategory::setFilterRules({});
+        qInstallMessageHandler(before);
+    }
+
+    static inline QStringList lines;
+
+private:
+    QtMessageHandler before;
 };
 
 class TextFile : public testing::Test
@@ -318,4 +344,30 @@ TEST_F(TextFile, FileWithoutReadPermissionExistsAndCannotBeRead)
 
     EXPECT_TRUE(fileExists(file));
     EXPECT_EQ(contentsOfRegularFile(file), std::nullopt);
+}
+
+TEST_F(TextFile, WhoAsksReadsWhyAFileIsNotTaken)
+{
+    const QString missing = home.path(u"gone"_s);
+    const QString folder = home.path(QString());
+    const QString text = home.write(u"a"_s, "caf\xC3");
+    const QString holes = home.write(u"b"_s, "start");
+    ASSERT_EQ(::truncate(holes.toUtf8().constData(), off_t(8) << 40), 0);
+    const LoadingLog log;
+
+    EXPECT_FALSE(fileExists(missing));
+    EXPECT_EQ(textOfFile(missing), std::nullopt);
+    EXPECT_EQ(textOfFile(folder), std::nullopt);
+    EXPECT_EQ(textOfFile(text, 3), std::nullopt);
+    EXPECT_EQ(textOfFile(text), std::nullopt);
+    EXPECT_EQ(textOfFile(holes), std::nullopt);
+    EXPECT_EQ(textOfFile(u"a\0b"_s), std::nullopt);
+
+    EXPECT_EQ(
+        LoadingLog::lines,
+        (QStringList{missing + u" does not exist"_s, missing + u" is not taken: No such file or directory"_s,
+                     folder + u" is not taken: it is not a regular file"_s, text + u" is not taken: it is too large"_s,
+                     text + u" is not taken: it cannot be read, has grown too large, or is no text in UTF-8"_s,
+                     holes + u" is not taken: there is no memory for it"_s,
+                     u"a\0b is not taken: it is not a name that a file can have"_s}));
 }
