@@ -8,8 +8,13 @@
 
 #include <gtest/gtest.h>
 
+#include <grp.h>
+#include <linux/capability.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
+
+#include <array>
 
 using namespace Qt::StringLiterals;
 
@@ -18,6 +23,29 @@ namespace {
 /// An account that every system has.
 const QString kUser = u"nobody"_s;
 constexpr uid_t kUserId = 65534;
+
+/// Takes one of root's capabilities away from the process (capset(2)).
+bool drop(int capability)
+{
+    __user_cap_header_struct header = {.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
+    std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets = {};
+    if (::syscall(SYS_capget, &header, sets.data()) != 0) {
+        return false;
+    }
+    sets[0].effective &= ~(1U << static_cast<unsigned>(capability));
+    return ::syscall(SYS_capset, &header, sets.data()) == 0;
+}
+
+/// Whether groups that no user has are the process's again after a user's rights.
+bool groupsComeBack(const LinuxLocalLookups &lookups)
+{
+    const std::array<gid_t, 2> before = {4711, 4712};
+    std::array<gid_t, 3> after = {};
+    if (::setgroups(before.size(), before.data()) != 0 || !lookups.takeFileRightsOfUser(kUser)) {
+        return false;
+    }
+    return ::getgroups(after.size(), after.data()) == 2 && after[0] == before[0] && after[1] == before[1];
+}
 
 class FileRightsTest : public testing::Test
 {
@@ -97,4 +125,18 @@ TEST_F(FileRightsTest, GroupsAreTheUsersAndNotRoots)
 TEST_F(FileRightsTest, NobodyOfThatNameHasNoRights)
 {
     EXPECT_EQ(lookups.takeFileRightsOfUser(u"no such user"_s), nullptr);
+}
+
+TEST_F(FileRightsTest, GroupsOfTheProcessComeBack)
+{
+    EXPECT_EXIT(_exit(groupsComeBack(lookups) ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(FileRightsTest, AreNotTakenWithoutTheRightToChangeTheUserOrTheGroup)
+{
+    for (const int missing : {CAP_SETUID, CAP_SETGID}) {
+        EXPECT_EXIT(_exit(drop(missing) && !lookups.takeFileRightsOfUser(kUser) ? 0 : 1), testing::ExitedWithCode(0),
+                    "")
+            << missing;
+    }
 }

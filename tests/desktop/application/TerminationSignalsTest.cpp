@@ -3,9 +3,16 @@
 
 #include "support/EventLoop.h"
 
+#include <QDir>
+
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+
+#include <cerrno>
 #include <csignal>
+
+using namespace Qt::StringLiterals;
 
 TEST(TerminationSignals, EachIsReceivedInTheEventLoop)
 {
@@ -35,4 +42,54 @@ TEST(TerminationSignals, FormerHandlingComesBack)
     struct sigaction after = {};
     ::sigaction(SIGTERM, nullptr, &after);
     EXPECT_EQ(after.sa_handler, before.sa_handler);
+}
+
+TEST(TerminationSignals, NothingStaysOpen)
+{
+    const auto openDescriptors = [] { return QDir(u"/proc/self/fd"_s).count(); };
+    const uint before = openDescriptors();
+    {
+        const TerminationSignals signals;
+        EXPECT_EQ(openDescriptors(), before + 2);
+    }
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(TerminationSignals, MoreThanAPipeHoldsNeitherBlockNorChangeTheErrorNumber)
+{
+    TerminationSignals signals;
+    int received = 0;
+    QObject::connect(&signals, &TerminationSignals::received, &signals, [&received] { ++received; });
+
+    constexpr int kMoreThanAPipeHolds = 70'000;
+    errno = EDOM;
+    for (int i = 0; i < kMoreThanAPipeHolds; ++i) {
+        std::raise(SIGTERM);
+    }
+    const int error = errno;
+
+    EXPECT_EQ(error, EDOM);
+    EXPECT_TRUE(eventually([&received] { return received > 0; }));
+    EXPECT_EQ(received, 1) << "all of them are one";
+}
+
+TEST(TerminationSignals, WithoutAPipeTheyKeepTheirDefault)
+{
+    const auto handler = [] {
+        struct sigaction action = {};
+        ::sigaction(SIGTERM, nullptr, &action);
+        return action.sa_handler;
+    };
+    const auto before = handler();
+    rlimit limit = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none = {.rlim_cur = 0, .rlim_max = limit.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    {
+        const TerminationSignals signals;
+        EXPECT_EQ(handler(), before);
+    }
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+
+    EXPECT_EQ(handler(), before);
 }
