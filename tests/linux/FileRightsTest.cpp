@@ -10,6 +10,7 @@
 
 #include <grp.h>
 #include <linux/capability.h>
+#include <sched.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -139,4 +140,10 @@ TEST_F(FileRightsTest, AreNotTakenWithoutTheRightToChangeTheUserOrTheGroup)
                     "")
             << missing;
     }
+}
+
+TEST_F(FileRightsTest, OfAUserWhomTheNamespaceDoesNotHaveAreTheProcessesOwn)
+{
+    EXPECT_EXIT(_exit(::unshare(CLONE_NEWUSER) == 0 && lookups.takeFileRightsOfUser(kUser) ? 0 : 1),
+                testing::ExitedWithCode(0), "");
 }

@@ -71,6 +71,16 @@ TEST_F(TextSearchTest, FindsBackwardFromThePlaceAndGoesRoundTheStart)
     EXPECT_EQ(result(text, u"harbour"_s, 11, kBackward), (Found{{5, 12}, true}));
 }
 
+TEST_F(TextSearchTest, TheTextIsLetGoOfAtTheEnd)
+{
+    QString text = u"pier harbour pier"_s;
+    text.detach();
+    result(text, u"harbour"_s, 0, kForward);
+    EXPECT_TRUE(text.isDetached());
+    result(text, u"jetty"_s, 0, kForward);
+    EXPECT_TRUE(text.isDetached());
+}
+
 TEST_F(TextSearchTest, CaseMakesNoDifference)
 {
     EXPECT_EQ(result(u"The HARBOUR"_s, u"harbour"_s, 0, kForward), (Found{{4, 11}, false}));
