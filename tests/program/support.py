@@ -72,6 +72,7 @@ class ProgramTest(unittest.TestCase):
 
     binary = None
     named = None  # the same program, built for a host with a name
+    drag_source = None  # a program to drag files from
     authority = None
     desktop = None
 
@@ -159,6 +160,7 @@ def options(arguments):
     parser = argparse.ArgumentParser(description="Runs the tests of one file.")
     parser.add_argument("--program", required=True, help="the built program")
     parser.add_argument("--named", help="the same, built to submit to endpoint.test, for the tests that need it")
+    parser.add_argument("--drag-source", help="the built program to drag files from, for the tests that need it")
     parser.add_argument("--authority", required=True, help="folder of the throwaway certificates")
     parser.add_argument("file", help="such as test_window.py")
     parser.add_argument("words", nargs="*", metavar="WORD", help="only the tests whose name contains one of these")
@@ -181,6 +183,7 @@ def main(arguments):
     chosen = options(arguments)
     ProgramTest.binary = chosen.program
     ProgramTest.named = chosen.named
+    ProgramTest.drag_source = chosen.drag_source
     ProgramTest.authority = chosen.authority
     return run(chosen.file, chosen.words)
 

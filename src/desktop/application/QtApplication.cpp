@@ -12,6 +12,11 @@ void QtApplication::activateIgnoringOtherApps()
 {
     window.raise();
     window.activateWindow();
+    // The launcher's word was for this window, and the programs that are run from here would inherit it
+    // (freedesktop.org's Startup Notification Protocol and xdg-activation-v1). The toolkit unsets the one it has used.
+    for (const char *variable : {"XDG_ACTIVATION_TOKEN", "DESKTOP_STARTUP_ID"}) {
+        qunsetenv(variable);
+    }
 }
 
 void QtApplication::terminate(const platform::Object * /*sender*/)

@@ -1,6 +1,7 @@
 // Bringing the application to the front, and ending it.
 #include "desktop/application/QtApplication.h"
 
+#include "support/ScopedVariable.h"
 #include "support/WindowSupport.h"
 
 #include <QApplication>
@@ -55,4 +56,14 @@ TEST_F(QtApplicationTest, ActivateGivesTheWindowTheKeyboard)
     ASSERT_TRUE(QTest::qWaitForWindowActive(&other));
     application.activateIgnoringOtherApps();
     EXPECT_TRUE(QTest::qWaitForWindowActive(&window));
+}
+
+TEST_F(QtApplicationTest, ActivateLeavesNothingOfTheLaunchersWordToOtherPrograms)
+{
+    const ScopedVariable token("XDG_ACTIVATION_TOKEN", "token");
+    const ScopedVariable startupId("DESKTOP_STARTUP_ID", "anvil_TIME1");
+    window.show();
+    application.activateIgnoringOtherApps();
+    EXPECT_FALSE(qEnvironmentVariableIsSet("XDG_ACTIVATION_TOKEN"));
+    EXPECT_FALSE(qEnvironmentVariableIsSet("DESKTOP_STARTUP_ID"));
 }
