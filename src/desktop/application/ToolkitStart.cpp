@@ -2,6 +2,7 @@
 #include "desktop/application/ToolkitStart.h"
 
 #include <QLocale>
+#include <QSessionManager>
 #include <QStringList>
 
 #include <cstdio>
@@ -45,5 +46,8 @@ std::unique_ptr<QApplication> startedToolkit(int &argumentCount, char **argument
     QGuiApplication::setDesktopFileName(u"com.korvale.crashreporter"_s);
     // The window's own closing decides; the end of an alert that stands alone at launch does not.
     QApplication::setQuitOnLastWindowClosed(false);
+    // A session manager would start the program at the next login, without the report.
+    QObject::connect(toolkit.get(), &QGuiApplication::saveStateRequest, toolkit.get(),
+                     [](QSessionManager &session) { session.setRestartHint(QSessionManager::RestartNever); });
     return toolkit;
 }
