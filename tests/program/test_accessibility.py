@@ -2,8 +2,8 @@
 
 import os
 
-from support import ADDRESS, ProgramTest, remote_headline
-from trial.screen import Atspi, children, is_showing
+from support import CONNECTION_FAILED, ProgramTest, UPLOAD_FAILED, cases, remote_headline
+from trial.screen import Atspi, GLib, children, is_showing
 from trial.waiting import wait_until
 
 TOLD_STATES = (
@@ -72,6 +72,24 @@ class Tree(ProgramTest):
             'push button "Report Crash"',
         ])
 
+    def test_editing_with_the_pane(self):
+        program = self.launch()
+        program.press("Report details")
+        self.assert_window(program, [
+            WINDOW,
+            HEADLINE,
+            LABEL_OF_ADDRESS,
+            'text "E-mail address" editable focused',
+            LABEL_OF_DESCRIPTION,
+            'text "Description" editable',
+            'push button "Report details" expanded',
+            self.summary(),
+            'push button "Don\'t Send"',
+            'push button "Report Crash"',
+            'label "Text that is sent with the report"',
+            'text "Report"',
+        ])
+
     def test_sending(self):
         self.serve("never")
         program = self.submitted(self.launch())
@@ -128,13 +146,69 @@ class Tree(ProgramTest):
         wait_until(lambda: program.screen.is_shown("Report"), "the report pane")
 
 
-class Keyboard(ProgramTest):
-    def test_each_change_of_state_moves_the_focus_which_is_announced(self):
-        self.serve("never")
+class Announced(ProgramTest):
+    """What assistive technology is told without asking, and so may speak."""
+
+    def setUp(self):
+        super().setUp()
+        self.told = []
+        listener = Atspi.EventListener.new(self.hear)
+        for kind in ("expanded", "focused"):
+            listener.register(f"object:state-changed:{kind}")
+            self.addCleanup(listener.deregister, f"object:state-changed:{kind}")
+
+    def hear(self, event):
+        kind = event.type.rpartition(":")[2]
+        if kind == "focused" and not event.detail1:
+            return
+        self.told.append((event.source.get_name(), kind if event.detail1 else f"not {kind}"))
+
+    def assert_told(self, *expected):
+        """These and no others have been told since this was asked last."""
+        def has_heard():
+            GLib.MainContext.default().iteration(False)
+            return len(self.told) >= len(expected)
+        try:
+            wait_until(has_heard, f"{expected} to be told", 5)
+        finally:
+            self.assertEqual(self.told, list(expected))
+        self.told.clear()
+
+    def launch_heard(self):
         program = self.launch()
-        wait_until(lambda: program.screen.has_focus("E-mail address"), "the focus on the address")
-        program.type(ADDRESS)
+        self.assert_told(("Report details", "not expanded"), ("E-mail address", "focused"))
+        return program
+
+    def test_the_triangle_says_that_it_has_expanded_and_collapsed(self):
+        program = self.launch_heard()
+        for _ in range(2):
+            program.press("Report details")
+            self.assert_told(("Report details", "expanded"))
+            program.press("Report details")
+            self.assert_told(("Report details", "not expanded"))
+
+    def test_a_key_on_the_triangle_is_told_like_a_press(self):
+        program = self.launch_heard()
+        program.key("alt+d")
+        self.assert_told(("Report details", "focused"), ("Report details", "expanded"))
+        program.key("space")
+        self.assert_told(("Report details", "not expanded"))
+
+    def test_sending_and_cancelling_move_the_keyboard(self):
+        self.serve("never")
+        program = self.launch_heard()
         program.key("Return")
-        wait_until(lambda: program.screen.has_focus("Sending"), "the focus on the spinner")
+        self.assert_told(("Sending", "focused"))
         program.key("Escape")
-        wait_until(lambda: program.screen.has_focus("E-mail address"), "the focus on the address again")
+        self.assert_told(("E-mail address", "focused"))
+
+    @cases(refusal=("refuse", UPLOAD_FAILED), failure=("close-after-request", CONNECTION_FAILED))
+    def test_the_alert_and_then_the_window_have_the_keyboard_after_a(self, answer, alert):
+        self.serve(f"{answer},never")
+        program = self.launch_heard()
+        program.key("Return")
+        self.assert_told(("Sending", "focused"), ("Report Crash", "focused"), ("OK", "focused"))
+        self.assertEqual(program.dismiss_alert(), alert)
+        self.assert_told(("Report Crash", "focused"))
+        program.press("Edit Report")
+        self.assert_told(("E-mail address", "focused"))

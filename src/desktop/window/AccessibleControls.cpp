@@ -7,6 +7,8 @@
 #include <QAccessibleWidget>
 #include <QAction>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -75,7 +77,9 @@ public:
         return state;
     }
 
-    QVariant currentValue() const override { return spinner.value(); }
+    /// Within the range, also while nothing is known of the progress: a screen reader (Orca 43) that is given a range
+    /// of nothing and a value outside of it fails, and says nothing of the indicator.
+    QVariant currentValue() const override { return std::max(spinner.value(), spinner.minimum()); }
     void setCurrentValue(const QVariant & /*value*/) override {}
     QVariant maximumValue() const override { return spinner.maximum(); }
     QVariant minimumValue() const override { return spinner.minimum(); }

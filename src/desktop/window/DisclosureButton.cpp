@@ -1,7 +1,8 @@
 // How the disclosure triangle looks, and what assistive technology hears of its state.
 #include "desktop/window/DisclosureButton.h"
 
-#include <QAccessible>
+#include "desktop/window/ExpansionAnnouncement.h"
+
 #include <QEvent>
 #include <QPainter>
 #include <QStyleOptionToolButton>
@@ -32,15 +33,6 @@ QPixmap trianglePixmap(const QSize &size, double pixelRatio, const QColor &color
     painter.setBrush(color);
     painter.drawPolygon(triangle(size.width(), down));
     return pixmap;
-}
-
-void announceState(QWidget &button)
-{
-    QAccessible::State changed;
-    changed.expanded = true;
-    changed.collapsed = true;
-    QAccessibleStateChangeEvent event(&button, changed);
-    QAccessible::updateAccessibility(&event);
 }
 
 } // namespace
@@ -76,13 +68,13 @@ void DisclosureButton::changeEvent(QEvent *event)
 void DisclosureButton::checkStateSet()
 {
     QToolButton::checkStateSet();
-    announceState(*this);
+    announceExpansion(*this);
 }
 
 void DisclosureButton::nextCheckState()
 {
     QToolButton::nextCheckState();
-    announceState(*this);
+    announceExpansion(*this);
 }
 
 void DisclosureButton::adaptToFont()

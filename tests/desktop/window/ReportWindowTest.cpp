@@ -184,6 +184,7 @@ TEST_F(ReportWindowTest, ProgressIsKnownOnlyWhileSomethingButNotAllHasGone)
     ASSERT_NE(progress, nullptr);
     window.setUploadProgress(0, 400);
     EXPECT_EQ(spinner.maximum(), 0);
+    EXPECT_EQ(progress->currentValue().toInt(), 0);
     window.setUploadProgress(100, 400);
     EXPECT_EQ(progress->currentValue().toInt(), 25);
     EXPECT_EQ(progress->maximumValue().toInt(), 100);
