@@ -133,6 +133,7 @@ Head headFrom(const std::vector<Line> &lines, std::size_t first, std::size_t bla
     Head head;
     std::vector<std::optional<std::string>> lengths;
     bool hasLocation = false;
+    bool hasCoding = false;
     bool afterFraming = false;
     const std::string &start = lines[first].text;
     head.clear = isStatusLine(start);
@@ -146,13 +147,17 @@ Head headFrom(const std::vector<Line> &lines, std::size_t first, std::size_t bla
         if (colon == std::string::npos) {
             continue;
         }
-        const std::string name = lowered(trimmed(line.substr(0, colon)));
+        const std::string writtenName = line.substr(0, colon);
+        const std::string name = lowered(trimmed(writtenName));
         const std::string value = trimmed(line.substr(colon + 1));
         afterFraming = name == "content-length" || name == "transfer-encoding";
+        head.clear = head.clear && (!afterFraming || writtenName == trimmed(writtenName));
         hasLocation = hasLocation || name == "location";
         if (name == "transfer-encoding") {
-            // Of a list the last; without a comma npos + 1 is the begin.
-            head.chunked = lowered(trimmed(value.substr(value.rfind(',') + 1))) == "chunked";
+            head.chunked = lowered(value) == "chunked";
+            head.clear = head.clear && !hasCoding && !start.starts_with("HTTP/1.0")
+                && (head.chunked || lowered(value) == "identity");
+            hasCoding = true;
         } else if (name == "content-length") {
             for (const auto &length : lengthsFrom(value)) {
                 lengths.push_back(length);
@@ -170,6 +175,23 @@ Head headFrom(const std::vector<Line> &lines, std::size_t first, std::size_t bla
     head.redirect = head.ended && hasLocation
         && (status == 301 || status == 302 || status == 303 || status == 307 || status == 308);
     return head;
+}
+
+/// Whether the first line, as far as it is there, says the size of a chunk (RFC 9112 section 7.1).
+bool isClearBody(const std::string &body)
+{
+    constexpr std::size_t kMaxLine = 4096;
+    const std::size_t feed = body.find('\n');
+    if (feed == std::string::npos) {
+        return body.size() <= kMaxLine;
+    }
+    std::string line = body.substr(0, feed);
+    if (line.ends_with('\r')) {
+        line.pop_back();
+    }
+    const std::size_t digits = std::min(line.find_first_not_of("0123456789abcdefABCDEF"), line.size());
+    const std::size_t next = std::min(line.find_first_not_of(" \t", digits), line.size());
+    return feed < kMaxLine && digits > 0 && (next == line.size() || line[next] == ';');
 }
 
 /// Up to the first answer that is final, or the last one that has begun.
@@ -205,5 +227,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     require(head.isRedirect() == expected.redirect, "five statuses with a Location lead elsewhere");
     require(head.isClear() == expected.clear, "nobody can mistake where a clear answer ends");
     require(head.isChunked() == expected.chunked, "the last Transfer-Encoding says whether the body is in chunks");
+
+    if (head.isClear() && head.isChunked()) {
+        const std::string body = input.ConsumeRemainingBytesAsString();
+        const std::size_t half = body.size() / 2;
+        head.takeBody(QByteArrayView(body.data(), static_cast<qsizetype>(half)));
+        head.takeBody(QByteArrayView(body.data() + half, static_cast<qsizetype>(body.size() - half)));
+        require(head.isClear() == isClearBody(body), "a body in chunks begins with a number");
+    }
     return 0;
 }

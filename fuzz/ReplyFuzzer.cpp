@@ -151,8 +151,7 @@ private:
         return rest.empty() ? Meaning::Failed : Meaning::Refused;
     }
 
-    /// RFC 9112 section 7.1. What follows the digits of a size is an extension, or nothing that anybody has to
-    /// understand; libcurl passes over both.
+    /// RFC 9112 section 7.1. Only an extension may follow the digits of a size.
     Meaning meaningOfChunks()
     {
         const std::optional<std::string> sizeLine = line();
@@ -161,6 +160,10 @@ private:
         }
         const std::string digits = sizeLine->substr(0, sizeLine->find_first_not_of("0123456789abcdefABCDEF"));
         if (digits.empty() || digits.size() > 15) {
+            return Meaning::Unclear;
+        }
+        const std::string extension = trimmed(sizeLine->substr(digits.size()));
+        if (!extension.empty() && extension.front() != ';') {
             return Meaning::Unclear;
         }
         odd = odd || digits.size() < sizeLine->size();

@@ -8,6 +8,19 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+namespace {
+
+/// All zero where the system does not tell.
+tcp_info infoOf(int socket)
+{
+    tcp_info known = {};
+    socklen_t size = sizeof known;
+    ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &known, &size);
+    return known;
+}
+
+} // namespace
+
 qint64 unsentBytes(int socket)
 {
     int count = 0;
@@ -15,10 +28,13 @@ qint64 unsentBytes(int socket)
     return ::ioctl(socket, SIOCOUTQ, &count) == 0 ? count : 0;
 }
 
+qint64 acknowledgedBytes(int socket)
+{
+    return static_cast<qint64>(infoOf(socket).tcpi_bytes_acked);
+}
+
 qint64 movedBytes(int socket)
 {
-    tcp_info known = {};
-    socklen_t size = sizeof known;
-    const bool isKnown = ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &known, &size) == 0;
-    return isKnown ? static_cast<qint64>(known.tcpi_bytes_acked + known.tcpi_bytes_received) : 0;
+    const tcp_info known = infoOf(socket);
+    return static_cast<qint64>(known.tcpi_bytes_acked + known.tcpi_bytes_received);
 }

@@ -80,6 +80,11 @@ qint64 CurlAttempt::bytesSent() const
     return info<curl_off_t>(CURLINFO_SIZE_UPLOAD_T);
 }
 
+qint64 CurlAttempt::bytesAcknowledged() const
+{
+    return requestBegun ? acknowledgedBytes(requestSocket) - acknowledgedBefore : 0;
+}
+
 TransferEnd CurlAttempt::end(CURLcode result) const
 {
     return {.completed = result == CURLE_OK,
@@ -283,6 +288,7 @@ int CurlAttempt::onRequest(void *self, char * /*toIp*/, char * /*fromIp*/, int /
 {
     CurlAttempt &attempt = *static_cast<CurlAttempt *>(self);
     attempt.requestSocket = attempt.connection();
+    attempt.acknowledgedBefore = acknowledgedBytes(attempt.requestSocket);
     attempt.requestBegun = true;
     return CURL_PREREQFUNC_OK;
 }

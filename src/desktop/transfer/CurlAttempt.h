@@ -41,6 +41,8 @@ public:
     bool isAnswered() const { return head.hasEnded(); }
     /// The bytes of the request's body that have left this process.
     qint64 bytesSent() const;
+    /// The bytes of the request that the other side has acknowledged, its head and TLS's own among them.
+    qint64 bytesAcknowledged() const;
     /// What happened, when libcurl or a limit has ended the attempt with that result.
     TransferEnd end(CURLcode result) const;
     /// What libcurl and the system say of the result.
@@ -95,6 +97,7 @@ private:
     qint64 sentBeforeLastByte = 0; ///< What bytesSent was when bytes of the answer came.
     bool requestBegun = false;
     int requestSocket = -1;           ///< That of the connection on which the request has begun.
+    qint64 acknowledgedBefore = 0;    ///< Bytes, on that connection, as it has begun.
     bool closeNotified = false;       ///< TLS's own end of the connection has come: the host's, or that of its proxy.
     bool securedBeforeTunnel = false; ///< TLS has spoken before a proxy has answered.
     bool discarded = false;

@@ -195,14 +195,14 @@ void CurlUrlConnection::lookAtConnection(int connection)
         endWith(CURLE_OPERATION_TIMEDOUT);
         return;
     }
-    reportProgress(attempt->bytesSent() - unsentBytes(connection));
+    reportProgress(attempt->bytesAcknowledged());
 }
 
-void CurlUrlConnection::reportProgress(qint64 sent)
+void CurlUrlConnection::reportProgress(qint64 acknowledged)
 {
-    // What the system holds is encrypted, and so a little more than it is of the body.
+    // It is encrypted and has a head, and so is a little more than it is of the body.
     const qint64 total = request.body ? request.body->size() : 0;
-    const qint64 known = std::max(sent, sentAtLastLook);
+    const qint64 known = std::clamp(acknowledged, sentAtLastLook, std::max(sentAtLastLook, total));
     if (known != std::exchange(sentAtLastLook, known)) {
         Q_EMIT uploadProgress(known, total);
     }

@@ -63,7 +63,7 @@ private:
     void look();
     void lookAtAddresses();
     void lookAtConnection(int connection);
-    void reportProgress(qint64 sent);
+    void reportProgress(qint64 acknowledged);
 
     bool take(QByteArrayView bytes);
     void scheduleCallbacks();
