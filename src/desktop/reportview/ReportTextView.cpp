@@ -23,9 +23,14 @@ constexpr int kMinLines = 4;
 constexpr int kPreferredColumns = 80;
 constexpr int kMinColumns = 20;
 
+/// No smaller than the program's other letters: whoever has made those larger needs it here too.
 QFont monospaced()
 {
-    return QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    if (const qreal size = QApplication::font().pointSizeF(); size > font.pointSizeF()) {
+        font.setPointSizeF(size);
+    }
+    return font;
 }
 
 /// Room for the text and, by half a line and a column at each side, for the frame and the margins around it.

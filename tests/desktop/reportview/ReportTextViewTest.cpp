@@ -4,6 +4,7 @@
 #include "ViewSupport.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QClipboard>
 #include <QContextMenuEvent>
 #include <QFontDatabase>
@@ -123,6 +124,18 @@ TEST_F(ReportTextViewTest, TextIsSharedAndNotCopied)
     show();
     EXPECT_EQ(view.string().constData(), text.constData());
     EXPECT_EQ(display()->text().constData(), text.constData());
+}
+
+TEST_F(ReportTextViewTest, LettersAreAsLargeAsTheProgramsOthers)
+{
+    show();
+    const QFont usual = QApplication::font();
+    QFont large = usual;
+    large.setPointSizeF(3 * usual.pointSizeF());
+    QApplication::setFont(large);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return display()->font().pointSizeF() == large.pointSizeF(); }));
+    QApplication::setFont(usual);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return display()->font().pointSizeF() < large.pointSizeF(); }));
 }
 
 TEST_F(ReportTextViewTest, DisplayIsNamedMonospacedAndLabelled)
