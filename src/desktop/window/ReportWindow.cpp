@@ -146,7 +146,7 @@ ReportWindow::ReportWindow(QWidget *parent)
 {
     connectControls();
     addShortcuts();
-    showLockedAddress();
+    adaptToPalette();
 }
 
 ReportWindow::~ReportWindow() = default;
@@ -222,7 +222,7 @@ void ReportWindow::changeEvent(QEvent *event)
 {
     QDialog::changeEvent(event);
     if (event->type() == QEvent::PaletteChange && parts) {
-        showLockedAddress();
+        adaptToPalette();
     }
 }
 
@@ -360,11 +360,26 @@ void ReportWindow::onSecondButton()
     }
 }
 
-// Like the locked description: disabled text is too faint to read.
-void ReportWindow::showLockedAddress()
+void ReportWindow::adaptToPalette()
 {
-    QPalette locked;
-    locked.setBrush(QPalette::Disabled, QPalette::Text, palette().brush(QPalette::Active, QPalette::Text));
-    locked.setBrush(QPalette::Disabled, QPalette::Base, palette().brush(QPalette::Active, QPalette::Window));
-    parts->ui.emailText->setPalette(locked);
+    const Ui::ReportWindow &ui = parts->ui;
+    const QBrush window = palette().brush(QPalette::Active, QPalette::Window);
+    const QBrush text = palette().brush(QPalette::Active, QPalette::WindowText);
+    // Styles draw a frame in a darker shade of the window's colour. Where a field is of that colour itself, as with
+    // high contrast, only the frame shows where the field is, and black has no darker shade.
+    QPalette framed;
+    if (palette().color(QPalette::Base) == window.color()) {
+        framed.setBrush(QPalette::Window, text);
+    }
+    for (QWidget *widget : std::initializer_list<QWidget *>{ui.infoText, ui.logText, ui.secondBtn, ui.submitBtn}) {
+        widget->setPalette(framed);
+    }
+    // The locked description shows the window's colour itself.
+    QPalette unframed;
+    unframed.setBrush(QPalette::Window, window);
+    ui.infoText->viewport()->setPalette(unframed);
+    // The locked address looks like the locked description: disabled text is too faint to read.
+    framed.setBrush(QPalette::Disabled, QPalette::Text, palette().brush(QPalette::Active, QPalette::Text));
+    framed.setBrush(QPalette::Disabled, QPalette::Base, window);
+    ui.emailText->setPalette(framed);
 }

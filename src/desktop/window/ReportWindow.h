@@ -86,7 +86,7 @@ private:
     void showState();
     QWidget &focusTarget(State of) const;
     void onSecondButton();
-    void showLockedAddress();
+    void adaptToPalette();
 
     std::unique_ptr<Parts> parts;
     State shownState = State::Editing; ///< What the window shows; state(), but where that is shown later.

@@ -578,8 +578,24 @@ TEST_F(ReportWindowTest, LockedFieldsLookAlike)
         EXPECT_EQ(email.palette().color(QPalette::Disabled, QPalette::Text),
                   description.palette().color(QPalette::Active, QPalette::Text));
         EXPECT_EQ(email.palette().color(QPalette::Disabled, QPalette::Base),
-                  description.palette().color(QPalette::Active, description.viewport()->backgroundRole()));
+                  description.viewport()->palette().color(QPalette::Active, description.viewport()->backgroundRole()));
     }
+}
+
+TEST_F(ReportWindowTest, FieldsOfTheWindowsOwnColourHaveFramesInTheColourOfItsText)
+{
+    QPalette palette(Qt::yellow, Qt::black);
+    palette.setColor(QPalette::Base, Qt::black);
+    window.setPalette(palette);
+    show();
+    // Where the keyboard is, the frame has another colour.
+    startSending();
+    for (QWidget *widget : std::initializer_list<QWidget *>{&email, &description, &second}) {
+        // At the left edge, where nothing but the frame is.
+        const QColor frame = widget->grab().toImage().pixelColor(0, widget->height() / 2);
+        EXPECT_GE(frame.red(), QColor(Qt::yellow).darker(200).red()) << widget->objectName().toStdString();
+    }
+    EXPECT_EQ(description.viewport()->grab().toImage().pixelColor(0, 0), QColor(Qt::black)) << "locked";
 }
 
 TEST_F(ReportWindowTest, CancellingUnlocksTheForm)
