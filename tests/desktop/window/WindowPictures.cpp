@@ -1,8 +1,10 @@
 // Saves pictures of the report window in each of its states, for a person to compare: see scripts/screenshots.
+#include "desktop/reportview/TextDisplay.h"
 #include "desktop/window/QtAlertPanel.h"
 #include "desktop/window/ReportWindow.h"
 
 #include <QApplication>
+#include <QTest>
 #include <QTimer>
 
 #include <cstdio>
@@ -26,6 +28,20 @@ QPalette paletteNamed(const QString &name)
     return palette;
 }
 
+/// Higher and wider than the pane.
+QString report()
+{
+    QString text = u"Process: Harbour [4711]\nException Type: EXC_BAD_ACCESS\n\nThread 0 Crashed:\n"_s;
+    for (int frame = 0; frame < 40; ++frame) {
+        text +=
+            u"%1 Harbour 0x%2 harbour::Window::layOut(harbour::Rectangle const &, harbour::Children const &) + %3\n"_s
+                .arg(frame)
+                .arg(0x4f2a10 + 64 * frame, 8, 16, QLatin1Char('0'))
+                .arg(12 * frame);
+    }
+    return text;
+}
+
 void turnEventLoop()
 {
     QEventLoop loop;
@@ -40,7 +56,7 @@ public:
     explicit Pictures(const QString &pathPrefix)
         : prefix(pathPrefix)
     {
-        controls.logText.setString(u"Process: Harbour [4711]\nException Type: EXC_BAD_ACCESS\n\nThread 0 Crashed:\n"_s);
+        controls.logText.setString(report());
         controls.initialInfo.setStringValue(u"The client running on anvil.example.org crashed the last time it ran. "
                                             "Please submit a bug report so we can prevent this occurring in future."_s);
         window.setReportSummary({u"/logs/Harbour_2026-11-02-101500_anvil.crash"_s, 52'400, 4, u"crash.example.org"_s});
@@ -69,6 +85,8 @@ public:
         controls.submitBtn.setEnabled(true);
         take("awaiting-another-try");
         takeAlert();
+        find(u"task"_s);
+        take("finding");
     }
 
 private:
@@ -98,6 +116,13 @@ private:
                             "10:15:00 read 3 bytes: \x01\x7F\u0085 and a bell \a\n"_s;
         controls.logText.setString(crashLog + own + u"\nTask Log 1:\n10:15:00 task 7 was waiting\n"_s);
         window.setAppendedLogs({{u"Log 1"_s, crashLog.size()}, {u"Task Log 1"_s, crashLog.size() + own.size()}});
+    }
+
+    void find(const QString &words)
+    {
+        auto &pane = *window.findChild<reportview::TextDisplay *>();
+        Q_EMIT pane.findRequested();
+        QTest::keyClicks(QApplication::focusWidget(), words);
     }
 
     void take(const char *state)
