@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <ctime>
 
 using namespace Qt::StringLiterals;
 
@@ -168,6 +169,27 @@ TEST_F(MacLookups, TheTemporaryDirectoryIsTheUsersOwnAndElseTmp)
 TEST_F(MacLookups, TheRealUserIdIsTheProcesss)
 {
     EXPECT_EQ(MacLocalLookups().realUserId(), getuid());
+}
+
+TEST_F(MacLookups, EachUniqueStringIsAnother)
+{
+    const QString first = ordinary.globallyUniqueString();
+
+    EXPECT_EQ(first.size(), 36);
+    EXPECT_NE(first, ordinary.globallyUniqueString());
+}
+
+TEST_F(MacLookups, TimesAreTheSystems)
+{
+    const std::time_t before = std::time(nullptr);
+    const std::time_t told = ordinary.calendarTime();
+    EXPECT_GE(told, before);
+    EXPECT_LE(told, std::time(nullptr));
+
+    const std::clock_t start = std::clock();
+    const std::clock_t ticks = ordinary.processorTime();
+    EXPECT_GE(ticks, start);
+    EXPECT_LE(ticks, std::clock());
 }
 
 TEST_F(MacLookups, AreTheOnesThatThePathsAskWhereTheyAreLinked)

@@ -231,6 +231,21 @@ TEST_F(ReportTextViewTest, ActionsOfTheViewStandInTheMenu)
     EXPECT_EQ(titles, (QStringList{u"&Copy"_s, u"Select &All"_s, u""_s, u"&Find…"_s, u""_s, u"Copy Report"_s}));
 }
 
+TEST_F(ReportTextViewTest, SystemsNewFixedFontIsTakenOn)
+{
+    view.setString(u"abc"_s);
+    show();
+    const QFont usual = display()->font();
+    QFont other = usual;
+    other.setPointSizeF(usual.pointSizeF() * 3);
+    display()->setFont(other);
+
+    QEvent change(QEvent::ApplicationFontChange);
+    QApplication::sendEvent(&view, &change);
+
+    EXPECT_EQ(display()->font(), usual);
+}
+
 TEST_F(ReportTextViewTest, NewTextHasNoSectionsOfTheOldOne)
 {
     view.setString(u"crash\n\nLog 1:\n"_s);

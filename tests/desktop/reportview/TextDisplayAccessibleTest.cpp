@@ -234,6 +234,16 @@ TEST_F(TextDisplayAccessibleTest, IsAReadOnlyTextNamedReport)
     EXPECT_EQ(accessible->childCount(), 0);
 }
 
+TEST_F(TextDisplayAccessibleTest, HasNoPartsOfItsOwn)
+{
+    show(u"abc"_s);
+    EXPECT_EQ(accessible->childCount(), 0);
+    EXPECT_EQ(accessible->child(0), nullptr);
+    EXPECT_EQ(accessible->indexOfChild(accessible), -1);
+    const QPoint inside = display.mapToGlobal(display.rect().center());
+    EXPECT_EQ(accessible->childAt(inside.x(), inside.y()), nullptr);
+}
+
 TEST_F(TextDisplayAccessibleTest, CaretAndSelectionAreToldAndSet)
 {
     show(u"one two three"_s);

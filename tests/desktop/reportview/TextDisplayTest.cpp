@@ -65,6 +65,19 @@ protected:
             && rect->bottom() <= display.viewport()->height();
     }
 
+    void moveTo(QPoint place, Qt::MouseButton button)
+    {
+        QMouseEvent move(QEvent::MouseMove, place, display.viewport()->mapToGlobal(place), Qt::NoButton, button, {});
+        QApplication::sendEvent(display.viewport(), &move);
+    }
+
+    /// Leaves the button pressed.
+    void drag(QPoint from, QPoint to, Qt::MouseButton button = Qt::LeftButton)
+    {
+        QTest::mousePress(display.viewport(), button, {}, from);
+        moveTo(to, button);
+    }
+
     int firstRow() const { return static_cast<int>(display.visibleRows().front().begin); }
     QScrollBar &bar() const { return *display.verticalScrollBar(); }
 
@@ -387,6 +400,65 @@ TEST_F(TextDisplayTest, DraggingBelowTheViewScrollsOnAndSelects)
     EXPECT_EQ(display.caret(), last);
 }
 
+TEST_F(TextDisplayTest, DraggingAboveTheViewScrollsBackAndSelects)
+{
+    show(numberedLines(2'000));
+    press(Qt::Key_End, Qt::ControlModifier);
+    const int first = firstRow();
+    drag(placeOf(display.text().size() - 1), QPoint(5, -40));
+    EXPECT_LT(firstRow(), first);
+    EXPECT_TRUE(eventually([&] { return display.caret() < first - 500; }));
+    EXPECT_EQ(display.anchor(), display.text().size() - 1);
+}
+
+TEST_F(TextDisplayTest, DraggingBesideTheViewScrollsSideways)
+{
+    show(u"wide "_s.repeated(200));
+    QScrollBar &sideways = *display.horizontalScrollBar();
+    drag(placeOf(2), QPoint(display.viewport()->width() + 50, placeOf(2).y()));
+    EXPECT_EQ(sideways.value(), 51);
+    EXPECT_GT(display.caret(), 20);
+    const int right = sideways.value();
+    drag(QPoint(30, placeOf(display.caret()).y()), QPoint(-20, placeOf(display.caret()).y()));
+    EXPECT_EQ(sideways.value(), right - 20);
+}
+
+TEST_F(TextDisplayTest, ButtonsOtherThanTheLeftSelectNothing)
+{
+    show(u"one two three"_s);
+    for (const Qt::MouseButton button : {Qt::RightButton, Qt::MiddleButton}) {
+        QTest::mouseDClick(display.viewport(), button, {}, placeOf(5));
+        drag(placeOf(5), placeOf(9), button);
+        EXPECT_TRUE(display.selection().isEmpty());
+        EXPECT_EQ(display.caret(), 0);
+    }
+}
+
+TEST_F(TextDisplayTest, NewTextEndsTheDragging)
+{
+    show(u"one two three"_s);
+    QTest::mousePress(display.viewport(), Qt::LeftButton, {}, placeOf(2));
+    display.setText(u"four five six"_s);
+    moveTo(placeOf(9), Qt::LeftButton);
+    EXPECT_TRUE(display.selection().isEmpty());
+    EXPECT_EQ(display.caret(), 0);
+}
+
+TEST_F(TextDisplayTest, WheelTurnedSidewaysScrollsSideways)
+{
+    show(numberedLines(500) + u"wide "_s.repeated(200));
+    press(Qt::Key_End, Qt::ControlModifier);
+    press(Qt::Key_Home);
+    const int first = firstRow();
+    QScrollBar &sideways = *display.horizontalScrollBar();
+    const int before = sideways.value();
+    QWheelEvent event(QPointF(5, 5), display.viewport()->mapToGlobal(QPointF(5, 5)), {}, {-240, 20}, Qt::NoButton, {},
+                      Qt::NoScrollPhase, false);
+    QApplication::sendEvent(display.viewport(), &event);
+    EXPECT_GT(sideways.value(), before);
+    EXPECT_EQ(firstRow(), first);
+}
+
 TEST_F(TextDisplayTest, WheelMovesAsManyRowsAsTheSystemSays)
 {
     show(numberedLines(500));
@@ -419,6 +491,9 @@ TEST_F(TextDisplayTest, ScrollBarsStepsAreRowsAndPages)
     const auto page = static_cast<int>(display.visibleRows().size());
     EXPECT_GT(firstRow(), (page - 4) * 7);
     EXPECT_EQ(bar().value(), firstRow());
+    bar().triggerAction(QAbstractSlider::SliderPageStepSub);
+    EXPECT_EQ(firstRow(), 0);
+    EXPECT_EQ(bar().value(), 0);
     bar().triggerAction(QAbstractSlider::SliderToMaximum);
     EXPECT_TRUE(display.visibleRows().back().isLast(display.text()));
 }

@@ -138,6 +138,7 @@ TEST(TextSegments, WordStepsStopBeforeWordsAndAtRowBegins)
 
 TEST(TextSegments, LastRowIsThereAtTheEndOfTheText)
 {
+    EXPECT_EQ(segmentAt(u"a\nbc", 0, Segment::Row), (Range{0, 2}));
     EXPECT_EQ(segmentAt(u"a\nbc", 4, Segment::Row), (Range{2, 4}));
     EXPECT_EQ(segmentAt(u"a\nbc\n", 5, Segment::Row), (Range{5, 5}));
     EXPECT_EQ(segmentAt(u"a\nbc", 4, Segment::Line), (Range{2, 4}));

@@ -130,6 +130,25 @@ TEST_F(ReportWindowTest, TriangleIsAButtonThatExpandsAndCollapses)
     EXPECT_TRUE(accessible->state().expanded);
     EXPECT_FALSE(accessible->state().collapsed);
     EXPECT_EQ(accessible->actionInterface()->actionNames().constFirst(), u"Collapse"_s);
+
+    email.setFocus();
+    accessible->actionInterface()->doAction(QAccessibleActionInterface::setFocusAction());
+    EXPECT_TRUE(hasFocus(triangle));
+}
+
+TEST_F(ReportWindowTest, ItsActionsAreFoundByAnyone)
+{
+    show();
+    QAccessibleActionInterface *const actions = QAccessible::queryAccessibleInterface(&window)->actionInterface();
+    ASSERT_EQ(window.actions().size(), 1);
+    const QString copy = window.actions().constFirst()->text();
+    EXPECT_EQ(actions->actionNames().constFirst(), copy);
+
+    QGuiApplication::clipboard()->setText(u"nothing was copied"_s);
+    actions->doAction(u"no such action"_s);
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), u"nothing was copied"_s);
+    actions->doAction(copy);
+    EXPECT_TRUE(QGuiApplication::clipboard()->text().endsWith(u"Process: Harbour\n"_s));
 }
 
 TEST_F(ReportWindowTest, SpinnerIsAProgressBarThatIsBusyWhileSending)
@@ -141,6 +160,13 @@ TEST_F(ReportWindowTest, SpinnerIsAProgressBarThatIsBusyWhileSending)
     startSending();
     EXPECT_TRUE(accessible->state().busy);
     EXPECT_TRUE(accessible->state().focusable);
+
+    QAccessibleValueInterface *const value = accessible->valueInterface();
+    EXPECT_EQ(value->minimumValue(), QVariant(0));
+    EXPECT_EQ(value->minimumStepSize(), QVariant());
+    const QVariant before = value->currentValue();
+    value->setCurrentValue(5);
+    EXPECT_EQ(value->currentValue(), before) << "nobody but the transfer moves it";
 }
 
 // What would be sent, and where to
@@ -800,6 +826,16 @@ TEST_F(ReportWindowTest, FilesDroppedOntoTheWindowAreReportedInOrderWithoutRemot
     drop(window, data);
     ASSERT_EQ(drops.count(), 1);
     EXPECT_EQ(drops.first().first().toStringList(), (QStringList{u"/logs/Plovrin_2.crash"_s, u"/logs/a b%20.crash"_s}));
+}
+
+TEST_F(ReportWindowTest, DropOfRemoteFilesAloneIsNone)
+{
+    show();
+    QMimeData data;
+    data.setUrls({QUrl(u"https://files.example.org/remote.crash"_s)});
+    QDropEvent dropEvent(window.rect().center(), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(&window, &dropEvent);
+    EXPECT_EQ(drops.count(), 0);
 }
 
 TEST_F(ReportWindowTest, FilesDroppedOverAFieldAreReportedAndNotTyped)
