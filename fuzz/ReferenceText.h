@@ -58,6 +58,7 @@ inline std::optional<std::u16string> decoded(std::string_view bytes)
 {
     constexpr std::array<std::uint32_t, 4> kSmallest = {0, 0x80, 0x800, 0x10000};
     std::u16string text;
+    text.reserve(bytes.size());
     std::size_t at = 0;
     while (at < bytes.size()) {
         const auto first = static_cast<std::uint8_t>(bytes[at++]);

@@ -833,8 +833,7 @@ TEST_F(ReportWindowTest, DropOfRemoteFilesAloneIsNone)
     show();
     QMimeData data;
     data.setUrls({QUrl(u"https://files.example.org/remote.crash"_s)});
-    QDropEvent dropEvent(window.rect().center(), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-    QCoreApplication::sendEvent(&window, &dropEvent);
+    drop(window, data);
     EXPECT_EQ(drops.count(), 0);
 }
 
