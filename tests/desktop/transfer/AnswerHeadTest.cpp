@@ -43,6 +43,14 @@ TEST(AnswerHead, GoesOnAfterALineOfBlanks)
     }
 }
 
+TEST(AnswerHead, GoesOnAfterALineWithoutAColon)
+{
+    const AnswerHead head = headOf(302, {"Location /other", ""});
+    EXPECT_TRUE(head.hasEnded());
+    EXPECT_TRUE(head.isClear());
+    EXPECT_FALSE(head.isRedirect());
+}
+
 TEST(AnswerHead, EndsUnclearlyWithALineThatOnlyBeginsLikeABlankOne)
 {
     for (const char *line : {"\rX", "\r", "\rLocation: /"}) {
