@@ -41,6 +41,7 @@ readonly kServices=(nginx php8.2-fpm postgresql)
 installPackages() (
     policy=/usr/sbin/policy-rc.d
     new=()
+    options=()
     for service in "${kServices[@]}"; do
         [[ -e /etc/init.d/$service ]] || new+=("$service")
     done
@@ -50,7 +51,9 @@ installPackages() (
         printf '#!/bin/sh\nexit 101\n' | asAdministrator install -m 755 /dev/stdin "$policy"
     fi
     asAdministrator apt-get update
-    asAdministrator env DEBIAN_FRONTEND=noninteractive apt-get install --yes --no-install-recommends "$@"
+    # A machine that is made for one run needs no package to survive a loss of power.
+    [[ ${CI:-} != true ]] || options+=(-o Dpkg::Options::=--force-unsafe-io)
+    asAdministrator env DEBIAN_FRONTEND=noninteractive apt-get install --yes --no-install-recommends "${options[@]}" "$@"
     for service in "${new[@]}"; do
         [[ ! -e /etc/init.d/$service ]] || asAdministrator /usr/sbin/update-rc.d "$service" disable
     done
