@@ -202,7 +202,7 @@ void CurlUrlConnection::reportProgress(qint64 acknowledged)
 {
     // It is encrypted and has a head, and so is a little more than it is of the body.
     const qint64 total = request.body ? request.body->size() : 0;
-    const qint64 known = std::clamp(acknowledged, sentAtLastLook, std::max(sentAtLastLook, total));
+    const qint64 known = std::clamp(acknowledged, sentAtLastLook, total);
     if (known != std::exchange(sentAtLastLook, known)) {
         Q_EMIT uploadProgress(known, total);
     }

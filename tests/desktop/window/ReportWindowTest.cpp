@@ -828,15 +828,6 @@ TEST_F(ReportWindowTest, FilesDroppedOntoTheWindowAreReportedInOrderWithoutRemot
     EXPECT_EQ(drops.first().first().toStringList(), (QStringList{u"/logs/Plovrin_2.crash"_s, u"/logs/a b%20.crash"_s}));
 }
 
-TEST_F(ReportWindowTest, DropOfRemoteFilesAloneIsNone)
-{
-    show();
-    QMimeData data;
-    data.setUrls({QUrl(u"https://files.example.org/remote.crash"_s)});
-    drop(window, data);
-    EXPECT_EQ(drops.count(), 0);
-}
-
 TEST_F(ReportWindowTest, FilesDroppedOverAFieldAreReportedAndNotTyped)
 {
     show();
