@@ -512,8 +512,10 @@ EARLY = Group("network: answers before the report was read", "network_world", (
     Situation("two bytes, and a reset", NOT_ACCEPTED, each=early("NO", wait(0.5), RESET), report=BIG, posts=0),
     Situation("empty, before a byte of the request was read", FAILED, report=BIG, posts=0, **IN_A_MINUTE,
               serve=after_handshake(EMPTY, HOLD)),
-    # What it takes for received lies in the server's queue, and nothing tells that nobody will read it.
-    Situation("empty, before a byte of a small report was read", ACCEPTED, after_handshake(EMPTY, HOLD), posts=0),
+    # What it takes for received lies in the server's queue, and nothing tells that nobody will read it. When the answer
+    # is there before the report was sent, it has failed.
+    Situation("empty, before a byte of a small report was read", (ACCEPTED, FAILED), posts=0,
+              serve=after_handshake(EMPTY, HOLD)),
     Situation("two bytes, before a byte of the request was read", REFUSED, report=BIG, posts=0,
               serve=after_handshake(NO, HOLD)),
     Situation("empty in chunks, and nothing more is read", FAILED, after_head(chunks("0\r\n\r\n"), HOLD), report=BIG,
