@@ -36,7 +36,7 @@ if(KORVALE_HARDENING)
 endif()
 
 if(KORVALE_SANITIZERS)
-    target_compile_options(korvale_options INTERFACE
-        -fsanitize=${KORVALE_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
-    target_link_options(korvale_options INTERFACE -fsanitize=${KORVALE_SANITIZERS})
+    # Of the folder, so that a folder in it can take some back.
+    add_compile_options(-fsanitize=${KORVALE_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${KORVALE_SANITIZERS})
 endif()
