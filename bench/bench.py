@@ -170,15 +170,16 @@ def measure_growth(bench, environment):
     starts = {size: [] for size in sizes}
     for _ in range(bench.rounds):
         for size in sizes:
-            starts[size].append(first_paint(bench, environment, bench.reporter(size))[0])
+            starts[size].append(first_paint(bench, environment, bench.reporter(size)))
     os.remove(bench.logs.pop(bench.largest))
-    times = {size: statistics.median(figures) for size, figures in starts.items()}
+    for what, place, unit in (("start", 0, "ms"), ("memory at start", 1, "MiB")):
+        medians = {size: statistics.median(figure[place] for figure in starts[size]) for size in sizes}
 
-    def further(smaller, larger):
-        return (times[larger] - times[smaller]) / (larger - smaller)
-    for smaller, larger in zip(sizes[1:], sizes[2:]):
-        bench.ratio(f"start, each further MiB from {smaller} to {larger} MiB", [further(smaller, larger)],
-                    [further(1, smaller)], "ms", STEADY, f"from 1 to {smaller} MiB")
+        def further(smaller, larger):
+            return (medians[larger] - medians[smaller]) / (larger - smaller)
+        for smaller, larger in zip(sizes[1:], sizes[2:]):
+            bench.ratio(f"{what}, each further MiB from {smaller} to {larger} MiB", [further(smaller, larger)],
+                        [further(1, smaller)], unit, STEADY, f"from 1 to {smaller} MiB")
 
 
 def count_instructions(bench, environment):
