@@ -123,14 +123,12 @@ std::uint32_t randomSeed()
 
 bool isListedSystemDirectory(const QString &path)
 {
-    return std::any_of(kSystemDirectories.begin(), kSystemDirectories.end(),
-                       [&path](auto systemDirectory) { return systemDirectory() == path; });
+    return std::ranges::any_of(kSystemDirectories, [&path](auto directory) { return directory() == path; });
 }
 
 bool hasSystemPrefix(const QString &path)
 {
-    return std::any_of(kSystemPrefixes.begin(), kSystemPrefixes.end(),
-                       [&path](QStringView prefix) { return path.startsWith(prefix); });
+    return std::ranges::any_of(kSystemPrefixes, [&path](QStringView prefix) { return path.startsWith(prefix); });
 }
 
 } // namespace

@@ -5,7 +5,9 @@
 #include "paths/KVLocalPaths.h"
 #include "platform/LocalLookups.h"
 
+#include <array>
 #include <memory>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 

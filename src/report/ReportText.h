@@ -9,7 +9,6 @@
 #include <QString>
 
 #include <array>
-#include <optional>
 
 /// Once the report reaches this length, no further log is read: 1 Mi units.
 inline constexpr quint64 kReportCeiling = 0x100000;
