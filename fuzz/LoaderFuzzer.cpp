@@ -40,31 +40,40 @@ std::size_t unitsIn(std::string_view bytes)
     return text ? text->size() : 0;
 }
 
+/// Many times the same, by doubling.
+std::string repeated(const std::string &text, std::size_t count)
+{
+    std::string all = count == 0 ? "" : text;
+    all.reserve(text.size() * count);
+    while (all.size() < text.size() * count) {
+        all.append(all, 0, text.size() * count - all.size());
+    }
+    return all;
+}
+
 /// A text that brings the running length near a bound, or a short one.
 std::string contentFrom(FuzzedDataProvider &input, std::size_t running)
 {
     std::string content;
     for (auto left = input.ConsumeIntegralInRange<int>(0, 4); left > 0; --left) {
-        const auto choice = input.ConsumeIntegralInRange<std::size_t>(0, kMarkers.size() * 2);
+        // Bytes of any kind are no text, mostly, and then nothing else of the file matters.
+        const auto choice = input.ConsumeIntegralInRange<std::size_t>(0, kMarkers.size());
         content += choice < kMarkers.size() ? kMarkers.at(choice) : input.ConsumeRandomLengthString(12);
     }
     constexpr std::array<std::size_t, 5> kGoals = {kLongestHangReport, kBounds[0], kBounds[1], kCeiling, kCeiling / 2};
-    const auto choice = input.ConsumeIntegralInRange<std::size_t>(0, 31);
-    if (choice >= kGoals.size()) {
+    const auto choice = input.ConsumeIntegralInRange<std::size_t>(0, kGoals.size() + 2);
+    if (choice < 3) {
         return content;
     }
-    const std::size_t goal = kGoals.at(choice) + input.ConsumeIntegralInRange<std::size_t>(0, 6) - 3;
+    const std::size_t goal = kGoals.at(choice - 3) + input.ConsumeIntegralInRange<std::size_t>(0, 6) - 3;
     const std::string filler = kFillers.at(input.ConsumeIntegralInRange<std::size_t>(0, kFillers.size() - 1));
     const std::size_t present = running + unitsIn(content);
     const std::size_t missing = goal > present ? (goal - present) / unitsIn(filler) : 0;
-    std::string filled;
-    filled.reserve(missing * filler.size() + content.size());
-    for (std::size_t i = 0; i < missing; ++i) {
-        filled += filler;
-    }
+    const std::string filled = repeated(filler, missing);
     return input.ConsumeBool() ? content + filled : filled + content;
 }
 
+/// Where the input has come to its end, all that is drawn from it is 0: then every file is there.
 Input inputFrom(FuzzedDataProvider &bytes)
 {
     Input input;
@@ -75,14 +84,14 @@ Input inputFrom(FuzzedDataProvider &bytes)
     input.silent = bytes.ConsumeBool();
     std::size_t running = 0;
     const auto next = [&bytes, &running]() -> Content {
-        if (bytes.ConsumeIntegralInRange(0, 3) == 0) {
+        if (bytes.ConsumeIntegralInRange(0, 3) == 3) {
             return std::nullopt;
         }
         std::string content = contentFrom(bytes, running);
         running += unitsIn(content);
         return content;
     };
-    input.crashLog = bytes.ConsumeIntegralInRange(0, 31) == 0 ? std::nullopt : Content(contentFrom(bytes, 0));
+    input.crashLog = bytes.ConsumeIntegralInRange(0, 31) == 31 ? std::nullopt : Content(contentFrom(bytes, 0));
     running = input.crashLog ? unitsIn(*input.crashLog) : 0;
     for (Content &log : input.logs) {
         log = next();
