@@ -205,7 +205,8 @@ def measure_text(bench):
     size = f"{bench.large} MiB"
     bench.ratio(f"reading and checking {size}", [large["read"][0]], [large["read"][1]], "ms", 4, "reading alone")
     bench.ratio(f"encoding {size}", [large["encode"][0]], [large["encode"][1]], "ms", 4, "copying its bytes")
-    for stage, name in (("read", "reading and checking"), ("rules", "words of a hang report"), ("encode", "encoding")):
+    for stage, name in (("read", "reading and checking"), ("rules", "words of a hang report"),
+                        ("length", "length for the summary"), ("encode", "encoding")):
         bench.ratio(f"{name}, each MiB of {size}", [large[stage][0] / bench.large], [small[stage][0]], "ms", STEADY,
                     "1 MiB alone")
 
@@ -300,15 +301,17 @@ def measure_submissions(bench, authority):
 
 
 def measure_upload(bench, authority):
-    ours, curls, turns = upload.measured(bench.tool("upload-bench"), authority, bench.large,
-                                         3 if bench.quick else 5)
-    bench.ratio(f"upload of {bench.large} MiB over loopback TLS", [1e3 * one for one in ours],
-                [1e3 * one for one in curls], "ms", 1.15, "curl -F")
-    few, _, _ = upload.measured(bench.tool("upload-bench"), authority, bench.large // 8, 3 if bench.quick else 5)
-    bench.ratio(f"upload, each MiB of {bench.large} MiB", [1e3 * one / bench.large for one in ours],
-                [8e3 * one / bench.large for one in few], "ms", STEADY, f"of {bench.large // 8} MiB")
-    bench.figure("longest turn of the event loop during that upload", max(turns), "ms", 16,
-                 "of the processor's time, the longest of all rounds")
+    rounds = 3 if bench.quick else 7
+    sizes = (1, bench.large // 2, bench.large)
+    figures = {size: upload.measured(bench.tool("upload-bench"), authority, size, rounds) for size in sizes}
+    whole = {name: [1e3 * one for one in seconds] for name, seconds in figures[bench.large].items()}
+    for name, against in (("form", "curl -F"), ("body", "curl --data-binary")):
+        bench.ratio(f"upload of {bench.large} MiB over loopback TLS", whole["ours"], whole[name], "ms", 1.15, against)
+    small, half, large = (1e3 * statistics.median(figures[size]["ours"]) for size in sizes)
+    bench.ratio(f"upload, each further MiB from {sizes[1]} to {sizes[2]} MiB", [(large - half) / (sizes[2] - sizes[1])],
+                [(half - small) / (sizes[1] - sizes[0])], "ms", STEADY, f"from 1 to {sizes[1]} MiB")
+    bench.figure("longest turn of the event loop during that upload", max(figures[bench.large]["turns"]), "ms", 16,
+                 f"in any round; {max(figures[bench.large]['busy']):.4g} ms of the processor's time")
 
 
 def read(path, mode="r"):
