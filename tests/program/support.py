@@ -146,7 +146,7 @@ class ProgramTest(unittest.TestCase):
                       f"expected {len(report)} bytes, {report[place:place + 40]!r}")
 
     def assert_ends_silently(self, program):
-        self.assertEqual(program.exit_status(), 0)
+        self.assertEqual(program.exit_status(), 0, program.errors())
         self.assertEqual(program.errors(), "")
 
     def assert_usable_after_failure(self, program):
