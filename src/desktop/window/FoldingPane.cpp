@@ -56,6 +56,13 @@ QRect geometryOf(const platform::Rect &frame)
             static_cast<int>(std::lround(frame.width)), height};
 }
 
+/// Where a unit is not a whole number of pixels, the toolkit rounds a height in both directions, and how depends on the
+/// window's place: a window that was given one of two such heights may tell of the other.
+bool differByRounding(int height, int other)
+{
+    return std::abs(height - other) <= 1;
+}
+
 bool differOnlyInHeight(const QRect &one, const QRect &other)
 {
     return one.topLeft() == other.topLeft() && one.width() == other.width();
@@ -69,7 +76,7 @@ FoldingPane::FoldingPane(QWidget &parentWindow, QWidget &upperPart, QWidget &low
     , pane(lowerPart)
 {
     connect(&animation, &QVariantAnimation::valueChanged, this,
-            [this](const QVariant &height) { window.resize(window.width(), height.toInt()); });
+            [this](const QVariant &height) { stepTo(height.toInt()); });
     connect(&animation, &QVariantAnimation::finished, this, [this] {
         pane.setVisible(!folded);
         settle(kConfirmation);
@@ -193,6 +200,16 @@ void FoldingPane::animateToHeight(int height)
     animation.start();
 }
 
+// The last step has to change something: a window that stands so close to the end that it tells of the end already
+// would stay there.
+void FoldingPane::stepTo(int height)
+{
+    const int end = animation.endValue().toInt();
+    if (height == end || !differByRounding(height, end)) {
+        window.resize(window.width(), height);
+    }
+}
+
 // Another step of the animation would take the window out of the place that it has on the screen now.
 void FoldingPane::abandonAnimation()
 {
@@ -246,12 +263,10 @@ void FoldingPane::applyPendingHeight()
     rest();
 }
 
-// Where a unit is not a whole number of pixels, the toolkit rounds the height in both directions, and how depends on
-// the window's place: a window that folds a few times would lose a unit each time.
+// By its own word, a window that folds a few times would lose a unit each time.
 int FoldingPane::currentHeight() const
 {
-    constexpr int kRounding = 1;
-    return std::abs(window.height() - givenHeight) <= kRounding ? givenHeight : window.height();
+    return differByRounding(window.height(), givenHeight) ? givenHeight : window.height();
 }
 
 int FoldingPane::restoredHeight() const

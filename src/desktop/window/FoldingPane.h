@@ -55,6 +55,7 @@ private:
 
     void setInitialSize();
     void animateToHeight(int height);
+    void stepTo(int height);
     void abandonAnimation();
     void settle(std::chrono::milliseconds duration);
     void rest();

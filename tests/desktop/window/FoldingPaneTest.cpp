@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdlib>
 #include <set>
 #include <vector>
 
@@ -18,14 +19,23 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-class StyleWithoutAnimations : public QProxyStyle
+/// A style whose animations take this many milliseconds; with 0 it has none.
+class StyleWithAnimationsOf : public QProxyStyle
 {
 public:
+    explicit StyleWithAnimationsOf(int milliseconds)
+        : duration(milliseconds)
+    {
+    }
+
     int styleHint(StyleHint hint, const QStyleOption *option, const QWidget *widget,
                   QStyleHintReturn *data) const override
     {
-        return hint == SH_Widget_Animation_Duration ? 0 : QProxyStyle::styleHint(hint, option, widget, data);
+        return hint == SH_Widget_Animation_Duration ? duration : QProxyStyle::styleHint(hint, option, widget, data);
     }
+
+private:
+    int duration;
 };
 
 /// Records every height that the window goes through, and where a widget of the form lies each time anything moves.
@@ -221,7 +231,7 @@ TEST_F(FoldingPaneTest, FormStaysWhereItIsAtEveryMoment)
 
 TEST_F(FoldingPaneTest, FormStaysWhereItIsWithoutAnimationsToo)
 {
-    StyleWithoutAnimations style;
+    StyleWithAnimationsOf style(0);
     window.setStyle(&style);
     show();
     MovementRecorder recorder(window, {&form, &description, &triangle, &submit});
@@ -233,6 +243,28 @@ TEST_F(FoldingPaneTest, FormStaysWhereItIsWithoutAnimationsToo)
     toggleAndWait();
     EXPECT_EQ(recorder.places, placesAtRest);
     EXPECT_EQ(recorder.heights, (std::vector<int>{height + paneHeight(), height}));
+    window.setStyle(nullptr);
+}
+
+// A window system whose unit is not a whole number of pixels may report the height that comes last already for the one
+// that is a unit off; the window, taking itself to be there, would not ask for the last one.
+TEST_F(FoldingPaneTest, NoStepIsSoCloseToTheEndThatRoundingCouldTakeItForTheEnd)
+{
+    // So slow that it would come by every height near its end.
+    StyleWithAnimationsOf style(800);
+    window.setStyle(&style);
+    show();
+    for (int fold = 0; fold < 2; ++fold) {
+        MovementRecorder recorder(window, {});
+        toggleAndWait();
+        std::vector<int> distances;
+        for (const int height : recorder.heights) {
+            distances.push_back(std::abs(height - window.height()));
+        }
+        EXPECT_EQ(distances.back(), 0);
+        EXPECT_EQ(std::count(distances.begin(), distances.end(), 1), 0);
+        EXPECT_GT(distances.size(), 2U);
+    }
     window.setStyle(nullptr);
 }
 
