@@ -3,7 +3,7 @@
 import os
 import re
 
-from support import ORDINARY_USER, ProgramTest, remote_headline
+from support import ADDRESS, ORDINARY_USER, ProgramTest, remote_headline
 from trial.processes import Started
 from trial.waiting import wait_until
 
@@ -77,6 +77,7 @@ class WholeJob(ProgramTest):
         window = f"Korvale Crash Reporter dialog {remote_headline('anvil')} {summary}."
         program = self.launch()
         self.assert_says(window, ADDRESS_FIELD)
+        program.type(ADDRESS)
 
         program.key("Tab")
         self.assert_says("Description of what you were doing text.")
@@ -98,7 +99,7 @@ class WholeJob(ProgramTest):
         program.key("alt+r")
         self.assert_says(SENDING)
         program.key("Escape")
-        self.assert_says(ADDRESS_FIELD)
+        self.assert_says(ADDRESS_FIELD, f"{ADDRESS}.")
 
         program.key("Return")
         said = self.says_until("OK push button.")
@@ -109,7 +110,7 @@ class WholeJob(ProgramTest):
         program.key("Return")
         self.assert_says(window, "Report Crash push button.")
         program.press("Edit Report")
-        self.assert_says(ADDRESS_FIELD)
+        self.assert_says(ADDRESS_FIELD, f"{ADDRESS}.")
 
         program.key("Return")
         self.assertEqual(program.exit_status(), 0)

@@ -1,11 +1,13 @@
 // The roles, states and actions of the window, the disclosure triangle and the spinner.
 #include "desktop/window/AccessibleControls.h"
 
+#include "desktop/window/AccessibleField.h"
 #include "desktop/window/DisclosureButton.h"
 #include "desktop/window/Spinner.h"
 
 #include <QAccessibleWidget>
 #include <QAction>
+#include <QLineEdit>
 
 #include <algorithm>
 
@@ -131,6 +133,9 @@ QAccessibleInterface *accessibleControl(const QString &className, QObject *objec
     }
     if (auto *spinner = qobject_cast<Spinner *>(object)) {
         return new AccessibleSpinner(*spinner);
+    }
+    if (auto *field = qobject_cast<QLineEdit *>(object)) {
+        return accessibleField(*field);
     }
     return nullptr;
 }

@@ -1,6 +1,7 @@
 // What assistive technology is told of the controls that the toolkit has no words for.
 #pragma once
 
-/// Makes the disclosure triangle a button that expands and collapses, the spinner a busy progress bar, and the window's
-/// actions known. To be called before any of them is looked at; calling it again changes nothing.
+/// Makes the disclosure triangle a button that expands and collapses, the spinner a busy progress bar, the window's
+/// actions known, and a field's text one run. To be called before any of them is looked at; calling it again changes
+/// nothing.
 void installAccessibleControls();
