@@ -121,6 +121,11 @@ private:
     void find(const QString &words)
     {
         auto &pane = *window.findChild<reportview::TextDisplay *>();
+        // The alert had the keyboard.
+        window.activateWindow();
+        if (!QTest::qWaitForWindowActive(&window)) {
+            qFatal("the window does not become active");
+        }
         Q_EMIT pane.findRequested();
         QTest::keyClicks(QApplication::focusWidget(), words);
     }
