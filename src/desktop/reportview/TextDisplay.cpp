@@ -129,6 +129,8 @@ TextDisplay::TextDisplay(QWidget *parent)
     makeTextDisplaysAccessible();
     setFocusPolicy(Qt::StrongFocus);
     viewport()->setCursor(Qt::IBeamCursor);
+    // A style fills the corner between scroll bars with what it draws frames in, which may be the colour of the text.
+    setCornerWidget(new QWidget(this));
     verticalScrollBar()->installEventFilter(this);
     connect(verticalScrollBar(), &QScrollBar::actionTriggered, this, &TextDisplay::scrollByAction);
 }

@@ -26,6 +26,9 @@ bool isVeryLong(const QTextBlock &paragraph)
 DescriptionEdit::DescriptionEdit(QWidget *parent)
     : QPlainTextEdit(parent)
 {
+    // A style fills the corner between scroll bars with what it draws frames in, which is no background with high
+    // contrast.
+    setCornerWidget(new QWidget(this));
     // contentsChange is emitted before the change is laid out.
     connect(document(), &QTextDocument::contentsChange, this,
             [this](int position, int /*removedUnits*/, int addedUnits) { wrapUnlessVeryLong(position, addedUnits); });

@@ -2,12 +2,14 @@
 #include "desktop/reportview/TextDisplay.h"
 #include "support/ReportWindowFixture.h"
 
+#include <QAbstractScrollArea>
 #include <QAccessible>
 #include <QAction>
 #include <QApplication>
 #include <QClipboard>
 #include <QDragEnterEvent>
 #include <QMimeData>
+#include <QScrollBar>
 #include <QUrl>
 
 #include <initializer_list>
@@ -622,6 +624,26 @@ TEST_F(ReportWindowTest, FieldsOfTheWindowsOwnColourHaveFramesInTheColourOfItsTe
         EXPECT_GE(frame.red(), QColor(Qt::yellow).darker(200).red()) << widget->objectName().toStdString();
     }
     EXPECT_EQ(description.viewport()->grab().toImage().pixelColor(0, 0), QColor(Qt::black)) << "locked";
+}
+
+TEST_F(ReportWindowTest, CornerBetweenScrollBarsHasTheWindowsColourWhateverTheFramesHave)
+{
+    QPalette palette(Qt::yellow, Qt::black);
+    palette.setColor(QPalette::Base, Qt::black);
+    window.setPalette(palette);
+    const QString wideAndHigh = QString(30'000, u'x') + QString(100, u'\n');
+    show();
+    toggleDisclosure();
+    controls.logText.setString(wideAndHigh);
+    description.setPlainText(wideAndHigh);
+    auto &display = *reportText.findChild<QAbstractScrollArea *>();
+    ASSERT_TRUE(eventually([&] { return window.height() == static_cast<int>(controls.mainWindow.frame().height); }));
+    for (QAbstractScrollArea *area : std::initializer_list<QAbstractScrollArea *>{&description, &display}) {
+        const QPoint corner(area->verticalScrollBar()->mapTo(&window, QPoint(5, 0)).x(),
+                            area->horizontalScrollBar()->mapTo(&window, QPoint(0, 5)).y());
+        ASSERT_TRUE(area->verticalScrollBar()->isVisible() && area->horizontalScrollBar()->isVisible());
+        EXPECT_EQ(window.grab().toImage().pixelColor(corner), QColor(Qt::black)) << area->metaObject()->className();
+    }
 }
 
 TEST_F(ReportWindowTest, CancellingUnlocksTheForm)
