@@ -76,15 +76,19 @@ class Wayland(ProgramTest):
         self.assertGreater(sizes[0][1], folded[1])
         self.assertEqual(sizes[0][0], folded[0])
 
+    def start_other_program(self, path):
+        """Another program's window, from which the file may be dragged, on screen."""
+        source = Started([self.drag_source, path], self.subfolder("source"), "source", self.desktop.environment(),
+                         prefix=ORDINARY_USER)
+        self.addCleanup(source.end)
+        return wait_until(lambda: self.desktop.window_of(source.pid), "the other program's window")
+
     def drag(self, path, program):
         """Drags the file from another program's window onto the middle of this one's, and drops it there."""
         client = self.desktop.client()
         self.addCleanup(client.end)
         pointer = client.pointer()
-        source = Started([self.drag_source, path], self.subfolder("source"), "source", self.desktop.environment(),
-                         prefix=ORDINARY_USER)
-        self.addCleanup(source.end)
-        pointer.move(*middle(wait_until(lambda: self.desktop.window_of(source.pid), "the source of the drag")))
+        pointer.move(*middle(self.start_other_program(path)))
         pointer.press()
         x, y = middle(self.desktop.window_of(program.pid))
 
@@ -115,6 +119,31 @@ class Wayland(ProgramTest):
         program = self.launch_on_screen()
         os.kill(program.pid, signal.SIGTERM)
         self.assert_ends_silently(program)
+
+    def has_focus(self, pid):
+        return self.desktop.window_of(pid)["focused"]
+
+    def assert_takes_the_focus(self, *variables):
+        """Launched with these variables, the window gets what another program's window had. This compositor gives it to
+        every new window of the workspace in view, and takes no token for a window that it does not show yet."""
+        other = self.start_other_program(self.crash_log)["pid"]
+        wait_until(lambda: self.has_focus(other), "the other window to have the focus")
+        program = self.launch_on_screen(prefix=(*ORDINARY_USER, "env", "WAYLAND_DEBUG=1", *variables))
+        wait_until(lambda: self.has_focus(program.pid), "the window to have the focus")
+        self.assertFalse(self.has_focus(other))
+        wait_until(lambda: program.screen.has_focus("E-mail address"), "the focus on the address")
+        return program
+
+    def test_the_window_has_the_focus_with_the_launchers_token(self):
+        client = self.desktop.client()
+        self.addCleanup(client.end)
+        token = client.activation_token()
+        program = self.assert_takes_the_focus(f"XDG_ACTIVATION_TOKEN={token}")
+        self.assertIn(f'.activate("{token}"', program.errors())
+
+    def test_the_window_has_the_focus_without_a_token(self):
+        program = self.assert_takes_the_focus("--unset=XDG_ACTIVATION_TOKEN")
+        self.assertNotIn(".activate(", program.errors())
 
     def test_the_launchers_token_activates_the_window_and_is_handed_to_nobody(self):
         self.serve("refuse")
