@@ -6,6 +6,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <climits>
+
 namespace {
 
 /// No ID; setting it changes nothing and returns the present one (setfsuid(2)).
@@ -13,12 +16,9 @@ constexpr auto kUnchanged = static_cast<uid_t>(-1);
 
 std::vector<gid_t> presentGroups()
 {
-    const int count = ::getgroups(0, nullptr);
-    std::vector<gid_t> groups(static_cast<size_t>(count > 0 ? count : 0));
-    if (count > 0 && ::getgroups(count, groups.data()) < 0) {
-        groups.clear();
-    }
-    return groups;
+    std::vector<gid_t> groups(NGROUPS_MAX);
+    const int count = ::getgroups(NGROUPS_MAX, groups.data());
+    return {groups.begin(), groups.begin() + std::max(count, 0)};
 }
 
 /// By the system call, which is for the calling thread alone; the function of the library is for all of them.

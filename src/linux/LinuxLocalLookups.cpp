@@ -32,9 +32,7 @@ constexpr std::string_view kGreeterClass = "greeter";
 
 constexpr std::size_t kFirstAccountBuffer = 1024;
 /// An entry beyond this is no account; the bound keeps a broken source of accounts from eating all memory.
-constexpr std::size_t kLargestAccountBuffer = std::size_t(16) * 1024 * 1024;
-
-constexpr int kFirstGroups = 64;
+constexpr std::size_t kLargestAccountBuffer = std::size_t(1) << 24;
 
 struct Account {
     std::optional<QString> name;
@@ -128,33 +126,31 @@ bool isKnownToNamespace(uid_t userId)
 
 std::vector<gid_t> groupsOf(const QString &user, gid_t group)
 {
-    int count = kFirstGroups;
+    const QByteArray name = user.toUtf8();
+    int count = 0;
+    // Without space for any, it gives the count alone (getgrouplist(3)).
+    ::getgrouplist(name.constData(), group, nullptr, &count);
     std::vector<gid_t> groups(static_cast<std::size_t>(count));
-    if (::getgrouplist(user.toUtf8().constData(), group, groups.data(), &count) < 0) {
-        // Now the count is the one that is needed.
-        groups.resize(static_cast<std::size_t>(count));
-        if (::getgrouplist(user.toUtf8().constData(), group, groups.data(), &count) < 0) {
-            return {group};
-        }
+    if (::getgrouplist(name.constData(), group, groups.data(), &count) < 0) {
+        return {group};
     }
-    groups.resize(static_cast<std::size_t>(count));
-    return groups;
+    // There may be fewer meanwhile.
+    return {groups.begin(), groups.begin() + count};
 }
 
 MallocedString activeSessionOnFirstSeat()
 {
+    // A call that fails leaves it as it is.
     char *session = nullptr;
-    const bool found = sd_seat_get_active(kFirstSeat, &session, nullptr) >= 0;
-    MallocedString owned(session);
-    return found ? std::move(owned) : nullptr;
+    sd_seat_get_active(kFirstSeat, &session, nullptr);
+    return MallocedString(session);
 }
 
 MallocedString classOfSession(const char *session)
 {
     char *sessionClass = nullptr;
-    const bool found = sd_session_get_class(session, &sessionClass) >= 0;
-    MallocedString owned(sessionClass);
-    return found ? std::move(owned) : nullptr;
+    sd_session_get_class(session, &sessionClass);
+    return MallocedString(sessionClass);
 }
 
 std::optional<QString> userOfSession(const char *session)

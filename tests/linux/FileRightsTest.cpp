@@ -11,6 +11,7 @@
 #include <grp.h>
 #include <linux/capability.h>
 #include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -46,6 +47,38 @@ bool groupsComeBack(const LinuxLocalLookups &lookups)
         return false;
     }
     return ::getgroups(after.size(), after.data()) == 2 && after[0] == before[0] && after[1] == before[1];
+}
+
+/// Whether a process without groups has none after a user's rights.
+bool noGroupsComeBack(const LinuxLocalLookups &lookups)
+{
+    if (::setgroups(0, nullptr) != 0 || !lookups.takeFileRightsOfUser(kUser)) {
+        return false;
+    }
+    return ::getgroups(0, nullptr) == 0;
+}
+
+/// How many groups the process has with the user's rights, where the file is the system's list of groups.
+int groupsByList(const LinuxLocalLookups &lookups, const QString &list)
+{
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0
+        || ::mount(list.toLocal8Bit().constData(), "/etc/group", nullptr, MS_BIND, nullptr) != 0) {
+        return -1;
+    }
+    const auto rights = lookups.takeFileRightsOfUser(kUser);
+    return rights ? ::getgroups(0, nullptr) : -1;
+}
+
+/// Moves the process into a user namespace whose only user has that ID there; it may set no groups in it.
+bool enterNamespaceOf(uid_t onlyUser)
+{
+    const uid_t outside = ::geteuid();
+    if (::unshare(CLONE_NEWUSER) != 0) {
+        return false;
+    }
+    QFile map(u"/proc/self/uid_map"_s);
+    return map.open(QFile::WriteOnly | QFile::Unbuffered)
+        && map.write(QByteArray::number(onlyUser) + ' ' + QByteArray::number(outside) + " 1\n") > 0;
 }
 
 class FileRightsTest : public testing::Test
@@ -133,6 +166,26 @@ TEST_F(FileRightsTest, GroupsOfTheProcessComeBack)
     EXPECT_EXIT(_exit(groupsComeBack(lookups) ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
+TEST_F(FileRightsTest, ProcessWithoutGroupsHasNoneAfterwards)
+{
+    EXPECT_EXIT(_exit(noGroupsComeBack(lookups) ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(FileRightsTest, GroupsAreAllThatTheUserIsIn)
+{
+    constexpr int kGroups = 100;
+    const QString list = file(u"group"_s, 0, 0, 0644);
+    QFile output(list);
+    ASSERT_TRUE(output.open(QFile::WriteOnly | QFile::Truncate));
+    for (int number = 0; number < kGroups; ++number) {
+        output.write("group" + QByteArray::number(number) + ":x:" + QByteArray::number(5000 + number) + ":nobody\n");
+    }
+    output.close();
+
+    // The user's own group is one more.
+    EXPECT_EXIT(_exit(groupsByList(lookups, list)), testing::ExitedWithCode(kGroups + 1), "");
+}
+
 TEST_F(FileRightsTest, AreNotTakenWithoutTheRightToChangeTheUserOrTheGroup)
 {
     for (const int missing : {CAP_SETUID, CAP_SETGID}) {
@@ -145,5 +198,17 @@ TEST_F(FileRightsTest, AreNotTakenWithoutTheRightToChangeTheUserOrTheGroup)
 TEST_F(FileRightsTest, OfAUserWhomTheNamespaceDoesNotHaveAreTheProcessesOwn)
 {
     EXPECT_EXIT(_exit(::unshare(CLONE_NEWUSER) == 0 && lookups.takeFileRightsOfUser(kUser) ? 0 : 1),
+                testing::ExitedWithCode(0), "");
+    for (const uid_t other : {kUserId - 1, kUserId + 1}) {
+        EXPECT_EXIT(_exit(enterNamespaceOf(other) && lookups.takeFileRightsOfUser(kUser) ? 0 : 1),
+                    testing::ExitedWithCode(0), "")
+            << other;
+    }
+}
+
+TEST_F(FileRightsTest, OfAUserWhomTheNamespaceHasAreNotTheProcessesOwn)
+{
+    // Groups cannot be set here, and without that the user's rights are not taken.
+    EXPECT_EXIT(_exit(enterNamespaceOf(kUserId) && !lookups.takeFileRightsOfUser(kUser) ? 0 : 1),
                 testing::ExitedWithCode(0), "");
 }

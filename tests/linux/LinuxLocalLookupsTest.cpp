@@ -160,24 +160,28 @@ TEST(LinuxLocalLookups, HomeIsTheVariableIfItIsAnAbsolutePath)
 
 TEST(LinuxLocalLookups, HomeHasNoSeparatorAtItsEnd)
 {
-    const ScopedVariable home("HOME", "/home/user1//");
-    const LookupsOfUser lookups(1000);
+    for (const char *path : {"/home/user1/", "/home/user1//"}) {
+        const ScopedVariable home("HOME", path);
+        const LookupsOfUser lookups(1000);
 
-    EXPECT_EQ(lookups.homeDirectory(), u"/home/user1"_s);
-    EXPECT_EQ(lookups.searchPathForDirectoriesInDomains(directory::kLibrary, domain::kUser),
-              QStringList(u"/home/user1/Library"_s));
+        EXPECT_EQ(lookups.homeDirectory(), u"/home/user1"_s);
+        EXPECT_EQ(lookups.searchPathForDirectoriesInDomains(directory::kLibrary, domain::kUser),
+                  QStringList(u"/home/user1/Library"_s));
+    }
 }
 
 TEST(LinuxLocalLookups, HomeMayBeTheRootDirectory)
 {
-    const ScopedVariable home("HOME", "/");
-    const ScopedVariable cache("XDG_CACHE_HOME", std::nullopt);
-    const LookupsOfUser lookups(1000);
+    for (const char *root : {"/", "//"}) {
+        const ScopedVariable home("HOME", root);
+        const ScopedVariable cache("XDG_CACHE_HOME", std::nullopt);
+        const LookupsOfUser lookups(1000);
 
-    EXPECT_EQ(lookups.homeDirectory(), u"/"_s);
-    EXPECT_EQ(lookups.searchPathForDirectoriesInDomains(directory::kLibrary, domain::kUser),
-              QStringList(u"/Library"_s));
-    EXPECT_EQ(userCacheDirectory(), "/.cache");
+        EXPECT_EQ(lookups.homeDirectory(), u"/"_s);
+        EXPECT_EQ(lookups.searchPathForDirectoriesInDomains(directory::kLibrary, domain::kUser),
+                  QStringList(u"/Library"_s));
+        EXPECT_EQ(userCacheDirectory(), "/.cache");
+    }
 }
 
 TEST(LinuxLocalLookups, HomeIsTheAccountsWhereTheVariableIsNoAbsolutePath)

@@ -29,12 +29,19 @@ ACCOUNTS = """root:x:0:0:root:/root:/bin/sh
 user1:x:1234:1234:User One:/home/user one:/bin/sh
 greeter:x:120:120:Greeter:/var/lib/greeter:/bin/false
 """
-# Larger than any buffer that a lookup of accounts would try first.
-LONG_ACCOUNT = "user2:x:2345:2345:" + 20000 * "x" + ":/home/user two:/bin/sh\n"
+# Larger than any buffer that a lookup of accounts would try first; nearly as large as one may be; larger than that.
+LONG_ACCOUNT = 20000
+LONGEST_ACCOUNT = 15 * 1024 * 1024
+ENDLESS_ACCOUNT = 17 * 1024 * 1024
 OWN_HOME = "/home/of the process"
 
 USER_SESSION = "UID=1234\nUSER=user1\nACTIVE=1\nSTATE=active\nCLASS=user\nTYPE=wayland\nSEAT=seat0\n"
 GREETER_SESSION = "UID=120\nUSER=greeter\nACTIVE=1\nSTATE=active\nCLASS=greeter\nTYPE=wayland\nSEAT=seat0\n"
+
+
+def account_of(size):
+    """An entry of so many bytes and some more."""
+    return "user2:x:2345:2345:" + size * "x" + ":/home/user two:/bin/sh\n"
 
 
 def seat(session):
@@ -69,7 +76,7 @@ def run(*command):
     return subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True).stdout
 
 
-def lay_out_console(files, folder):
+def lay_out_console(files, folder, account_size):
     """Inside the namespace: an own /run and an own /etc/passwd."""
     run("mount", "-t", "tmpfs", "tmpfs", "/run")
     for name in ("seats", "sessions", "users"):
@@ -77,7 +84,7 @@ def lay_out_console(files, folder):
     for name, text in files.items():
         pathlib.Path("/run/systemd", name).write_text(text, encoding="utf-8")
     accounts = pathlib.Path(folder, "passwd")
-    accounts.write_text(ACCOUNTS + LONG_ACCOUNT, encoding="utf-8")
+    accounts.write_text(ACCOUNTS + account_of(account_size), encoding="utf-8")
     run("mount", "--bind", str(accounts), "/etc/passwd")
 
 
@@ -90,9 +97,9 @@ def answers_of(probe, user_id):
     return dict(line.split("=", 1) for line in lines)
 
 
-def inside(probe, folder, user_id, files):
+def inside(probe, folder, user_id, files, account_size):
     """Inside the namespace: prints the probe's answers on a console that the files tell of."""
-    lay_out_console(json.loads(files), folder)
+    lay_out_console(json.loads(files), folder, int(account_size))
     print(json.dumps(answers_of(probe, int(user_id))))
 
 
@@ -106,11 +113,11 @@ class ConsoleUser(unittest.TestCase):
         if allowed.returncode != 0:
             raise unittest.SkipTest(f"private namespaces are not allowed here ({allowed.stderr.strip()})")
 
-    def assert_answers(self, expected, files, user_id=0):
+    def assert_answers(self, expected, files, user_id=0, account_size=0):
         """Runs the probe where these are the files under /run/systemd, as root unless another user is given."""
         with tempfile.TemporaryDirectory() as folder:
             answers = run("unshare", "-Urm", sys.executable, __file__, INSIDE, self.probe, folder, str(user_id),
-                          json.dumps(files))
+                          json.dumps(files), str(account_size))
         self.assertEqual(json.loads(answers), expected)
 
     def test_root_answers_for_the_user_of_the_active_session(self):
@@ -138,9 +145,20 @@ class ConsoleUser(unittest.TestCase):
         session = USER_SESSION.replace("UID=1234", "UID=4321")
         self.assert_answers(NOBODY, {"seats/seat0": seat("c2"), "sessions/c2": session})
 
+    def test_a_session_without_an_id_is_nobodys(self):
+        session = USER_SESSION.replace("UID=1234\n", "")
+        self.assert_answers(NOBODY, {"seats/seat0": seat("c2"), "sessions/c2": session})
+
     def test_an_account_with_a_very_long_entry_is_found(self):
         session = USER_SESSION.replace("UID=1234", "UID=2345")
-        self.assert_answers(CONSOLE_USER_TWO, {"seats/seat0": seat("c3"), "sessions/c3": session})
+        for size in (LONG_ACCOUNT, LONGEST_ACCOUNT):
+            with self.subTest(size=size):
+                self.assert_answers(CONSOLE_USER_TWO, {"seats/seat0": seat("c3"), "sessions/c3": session},
+                                    account_size=size)
+
+    def test_an_account_without_end_is_nobody(self):
+        session = USER_SESSION.replace("UID=1234", "UID=2345")
+        self.assert_answers(NOBODY, {"seats/seat0": seat("c3"), "sessions/c3": session}, account_size=ENDLESS_ACCOUNT)
 
     def test_the_id_of_the_session_decides_and_not_the_name_written_beside_it(self):
         session = USER_SESSION.replace("USER=user1", "USER=greeter")
