@@ -12,6 +12,10 @@
 
 #include <gtest/gtest.h>
 
+#include <linux/tcp.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
 inline constexpr qint64 kMebibyte = 1024 * 1024;
 inline const QStringList kFinished = {QStringLiteral("finished")};
 inline const QStringList kFailed = {QStringLiteral("failed")};
@@ -43,6 +47,15 @@ inline QUrl withPort(quint16 port)
     QUrl url(QStringLiteral("https://127.0.0.1/"));
     url.setPort(port);
     return url;
+}
+
+/// The bytes that have come over the TCP connection, read or not (tcp(7), TCP_INFO).
+inline qint64 receivedBytes(const QSslSocket &socket)
+{
+    tcp_info known = {};
+    socklen_t size = sizeof known;
+    ::getsockopt(static_cast<int>(socket.socketDescriptor()), IPPROTO_TCP, TCP_INFO, &known, &size);
+    return static_cast<qint64>(known.tcpi_bytes_received);
 }
 
 /// A server, and a loader whose callbacks are heard.

@@ -198,8 +198,7 @@ void CurlAttempt::setConnection(const QByteArray &proxy)
         set(CURLOPT_PROXY, proxy.constData());
     }
     set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-    // A kept connection may be closed by the server just when a report is on its way.
-    set(CURLOPT_FRESH_CONNECT, 1L);
+    // Closing a connection calls the attempt, so it ends with the attempt and is not kept for another.
     set(CURLOPT_FORBID_REUSE, 1L);
     set(CURLOPT_CONNECTTIMEOUT, kNoConnectTimeout);
     // A further attempt asks for no name again.

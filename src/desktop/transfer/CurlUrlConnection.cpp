@@ -22,13 +22,6 @@ constexpr qsizetype kChunkSize = qsizetype(64) * 1024;
 /// How often time limits and what has been sent are looked at: often enough for a progress indicator to move evenly.
 constexpr std::chrono::milliseconds kLookInterval(100);
 
-/// Whether the attempt that ended with the result had come as far as a connection.
-bool hadConnection(CURLcode result)
-{
-    return result != CURLE_COULDNT_CONNECT && result != CURLE_COULDNT_RESOLVE_HOST
-        && result != CURLE_COULDNT_RESOLVE_PROXY;
-}
-
 const char *nameOf(Verdict verdict)
 {
     switch (verdict) {
@@ -146,7 +139,7 @@ void CurlUrlConnection::onFinished(CURLcode result)
 bool CurlUrlConnection::triesNextAddress(CURLcode result)
 {
     // libcurl itself goes on to the next address where there is no connection, but not where one is lost.
-    return hadConnection(result) && !attempt->hasBegunRequest() && !attempt->hasProxyAnswer()
+    return result != CURLE_COULDNT_CONNECT && !attempt->hasBegunRequest() && !attempt->hasProxyAnswer()
         && addresses.giveUpLastClosed();
 }
 

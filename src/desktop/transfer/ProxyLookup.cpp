@@ -29,12 +29,10 @@ ProxyLookup::ProxyLookup(const QString &command, const QUrl &url, std::chrono::m
         return;
     }
     process.setStandardInputFile(QProcess::nullDevice());
-    process.setStandardErrorFile(QProcess::nullDevice());
     // Queued, because a command that cannot be started may say so from inside the constructor.
     connect(&process, &QProcess::errorOccurred, this, &ProxyLookup::end, Qt::QueuedConnection);
     connect(&process, &QProcess::finished, this, &ProxyLookup::end, Qt::QueuedConnection);
     connect(&limitTimer, &QTimer::timeout, this, &ProxyLookup::end);
-    limitTimer.setSingleShot(true);
     limitTimer.start(limit);
     const QUrl host = url.adjusted(QUrl::RemoveUserInfo | QUrl::RemovePath | QUrl::RemoveQuery | QUrl::RemoveFragment);
     process.start(command, {QString::fromLatin1(host.toEncoded())});
@@ -42,7 +40,6 @@ ProxyLookup::ProxyLookup(const QString &command, const QUrl &url, std::chrono::m
 
 ProxyLookup::~ProxyLookup()
 {
-    process.disconnect();
     process.kill();
     process.waitForFinished();
 }

@@ -1,4 +1,5 @@
 // A host with several addresses: each is tried, and only as long as no byte of the request was sent.
+#include "support/LogLines.h"
 #include "support/TransferSupport.h"
 
 #include <QElapsedTimer>
@@ -81,6 +82,8 @@ public:
             act(*server.nextPendingConnection());
         });
     }
+
+    quint16 port() const { return server.serverPort(); }
 
     int accepted = 0;
 
@@ -223,6 +226,25 @@ TEST_F(LostAddresses, ConnectingHasALimitOfItsOwn)
     EXPECT_EQ(heardOfImpatientLoader(aPost(withPort(dead.port()))), kFailed);
     EXPECT_GE(passed(), kShortConnectLimit);
     EXPECT_LT(passed(), 10 * kShortConnectLimit);
+}
+
+TEST_F(LostAddresses, AreNamedToWhoAsks)
+{
+    const LogLines log(u"korvale.transfer=true"_s);
+    const DeadAddress dead(AF_INET);
+    EXPECT_EQ(heardOfImpatientLoader(aPost(withPort(dead.port()))), kFailed);
+    ASSERT_EQ(LogLines::all().size(), 6) << LogLines::text().toStdString();
+    EXPECT_EQ(LogLines::all().value(3), u"korvale.transfer: this address does not answer"_s);
+    EXPECT_EQ(LogLines::all().value(4), u"korvale.transfer: connecting"_s);
+    EXPECT_FALSE(LogLines::all().value(5).contains(u'(')) << LogLines::text().toStdString();
+
+    LogLines::all().clear();
+    delegate.heard.clear();
+    const PlainServer closing(QHostAddress::LocalHost, 0, [](QTcpSocket &socket) { socket.disconnectFromHost(); });
+    EXPECT_EQ(heardOfImpatientLoader(aPost(withPort(closing.port()))), kFailed);
+    ASSERT_EQ(LogLines::all().size(), 6) << LogLines::text().toStdString();
+    EXPECT_TRUE(LogLines::all().value(3).startsWith(u"korvale.transfer: this address is of no use: "_s));
+    EXPECT_EQ(LogLines::all().value(4), u"korvale.transfer: connecting"_s);
 }
 
 TEST_F(LostAddresses, ADeadOneIsLeftBehindWhenTheOtherHangsUp)

@@ -3,7 +3,9 @@
 
 #include "support/TransferSupport.h"
 
+#include <QAbstractEventDispatcher>
 #include <QCoreApplication>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QTcpServer>
@@ -15,6 +17,7 @@
 
 #include <iostream>
 #include <ostream>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -65,6 +68,21 @@ Answer::Act trickling(const QByteArray &bytes, std::chrono::milliseconds tick)
         });
         timer->start(tick);
     };
+}
+
+/// A body whose end the server takes for that of a further request, and so does its act once more.
+const QByteArray kSeenToItsEnd = QByteArray(256 * 1024, 'x') + "\r\n\r\n";
+
+/// Answers with the head before the body has come, and does the rest once it has come to its end.
+Answer before(const QByteArray &head, const Answer::Act &rest)
+{
+    return {"", Then::StayConnected, After::Head, [head, rest, isFirst = true](QSslSocket &socket) mutable {
+                if (std::exchange(isFirst, false)) {
+                    socket.write(head);
+                } else {
+                    rest(socket);
+                }
+            }};
 }
 
 } // namespace
@@ -118,8 +136,8 @@ TEST_F(UrlLoaderTest, EveryRequestHasAConnectionOfItsOwn)
 {
     server.willAnswer({{answered("200 OK").bytes, Then::StayConnected}});
 
-    heardAfter(aPost(server.url()));
-    EXPECT_TRUE(eventually([this] { return server.closedConnections() == 1; }));
+    const auto held = start(aPost(server.url()));
+    EXPECT_TRUE(eventually([this] { return delegate.hasEnded() && server.closedConnections() == 1; }));
     delegate.heard.clear();
     heardAfter(aPost(server.url()));
 
@@ -469,6 +487,32 @@ INSTANTIATE_TEST_SUITE_P(
         return nameOfStatus({std::get<0>(one.param), 0}) + std::get<1>(one.param).name;
     });
 
+TEST_F(UrlLoaderTest, AnEmptyAnswerThatEndsAfterTheWholeReportIsAnAcceptanceWheneverItBegan)
+{
+    server.limitReceiveBuffer(16 * 1024);
+    server.willAnswer({before("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n",
+                              [](QSslSocket &socket) { socket.write("0\r\n\r\n"); })});
+
+    EXPECT_EQ(heardAfter(aPost(server.url(), kSeenToItsEnd)), kFinished);
+}
+
+TEST_F(UrlLoaderTest, ARefusalIsHeardWhoseHeadComesBeforeTheReportAndItsBodyAfterwards)
+{
+    server.willAnswer({before("HTTP/1.1 500 Internal Server Error\r\nContent-Length: 2\r\n\r\n",
+                              [](QSslSocket &socket) { socket.write("no"); })});
+
+    EXPECT_EQ(heardAfter(aPost(server.url(), kSeenToItsEnd)), (QStringList{u"data no"_s, u"finished"_s}));
+}
+
+TEST_F(UrlLoaderTest, ALongRefusalIsHeardWholeFromAServerThatReadsNoMore)
+{
+    server.willAnswer(
+        {{answered("500 Internal Server Error", QByteArray(200'000, 'x')).bytes, Then::StopReading, After::Head}});
+
+    EXPECT_EQ(heardAfter(aPost(server.url(), QByteArray(32 * kMebibyte, 'x'))).last(), u"finished"_s);
+    EXPECT_EQ(delegate.bytes, 200'000);
+}
+
 // Transport failures before a request
 
 TEST_F(UrlLoaderTest, NothingListeningIsAFailure)
@@ -544,6 +588,13 @@ TEST_P(Redirect, ShowsItsOwnBodyToNobody)
     EXPECT_EQ(server.requests().size(), 1);
 }
 
+TEST_P(Redirect, ShowsItsOwnBodyToNobodyWhateverEndsItsLines)
+{
+    server.willAnswer({{"HTTP/1.1 "_ba + GetParam() + "\nLocation: /second\nContent-Length: 2\n\nno"}});
+
+    EXPECT_EQ(heardAfter(aPost(server.url())), kFailed);
+}
+
 TEST_P(Redirect, IsAFailureAtOnce)
 {
     server.willAnswer(
@@ -590,7 +641,49 @@ TEST_F(UrlLoaderTest, ALocationOfAnAnswerThatLeadsNowhereMeansNothing)
     }
 }
 
+TEST_F(UrlLoaderTest, AChunkWhoseSizeIsUnclearIsAFailureAtOnce)
+{
+    EXPECT_EQ(heardAfterAnswer({"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n1 2\r\nN", Then::StayConnected}),
+              kFailed);
+}
+
 // Large answers
+
+namespace {
+
+class HeldUpAnswer : public UrlLoaderTest
+{
+protected:
+    /// What the delegate hears when so many bytes have come while it was busy.
+    QStringList sizesAfter(qsizetype size)
+    {
+        server.willAnswer({{answered("200 OK", QByteArray(size, 'x')).bytes, Then::StayConnected}});
+        QStringList sizes;
+        delegate.onData = [&, before = qint64(0)](platform::UrlConnection &) mutable {
+            sizes << QString::number(delegate.bytes - std::exchange(before, delegate.bytes));
+        };
+        operations.perform([this] {
+            start(aPost(server.url()));
+            // Ends only when all of the answer was taken.
+            eventually([this] { return server.closedConnections() == 1; }, 200ms);
+        });
+        EXPECT_TRUE(eventually([this] { return delegate.hasEnded(); }));
+        return sizes;
+    }
+};
+
+} // namespace
+
+TEST_F(HeldUpAnswer, ComesInOnePieceOf64KibibytesAtMost)
+{
+    EXPECT_EQ(sizesAfter(65'536), QStringList{u"65536"_s});
+}
+
+TEST_F(HeldUpAnswer, ComesInTwoPiecesBeyondThat)
+{
+    EXPECT_EQ(sizesAfter(65'537).size(), 2);
+    EXPECT_LE(delegate.largest, 65'536);
+}
 
 TEST_F(UrlLoaderTest, AnAnswerOfOneGibibyteNeedsLittleMemory)
 {
@@ -720,6 +813,34 @@ TEST_F(UrlLoaderTest, CancellingInsideTheLastCallbackDoesNothing)
     delegate.onEnd = [](platform::UrlConnection &transfer) { transfer.cancel(); };
 
     EXPECT_EQ(heardAfter(aPost(server.url())), kFinished);
+}
+
+TEST_F(UrlLoaderTest, WhileNothingHappensTheEventLoopRests)
+{
+    server.willAnswer({{"", Then::StayConnected}});
+    const auto transfer = start(aPost(server.url()));
+    ASSERT_TRUE(eventually([this] { return server.posts() == 1; }));
+    int turns = 0;
+    QObject::connect(QCoreApplication::eventDispatcher(), &QAbstractEventDispatcher::awake, &loader, [&] { ++turns; });
+
+    QEventLoop loop;
+    QTimer::singleShot(250ms, &loop, &QEventLoop::quit);
+    loop.exec();
+
+    EXPECT_LT(turns, 30);
+}
+
+TEST_F(UrlLoaderTest, ATransferThatHasEndedLeavesNothingOpen)
+{
+    const auto openFiles = [] { return QDir(u"/proc/self/fd"_s).count(); };
+    EXPECT_EQ(heardAfter(aPost(server.url())), kFinished);
+    ASSERT_TRUE(eventually([this] { return server.closedConnections() == 1; }));
+    const auto before = openFiles();
+
+    delegate.heard.clear();
+    EXPECT_EQ(heardAfter(aPost(server.url())), kFinished);
+
+    EXPECT_TRUE(eventually([&] { return openFiles() <= before; })) << openFiles() << " instead of " << before;
 }
 
 TEST_F(UrlLoaderTest, ATransferThatNobodyHoldsGoesOnAndReports)
@@ -874,6 +995,34 @@ TEST_F(IdleTime, AServerThatNeverAnswersIsAFailure)
     // The system may let a timer of this kind run out a twentieth early.
     EXPECT_GE(passed(), kShortIdleLimit * 19 / 20);
     EXPECT_TRUE(eventually([this] { return server.closedConnections() == 1; }));
+}
+
+TEST_F(IdleTime, WhenItHasPassedTheConnectionEndsAtOnceAndTheCallbackMayWait)
+{
+    server.willAnswer({{"", Then::StayConnected}});
+    operations.perform([this] {
+        impatient.connectionWithRequestDelegate(aPost(server.url()), delegate);
+        EXPECT_TRUE(eventually([this] { return server.closedConnections() == 1; }));
+        // Longer than it takes to look at the time again.
+        eventually([] { return false; }, kShortIdleLimit / 3);
+    });
+
+    EXPECT_TRUE(eventually([this] { return delegate.hasEnded(); }));
+    EXPECT_EQ(delegate.heard, kFailed);
+}
+
+TEST_F(IdleTime, DoesNotPassAfterCancel)
+{
+    server.willAnswer({{"", Then::StayConnected}});
+    const auto transfer = impatient.connectionWithRequestDelegate(aPost(server.url()), delegate);
+    ASSERT_TRUE(eventually([this] { return server.posts() == 1; }));
+
+    transfer->cancel();
+
+    RecordingDelegate later;
+    impatient.connectionWithRequestDelegate(aPost(server.url()), later);
+    EXPECT_TRUE(eventually([&] { return later.hasEnded(); }));
+    EXPECT_EQ(delegate.heard, QStringList{});
 }
 
 TEST_F(IdleTime, AServerThatNeverShakesHandsIsAFailure)

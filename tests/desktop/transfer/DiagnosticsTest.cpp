@@ -1,8 +1,8 @@
 // What a transfer tells beside its callbacks: how much of the body has gone, who sends it, and why it failed.
+#include "support/LogLines.h"
 #include "support/ScopedVariable.h"
 #include "support/TransferSupport.h"
 
-#include <QLoggingCategory>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 
@@ -14,40 +14,21 @@ using Then = Answer::Then;
 
 namespace {
 
-/// Keeps what is logged as long as it lives.
-class LogLines
-{
-public:
-    explicit LogLines(const QString &rules)
-    {
-        lines().clear();
-        QLoggingCategory::setFilterRules(rules);
-        before = qInstallMessageHandler([](QtMsgType, const QMessageLogContext &context, const QString &text) {
-            lines() << QString::fromLatin1(context.category) + u": "_s + text;
-        });
-    }
-    LogLines(const LogLines &) = delete;
-    LogLines &operator=(const LogLines &) = delete;
-    ~LogLines()
-    {
-        qInstallMessageHandler(before);
-        QLoggingCategory::setFilterRules({});
-    }
-
-    static QString all() { return lines().join(u'\n'); }
-
-private:
-    static QStringList &lines()
-    {
-        static QStringList kept;
-        return kept;
-    }
-
-    QtMessageHandler before;
-};
-
 class Progress : public UrlLoaderTest
 {
+protected:
+    /// Has little patience with the one that it posts to.
+    qsizetype progressOfAFailure(const platform::UrlRequest &request)
+    {
+        TransferSettings settings = testSettings();
+        settings.idleLimit = 100ms;
+        CurlUrlLoader impatient(operations, settings);
+        const QSignalSpy progress(&impatient, &CurlUrlLoader::uploadProgress);
+        impatient.connectionWithRequestDelegate(request, delegate);
+        EXPECT_TRUE(eventually([this] { return delegate.hasEnded(); }));
+        EXPECT_EQ(delegate.heard, kFailed);
+        return progress.size();
+    }
 };
 
 class Diagnostics : public UrlLoaderTest
@@ -57,7 +38,15 @@ protected:
     {
         const LogLines log(u"korvale.transfer=true"_s);
         EXPECT_EQ(heardAfter(request), kFailed);
-        return LogLines::all();
+        return LogLines::text();
+    }
+
+    /// The lines of a transfer, without their category.
+    QStringList stepsOf(const platform::UrlRequest &request, const QStringList &heard)
+    {
+        const LogLines log(u"korvale.transfer=true"_s);
+        EXPECT_EQ(heardAfter(request), heard);
+        return LogLines::all().replaceInStrings(u"korvale.transfer: "_s, QString());
     }
 };
 
@@ -119,13 +108,103 @@ TEST_F(Progress, CancelTakesBackWhatTheSystemHolds)
     EXPECT_LT(server.requests().first().body.size(), kMebibyte);
 }
 
+TEST_F(Progress, CountsNothingBeforeTheRequest)
+{
+    QTcpServer silent;
+    ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
+
+    EXPECT_EQ(progressOfAFailure(aPost(withPort(silent.serverPort()))), 0);
+}
+
+TEST_F(Progress, IsNothingWithoutABody)
+{
+    server.willAnswer({{"", Then::StayConnected}});
+
+    EXPECT_EQ(progressOfAFailure(aPost(server.url(), std::nullopt)), 0);
+}
+
+TEST_F(Progress, DoesNotCountTheHandshake)
+{
+    // Nothing of the body is read, so what has come waits in the system of the server.
+    const auto come = std::make_shared<qint64>(0);
+    server.limitReceiveBuffer(16 * 1024);
+    server.willAnswer({{"", Then::StopReading, After::Head, [come](QSslSocket &socket) {
+                            auto *const timer = new QTimer(&socket);
+                            QObject::connect(timer, &QTimer::timeout, &socket,
+                                             [come, &socket] { *come = receivedBytes(socket); });
+                            timer->start(1ms);
+                        }}});
+    qint64 counted = 0;
+    TransferSettings settings = testSettings();
+    settings.idleLimit = 200ms;
+    CurlUrlLoader impatient(operations, settings);
+    QObject::connect(&impatient, &CurlUrlLoader::uploadProgress, &impatient, [&](qint64 sent) { counted = sent; });
+    impatient.connectionWithRequestDelegate(aPost(server.url(), QByteArray(32 * kMebibyte, 'x')), delegate);
+
+    EXPECT_TRUE(eventually([this] { return delegate.hasEnded(); }));
+
+    EXPECT_GT(counted, 0);
+    EXPECT_LT(counted, *come);
+}
+
 TEST_F(Diagnostics, AreSilentUnlessAskedFor)
 {
     const LogLines log({});
 
     heardAfter(aPost(withPort(aClosedPort())));
 
-    EXPECT_EQ(LogLines::all(), QString());
+    EXPECT_EQ(LogLines::text(), QString());
+}
+
+TEST_F(Diagnostics, TellTheStepsOfATransfer)
+{
+    EXPECT_EQ(stepsOf(aPost(server.url()), kFinished),
+              (QStringList{u"asking the desktop for a proxy"_s, u"the desktop names no proxy"_s, u"connecting"_s,
+                           u"accepted: No error, 10 of 10 bytes sent"_s}));
+
+    delegate.heard.clear();
+    const ScopedVariable direct("https_proxy", "http://127.0.0.1:1");
+    const ScopedVariable exception("no_proxy", "127.0.0.1");
+    EXPECT_EQ(stepsOf(aPost(server.url(), std::nullopt), kFinished),
+              (QStringList{u"connecting"_s, u"accepted: No error, 0 of 0 bytes sent"_s}));
+}
+
+TEST_F(Diagnostics, TellThatATransferWasCancelled)
+{
+    const LogLines log(u"korvale.transfer=true"_s);
+    const auto transfer = start(aPost(server.url()));
+
+    transfer->cancel();
+
+    EXPECT_EQ(LogLines::all().last(), u"korvale.transfer: cancelled"_s);
+}
+
+TEST_F(Diagnostics, TellWhyThereIsNoTransfer)
+{
+    const LogLines log(u"korvale.transfer=true"_s);
+    TransferSettings settings = testSettings();
+    settings.library = u"korvale-no-such-library"_s;
+    CurlUrlLoader powerless(operations, settings);
+
+    EXPECT_EQ(start(aPost(QUrl(u"http://localhost/"_s))), nullptr);
+    EXPECT_EQ(powerless.connectionWithRequestDelegate(aPost(server.url()), delegate), nullptr);
+
+    EXPECT_EQ(LogLines::all(),
+              (QStringList{u"korvale.transfer: this is no POST to an HTTPS address"_s,
+                           u"korvale.transfer: libcurl cannot be loaded, or is too old"_s}));
+}
+
+TEST_F(Diagnostics, TellOfOneAddressThatRefusesOnce)
+{
+    const QUrl url = withPort(aClosedPort());
+
+    const QStringList steps = stepsOf(aPost(url), kFailed);
+
+    ASSERT_EQ(steps.size(), 4) << LogLines::text().toStdString();
+    EXPECT_EQ(steps.value(2), u"connecting"_s);
+    EXPECT_TRUE(steps.value(3).startsWith(u"failed: "_s)) << steps.value(3).toStdString();
+    EXPECT_TRUE(steps.value(3).endsWith(u" (Connection refused), 0 of 10 bytes sent"_s))
+        << steps.value(3).toStdString();
 }
 
 TEST_F(Diagnostics, NameTheReasonOfAFailure)
@@ -147,7 +226,7 @@ TEST_F(Diagnostics, NameTheReasonOfAFailure)
 
     delegate.heard.clear();
     server.willAnswer({{"", Then::Reset}});
-    EXPECT_TRUE(loggedAfter(aPost(server.url())).contains(u"Connection reset"_s)) << LogLines::all().toStdString();
+    EXPECT_TRUE(loggedAfter(aPost(server.url())).contains(u"Connection reset"_s)) << LogLines::text().toStdString();
 }
 
 TEST_F(Diagnostics, NameATimeThatHasRunOut)
@@ -161,7 +240,8 @@ TEST_F(Diagnostics, NameATimeThatHasRunOut)
     impatient.connectionWithRequestDelegate(aPost(server.url()), delegate);
 
     EXPECT_TRUE(eventually([this] { return delegate.hasEnded(); }));
-    EXPECT_TRUE(LogLines::all().contains(u"Timeout was reached"_s)) << LogLines::all().toStdString();
+    EXPECT_TRUE(LogLines::text().contains(u"failed: Timeout was reached, 10 of 10 bytes sent"_s))
+        << LogLines::text().toStdString();
 }
 
 TEST_F(Diagnostics, SayNothingOfWhatIsSentOrAnswered)
@@ -171,15 +251,16 @@ TEST_F(Diagnostics, SayNothingOfWhatIsSentOrAnswered)
 
     heardAfter(aPost(server.url(u"/path"_s), "the description by jo@example.org"));
 
-    EXPECT_TRUE(LogLines::all().contains(u"refused"_s)) << LogLines::all().toStdString();
+    EXPECT_TRUE(LogLines::text().contains(u"refused"_s)) << LogLines::text().toStdString();
     for (const QString &secret : {u"description"_s, u"jo@"_s, u"answer"_s, u"path"_s, u"text/plain"_s}) {
-        EXPECT_FALSE(LogLines::all().contains(secret)) << LogLines::all().toStdString();
+        EXPECT_FALSE(LogLines::text().contains(secret)) << LogLines::text().toStdString();
     }
 }
 
 TEST_F(Diagnostics, TheRequestNamesTheProgramAndAsksForNothingMore)
 {
-    EXPECT_EQ(heardAfter(aPost(server.url())), kFinished);
+    // Of a large body libcurl would ask first whether it is wanted.
+    EXPECT_EQ(heardAfter(aPost(server.url(), QByteArray(2 * kMebibyte, 'x'))), kFinished);
 
     const ReceivedRequest &request = server.requests().first();
     EXPECT_EQ(request.values("User-Agent"), QList<QByteArray>{"KorvaleCrashReporter/" PROJECT_VERSION});

@@ -1,10 +1,12 @@
 // Through which proxy a request goes, and that what a proxy says is no answer.
+#include "support/LogLines.h"
 #include "support/ScopedVariable.h"
 #include "support/TransferSupport.h"
 
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QSslServer>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
@@ -47,6 +49,59 @@ private:
     QTcpServer server;
 };
 
+/// A proxy that makes tunnels, in TLS itself or not, and ends each in order when the host has ended it.
+class TunnelingProxy
+{
+public:
+    explicit TunnelingProxy(const QString &schemeOfAddress, const QString &certificate = u"localhost"_s)
+        : scheme(schemeOfAddress)
+    {
+        plainServer.listen(QHostAddress::LocalHost);
+        QObject::connect(&plainServer, &QTcpServer::newConnection, &plainServer,
+                         [this] { serve(*plainServer.nextPendingConnection()); });
+        tlsServer.setSslConfiguration(ThrowawayAuthority::shared().serverConfiguration(certificate));
+        tlsServer.listen(QHostAddress::LocalHost);
+        QObject::connect(&tlsServer, &QSslServer::pendingConnectionAvailable, &tlsServer,
+                         [this] { serve(*tlsServer.nextPendingConnection()); });
+    }
+
+    QByteArray address() const
+    {
+        const quint16 port = scheme == "https"_L1 ? tlsServer.serverPort() : plainServer.serverPort();
+        return scheme.toLatin1() + "://127.0.0.1:" + QByteArray::number(port);
+    }
+
+    int tunnels = 0;
+
+private:
+    void serve(QTcpSocket &client)
+    {
+        QObject::connect(&client, &QTcpSocket::readyRead, &client, [this, &client, asked = QByteArray()]() mutable {
+            asked += client.readAll();
+            if (asked.endsWith("\r\n\r\n")) {
+                QObject::disconnect(&client, &QTcpSocket::readyRead, nullptr, nullptr);
+                tunnel(client, QUrl::fromEncoded("https://" + asked.split(' ').value(1)));
+            }
+        });
+    }
+
+    void tunnel(QTcpSocket &client, const QUrl &address)
+    {
+        ++tunnels;
+        auto *const host = new QTcpSocket(&client);
+        const auto relay = [](QTcpSocket &from, QTcpSocket &to) { to.write(from.readAll()); };
+        QObject::connect(host, &QTcpSocket::connected, &client, [&client] { client.write("HTTP/1.1 200 Go\r\n\r\n"); });
+        QObject::connect(host, &QTcpSocket::readyRead, &client, [&client, host, relay] { relay(*host, client); });
+        QObject::connect(&client, &QTcpSocket::readyRead, host, [&client, host, relay] { relay(client, *host); });
+        QObject::connect(host, &QTcpSocket::disconnected, &client, [&client] { client.disconnectFromHost(); });
+        host->connectToHost(address.host(), static_cast<quint16>(address.port()));
+    }
+
+    QString scheme;
+    QTcpServer plainServer;
+    QSslServer tlsServer;
+};
+
 const QByteArray kRefusal = "HTTP/1.1 407 Proxy Authentication Required\r\nProxy-Authenticate: NTLM\r\n"
                             "Content-Length: 0\r\n\r\n";
 
@@ -80,11 +135,12 @@ protected:
         return file.open(QFile::ReadOnly) ? file.readAll() : QByteArray();
     }
 
-    QStringList heardWithCommand(const QByteArray &script, const platform::UrlRequest &request)
+    QStringList heardWithCommand(const QByteArray &script, const platform::UrlRequest &request,
+                                 std::chrono::milliseconds limit = 60s)
     {
         TransferSettings settings = testSettings();
         settings.proxyCommand = aCommand(script);
-        settings.proxyLimit = 300ms;
+        settings.proxyLimit = limit;
         CurlUrlLoader asking(operations, settings);
         asking.connectionWithRequestDelegate(request, delegate);
         eventually([this] { return delegate.hasEnded(); });
@@ -92,6 +148,19 @@ protected:
     }
 
     QTemporaryDir folder;
+};
+
+class Tunnel : public ProxyTest, public testing::WithParamInterface<const char *>
+{
+protected:
+    QStringList heardThroughTunnel(const Answer &answer)
+    {
+        delegate.heard.clear();
+        return heardAfterAnswer(answer);
+    }
+
+    TunnelingProxy proxy{QString::fromLatin1(GetParam())};
+    ScopedVariable variable{"https_proxy", proxy.address()};
 };
 
 class ProxyAnswer : public ProxyTest, public testing::WithParamInterface<const char *>
@@ -118,6 +187,52 @@ INSTANTIATE_TEST_SUITE_P(
                     "Content-Length: 0\r\n\r\n",
                     "HTTP/1.1 302 Found\r\nLocation: https://127.0.0.1/\r\nContent-Length: 0\r\n\r\n",
                     "HTTP/1.1 502 Bad Gateway\r\nContent-Length: 2\r\n\r\nno", "HTTP/1.1 200 OK\r\n\r\n", "garbage"));
+
+TEST_P(Tunnel, LeadsToTheHostWhoseAnswerAloneIsJudged)
+{
+    EXPECT_EQ(heardThroughTunnel(answered("200 OK")), kFinished);
+    EXPECT_EQ(heardThroughTunnel(answered("200 OK", "no")), (QStringList{u"data no"_s, u"finished"_s}));
+    EXPECT_EQ(heardThroughTunnel(answered("302 Found", "", "Location: /other\r\n")), kFailed);
+    EXPECT_EQ(proxy.tunnels, 3);
+    EXPECT_EQ(server.posts(), 3);
+}
+
+TEST_P(Tunnel, IsNotTheEndOfAnAnswerThatWasCut)
+{
+    EXPECT_EQ(heardThroughTunnel({"HTTP/1.1 200 OK\r\n\r\n", Answer::Then::Cut}), kFailed);
+}
+
+INSTANTIATE_TEST_SUITE_P(, Tunnel, testing::Values("http", "https"),
+                         [](const auto &one) { return std::string(one.param); });
+
+TEST_F(ProxyTest, InPlainTextLeavesTheEndOfAnAnswerToTheHost)
+{
+    const TunnelingProxy proxy(u"http"_s);
+    const ScopedVariable variable("https_proxy", proxy.address());
+
+    EXPECT_EQ(heardAfterAnswer({"HTTP/1.1 200 OK\r\n\r\n"}), kFinished);
+}
+
+TEST_F(ProxyTest, InTlsSaysTheEndOfAnAnswerLikeTheHostAndIsNotBelieved)
+{
+    const TunnelingProxy proxy(u"https"_s);
+    const ScopedVariable variable("https_proxy", proxy.address());
+
+    EXPECT_EQ(heardAfterAnswer({"HTTP/1.1 200 OK\r\n\r\n"}), kFailed);
+    EXPECT_EQ(server.posts(), 1);
+}
+
+TEST_F(ProxyTest, ThatCannotBeTrustedMakesNoTunnel)
+{
+    for (const char *certificate : {"expired", "otherhost", "stranger"}) {
+        const TunnelingProxy proxy(u"https"_s, QString::fromLatin1(certificate));
+        const ScopedVariable variable("https_proxy", proxy.address());
+
+        delegate.heard.clear();
+        EXPECT_EQ(heardAfter(aPost(server.url())), kFailed) << certificate;
+        EXPECT_EQ(proxy.tunnels, 0) << certificate;
+    }
+}
 
 TEST_F(ProxyTest, AHostThatTheEnvironmentExceptsIsReachedDirectly)
 {
@@ -162,6 +277,48 @@ TEST_F(ProxyTest, IsNoneWhereTheDesktopNamesNone)
     }
 }
 
+TEST_F(ProxyTest, IsNoneAtOnceWhereTheDesktopsCommandCannotBeStarted)
+{
+    TransferSettings settings = testSettings();
+    settings.proxyCommand = aCommand("");
+    settings.proxyLimit = 60s;
+    QFile command(settings.proxyCommand);
+    ASSERT_TRUE(command.open(QFile::WriteOnly | QFile::Truncate));
+    command.write("#!/nonexistent/interpreter\n");
+    command.close();
+    CurlUrlLoader asking(operations, settings);
+
+    asking.connectionWithRequestDelegate(aPost(server.url()), delegate);
+
+    EXPECT_TRUE(eventually([this] { return delegate.hasEnded(); }));
+    EXPECT_EQ(delegate.heard, kFinished);
+}
+
+TEST_F(ProxyTest, OfTheDesktopIsAskedForWithNothingToReadAndAnswersOnce)
+{
+    const Proxy proxy(kRefusal);
+
+    EXPECT_EQ(heardWithCommand("cat; echo http://127.0.0.1:1 >&2; echo " + proxy.address(), aPost(kUrl)), kFailed);
+
+    EXPECT_EQ(proxy.accepted, 1);
+}
+
+TEST_F(ProxyTest, IsNotAskedForAgainWhileTheTransferRuns)
+{
+    TransferSettings settings = testSettings();
+    settings.proxyCommand = aCommand("echo direct://");
+    settings.proxyLimit = 100ms;
+    settings.idleLimit = 300ms;
+    CurlUrlLoader asking(operations, settings);
+    server.willAnswer({{"", Answer::Then::StayConnected}});
+
+    asking.connectionWithRequestDelegate(aPost(server.url()), delegate);
+
+    EXPECT_TRUE(eventually([this] { return delegate.hasEnded(); }));
+    EXPECT_EQ(delegate.heard, kFailed);
+    EXPECT_EQ(server.connections(), 1);
+}
+
 TEST_F(ProxyTest, IsNoneAndLeavesNothingOpenWhereTheDesktopHasNoCommandForIt)
 {
     EXPECT_EQ(heardAfter(aPost(server.url())), kFinished);
@@ -175,13 +332,20 @@ TEST_F(ProxyTest, IsNoneAndLeavesNothingOpenWhereTheDesktopHasNoCommandForIt)
 
 TEST_F(ProxyTest, IsNoneWhereTheDesktopTakesTooLong)
 {
-    const QByteArray started = folder.path().toUtf8() + "/started";
+    TransferSettings settings = testSettings();
+    settings.proxyCommand = aCommand("echo $$ >" + folder.path().toUtf8() + "/started; exec sleep 60");
+    settings.proxyLimit = 300ms;
+    CurlUrlLoader asking(operations, settings);
+    server.willAnswer({{"", Answer::Then::StayConnected}});
 
-    EXPECT_EQ(heardWithCommand("echo $$ >" + started + "; exec sleep 60", aPost(server.url())), kFinished);
+    const auto transfer = asking.connectionWithRequestDelegate(aPost(server.url()), delegate);
 
+    EXPECT_TRUE(eventually([this] { return server.posts() == 1; }));
     const QByteArray process = written(u"started"_s).trimmed();
     ASSERT_FALSE(process.isEmpty());
-    EXPECT_FALSE(QFile::exists(u"/proc/"_s + QString::fromLatin1(process)));
+    EXPECT_TRUE(eventually([&] { return !QFile::exists(u"/proc/"_s + QString::fromLatin1(process)); }))
+        << "the command outlives its time";
+    EXPECT_EQ(server.connections(), 1);
 }
 
 TEST_F(ProxyTest, CancelEndsTheQuestionForIt)
@@ -192,6 +356,7 @@ TEST_F(ProxyTest, CancelEndsTheQuestionForIt)
     const auto transfer = asking.connectionWithRequestDelegate(aPost(server.url()), delegate);
     ASSERT_TRUE(eventually([this] { return written(u"started"_s).endsWith('\n'); }));
     const QByteArray process = written(u"started"_s).trimmed();
+    const LogLines log({});
     QElapsedTimer clock;
     clock.start();
 
@@ -201,4 +366,5 @@ TEST_F(ProxyTest, CancelEndsTheQuestionForIt)
     EXPECT_FALSE(QFile::exists(u"/proc/"_s + QString::fromLatin1(process)));
     EXPECT_EQ(delegate.heard, QStringList{});
     EXPECT_EQ(server.connections(), 0);
+    EXPECT_EQ(LogLines::text(), QString()) << "the toolkit has nothing to warn of";
 }
