@@ -168,7 +168,7 @@ std::optional<Content> readRegularFile(const QString &path, qsizetype maxBytes,
         return notTaken(path, "it is too large");
     }
     try {
-        std::optional<Content> content = read(file, std::max<qsizetype>(status.st_size, 0), maxBytes);
+        std::optional<Content> content = read(file, status.st_size, maxBytes);
         return content ? std::move(content)
                        : notTaken(path, "it cannot be read, has grown too large, or is no text in UTF-8");
     } catch (const std::bad_alloc &) {

@@ -12,6 +12,7 @@ namespace {
 constexpr qsizetype kSliceUnits = 4096;
 /// Bytes that the largest slice takes: a unit takes three at most, half a pair that grew the slice included.
 constexpr std::size_t kSliceBytes = 3 * (kSliceUnits + 1);
+static_assert(kSliceBytes >= 3 * (kSliceUnits - 1) + 4, "the last unit may begin a pair, which takes four bytes");
 
 /// The first units of the text, never ending between the two halves of a pair.
 QStringView firstSlice(QStringView text)

@@ -19,7 +19,7 @@ struct StandardDirectory {
     QStringView system;
 };
 
-inline constexpr std::array<StandardDirectory, 9> kStandardDirectories = {{
+inline constexpr auto kStandardDirectories = std::to_array<StandardDirectory>({
     {directory::kApplications, u"/Applications", u"/Applications", u"/System/Applications"},
     {directory::kAdminApplications, u"/Applications/Utilities", u"/Applications/Utilities",
      u"/System/Applications/Utilities"},
@@ -30,6 +30,6 @@ inline constexpr std::array<StandardDirectory, 9> kStandardDirectories = {{
     {directory::kCaches, u"/Library/Caches", u"/Library/Caches", u"/System/Library/Caches"},
     {directory::kApplicationSupport, u"/Library/Application Support", u"/Library/Application Support", {}},
     {directory::kMovies, u"/Movies", {}, {}},
-}};
+});
 
 } // namespace platform

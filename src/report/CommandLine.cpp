@@ -14,21 +14,19 @@ bool isConsidered(const QStringList &arguments)
     return arguments.size() >= kMinArguments && arguments.contains(kRemoteNameOption) && arguments.contains(kLogOption);
 }
 
+/// The word after the option, which is among them.
 std::optional<QString> valueOf(QStringView option, const QStringList &arguments)
 {
-    const qsizetype index = arguments.indexOf(option);
-    if (index < 0 || index >= arguments.size() - 1) {
-        return std::nullopt;
-    }
-    return arguments.at(index + 1);
+    const qsizetype next = arguments.indexOf(option) + 1;
+    return next < arguments.size() ? std::optional(arguments.at(next)) : std::nullopt;
 }
 
 /// The words that are left when the launch decision has taken its own: both options and their values.
 QStringList wordsForOpening(const QStringList &arguments)
 {
     const bool taken = isConsidered(arguments);
-    const qsizetype remoteName = taken ? arguments.indexOf(kRemoteNameOption) : -1;
-    const qsizetype log = taken ? arguments.indexOf(kLogOption) : -1;
+    const qsizetype remoteName = arguments.indexOf(kRemoteNameOption);
+    const qsizetype log = arguments.indexOf(kLogOption);
     QStringList words;
     for (qsizetype index = 1; index < arguments.size(); ++index) {
         const bool isTaken =

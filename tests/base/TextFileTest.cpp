@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <filesystem>
 #include <limits>
 #include <thread>
@@ -293,6 +294,33 @@ TEST_F(TextFile, FileWhoseReportedSizeIsTheLargestNumberCannotBeRead)
     ::close(file);
 }
 
+TEST_F(TextFile, FileWhoseReadingFailsCannotBeRead)
+{
+    // Reading at the start of a process's memory, which is a regular file, fails (proc(5)).
+    EXPECT_TRUE(fileExists(u"/proc/self/mem"_s));
+    EXPECT_EQ(contentsOfRegularFile(u"/proc/self/mem"_s), std::nullopt);
+    EXPECT_EQ(textOfFile(u"/proc/self/mem"_s), std::nullopt);
+}
+
+TEST_F(TextFile, WhatFailedBeforeDoesNotCount)
+{
+    const QString file = home.write(u"a"_s, "content");
+
+    errno = EINTR;
+    EXPECT_EQ(contentsOfRegularFile(file), "content");
+}
+
+TEST_F(TextFile, IsReadAndClosedByAProcessWithoutStandardInput)
+{
+    const QString file = home.write(u"a"_s, "content");
+    const auto readsAndCloses = [&file] {
+        ::close(STDIN_FILENO);
+        return contentsOfRegularFile(file) == "content" && ::fcntl(STDIN_FILENO, F_GETFD) < 0;
+    };
+
+    EXPECT_EXIT(_exit(readsAndCloses() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
 TEST_F(TextFile, TextIsReadStrictly)
 {
     EXPECT_EQ(textOfFile(home.write(u"a"_s, "caf\xC3\xA9")), u"caf\u00E9"_s);
@@ -301,7 +329,7 @@ TEST_F(TextFile, TextIsReadStrictly)
 
 TEST_F(TextFile, TextIsDecodedAlikeWhereverItsBytesAreDivided)
 {
-    const QString characters = u"\u00E9\u0800\U0001F4A5\0\uFEFF"_s;
+    const QString characters = u"\u00E9\u0800\U0001F4A5\U00010000\0\uFEFF"_s;
     for (qsizetype before = 0; before < 16; ++before) {
         const QString text = QString(before, u'x') + characters.repeated(5'000);
         ASSERT_EQ(textOfFile(home.write(u"a"_s, text.toUtf8())), text) << before;

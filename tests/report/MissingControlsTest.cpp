@@ -17,8 +17,8 @@ TEST(MissingControls, AnswerZeroFalseOrEmpty)
     EXPECT_EQ(missing.emailText.stringValue(), QString());
     EXPECT_EQ(missing.logText.string(), QString());
     EXPECT_FALSE(missing.logView.isHidden());
-    EXPECT_EQ(missing.logView.frame(), platform::Rect());
-    EXPECT_EQ(missing.mainWindow.frame(), platform::Rect());
+    EXPECT_EQ(missing.logView.frame(), (platform::Rect{0, 0, 0, 0}));
+    EXPECT_EQ(missing.mainWindow.frame(), (platform::Rect{0, 0, 0, 0}));
 }
 
 TEST(MissingControls, KeepNoReportThatIsShownFromBeingSubmitted)
