@@ -65,7 +65,7 @@ void FindBar::addWidgets()
     };
     status->setMinimumWidth(status->fontMetrics().averageCharWidth() * 18);
     row->addWidget(label);
-    row->addWidget(field, 1);
+    row->addWidget(field);
     row->addWidget(addButton(Qt::UpArrow, u"Find previous"_s, SearchDirection::Backward));
     row->addWidget(addButton(Qt::DownArrow, u"Find next"_s, SearchDirection::Forward));
     row->addWidget(status);
@@ -96,7 +96,6 @@ void FindBar::open()
 void FindBar::dismiss()
 {
     stop();
-    say({});
     hide();
     display.setFocus(Qt::OtherFocusReason);
     Q_EMIT dismissed();
@@ -145,8 +144,7 @@ void FindBar::find(SearchDirection direction)
 
 void FindBar::searchFrom(qsizetype offset, SearchDirection direction)
 {
-    search.stop();
-    say({});
+    stop();
     if (field->text().isEmpty()) {
         return;
     }

@@ -49,7 +49,6 @@ private:
     TextSearch search;
     QLineEdit *field; ///< A child.
     QLabel *status;   ///< A child.
-    SearchDirection lastDirection = SearchDirection::Forward;
 };
 
 } // namespace reportview

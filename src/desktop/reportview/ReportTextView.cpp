@@ -130,7 +130,7 @@ void ReportTextView::makeDisplay()
     display->setSections(sections);
     connect(display, &TextDisplay::findRequested, this, &ReportTextView::openFindBar);
     connect(display, &TextDisplay::menuShown, this, [this](QMenu *menu) { addActionsTo(*menu); });
-    static_cast<QVBoxLayout *>(layout())->addWidget(display, 1);
+    layout()->addWidget(display);
     // At once: a layout shows what it is given later from the event loop, and until then nothing can focus it.
     display->show();
     label->setBuddy(display);

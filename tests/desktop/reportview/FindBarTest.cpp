@@ -5,10 +5,13 @@
 #include "desktop/reportview/ReportTextView.h"
 
 #include <QDialog>
+#include <QDragEnterEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMimeData>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
@@ -22,12 +25,12 @@ class FindBarTest : public testing::Test
 protected:
     FindBarTest()
         : view(new ReportTextView(&dialog))
-        , button(new QPushButton(&dialog))
+        , defaultButton(new QPushButton(&dialog))
     {
         auto *layout = new QVBoxLayout(&dialog);
         layout->addWidget(view);
-        layout->addWidget(button);
-        button->setDefault(true);
+        layout->addWidget(defaultButton);
+        defaultButton->setDefault(true);
     }
 
     void show(const QString &text)
@@ -52,6 +55,13 @@ protected:
 
     FindBar *bar() const { return view->findChild<FindBar *>(); }
     QLineEdit *field() const { return view->findChild<QLineEdit *>(); }
+    QToolButton &button(const QString &name) const
+    {
+        const QList<QToolButton *> buttons = bar()->findChildren<QToolButton *>();
+        return **std::find_if(buttons.begin(), buttons.end(),
+                              [&name](const QToolButton *one) { return one->accessibleName() == name; });
+    }
+    void click(const QString &name) { QTest::mouseClick(&button(name), Qt::LeftButton); }
     bool says(const QString &outcome) const
     {
         const QList<QLabel *> labels = bar()->findChildren<QLabel *>();
@@ -62,7 +72,7 @@ protected:
 
     QDialog dialog;
     ReportTextView *view;
-    QPushButton *button;
+    QPushButton *defaultButton;
     TextDisplay *display = nullptr;
 };
 
@@ -76,6 +86,27 @@ TEST_F(FindBarTest, BarIsMadeWhenItIsFirstAskedFor)
     ASSERT_NE(bar(), nullptr);
     EXPECT_TRUE(bar()->isVisible());
     EXPECT_TRUE(field()->hasFocus());
+}
+
+TEST_F(FindBarTest, BarIsAsWideAsTheViewAndStandsBelowTheText)
+{
+    show(u"abc"_s);
+    press(Qt::Key_F, Qt::ControlModifier);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(bar()->x(), 0);
+    EXPECT_EQ(bar()->width(), view->width());
+    EXPECT_EQ(bar()->geometry().bottom(), view->rect().bottom());
+    EXPECT_GT(bar()->y(), display->geometry().bottom());
+    EXPECT_EQ(bar()->childrenRect(), bar()->rect());
+    EXPECT_GT(field()->width(), view->width() / 4);
+}
+
+TEST_F(FindBarTest, KeysOfTheViewAreNoneOfTheRestOfTheWindow)
+{
+    show(u"abc"_s);
+    defaultButton->setFocus();
+    press(Qt::Key_F, Qt::ControlModifier);
+    EXPECT_EQ(bar(), nullptr);
 }
 
 TEST_F(FindBarTest, WordsAreFoundWhileTheyAreTyped)
@@ -173,13 +204,155 @@ TEST_F(FindBarTest, EscapeWithoutABarIsTheWindows)
 TEST_F(FindBarTest, ReturnNeverPressesTheWindowsButton)
 {
     show(u"abc"_s);
-    const QSignalSpy pressed(button, &QPushButton::clicked);
+    const QSignalSpy pressed(defaultButton, &QPushButton::clicked);
     find(u"b"_s);
     press(Qt::Key_Return);
     press(Qt::Key_Enter);
     field()->clear();
     press(Qt::Key_Return);
     EXPECT_EQ(pressed.count(), 0);
+}
+
+TEST_F(FindBarTest, ButtonsFindAndCloseAndLeaveTheKeyboardInTheField)
+{
+    show(u"pier one pier two pier"_s);
+    find(u"pier"_s);
+    click(u"Find next"_s);
+    EXPECT_EQ(display->selection().begin, 9);
+    EXPECT_TRUE(field()->hasFocus());
+    click(u"Find previous"_s);
+    EXPECT_EQ(display->selection().begin, 0);
+    EXPECT_TRUE(field()->hasFocus());
+    EXPECT_EQ(button(u"Find next"_s).toolTip(), u"Find next"_s);
+    click(u"Close the find bar"_s);
+    EXPECT_FALSE(bar()->isVisible());
+    EXPECT_TRUE(display->hasFocus());
+}
+
+TEST_F(FindBarTest, ButtonsAreReachedByTab)
+{
+    show(u"abc"_s);
+    press(Qt::Key_F, Qt::ControlModifier);
+    QStringList visited;
+    for (int count = 0; count < 3; ++count) {
+        press(Qt::Key_Tab);
+        visited += QApplication::focusWidget()->accessibleName();
+    }
+    EXPECT_EQ(visited, (QStringList{u"Find previous"_s, u"Find next"_s, u"Close the find bar"_s}));
+}
+
+TEST_F(FindBarTest, FieldHasANameAMnemonicAndAButtonThatEmptiesIt)
+{
+    show(u"abc"_s);
+    find(u"b"_s);
+    EXPECT_EQ(field()->accessibleName(), u"Find in the report"_s);
+    display->setFocus();
+    press(Qt::Key_I, Qt::AltModifier);
+    EXPECT_TRUE(field()->hasFocus());
+    auto *clear = field()->findChild<QToolButton *>();
+    ASSERT_NE(clear, nullptr);
+    QTest::mouseClick(clear, Qt::LeftButton);
+    EXPECT_EQ(field()->text(), QString());
+}
+
+TEST_F(FindBarTest, WhatIsDroppedOnTheFieldIsLeftToTheWindow)
+{
+    show(u"abc"_s);
+    press(Qt::Key_F, Qt::ControlModifier);
+    QMimeData data;
+    data.setText(u"dropped"_s);
+    QDragEnterEvent enter(QPoint(1, 1), Qt::CopyAction, &data, Qt::LeftButton, {});
+    enter.ignore();
+    QApplication::sendEvent(field(), &enter);
+    EXPECT_FALSE(enter.isAccepted());
+}
+
+TEST_F(FindBarTest, FieldAndButtonsStayWhereTheyAreWhenTheOutcomeIsSaid)
+{
+    show(u"abc"_s);
+    const QFont usual = dialog.font();
+    for (const int times : {1, 2}) {
+        QFont larger = usual;
+        larger.setPointSizeF(times * usual.pointSizeF());
+        dialog.setFont(larger);
+        dialog.resize(1'200, 300);
+        press(Qt::Key_F, Qt::ControlModifier);
+        field()->clear();
+        QCoreApplication::processEvents();
+        const QRect before = field()->geometry();
+        QTest::keyClicks(field(), u"x"_s);
+        ASSERT_TRUE(says(u"Not found"_s));
+        QCoreApplication::processEvents();
+        EXPECT_EQ(field()->geometry(), before) << times;
+    }
+}
+
+TEST_F(FindBarTest, WordsOfTheLastSearchAreReplacedByWhatIsTyped)
+{
+    show(u"pier harbour"_s);
+    find(u"pier"_s);
+    display->select(0, 0);
+    find(u"harbour"_s);
+    EXPECT_EQ(field()->text(), u"harbour"_s);
+}
+
+TEST_F(FindBarTest, WordsThatAreLongerThanTheBoundAreNotTakenOver)
+{
+    show(QString(300, u'x'));
+    display->select(0, 200);
+    press(Qt::Key_F, Qt::ControlModifier);
+    EXPECT_EQ(field()->text(), QString(200, u'x'));
+    display->select(0, 201);
+    press(Qt::Key_F, Qt::ControlModifier);
+    EXPECT_EQ(field()->text(), QString(200, u'x'));
+}
+
+TEST_F(FindBarTest, WordsAcrossAnyLineEndAreNotTakenOver)
+{
+    for (const QString &lineEnd : {u"\n"_s, u"\r"_s, u"\u2028"_s, u"\u2029"_s}) {
+        show(u"one"_s + lineEnd + u"two"_s);
+        display->select(0, 7);
+        press(Qt::Key_F, Qt::ControlModifier);
+        EXPECT_EQ(field()->text(), QString());
+    }
+}
+
+TEST_F(FindBarTest, FindingFurtherWithoutWordsAsksForThem)
+{
+    show(u"one two"_s);
+    press(Qt::Key_F3);
+    ASSERT_NE(bar(), nullptr);
+    press(Qt::Key_Escape);
+    press(Qt::Key_F3);
+    EXPECT_TRUE(bar()->isVisible());
+    EXPECT_TRUE(field()->hasFocus());
+}
+
+TEST_F(FindBarTest, OutcomeIsForgottenWhenTheBarIsClosedOrOpened)
+{
+    show(u"abc"_s);
+    find(u"x"_s);
+    ASSERT_TRUE(says(u"Not found"_s));
+    press(Qt::Key_F, Qt::ControlModifier);
+    EXPECT_TRUE(says(QString()));
+    press(Qt::Key_Return);
+    ASSERT_TRUE(says(u"Not found"_s));
+    press(Qt::Key_Escape);
+    EXPECT_EQ(field()->accessibleDescription(), QString());
+}
+
+TEST_F(FindBarTest, ClosingTheBarEndsTheSearch)
+{
+    show(QString(qsizetype(16) * 1024 * 1024, u'x'));
+    find(u"y"_s);
+    ASSERT_TRUE(says(u"Searching…"_s));
+    press(Qt::Key_Escape);
+    press(Qt::Key_F, Qt::ControlModifier);
+    // One that begins later ends later.
+    TextSearch another;
+    another.start(display->text(), u"y"_s, 0, SearchDirection::Forward);
+    ASSERT_TRUE(eventually([&another] { return !another.isRunning(); }));
+    EXPECT_TRUE(says(QString()));
 }
 
 TEST_F(FindBarTest, SelectedWordsAreTakenOver)

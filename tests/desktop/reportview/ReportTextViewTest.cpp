@@ -14,6 +14,7 @@
 #include <QMenu>
 #include <QScrollBar>
 #include <QTimer>
+#include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
 using namespace reportview;
@@ -255,6 +256,42 @@ TEST_F(ReportTextViewTest, NewTextHasNoSectionsOfTheOldOne)
     display()->setFocus();
     QTest::keyClick(display(), Qt::Key_PageDown, Qt::ControlModifier);
     EXPECT_EQ(display()->caret(), 0);
+}
+
+TEST_F(ReportTextViewTest, SectionsOfATextThatWasNeverShownAreForgotten)
+{
+    view.setString(u"crash\n\nLog 1:\n"_s);
+    view.setSections({{u"Log 1"_s, 6}});
+    view.setString(u"crash\nand much more"_s);
+    show();
+    display()->setFocus();
+    QTest::keyClick(display(), Qt::Key_PageDown, Qt::ControlModifier);
+    EXPECT_EQ(display()->caret(), 0);
+}
+
+TEST_F(ReportTextViewTest, DisplayTakesAllOfTheViewBelowTheLabel)
+{
+    view.resize(700, 500);
+    show();
+    const auto *label = view.findChild<QLabel *>();
+    EXPECT_EQ(label->pos(), QPoint(0, 0));
+    EXPECT_EQ(label->height(), label->sizeHint().height());
+    EXPECT_EQ(display()->x(), 0);
+    EXPECT_EQ(display()->geometry().bottomRight(), view.rect().bottomRight());
+    EXPECT_EQ(display()->y(), label->height() + view.layout()->spacing());
+}
+
+TEST_F(ReportTextViewTest, LayoutAroundTheViewIsToldOfAnotherTheme)
+{
+    QWidget around;
+    auto *inside = new ReportTextView(&around);
+    auto *layout = new QVBoxLayout(&around);
+    layout->addWidget(inside);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
+    layout->activate();
+    QEvent change(QEvent::ThemeChange);
+    QApplication::sendEvent(inside, &change);
+    EXPECT_TRUE(layout->activate()) << "nothing would be laid out anew";
 }
 
 TEST_F(ReportTextViewTest, LeastAndUsualSizesHaveRoomForText)

@@ -14,9 +14,43 @@
 
 #include <limits>
 #include <memory>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 using namespace reportview;
+
+namespace {
+
+/// What was announced to assistive technology since it was last taken.
+QStringList &announcements()
+{
+    static QStringList list;
+    return list;
+}
+
+QStringList takenAnnouncements()
+{
+    return std::exchange(announcements(), {});
+}
+
+} // namespace
+
+// In the place of the toolkit's own, which on the offscreen platform tells nobody.
+void QAccessible::updateAccessibility(QAccessibleEvent *event)
+{
+    if (event->type() == QAccessible::TextUpdated) {
+        const auto &update = static_cast<QAccessibleTextUpdateEvent &>(*event);
+        announcements() += u"%1 became %2 at %3"_s.arg(update.textRemoved(), update.textInserted(),
+                                                       QString::number(update.changePosition()));
+    } else if (event->type() == QAccessible::TextCaretMoved) {
+        announcements() += u"caret %1"_s.arg(static_cast<QAccessibleTextCursorEvent &>(*event).cursorPosition());
+    } else if (event->type() == QAccessible::TextSelectionChanged) {
+        const auto &change = static_cast<QAccessibleTextSelectionEvent &>(*event);
+        announcements() += u"selection %1 to %2, caret %3"_s.arg(change.selectionStart())
+                               .arg(change.selectionEnd())
+                               .arg(change.cursorPosition());
+    }
+}
 
 namespace {
 
@@ -262,6 +296,104 @@ TEST_F(TextDisplayAccessibleTest, CaretAndSelectionAreToldAndSet)
     text->removeSelection(0);
     EXPECT_EQ(text->selectionCount(), 0);
     EXPECT_EQ(text->cursorPosition(), 13);
+}
+
+TEST_F(TextDisplayAccessibleTest, ThereIsOneSelectionAtMost)
+{
+    show(u"one two three"_s);
+    text->addSelection(4, 7);
+    text->addSelection(8, 10);
+    EXPECT_EQ(display.selection(), (Range{4, 7}));
+    int start = -1;
+    int end = -1;
+    text->selection(1, &start, &end);
+    EXPECT_EQ(start, 0);
+    EXPECT_EQ(end, 0);
+    text->setSelection(1, 8, 10);
+    text->removeSelection(1);
+    EXPECT_EQ(display.selection(), (Range{4, 7}));
+    text->setSelection(0, 4, -1);
+    EXPECT_EQ(display.selection(), (Range{4, 13}));
+}
+
+TEST_F(TextDisplayAccessibleTest, EndOfTheTextHasAnOffsetOfItsOwn)
+{
+    show(u"one\ntwo"_s);
+    EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textAtOffset, -1, QAccessible::LineBoundary),
+              (Answer{u"two"_s, 4, 7}));
+    EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textAtOffset, 7, QAccessible::LineBoundary),
+              (Answer{u"two"_s, 4, 7}));
+    EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textAtOffset, -2, QAccessible::LineBoundary),
+              (Answer{QString(), -1, -1}));
+}
+
+TEST_F(TextDisplayAccessibleTest, WithoutABoundaryTheWholeTextIsGiven)
+{
+    show(u"one\ntwo"_s);
+    EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textAtOffset, 2, QAccessible::NoBoundary),
+              (Answer{u"one\ntwo"_s, 0, 7}));
+}
+
+TEST_F(TextDisplayAccessibleTest, SegmentsBeforeAndBehindAPlaceAreNamed)
+{
+    show(u"one two\nthree"_s);
+    EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textBeforeOffset, 8, QAccessible::LineBoundary),
+              (Answer{u"one two\n"_s, 0, 8}));
+    EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textAfterOffset, 2, QAccessible::LineBoundary),
+              (Answer{u"three"_s, 8, 13}));
+    EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textAfterOffset, 3, QAccessible::CharBoundary),
+              (Answer{u"t"_s, 4, 5}));
+}
+
+TEST_F(TextDisplayAccessibleTest, NewTextIsAnnouncedWithTheOneBeforeWhereItIsInView)
+{
+    takenAnnouncements();
+    display.setText(u"one"_s);
+    EXPECT_EQ(takenAnnouncements(), QStringList());
+    show(u"two"_s);
+    takenAnnouncements();
+    display.setText(u"three"_s);
+    EXPECT_EQ(takenAnnouncements(), QStringList{u"two became three at 0"_s});
+}
+
+TEST_F(TextDisplayAccessibleTest, CaretAndSelectionAreAnnouncedWhenTheyChange)
+{
+    show(u"one two three"_s);
+    takenAnnouncements();
+    display.select(4, 7);
+    EXPECT_EQ(takenAnnouncements(), (QStringList{u"caret 7"_s, u"selection 4 to 7, caret 7"_s}));
+    display.select(4, 7);
+    EXPECT_EQ(takenAnnouncements(), QStringList());
+    display.select(5, 7);
+    EXPECT_EQ(takenAnnouncements(), QStringList{u"selection 5 to 7, caret 7"_s});
+    display.select(7, 5);
+    EXPECT_EQ(takenAnnouncements(), QStringList{u"caret 5"_s});
+    display.select(2, 2);
+    EXPECT_EQ(takenAnnouncements(), (QStringList{u"caret 2"_s, u"selection 2 to 2, caret 2"_s}));
+    display.select(3, 3);
+    EXPECT_EQ(takenAnnouncements(), QStringList{u"caret 3"_s});
+}
+
+TEST_F(TextDisplayAccessibleTest, CharactersAreWhereTheScreenShowsThem)
+{
+    show(u"one\ntwo"_s);
+    display.move(120, 90);
+    const QPoint corner = display.viewport()->mapToGlobal(QPoint());
+    const std::optional<QRect> place = display.characterRect(5);
+    ASSERT_TRUE(place);
+    EXPECT_EQ(text->characterRect(5), place->translated(corner));
+    EXPECT_EQ(text->offsetAtPoint(corner + place->center()), 5);
+    EXPECT_EQ(text->offsetAtPoint(corner - QPoint(1, 1)), -1);
+}
+
+TEST_F(TextDisplayAccessibleTest, BothEndsOfWhatIsScrolledToComeIntoViewWhereTheyFit)
+{
+    show(u"line\n"_s.repeated(1'000));
+    text->scrollToSubstring(4'000, 4'020);
+    EXPECT_FALSE(text->characterRect(4'000).isEmpty());
+    EXPECT_FALSE(text->characterRect(4'020).isEmpty());
+    text->scrollToSubstring(1'000, 4'000);
+    EXPECT_FALSE(text->characterRect(1'000).isEmpty());
 }
 
 TEST_F(TextDisplayAccessibleTest, OffsetsOutsideTheTextHaveNoAnswer)

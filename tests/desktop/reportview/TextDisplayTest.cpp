@@ -78,6 +78,22 @@ protected:
         moveTo(to, button);
     }
 
+    void turnWheel(QWidget &widget, QPoint angle)
+    {
+        QWheelEvent event(QPointF(5, 5), widget.mapToGlobal(QPointF(5, 5)), {}, angle, Qt::NoButton, {},
+                          Qt::NoScrollPhase, false);
+        QApplication::sendEvent(&widget, &event);
+    }
+
+    /// Gives the view so many rows and pixels of height.
+    void resizeTo(int rows, int pixels = 0)
+    {
+        display.setFrameShape(QFrame::NoFrame);
+        const QRect first = *display.characterRect(0);
+        display.resize(640, first.top() + rows * first.height() + pixels);
+        QApplication::processEvents();
+    }
+
     int firstRow() const { return static_cast<int>(display.visibleRows().front().begin); }
     QScrollBar &bar() const { return *display.verticalScrollBar(); }
 
@@ -85,6 +101,23 @@ protected:
 };
 
 class HostileDisplay : public TextDisplayTest, public testing::WithParamInterface<HostileText>
+{
+};
+
+/// A key, and where it takes a caret that stands in the second of three rows.
+struct CaretKey {
+    std::string name;
+    int key;
+    Qt::KeyboardModifiers modifiers;
+    qsizetype caret;
+};
+
+void PrintTo(const CaretKey &given, std::ostream *out)
+{
+    *out << given.name;
+}
+
+class CaretKeyTest : public TextDisplayTest, public testing::WithParamInterface<CaretKey>
 {
 };
 
@@ -182,6 +215,29 @@ TEST_F(TextDisplayTest, ArrowsStepOverWholeCharactersAndLineEnds)
     press(Qt::Key_Left);
     EXPECT_EQ(display.caret(), 5);
 }
+
+TEST_P(CaretKeyTest, MovesTheCaretAndSelectsWithShift)
+{
+    const CaretKey &given = GetParam();
+    show(u"one two three\nfour five six\nseven eight nine"_s);
+    for (const Qt::KeyboardModifiers shift : {Qt::KeyboardModifiers(), Qt::KeyboardModifiers(Qt::ShiftModifier)}) {
+        display.select(21, 21);
+        press(given.key, given.modifiers | shift);
+        EXPECT_EQ(display.caret(), given.caret);
+        EXPECT_EQ(display.anchor(), shift ? 21 : given.caret);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , CaretKeyTest,
+    testing::Values(CaretKey{"Right", Qt::Key_Right, {}, 22}, CaretKey{"Left", Qt::Key_Left, {}, 20},
+                    CaretKey{"WordRight", Qt::Key_Right, Qt::ControlModifier, 24},
+                    CaretKey{"WordLeft", Qt::Key_Left, Qt::ControlModifier, 19}, CaretKey{"Down", Qt::Key_Down, {}, 35},
+                    CaretKey{"Up", Qt::Key_Up, {}, 7}, CaretKey{"PageDown", Qt::Key_PageDown, {}, 35},
+                    CaretKey{"PageUp", Qt::Key_PageUp, {}, 7}, CaretKey{"Home", Qt::Key_Home, {}, 14},
+                    CaretKey{"End", Qt::Key_End, {}, 27}, CaretKey{"TextStart", Qt::Key_Home, Qt::ControlModifier, 0},
+                    CaretKey{"TextEnd", Qt::Key_End, Qt::ControlModifier, 44}),
+    [](const testing::TestParamInfo<CaretKey> &given) { return given.param.name; });
 
 TEST_F(TextDisplayTest, SelectionThatIsAskedForInsideACharacterTakesItWhole)
 {
@@ -452,9 +508,7 @@ TEST_F(TextDisplayTest, WheelTurnedSidewaysScrollsSideways)
     const int first = firstRow();
     QScrollBar &sideways = *display.horizontalScrollBar();
     const int before = sideways.value();
-    QWheelEvent event(QPointF(5, 5), display.viewport()->mapToGlobal(QPointF(5, 5)), {}, {-240, 20}, Qt::NoButton, {},
-                      Qt::NoScrollPhase, false);
-    QApplication::sendEvent(display.viewport(), &event);
+    turnWheel(*display.viewport(), {-240, 20});
     EXPECT_GT(sideways.value(), before);
     EXPECT_EQ(firstRow(), first);
 }
@@ -462,22 +516,134 @@ TEST_F(TextDisplayTest, WheelTurnedSidewaysScrollsSideways)
 TEST_F(TextDisplayTest, WheelMovesAsManyRowsAsTheSystemSays)
 {
     show(numberedLines(500));
-    const auto turn = [](QWidget &widget, int angle) {
-        QWheelEvent event(QPointF(5, 5), widget.mapToGlobal(QPointF(5, 5)), {}, {0, angle}, Qt::NoButton, {},
-                          Qt::NoScrollPhase, false);
-        QApplication::sendEvent(&widget, &event);
-    };
     const qsizetype threeLines = u"line 0\nline 1\nline 2\n"_s.size();
     ASSERT_EQ(QApplication::wheelScrollLines(), 3);
-    turn(*display.viewport(), -120);
+    turnWheel(*display.viewport(), {0, -120});
     EXPECT_EQ(firstRow(), threeLines);
-    turn(bar(), 120);
+    turnWheel(bar(), {0, 120});
     EXPECT_EQ(firstRow(), 0);
     // Half a row is no row yet.
-    turn(*display.viewport(), -20);
+    turnWheel(*display.viewport(), {0, -20});
     EXPECT_EQ(firstRow(), 0);
-    turn(*display.viewport(), -20);
+    turnWheel(*display.viewport(), {0, -20});
     EXPECT_EQ(firstRow(), u"line 0\n"_s.size());
+}
+
+TEST_F(TextDisplayTest, WheelsNotchIsCountedWholeHoweverFineItTurns)
+{
+    show(numberedLines(500));
+    const int usual = QApplication::wheelScrollLines();
+    QApplication::setWheelScrollLines(1);
+    turnWheel(*display.viewport(), {0, -119});
+    EXPECT_EQ(firstRow(), 0);
+    turnWheel(*display.viewport(), {0, -1});
+    EXPECT_EQ(firstRow(), 7);
+    QApplication::setWheelScrollLines(usual);
+}
+
+TEST_F(TextDisplayTest, WheelTurnedBothWaysAlikeScrollsRows)
+{
+    show(numberedLines(500) + u"wide "_s.repeated(200));
+    turnWheel(*display.viewport(), {-120, -120});
+    EXPECT_GT(firstRow(), 0);
+    EXPECT_EQ(display.horizontalScrollBar()->value(), 0);
+}
+
+TEST_F(TextDisplayTest, RowsThatFitExactlyAreAllInView)
+{
+    show(numberedLines(500));
+    for (const int pixels : {-1, 0, 1}) {
+        resizeTo(5, pixels);
+        EXPECT_EQ(display.visibleRows().size(), pixels > 0 ? 6U : 5U) << pixels;
+        press(Qt::Key_End, Qt::ControlModifier);
+        const int whole = pixels < 0 ? 4 : 5;
+        const qsizetype last = display.text().size();
+        EXPECT_EQ(firstRow(), display.text().lastIndexOf(u"line %1\n"_s.arg(501 - whole))) << pixels;
+        EXPECT_TRUE(isInView(last));
+        press(Qt::Key_PageUp);
+        press(Qt::Key_Home, Qt::ControlModifier);
+        press(Qt::Key_PageDown);
+        EXPECT_EQ(firstRow(), 7 * (whole - 1)) << "one row of the page before stays in view";
+        bar().setValue(0);
+        bar().triggerAction(QAbstractSlider::SliderPageStepAdd);
+        EXPECT_EQ(firstRow(), 7 * (whole - 1));
+        press(Qt::Key_Home, Qt::ControlModifier);
+    }
+}
+
+TEST_F(TextDisplayTest, ViewLowerThanARowIsPagedByRows)
+{
+    show(numberedLines(500));
+    resizeTo(0, 4);
+    EXPECT_EQ(display.visibleRows().size(), 1U);
+    press(Qt::Key_PageDown);
+    EXPECT_EQ(display.caret(), 7);
+    EXPECT_EQ(firstRow(), 7);
+    press(Qt::Key_PageUp);
+    EXPECT_EQ(display.caret(), 0);
+    bar().triggerAction(QAbstractSlider::SliderPageStepAdd);
+    EXPECT_EQ(firstRow(), 7);
+    bar().triggerAction(QAbstractSlider::SliderPageStepSub);
+    EXPECT_EQ(firstRow(), 0);
+}
+
+TEST_F(TextDisplayTest, CharactersFollowEachOtherInRowsAndCells)
+{
+    show(u"abc\ndef"_s);
+    const QRect first = *display.characterRect(0);
+    EXPECT_GT(first.width(), 4);
+    EXPECT_NEAR(display.characterRect(2)->left(), first.left() + 2 * first.width(), 2);
+    EXPECT_EQ(display.characterRect(4)->topLeft(), first.bottomLeft() + QPoint(0, 1));
+    // A line end takes no room behind its row, nor does the end of the text.
+    EXPECT_EQ(display.characterRect(3)->width(), 0);
+    EXPECT_NEAR(display.characterRect(3)->left(), first.left() + 3 * first.width(), 3);
+    EXPECT_EQ(display.characterRect(7)->width(), 0);
+    EXPECT_EQ(display.characterRect(7)->top(), display.characterRect(4)->top());
+    EXPECT_EQ(display.characterRect(8), std::nullopt);
+}
+
+TEST_F(TextDisplayTest, PlacesOutsideTheRowsAreThoseOfTheNearestOne)
+{
+    show(u"abc\ndef"_s);
+    const QPoint second = display.characterRect(1)->center();
+    EXPECT_EQ(display.characterAt(second), 1);
+    EXPECT_EQ(display.characterAt({second.x(), -50}), 1);
+    EXPECT_EQ(display.characterAt({second.x(), 250}), 5);
+    EXPECT_EQ(display.characterAt({second.x(), display.characterRect(4)->top()}), 5);
+    EXPECT_EQ(display.characterAt({second.x(), display.characterRect(4)->top() - 1}), 1);
+    EXPECT_EQ(display.characterAt({-50, second.y()}), 0);
+    EXPECT_EQ(display.characterAt({500, second.y()}), 2);
+}
+
+TEST_F(TextDisplayTest, RowsOfBothDirectionsKeepTheSameDistanceToTheirSides)
+{
+    show(u"\u05E9\u05DC\nabc"_s);
+    const int atTheLeft = display.characterRect(3)->left();
+    EXPECT_GT(atTheLeft, 0);
+    EXPECT_NEAR(display.viewport()->width() - 1 - display.characterRect(0)->right(), atTheLeft, 1);
+}
+
+TEST_F(TextDisplayTest, ThumbsAreAsLongAsWhatIsInView)
+{
+    show(numberedLines(500) + u"wide "_s.repeated(200));
+    EXPECT_EQ(bar().maximum() + bar().pageStep(), display.text().size());
+    press(Qt::Key_End, Qt::ControlModifier);
+    const QScrollBar &sideways = *display.horizontalScrollBar();
+    const QRect first = *display.characterRect(display.visibleRows().front().begin);
+    const int margin = first.left() + sideways.value();
+    EXPECT_EQ(sideways.pageStep(), display.viewport()->width() - 2 * margin);
+    EXPECT_EQ(sideways.value(), sideways.maximum());
+    // The caret behind the last character has its room.
+    const int right = display.characterRect(display.text().size())->left();
+    EXPECT_LE(right, display.viewport()->width() - margin - 2);
+    EXPECT_GE(right, display.viewport()->width() - margin - 2 * first.width());
+}
+
+TEST_F(TextDisplayTest, StepSidewaysIsSeveralCharacters)
+{
+    show(u"wide "_s.repeated(200));
+    display.horizontalScrollBar()->triggerAction(QAbstractSlider::SliderSingleStepAdd);
+    EXPECT_GE(display.horizontalScrollBar()->value(), 2 * display.characterRect(0)->width());
 }
 
 TEST_F(TextDisplayTest, ScrollBarsStepsAreRowsAndPages)
