@@ -208,10 +208,11 @@ void RowLayout::layOut(Piece &piece) const
         format.setFont(font);
         if (!formats.isEmpty() && formats.last().start + formats.last().length == mark.offset
             && formats.last().format == format) {
-            formats.last().length += static_cast<int>(mark.units);
+            ++formats.last().length;
             continue;
         }
-        formats.append({static_cast<int>(mark.offset), static_cast<int>(mark.units), format});
+        // The second half of a pair would get the space once more.
+        formats.append({static_cast<int>(mark.offset), 1, format});
     }
     piece.layout->setFormats(formats);
     piece.layout->beginLayout();

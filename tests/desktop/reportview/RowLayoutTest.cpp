@@ -8,6 +8,9 @@
 #include <QImage>
 #include <QPainter>
 
+#include <algorithm>
+#include <cmath>
+
 using namespace Qt::StringLiterals;
 using namespace reportview;
 
@@ -21,15 +24,29 @@ const TextStyle &style()
     return shared;
 }
 
-QImage drawn(const QString &text, Range selected = {})
+/// The first row of the text, of which only what lies between the two places is asked for.
+QImage drawn(const QString &text, Range selected = {}, RowLayout::Span visible = {0, kImageWidth})
 {
     QImage image(kImageWidth, style().rowHeight, QImage::Format_RGB32);
     image.fill(Qt::white);
     QPainter painter(&image);
     RowLayout layout(text, rowAt(text, 0), style());
-    layout.draw(painter, {0, 0}, {0, kImageWidth}, selected,
-                {Qt::black, Qt::darkGray, Qt::white, Qt::lightGray, Qt::blue});
+    layout.draw(painter, {0, 0}, visible, selected, {Qt::black, Qt::darkGray, Qt::white, Qt::lightGray, Qt::blue});
     return image;
+}
+
+/// The columns and the lines of the picture that are not white, from left to right; empty if there are none.
+QRect inkOf(const QImage &image, qreal left = 0, qreal right = kImageWidth)
+{
+    QRect ink;
+    for (int x = static_cast<int>(left); x < static_cast<int>(right); ++x) {
+        for (int y = 0; y < image.height(); ++y) {
+            if (image.pixelColor(x, y) != QColor(Qt::white)) {
+                ink |= QRect(x, y, 1, 1);
+            }
+        }
+    }
+    return ink;
 }
 
 /// Whether something is drawn between the two places.
@@ -227,6 +244,299 @@ TEST(RowLayout, LongPlainRowIsAsWideAsItsCells)
     EXPECT_NEAR(layout.width(), 4'000 * style().cell, 0.1);
     EXPECT_NEAR(layout.xOf(3'999), 3'999 * style().cell, 0.1);
     EXPECT_EQ(layout.offsetAt(3'000.2 * style().cell), 3'000);
+}
+
+TEST(RowLayout, MarkIsABoxInTheMiddleOfItsRoom)
+{
+    const QString text = u"a"_s + QChar(1) + u"b"_s;
+    RowLayout layout(text, rowAt(text, 0), style());
+    const qreal left = layout.xOf(1);
+    const qreal right = layout.xOf(2);
+    const QRect box = inkOf(drawn(text), left, right);
+    EXPECT_NEAR(box.left() - left, right - box.right() - 1, 1.5);
+    EXPECT_NEAR(box.top(), style().rowHeight - 1 - box.bottom(), 1);
+    EXPECT_GT(box.width(), (right - left) * 0.7);
+    EXPECT_GT(box.height(), style().rowHeight * 0.6);
+}
+
+TEST(RowLayout, MarkHasRoomForItsNameAndItsPadding)
+{
+    const QFontMetricsF metrics(style().markFont);
+    for (const QString &name : {u"CR"_s, u"E0041"_s}) {
+        EXPECT_NEAR(style().markWidth(name), metrics.horizontalAdvance(name) + 2 * style().markPadding, 0.5);
+    }
+    EXPECT_GT(style().markPadding, 0);
+    EXPECT_LT(style().markPadding, style().markCell);
+}
+
+TEST(RowLayout, NamesOfMarksAreSmallerThanTheTextHoweverItsSizeIsGiven)
+{
+    QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    font.setPointSizeF(20);
+    EXPECT_LT(TextStyle(font).markFont.pointSizeF(), 19);
+    EXPECT_GT(TextStyle(font).markFont.pointSizeF(), 10);
+    font.setPixelSize(20);
+    EXPECT_LT(TextStyle(font).markFont.pixelSize(), 19);
+    EXPECT_GT(TextStyle(font).markFont.pixelSize(), 10);
+    font.setPixelSize(2);
+    EXPECT_EQ(TextStyle(font).markFont.pixelSize(), 1);
+}
+
+TEST(RowLayout, RowsAreAsHighAsTheirLetters)
+{
+    const QFontMetricsF metrics(style().font);
+    EXPECT_GE(style().rowHeight, metrics.lineSpacing());
+    EXPECT_LT(style().rowHeight, metrics.lineSpacing() + 3);
+}
+
+TEST(RowLayout, MarksWidthIsThatOfItsBox)
+{
+    const QString text = u"a"_s + QChar(1) + QChar(2) + u"\u202E\U000E0041b"_s;
+    RowLayout layout(text, rowAt(text, 0), style());
+    EXPECT_NEAR(layout.xOf(2) - layout.xOf(1), style().markWidth(u"SOH"_s), 0.1);
+    EXPECT_NEAR(layout.xOf(3) - layout.xOf(2), style().markWidth(u"STX"_s), 0.1);
+    EXPECT_NEAR(layout.xOf(4) - layout.xOf(3), style().markWidth(u"RLO"_s), 0.1);
+    EXPECT_NEAR(layout.xOf(6) - layout.xOf(4), style().markWidth(u"E0041"_s), 0.1);
+    EXPECT_NEAR(layout.xOf(7), layout.width(), 0.1);
+}
+
+TEST(RowLayout, WidthHoldsTheLineEnd)
+{
+    const auto widthOfFirstRow = [](const QString &text) { return RowLayout(text, rowAt(text, 0), style()).width(); };
+    EXPECT_NEAR(widthOfFirstRow(u"abc\nd"_s), 3 * style().cell, 0.1);
+    EXPECT_NEAR(widthOfFirstRow(u"abc\r\nd"_s), 3 * style().cell + style().markWidth(u"CR"_s), 0.1);
+    const QString divided(3 * kRowUnits, u'x');
+    const Row first = rowAt(divided, 0);
+    ASSERT_TRUE(first.isContinued(divided));
+    EXPECT_NEAR(widthOfFirstRow(divided), static_cast<qreal>(first.end + 1) * style().cell, 0.1);
+}
+
+TEST(RowLayout, TabIsAnArrowToItsEnd)
+{
+    const auto tip = [](const QImage &image, qreal left, qreal right) {
+        // The column with the most ink above and below the shaft is the arrow's back.
+        int highest = 0;
+        int place = 0;
+        for (int x = static_cast<int>(left); x < static_cast<int>(right); ++x) {
+            const int height = inkOf(image, x, x + 1).height();
+            if (height > highest) {
+                highest = height;
+                place = x;
+            }
+        }
+        return place;
+    };
+    const QString text = u"\tb"_s;
+    RowLayout layout(text, rowAt(text, 0), style());
+    const QImage image = drawn(text);
+    const qreal end = layout.xOf(1);
+    const QRect arrow = inkOf(image, 0, end);
+    EXPECT_GT(tip(image, 0, end), 0.75 * end);
+    EXPECT_NEAR(arrow.center().y(), style().rowHeight / 2, 1);
+    EXPECT_NEAR(arrow.left(), end - 1 - arrow.right(), 2);
+    EXPECT_GT(arrow.left(), 0);
+    EXPECT_NEAR(arrow.height(), 2 * style().cell / 3, 3);
+
+    const QString mirrored = u"\u05E9\t\u05DC"_s;
+    RowLayout fromTheRight(mirrored, rowAt(mirrored, 0), style());
+    const qreal left = fromTheRight.xOf(2);
+    const qreal right = fromTheRight.xOf(1);
+    const QImage other = drawn(mirrored);
+    ASSERT_GT(right - left, 3 * style().cell);
+    EXPECT_LT(tip(other, left + 1, right), left + (right - left) / 4);
+    const QRect otherArrow = inkOf(other, left + 1, right);
+    EXPECT_NEAR(otherArrow.left() - left, right - 1 - otherArrow.right(), 2);
+}
+
+TEST(RowLayout, RowThatGoesOnEndsWithAnEllipsis)
+{
+    const QString divided = u" "_s.repeated(2 * kRowUnits - 1) + u"xyz"_s.repeated(kRowUnits);
+    const Row first = rowAt(divided, 0);
+    ASSERT_TRUE(first.isContinued(divided));
+    RowLayout layout(divided, first, style());
+    const qreal end = layout.xOf(first.end);
+    QImage image(kImageWidth, style().rowHeight, QImage::Format_RGB32);
+    image.fill(Qt::white);
+    QPainter painter(&image);
+    layout.draw(painter, {-end + 100, 0}, {end - 100, end + 800}, {},
+                {Qt::black, Qt::darkGray, Qt::white, Qt::lightGray, Qt::blue});
+    painter.end();
+    const QRect ellipsis = inkOf(image, 100);
+    EXPECT_GE(ellipsis.left(), 100);
+    EXPECT_LE(ellipsis.right(), 100 + style().cell);
+    EXPECT_GT(ellipsis.top(), style().rowHeight / 2) << "dots at the foot of the row";
+}
+
+TEST(RowLayout, OnlyWhatIsAskedForIsDrawn)
+{
+    const QString plain(300, u'W');
+    const QString wide = u"\u00C4"_s.repeated(600);
+    for (const QString &text : {plain, wide}) {
+        const qreal from = 70 * style().cell;
+        const QImage part = drawn(text, {}, {from, from + 100});
+        const QImage whole = drawn(text);
+        const QRect asked(static_cast<int>(from), 0, 100, style().rowHeight);
+        EXPECT_EQ(part.copy(asked), whole.copy(asked));
+    }
+    // The pieces before and behind are left out.
+    const QRect ink = inkOf(drawn(plain, {}, {70 * style().cell, 80 * style().cell}));
+    EXPECT_GE(ink.left(), 60 * style().cell);
+    EXPECT_LE(ink.right(), 140 * style().cell);
+    const QString marks = u"a"_s + QString(40, QChar(1));
+    RowLayout layout(marks, rowAt(marks, 0), style());
+    const QRect shownMarks = inkOf(drawn(marks, {}, {layout.xOf(5) + 1, layout.xOf(8) - 1}), style().cell + 1);
+    EXPECT_GE(shownMarks.left(), layout.xOf(5));
+    EXPECT_LE(shownMarks.right(), layout.xOf(8));
+    EXPECT_GT(shownMarks.width(), layout.xOf(8) - layout.xOf(5) - 6);
+}
+
+TEST(RowLayout, SelectedTextAndMarksHaveTheirOwnColours)
+{
+    // Red and green of the selection are nothing, so what they reach is the drawing's own.
+    struct Shades {
+        int darkest = 255;
+        int lightest = 0;
+    };
+    const auto shades = [](const QImage &image, qreal left, qreal right) {
+        Shades found;
+        for (int x = static_cast<int>(std::ceil(left)); x < static_cast<int>(right); ++x) {
+            for (int y = 0; y < image.height(); ++y) {
+                found.darkest = std::min(found.darkest, image.pixelColor(x, y).red());
+                found.lightest = std::max(found.lightest, image.pixelColor(x, y).red());
+            }
+        }
+        return found;
+    };
+    const QString text = u"HH"_s + QChar(1) + QChar(1) + u"H\r"_s;
+    RowLayout layout(text, rowAt(text, 0), style());
+    const QImage image = drawn(text, {1, 3});
+    EXPECT_LT(shades(image, layout.xOf(0), layout.xOf(1)).darkest, 60);
+    EXPECT_EQ(shades(image, layout.xOf(0), layout.xOf(1)).lightest, 255);
+    EXPECT_GT(shades(image, layout.xOf(1), layout.xOf(2)).lightest, 200) << "the selected letter";
+    EXPECT_GT(shades(image, layout.xOf(2), layout.xOf(3) - 1).lightest, 90) << "the selected mark";
+    EXPECT_LT(shades(image, layout.xOf(2), layout.xOf(3) - 1).lightest, 200);
+    EXPECT_EQ(shades(image, layout.xOf(3), layout.xOf(4)).lightest, 255) << "the other mark";
+    EXPECT_GT(shades(image, layout.xOf(3) + 1, layout.xOf(4)).darkest, 120);
+    EXPECT_LT(shades(image, layout.xOf(3) + 1, layout.xOf(4)).darkest, 220);
+    // The line end's mark.
+    EXPECT_EQ(shades(image, layout.xOf(5) + 1, layout.width()).lightest, 255);
+    EXPECT_GT(shades(image, layout.xOf(5) + 1, layout.width()).darkest, 120);
+    const QImage withLineEnd = drawn(text, {1, 6});
+    EXPECT_LT(shades(withLineEnd, layout.xOf(5), layout.width() - 1).lightest, 200);
+    EXPECT_EQ(withLineEnd.pixelColor(static_cast<int>(layout.width()) - 1, 0), QColor(Qt::blue));
+    EXPECT_EQ(withLineEnd.pixelColor(static_cast<int>(layout.width()) + 1, 0), QColor(Qt::white));
+}
+
+TEST(RowLayout, SelectedLineFeedHasHalfACellAtTheRowsFarEnd)
+{
+    const QImage image = drawn(u"ab\n"_s, {0, 3});
+    const qreal end = 2 * style().cell;
+    EXPECT_EQ(image.pixelColor(static_cast<int>(end + style().cell / 2) - 1, 0), QColor(Qt::blue));
+    EXPECT_EQ(image.pixelColor(static_cast<int>(end + style().cell / 2) + 1, 0), QColor(Qt::white));
+    EXPECT_EQ(image.pixelColor(static_cast<int>(end) + 1, image.height() - 1), QColor(Qt::blue));
+    // Of an empty row, too.
+    EXPECT_EQ(drawn(u"\n"_s, {0, 1}).pixelColor(1, 0), QColor(Qt::blue));
+    EXPECT_EQ(drawn(u"\n"_s, {0, 0}).pixelColor(1, 0), QColor(Qt::white));
+
+    const QString mirrored = u"\u05E9\u05DC\r\n"_s;
+    RowLayout layout(mirrored, rowAt(mirrored, 0), style());
+    const QImage other = drawn(mirrored, {0, 4});
+    EXPECT_EQ(other.pixelColor(1, 0), QColor(Qt::blue));
+    EXPECT_EQ(other.pixelColor(static_cast<int>(layout.width()) - 1, 0), QColor(Qt::blue));
+    EXPECT_EQ(other.pixelColor(static_cast<int>(layout.width()) + 1, 0), QColor(Qt::white));
+    EXPECT_NEAR(layout.xOf(2), style().markWidth(u"CR"_s), 1) << "the line end stands left of the letters";
+}
+
+TEST(RowLayout, CharacterUnderAPlaceIsTheOneWhoseRoomItIs)
+{
+    for (const QString &text : {u"abcdefgh"_s, u"\u00E4bcd\u00E9fgh"_s}) {
+        RowLayout layout(text, rowAt(text, 0), style());
+        for (int index = 0; index < 8; ++index) {
+            EXPECT_EQ(layout.characterAt((index + 0.1) * style().cell), index);
+            EXPECT_EQ(layout.characterAt((index + 0.9) * style().cell), index);
+            EXPECT_EQ(layout.offsetAt((index + 0.4) * style().cell), index);
+            EXPECT_EQ(layout.offsetAt((index + 0.6) * style().cell), index + 1);
+        }
+        EXPECT_EQ(layout.characterAt(-5), 0);
+        EXPECT_EQ(layout.characterAt(100 * style().cell), 7);
+        EXPECT_EQ(layout.offsetAt(-5), 0);
+        EXPECT_EQ(layout.offsetAt(100 * style().cell), 8);
+    }
+    const QString empty;
+    EXPECT_EQ(RowLayout(empty, rowAt(empty, 0), style()).characterAt(5), 0);
+    EXPECT_EQ(RowLayout(empty, rowAt(empty, 0), style()).offsetAt(5), 0);
+}
+
+TEST(RowLayout, HalvesOfRightToLeftCharactersAreMirrored)
+{
+    const QString text = u"\u05E9\u05DC\u05D5"_s;
+    RowLayout layout(text, rowAt(text, 0), style());
+    const qreal right = layout.xOf(0);
+    const qreal next = layout.xOf(1);
+    EXPECT_EQ(layout.offsetAt(right - 0.2 * (right - next)), 0);
+    EXPECT_EQ(layout.offsetAt(right - 0.8 * (right - next)), 1);
+    EXPECT_EQ(layout.characterAt(right - 0.8 * (right - next)), 0);
+    EXPECT_EQ(layout.characterAt(next - 1), 1);
+}
+
+TEST(RowLayout, LongRowOfOtherLettersIsMeasuredAsFarAsItIsLookedAt)
+{
+    const QString text = u"\u00E4"_s.repeated(1'000) + QString(1'000, QChar(1));
+    RowLayout layout(text, rowAt(text, 0), style());
+    EXPECT_NEAR(layout.width(), 2'000 * style().cell, 1);
+    layout.measureTo(500 * style().cell);
+    EXPECT_NEAR(layout.width(), 2'000 * style().cell, 1);
+    layout.measureTo(1e7);
+    EXPECT_NEAR(layout.width(), 1'000 * (style().cell + style().markWidth(u"SOH"_s)), 10);
+    EXPECT_NEAR(layout.xOf(2'000), layout.width(), 1);
+    EXPECT_NEAR(layout.xOf(1'500), 1'000 * style().cell + 500 * style().markWidth(u"SOH"_s), 10);
+}
+
+TEST(RowLayout, SpansAreTheCharactersFromLeftToRight)
+{
+    const QString plain(200, u'x');
+    RowLayout layout(plain, rowAt(plain, 0), style());
+    const auto spans = layout.spansOf({60, 70});
+    ASSERT_FALSE(spans.empty());
+    EXPECT_NEAR(spans.front().left, 60 * style().cell, 0.1);
+    EXPECT_NEAR(spans.back().right, 70 * style().cell, 0.1);
+    EXPECT_TRUE(layout.spansOf({5, 5}).empty());
+
+    const QString mixed = u"ab \u05E9\u05DC\u05D5 cd"_s;
+    RowLayout bothWays(mixed, rowAt(mixed, 0), style());
+    // From the first letter into the run that goes the other way: its first characters stand at its far end.
+    const auto parts = bothWays.spansOf({1, 4});
+    ASSERT_EQ(parts.size(), 2U);
+    EXPECT_NEAR(parts[0].left, style().cell, 0.5);
+    EXPECT_NEAR(parts[0].right, 3 * style().cell, 0.5);
+    EXPECT_GT(parts[1].left, parts[0].right + 1);
+    ASSERT_EQ(bothWays.spansOf({0, 9}).size(), 1U) << "all of it is one stretch";
+    EXPECT_NEAR(bothWays.spansOf({0, 9}).front().right, bothWays.width(), 1);
+}
+
+TEST(RowLayout, DigitsRunLeftToRightWithinTheOtherDirection)
+{
+    const QString text = u"\u05E9 12 \u05DC"_s;
+    RowLayout layout(text, rowAt(text, 0), style());
+    const auto one = layout.spansOf({2, 3});
+    const auto two = layout.spansOf({3, 4});
+    ASSERT_EQ(one.size(), 1U);
+    ASSERT_EQ(two.size(), 1U);
+    EXPECT_NEAR(one[0].right, two[0].left, 0.5);
+    EXPECT_EQ(layout.characterAt((one[0].left + one[0].right) / 2), 2);
+    EXPECT_EQ(layout.offsetAt(one[0].left + 1), 2);
+    EXPECT_EQ(layout.offsetAt(two[0].right - 1), 4);
+}
+
+TEST(RowLayout, CombiningMarkBehindManyPlainLettersBelongsToTheLastOne)
+{
+    for (const int letters : {63, 64, 65, 128}) {
+        const QString text = QString(letters, u'x') + u"\u0301yz"_s;
+        RowLayout layout(text, rowAt(text, 0), style());
+        EXPECT_NEAR(layout.xOf(letters + 1), letters * style().cell, 0.5);
+        EXPECT_EQ(layout.characterAt((letters - 0.5) * style().cell), letters - 1) << letters;
+        EXPECT_EQ(layout.offsetAt((letters - 0.1) * style().cell), letters + 1) << letters;
+    }
 }
 
 TEST(RowLayout, WhatIsSelectedIsFilled)
