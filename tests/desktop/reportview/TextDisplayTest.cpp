@@ -479,6 +479,275 @@ TEST_F(TextDisplayTest, DraggingBesideTheViewScrollsSideways)
     EXPECT_EQ(sideways.value(), right - 20);
 }
 
+TEST_F(TextDisplayTest, ThirdClickCountsOnlyAtTheSamePlaceAndOnce)
+{
+    show(u"one two three four five six seven"_s);
+    QWidget &viewport = *display.viewport();
+    QTest::mouseDClick(&viewport, Qt::LeftButton, {}, placeOf(5));
+    QTest::mouseClick(&viewport, Qt::LeftButton, {}, placeOf(25));
+    EXPECT_TRUE(display.selection().isEmpty()) << "elsewhere it is a first one";
+    QTest::mouseDClick(&viewport, Qt::LeftButton, {}, placeOf(5));
+    QTest::mouseClick(&viewport, Qt::LeftButton, {}, placeOf(5));
+    EXPECT_EQ(display.selection().size(), display.text().size());
+    QTest::mouseClick(&viewport, Qt::LeftButton, {}, placeOf(5));
+    EXPECT_TRUE(display.selection().isEmpty()) << "a fourth one is a first one";
+}
+
+TEST_F(TextDisplayTest, ThirdClickThatComesLateIsAFirstOne)
+{
+    show(u"one two"_s);
+    const int usual = QApplication::doubleClickInterval();
+    QApplication::setDoubleClickInterval(20);
+    QTest::mouseDClick(display.viewport(), Qt::LeftButton, {}, placeOf(5));
+    QApplication::setDoubleClickInterval(usual);
+    bool isLate = false;
+    QTimer::singleShot(60, [&isLate] { isLate = true; });
+    ASSERT_TRUE(eventually([&isLate] { return isLate; }));
+    QTest::mouseClick(display.viewport(), Qt::LeftButton, {}, placeOf(5));
+    EXPECT_TRUE(display.selection().isEmpty());
+}
+
+TEST_F(TextDisplayTest, DraggingAfterATripleClickSelectsLines)
+{
+    show(u"one\ntwo\nthree\nfour"_s);
+    QTest::mouseDClick(display.viewport(), Qt::LeftButton, {}, placeOf(5));
+    drag(placeOf(5), placeOf(9));
+    EXPECT_EQ(selected(), u"two\nthree\n"_s);
+    moveTo(placeOf(1), Qt::LeftButton);
+    EXPECT_EQ(selected(), u"one\ntwo\n"_s);
+    EXPECT_EQ(display.caret(), 0) << "the caret is where the mouse is";
+}
+
+TEST_F(TextDisplayTest, ReleasedButtonEndsTheSelection)
+{
+    show(u"one two three"_s);
+    click(4);
+    moveTo(placeOf(9), Qt::LeftButton);
+    EXPECT_TRUE(display.selection().isEmpty());
+    QTest::mousePress(display.viewport(), Qt::LeftButton, {}, placeOf(4));
+    moveTo(placeOf(9), Qt::NoButton);
+    EXPECT_TRUE(display.selection().isEmpty()) << "its release was somewhere else";
+}
+
+TEST_F(TextDisplayTest, DraggingBackIntoTheViewStopsTheScrolling)
+{
+    show(numberedLines(2'000));
+    drag(placeOf(0), QPoint(5, display.viewport()->height() + 5));
+    const int first = firstRow();
+    EXPECT_GT(first, 0);
+    moveTo(QPoint(5, 50), Qt::LeftButton);
+    const qsizetype caret = display.caret();
+    bool isOver = false;
+    QTimer::singleShot(100, [&isOver] { isOver = true; });
+    ASSERT_TRUE(eventually([&isOver] { return isOver; }));
+    EXPECT_EQ(display.caret(), caret);
+    EXPECT_EQ(firstRow(), first);
+}
+
+TEST_F(TextDisplayTest, TheFurtherOutsideTheFasterItScrolls)
+{
+    show(numberedLines(2'000));
+    const int height = display.characterRect(0)->height();
+    const int below = display.viewport()->height();
+    drag(placeOf(0), QPoint(5, below));
+    EXPECT_EQ(firstRow(), 7) << "one row";
+    moveTo(QPoint(5, below + 3 * height), Qt::LeftButton);
+    EXPECT_EQ(firstRow(), 5 * 7) << "four more";
+    moveTo(QPoint(5, -3 * height), Qt::LeftButton);
+    EXPECT_EQ(firstRow(), 7) << "four back";
+    moveTo(QPoint(5, -1), Qt::LeftButton);
+    EXPECT_EQ(firstRow(), 0);
+    EXPECT_EQ(display.caret(), 0);
+}
+
+TEST_F(TextDisplayTest, NewTextEndsTheScrollingOfADrag)
+{
+    show(numberedLines(2'000));
+    drag(placeOf(0), QPoint(5, display.viewport()->height() + 40));
+    ASSERT_GT(firstRow(), 0);
+    display.setText(numberedLines(1'000));
+    bool isOver = false;
+    QTimer::singleShot(100, [&isOver] { isOver = true; });
+    ASSERT_TRUE(eventually([&isOver] { return isOver; }));
+    EXPECT_EQ(firstRow(), 0);
+    EXPECT_EQ(display.caret(), 0);
+}
+
+TEST_F(TextDisplayTest, ClickBelowTheTextPutsTheCaretAtItsEnd)
+{
+    show(u"one\ntwo"_s);
+    QTest::mouseClick(display.viewport(), Qt::LeftButton, {}, QPoint(placeOf(0).x(), 200));
+    EXPECT_EQ(display.caret(), 7);
+    QTest::mouseClick(display.viewport(), Qt::LeftButton, {}, QPoint(placeOf(1).x(), 0));
+    EXPECT_EQ(display.caret(), 1);
+    QTest::mouseClick(display.viewport(), Qt::LeftButton, {}, QPoint(placeOf(1).x(), placeOf(4).y()));
+    EXPECT_EQ(display.caret(), 5);
+}
+
+TEST_F(TextDisplayTest, UpAndDownAtTheEndsGoToTheEndsOfTheText)
+{
+    show(u"one two\nthree"_s);
+    display.select(4, 4);
+    press(Qt::Key_Up);
+    EXPECT_EQ(display.caret(), 0);
+    display.select(9, 9);
+    press(Qt::Key_Down);
+    EXPECT_EQ(display.caret(), 13);
+}
+
+TEST_F(TextDisplayTest, ColumnIsKeptUntilTheCaretMovesSideways)
+{
+    const QString text = u"long enough\nx\nlong enough\nx\nlong enough"_s;
+    const auto columnBelow = [this](auto &&move) {
+        display.select(6, 6);
+        press(Qt::Key_Down);
+        move();
+        press(Qt::Key_Down);
+        return display.caret();
+    };
+    show(text);
+    EXPECT_EQ(columnBelow([] {}), 20);
+    EXPECT_EQ(columnBelow([this] { press(Qt::Key_Left); }), 14);
+    EXPECT_EQ(columnBelow([this] { display.select(13, 13); }), 15);
+    EXPECT_EQ(columnBelow([this] { click(12); }), 14);
+    EXPECT_EQ(columnBelow([this, &text] {
+                  display.setText(text);
+                  display.select(12, 12);
+              }),
+              14);
+    display.setSections({{u"Log"_s, 12}});
+    EXPECT_EQ(columnBelow([this] {
+                  display.select(0, 0);
+                  display.goToNextSection();
+              }),
+              14);
+    columnBelow([] {});
+    display.selectAll();
+    press(Qt::Key_Up);
+    press(Qt::Key_Up);
+    EXPECT_EQ(display.caret(), 25) << "from the end of the text";
+}
+
+TEST_F(TextDisplayTest, ColumnIsKeptWhereTheViewIsScrolledSideways)
+{
+    show((u"wide "_s.repeated(100) + u"\n"_s).repeated(3));
+    display.select(300, 300);
+    ASSERT_GT(display.horizontalScrollBar()->value(), 0);
+    press(Qt::Key_Down);
+    EXPECT_EQ(display.caret(), 801);
+    press(Qt::Key_Down);
+    EXPECT_EQ(display.caret(), 1'302);
+    press(Qt::Key_Up);
+    EXPECT_EQ(display.caret(), 801);
+}
+
+TEST_F(TextDisplayTest, PlaceComesIntoViewWithSomeOfWhatStandsBesideIt)
+{
+    show(u"wide "_s.repeated(200));
+    const int width = display.viewport()->width();
+    display.bringIntoView(500);
+    EXPECT_LT(display.characterRect(500)->left(), width * 4 / 5);
+    EXPECT_GT(display.characterRect(500)->left(), width / 2);
+    display.bringIntoView(400);
+    EXPECT_GT(display.characterRect(400)->left(), width / 5);
+    EXPECT_LT(display.characterRect(400)->left(), width / 2);
+    const int there = display.horizontalScrollBar()->value();
+    display.bringIntoView(410);
+    EXPECT_EQ(display.horizontalScrollBar()->value(), there) << "what is in view moves nothing";
+}
+
+TEST_F(TextDisplayTest, RowsComeIntoViewAtTheNearerEnd)
+{
+    show(numberedLines(500));
+    resizeTo(5);
+    display.bringIntoView(7 * 4);
+    EXPECT_EQ(firstRow(), 0) << "the fifth row is in view";
+    display.bringIntoView(7 * 5);
+    EXPECT_EQ(firstRow(), 7) << "the sixth becomes the last one";
+    display.bringIntoView(7 * 3);
+    EXPECT_EQ(firstRow(), 7);
+    display.bringIntoView(0);
+    EXPECT_EQ(firstRow(), 0);
+}
+
+TEST_F(TextDisplayTest, SectionIsGoneToAtTheTopAndAtTheLeft)
+{
+    show(numberedLines(100) + u"Log:\n"_s + u"wide "_s.repeated(200) + u'\n' + numberedLines(100));
+    const qsizetype log = numberedLines(100).size();
+    display.setSections({{u"Log"_s, log}});
+    display.select(log + 700, log + 700);
+    ASSERT_GT(display.horizontalScrollBar()->value(), 0);
+    display.goToPreviousSection();
+    EXPECT_EQ(display.horizontalScrollBar()->value(), 0);
+    EXPECT_EQ(firstRow(), log);
+    EXPECT_EQ(display.selection(), (Range{log, log}));
+}
+
+TEST_F(TextDisplayTest, MenuOfTheKeyboardOpensAtTheCaret)
+{
+    show(u"abc\nlog\nend"_s);
+    display.select(4, 6);
+    QPoint place;
+    QTimer::singleShot(0, [&place] {
+        QWidget *menu = QApplication::activePopupWidget();
+        place = menu->pos();
+        menu->close();
+    });
+    QContextMenuEvent event(QContextMenuEvent::Keyboard, QPoint(5, 5), display.viewport()->mapToGlobal(QPoint(5, 5)));
+    QApplication::sendEvent(display.viewport(), &event);
+    const QPoint below = display.viewport()->mapToGlobal(display.characterRect(6)->bottomLeft());
+    EXPECT_NEAR(place.x(), below.x(), 2);
+    EXPECT_NEAR(place.y(), below.y(), 2);
+}
+
+TEST_F(TextDisplayTest, MenuOfAnEmptyTextOffersNothing)
+{
+    show(QString());
+    QList<bool> enabled;
+    QStringList keys;
+    QTimer::singleShot(0, [&] {
+        auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+        for (const QAction *action : menu->actions()) {
+            if (!action->isSeparator()) {
+                enabled += action->isEnabled();
+                keys += action->text().section(u'\t', 1);
+            }
+        }
+        menu->close();
+    });
+    QContextMenuEvent event(QContextMenuEvent::Mouse, QPoint(5, 5), display.viewport()->mapToGlobal(QPoint(5, 5)));
+    QApplication::sendEvent(display.viewport(), &event);
+    EXPECT_EQ(enabled, QList<bool>({false, false, false}));
+    EXPECT_EQ(keys, (QStringList{u"Ctrl+C"_s, u"Ctrl+A"_s, u"Ctrl+F"_s}));
+}
+
+TEST_F(TextDisplayTest, WidestRowIsForgottenWithItsText)
+{
+    show(u"wide "_s.repeated(200));
+    ASSERT_GT(display.horizontalScrollBar()->maximum(), 0);
+    display.setText(u"short"_s);
+    EXPECT_EQ(display.horizontalScrollBar()->maximum(), 0);
+}
+
+TEST_F(TextDisplayTest, SmallerFontNeedsLessRoomSideways)
+{
+    show(u"wide "_s.repeated(200));
+    const int before = display.horizontalScrollBar()->maximum();
+    QFont font = display.font();
+    font.setPointSizeF(font.pointSizeF() / 2);
+    display.setFont(font);
+    EXPECT_LT(display.horizontalScrollBar()->maximum(), before * 3 / 4);
+}
+
+TEST_F(TextDisplayTest, WideRowThatRunsFromRightToLeftIsShownFromItsStart)
+{
+    show(u"\u05E9\u05DC\u05D5\u05DD "_s.repeated(100));
+    EXPECT_TRUE(isInView(0));
+    EXPECT_EQ(display.horizontalScrollBar()->value(), display.horizontalScrollBar()->maximum());
+    display.setText(u"\u05D0\u05DC\u05D5\u05DD "_s.repeated(100));
+    EXPECT_TRUE(isInView(0));
+}
+
 TEST_F(TextDisplayTest, ButtonsOtherThanTheLeftSelectNothing)
 {
     show(u"one two three"_s);
