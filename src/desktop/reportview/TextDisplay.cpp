@@ -1,6 +1,7 @@
 // Scrolling, selecting and painting of a text that is only looked at where somebody looks.
 #include "desktop/reportview/TextDisplay.h"
 
+#include "desktop/reportview/FieldFrame.h"
 #include "desktop/reportview/SelectedText.h"
 #include "desktop/reportview/TextDisplayAccessible.h"
 
@@ -129,8 +130,6 @@ TextDisplay::TextDisplay(QWidget *parent)
     makeTextDisplaysAccessible();
     setFocusPolicy(Qt::StrongFocus);
     viewport()->setCursor(Qt::IBeamCursor);
-    // A style fills the corner between scroll bars with what it draws frames in, which may be the colour of the text.
-    setCornerWidget(new QWidget(this));
     verticalScrollBar()->installEventFilter(this);
     connect(verticalScrollBar(), &QScrollBar::actionTriggered, this, &TextDisplay::scrollByAction);
 }
@@ -588,6 +587,10 @@ void TextDisplay::offerPrimarySelection() const
 
 bool TextDisplay::event(QEvent *event)
 {
+    if (event->type() == QEvent::Paint) {
+        paintFieldFrame(*this);
+        return true;
+    }
     if (event->type() == QEvent::ShortcutOverride) {
         // The caret's keys are not for the window's shortcuts while the caret has the keyboard.
         auto &key = static_cast<QKeyEvent &>(*event);

@@ -1,6 +1,7 @@
 // Reading, locking and sizing of the description.
 #include "desktop/window/DescriptionEdit.h"
 
+#include "desktop/reportview/FieldFrame.h"
 #include "desktop/window/DroppedFiles.h"
 
 #include <QKeyEvent>
@@ -26,9 +27,6 @@ bool isVeryLong(const QTextBlock &paragraph)
 DescriptionEdit::DescriptionEdit(QWidget *parent)
     : QPlainTextEdit(parent)
 {
-    // A style fills the corner between scroll bars with what it draws frames in, which is no background with high
-    // contrast.
-    setCornerWidget(new QWidget(this));
     // contentsChange is emitted before the change is laid out.
     connect(document(), &QTextDocument::contentsChange, this,
             [this](int position, int /*removedUnits*/, int addedUnits) { wrapUnlessVeryLong(position, addedUnits); });
@@ -60,6 +58,15 @@ QSize DescriptionEdit::sizeHint() const
 QSize DescriptionEdit::minimumSizeHint() const
 {
     return sizeForLines(kMinLines);
+}
+
+bool DescriptionEdit::event(QEvent *event)
+{
+    if (event->type() == QEvent::Paint) {
+        reportview::paintFieldFrame(*this);
+        return true;
+    }
+    return QPlainTextEdit::event(event);
 }
 
 void DescriptionEdit::keyPressEvent(QKeyEvent *event)

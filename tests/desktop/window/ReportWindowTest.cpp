@@ -646,6 +646,57 @@ TEST_F(ReportWindowTest, CornerBetweenScrollBarsHasTheWindowsColourWhateverTheFr
     }
 }
 
+class ScaledWindowTest : public ReportWindowTest, public testing::WithParamInterface<double>
+{
+protected:
+    /// The window as a display of that scale shows it.
+    QImage picture()
+    {
+        QImage image(window.size() * GetParam(), QImage::Format_RGB32);
+        image.setDevicePixelRatio(GetParam());
+        window.render(&image);
+        return image;
+    }
+
+    /// Whether one of the pixels around this point of the window is at least half as bright as the frame's colour.
+    static bool isFrameNear(const QImage &image, QPoint point)
+    {
+        const QPoint center = (QPointF(point) * image.devicePixelRatio()).toPoint();
+        for (int y = center.y() - 2; y <= center.y() + 2; ++y) {
+            for (int x = center.x() - 2; x <= center.x() + 2; ++x) {
+                if (image.pixelColor(x, y).red() >= QColor(Qt::yellow).darker(200).red()) {
+                    return true;
+                }
+            }
+        }
+        return false;
+    }
+};
+
+TEST_P(ScaledWindowTest, FieldsHaveAllSidesOfTheirFrames)
+{
+    QPalette palette(Qt::yellow, Qt::black, Qt::black, Qt::black, Qt::black, Qt::yellow, Qt::yellow, Qt::black,
+                     Qt::black);
+    window.setPalette(palette);
+    show();
+    toggleDisclosure();
+    ASSERT_TRUE(eventually([&] { return window.height() == static_cast<int>(controls.mainWindow.frame().height); }));
+    const QImage image = picture();
+    for (const QAbstractScrollArea *field :
+         std::initializer_list<QAbstractScrollArea *>{&description, reportText.findChild<QAbstractScrollArea *>()}) {
+        const QRect place(field->mapTo(&window, QPoint()), field->size());
+        EXPECT_TRUE(isFrameNear(image, {place.center().x(), place.top()})) << "top";
+        EXPECT_TRUE(isFrameNear(image, {place.center().x(), place.bottom()})) << "bottom";
+        EXPECT_TRUE(isFrameNear(image, {place.left(), place.center().y()})) << "left";
+        EXPECT_TRUE(isFrameNear(image, {place.right(), place.center().y()})) << "right";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(, ScaledWindowTest, testing::Values(1, 1.25, 1.5, 1.75, 2),
+                         [](const testing::TestParamInfo<double> &given) {
+                             return std::to_string(static_cast<int>(given.param * 100)) + "Percent";
+                         });
+
 TEST_F(ReportWindowTest, CancellingUnlocksTheForm)
 {
     show();
