@@ -53,29 +53,24 @@ void FindBar::addWidgets()
     field->setClearButtonEnabled(true);
     // What is dropped is for the window around it, which opens files.
     field->setAcceptDrops(false);
-    const auto addButton = [this](Qt::ArrowType arrow, const QString &name, SearchDirection direction) {
+    // Words, and no arrows: a style draws these no larger where letters are.
+    const auto newButton = [this](const QString &title, const QString &name, auto &&press) {
         auto *button = new QToolButton(this);
-        button->setArrowType(arrow);
+        button->setText(title);
         button->setAutoRaise(true);
         button->setAccessibleName(name);
         button->setToolTip(name);
         button->setFocusPolicy(Qt::TabFocus);
-        connect(button, &QToolButton::clicked, this, [this, direction] { find(direction); });
+        connect(button, &QToolButton::clicked, this, press);
         return button;
     };
     status->setMinimumWidth(status->fontMetrics().averageCharWidth() * 18);
     row->addWidget(label);
     row->addWidget(field);
-    row->addWidget(addButton(Qt::UpArrow, u"Find previous"_s, SearchDirection::Backward));
-    row->addWidget(addButton(Qt::DownArrow, u"Find next"_s, SearchDirection::Forward));
+    row->addWidget(newButton(u"Previous"_s, u"Find previous"_s, [this] { find(SearchDirection::Backward); }));
+    row->addWidget(newButton(u"Next"_s, u"Find next"_s, [this] { find(SearchDirection::Forward); }));
     row->addWidget(status);
-    auto *closeButton = new QToolButton(this);
-    closeButton->setText(u"Close"_s);
-    closeButton->setAccessibleName(u"Close the find bar"_s);
-    closeButton->setAutoRaise(true);
-    closeButton->setFocusPolicy(Qt::TabFocus);
-    connect(closeButton, &QToolButton::clicked, this, &FindBar::dismiss);
-    row->addWidget(closeButton);
+    row->addWidget(newButton(u"Close"_s, u"Close the find bar"_s, [this] { dismiss(); }));
 }
 
 void FindBar::open()
