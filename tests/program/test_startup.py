@@ -4,6 +4,7 @@ import os
 import signal
 
 from support import CRASH_LOG, ORDINARY_USER, ProgramTest, UPLOAD_FAILED, application_headline, cases, remote_headline
+from trial.screen import descendants, left_in_window
 from trial.waiting import wait_until
 
 OTHER_LOG = b"Process: Lantern [12]\n"
@@ -197,6 +198,26 @@ class Display(ProgramTest):
         line = self.assert_one_clear_line(
             self.start("-remotename", "anvil", "-log", self.crash_log, prefix=other_platform))
         self.assertIn("nosuchplatform", line)
+
+
+class Language(ProgramTest):
+    def shown_in(self, locale):
+        """The texts of the window, from left to right; a font may be another one for another language."""
+        log = self.home.crash_log("Lantern_1.crash", OTHER_LOG * 100)
+        program = self.launch(log=log, prefix=(
+            *ORDINARY_USER, "env", f"LANG={locale}.UTF-8", f"LC_ALL={locale}.UTF-8", f"LANGUAGE={locale}"))
+        program.wait_until_still()
+        named = [control for control in descendants(program.screen.report_window()) if control.get_name()]
+        found = [control.get_name() for control in sorted(named, key=left_in_window)]
+        program.end()
+        return found
+
+    @cases(german=("de_DE",), hebrew=("he_IL",))
+    def test_the_window_is_the_same_in(self, locale):
+        english = self.shown_in("en_US")
+        self.assertIn("Lantern_1.crash (2.2 kB), sent to localhost", english)
+        self.assertLess(english.index("Don't Send"), english.index("Report Crash"))
+        self.assertEqual(self.shown_in(locale), english)
 
 
 class Signals(ProgramTest):

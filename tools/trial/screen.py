@@ -45,6 +45,10 @@ def is_button(accessible):
     return accessible.get_role() in (Atspi.Role.PUSH_BUTTON, Atspi.Role.TOGGLE_BUTTON, Atspi.Role.CHECK_BOX)
 
 
+def left_in_window(accessible):
+    return Atspi.Component.get_extents(accessible, Atspi.CoordType.WINDOW).x
+
+
 class Control:
     """One control, found once: cheaper to ask again and again than to search for each time."""
 
