@@ -37,8 +37,7 @@ FindBar::FindBar(TextDisplay &searchedDisplay, QWidget *parent)
 {
     addWidgets();
     // While they are typed the words are sought from where the last ones were found.
-    connect(field, &QLineEdit::textEdited, this,
-            [this] { searchFrom(display.selection().begin, SearchDirection::Forward); });
+    connect(field, &QLineEdit::textEdited, this, [this] { searchFrom(place().begin, SearchDirection::Forward); });
     connect(&search, &TextSearch::found, this, &FindBar::showFound);
     connect(&search, &TextSearch::notFound, this, [this] { say(u"Not found"_s); });
 }
@@ -75,7 +74,7 @@ void FindBar::addWidgets()
 
 void FindBar::open()
 {
-    const Range selected = display.selection();
+    const Range selected = place();
     if (selected.size() <= kLongestWords) {
         const QString words = display.text().mid(selected.begin, selected.size());
         if (!words.isEmpty() && isInOneLine(words)) {
@@ -90,7 +89,8 @@ void FindBar::open()
 
 void FindBar::dismiss()
 {
-    stop();
+    search.stop();
+    say({});
     hide();
     display.setFocus(Qt::OtherFocusReason);
     Q_EMIT dismissed();
@@ -99,6 +99,7 @@ void FindBar::dismiss()
 void FindBar::stop()
 {
     search.stop();
+    found.reset();
     say({});
 }
 
@@ -132,9 +133,7 @@ void FindBar::find(SearchDirection direction)
         open();
         return;
     }
-    const Range selected = display.selection();
-    const bool forward = direction == SearchDirection::Forward;
-    searchFrom(forward ? selected.end : selected.begin, direction);
+    searchFrom(direction == SearchDirection::Forward ? place().end : place().begin, direction);
 }
 
 void FindBar::searchFrom(qsizetype offset, SearchDirection direction)
@@ -149,9 +148,18 @@ void FindBar::searchFrom(qsizetype offset, SearchDirection direction)
     }
 }
 
-void FindBar::showFound(Range place, bool wrapped)
+/// Where the words stand that were found last, unless the reader has gone elsewhere. The whole characters that are
+/// selected for them may be more, and a search that went on from there would pass over words.
+Range FindBar::place() const
 {
-    display.select(place.begin, place.end);
+    const Range selected = display.selection();
+    return found && found->selected == selected ? found->words : selected;
+}
+
+void FindBar::showFound(Range words, bool wrapped)
+{
+    display.select(words.begin, words.end);
+    found = {words, display.selection()};
     say(wrapped ? u"Continued from the other end"_s : QString());
 }
 

@@ -5,6 +5,8 @@
 
 #include <QWidget>
 
+#include <optional>
+
 class QLabel;
 class QLineEdit;
 
@@ -42,13 +44,20 @@ private:
     void addWidgets();
     void find(SearchDirection direction);
     void searchFrom(qsizetype offset, SearchDirection direction);
-    void showFound(Range place, bool wrapped);
+    void showFound(Range words, bool wrapped);
+    Range place() const;
     void say(const QString &outcome);
 
     TextDisplay &display;
     TextSearch search;
     QLineEdit *field; ///< A child.
     QLabel *status;   ///< A child.
+    /// What was found last, and the whole characters that were selected for it.
+    struct Found {
+        Range words;
+        Range selected;
+    };
+    std::optional<Found> found;
 };
 
 } // namespace reportview

@@ -543,8 +543,9 @@ void TextDisplay::setSelection(qsizetype anchor, qsizetype caret)
 {
     const Range before = selection();
     const qsizetype caretBefore = caretOffset;
-    anchorOffset = betweenCharacters(view(), anchor);
-    caretOffset = anchor == caret ? anchorOffset : betweenCharacters(view(), caret);
+    const Range whole = wholeCharacters(view(), {std::min(anchor, caret), std::max(anchor, caret)});
+    anchorOffset = anchor < caret ? whole.begin : whole.end;
+    caretOffset = anchor < caret ? whole.end : whole.begin;
     restartBlinking();
     if (caretOffset != caretBefore) {
         tellOfCaret(*this);

@@ -49,7 +49,8 @@ public:
     qsizetype caret() const { return caretOffset; }
     qsizetype anchor() const { return anchorOffset; }
     Range selection() const;
-    /// Selects from the anchor to the caret and brings the caret into view.
+    /// Selects the characters that have a part between anchor and caret and brings the caret into view. Offsets outside
+    /// the text count as its begin and its end.
     void select(qsizetype anchor, qsizetype caret);
     void selectAll();
     /// Offers the selection to the clipboard; does nothing without one.

@@ -105,4 +105,14 @@ qsizetype betweenCharacters(QStringView text, qsizetype offset)
     return segmentAt(text, offset, Segment::Character).begin;
 }
 
+Range wholeCharacters(QStringView text, Range range)
+{
+    const qsizetype begin = betweenCharacters(text, range.begin);
+    if (range.isEmpty()) {
+        return {begin, begin};
+    }
+    const Range last = segmentAt(text, range.end, Segment::Character);
+    return {begin, last.begin < range.end ? last.end : last.begin};
+}
+
 } // namespace reportview

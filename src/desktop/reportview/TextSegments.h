@@ -24,5 +24,7 @@ qsizetype nextWord(QStringView text, qsizetype offset);
 
 /// The begin of the character that the offset lies in: an offset between two characters as it is.
 qsizetype betweenCharacters(QStringView text, qsizetype offset);
+/// The whole characters that the range has a part of. A range without units is where the character begins.
+Range wholeCharacters(QStringView text, Range range);
 
 } // namespace reportview

@@ -53,6 +53,25 @@ protected:
         QTest::keyClicks(QApplication::focusWidget(), words);
     }
 
+    /// Words that no key types at once.
+    void findPasted(const QString &words)
+    {
+        press(Qt::Key_F, Qt::ControlModifier);
+        field()->setText(words);
+        press(Qt::Key_Return);
+    }
+
+    /// What is selected after each of as many presses of the key.
+    std::vector<Range> selectedAfter(int presses, int key, Qt::KeyboardModifiers modifiers = {})
+    {
+        std::vector<Range> selected;
+        for (int count = 0; count < presses; ++count) {
+            press(key, modifiers);
+            selected.push_back(display->selection());
+        }
+        return selected;
+    }
+
     FindBar *bar() const { return view->findChild<FindBar *>(); }
     QLineEdit *field() const { return view->findChild<QLineEdit *>(); }
     QToolButton &button(const QString &name) const
@@ -353,6 +372,55 @@ TEST_F(FindBarTest, ClosingTheBarEndsTheSearch)
     another.start(display->text(), u"y"_s, 0, SearchDirection::Forward);
     ASSERT_TRUE(eventually([&another] { return !another.isRunning(); }));
     EXPECT_TRUE(says(QString()));
+}
+
+TEST_F(FindBarTest, WordsThatEndInsideACharacterSelectItWholeAndAreGoneOnFrom)
+{
+    show(u"cafe\u0301 one two tree"_s);
+    find(u"e"_s);
+    EXPECT_EQ(display->selection(), (Range{3, 5}));
+    EXPECT_EQ(selectedAfter(4, Qt::Key_F3), (std::vector<Range>{{8, 9}, {16, 17}, {17, 18}, {3, 5}}));
+    EXPECT_EQ(selectedAfter(2, Qt::Key_F3, Qt::ShiftModifier), (std::vector<Range>{{17, 18}, {16, 17}}));
+}
+
+TEST_F(FindBarTest, LettersBelowACombiningMarkAreFoundWhileTheyAreTyped)
+{
+    show(u"a cafe\u0301"_s);
+    find(u"cafe"_s);
+    EXPECT_EQ(display->selection(), (Range{2, 7}));
+}
+
+TEST_F(FindBarTest, WordsThatBeginOrEndInsideACharacterAreFoundOnceInEitherDirection)
+{
+    show(u"\U0001F469 \U0001F468\u200D\U0001F469 \U0001F469\u200D\U0001F4BB"_s);
+    findPasted(u"\U0001F469"_s);
+    EXPECT_EQ(display->selection(), (Range{0, 2}));
+    EXPECT_EQ(selectedAfter(3, Qt::Key_F3), (std::vector<Range>{{3, 8}, {9, 14}, {0, 2}}));
+    EXPECT_EQ(selectedAfter(3, Qt::Key_F3, Qt::ShiftModifier), (std::vector<Range>{{9, 14}, {3, 8}, {0, 2}}));
+}
+
+TEST_F(FindBarTest, WordsThatACharacterHoldsTwiceAreGoneOnFrom)
+{
+    show(u"\U0001F469\u200D\U0001F469 and \U0001F469"_s);
+    findPasted(u"\U0001F469"_s);
+    EXPECT_EQ(display->selection(), (Range{0, 5}));
+    EXPECT_EQ(selectedAfter(3, Qt::Key_F3), (std::vector<Range>{{0, 5}, {10, 12}, {0, 5}}));
+}
+
+TEST_F(FindBarTest, CaretThatWasMovedIsWhereTheSearchGoesOn)
+{
+    show(u"cafe\u0301 one two tree"_s);
+    find(u"e"_s);
+    display->select(9, 9);
+    EXPECT_EQ(selectedAfter(1, Qt::Key_F3), (std::vector<Range>{{16, 17}}));
+}
+
+TEST_F(FindBarTest, FoundWordsStayInTheFieldWhenTheBarIsOpenedAgain)
+{
+    show(u"cafe\u0301 one"_s);
+    find(u"cafe"_s);
+    press(Qt::Key_F, Qt::ControlModifier);
+    EXPECT_EQ(field()->text(), u"cafe"_s);
 }
 
 TEST_F(FindBarTest, SelectedWordsAreTakenOver)

@@ -243,9 +243,24 @@ TEST_F(TextDisplayTest, SelectionThatIsAskedForInsideACharacterTakesItWhole)
 {
     show(u"a\U0001F4A5\r\nb"_s);
     display.select(2, 4);
+    EXPECT_EQ(display.selection(), (Range{1, 5}));
+    EXPECT_EQ(display.caret(), 5);
+    display.select(4, 2);
+    EXPECT_EQ(display.selection(), (Range{1, 5}));
+    EXPECT_EQ(display.caret(), 1);
+    display.select(1, 3);
     EXPECT_EQ(display.selection(), (Range{1, 3}));
+    display.select(-9, -5);
+    EXPECT_EQ(display.selection(), (Range{0, 0}));
+    display.select(2, 99);
+    EXPECT_EQ(display.selection(), (Range{1, 6}));
+}
+
+TEST_F(TextDisplayTest, CaretThatIsAskedForInsideACharacterStandsBeforeIt)
+{
+    show(u"a\U0001F4A5\r\nb"_s);
     display.select(4, 4);
-    EXPECT_EQ(display.caret(), 3);
+    EXPECT_EQ(display.selection(), (Range{3, 3}));
 }
 
 TEST_F(TextDisplayTest, ControlArrowsStepOverWords)
