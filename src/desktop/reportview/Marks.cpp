@@ -32,21 +32,40 @@ constexpr std::array kAbbreviations = {
     Named{0x2067, u"RLI"}, Named{0x2068, u"FSI"}, Named{0x2069, u"PDI"},  Named{0xFEFF, u"BOM"},
     Named{0xFFFC, u"OBJ"}};
 
-/// What Unicode calls default ignorable (DerivedCoreProperties.txt) and no category tells: fillers and the like.
-constexpr std::array<char32_t, 8> kFillers = {0x34F, 0x115F, 0x1160, 0x17B4, 0x17B5, 0x3164, 0xFFA0, 0xFFFC};
+struct Stretch {
+    char32_t first = 0;
+    char32_t last = 0;
+};
+
+/// What Unicode calls default ignorable (DerivedCoreProperties.txt, Default_Ignorable_Code_Point), code points that are
+/// kept for such characters among them: a font shows nothing for any of these.
+constexpr std::array kDefaultIgnorable = {
+    Stretch{0xAD, 0xAD},       Stretch{0x34F, 0x34F},   Stretch{0x61C, 0x61C},     Stretch{0x115F, 0x1160},
+    Stretch{0x17B4, 0x17B5},   Stretch{0x180B, 0x180F}, Stretch{0x200B, 0x200F},   Stretch{0x202A, 0x202E},
+    Stretch{0x2060, 0x206F},   Stretch{0x3164, 0x3164}, Stretch{0xFE00, 0xFE0F},   Stretch{0xFEFF, 0xFEFF},
+    Stretch{0xFFA0, 0xFFA0},   Stretch{0xFFF0, 0xFFF8}, Stretch{0x1BCA0, 0x1BCA3}, Stretch{0x1D173, 0x1D17A},
+    Stretch{0xE0000, 0xE0FFF},
+};
 
 /// Scripts below this are written without joiners and variation selectors.
 constexpr char32_t kFirstJoined = 0x600;
 
+bool isJoiner(char32_t character)
+{
+    return character == 0x200C || character == 0x200D;
+}
+
 bool isVariationSelector(char32_t character)
 {
     return (character >= 0xFE00 && character <= 0xFE0F) || (character >= 0xE0100 && character <= 0xE01EF)
-        || (character >= 0x180B && character <= 0x180F);
+        || (character >= 0x180B && character <= 0x180D) || character == 0x180F;
 }
 
-bool givesShape(char32_t character)
+bool isDefaultIgnorable(char32_t character)
 {
-    return character == 0x200C || character == 0x200D || isVariationSelector(character);
+    return std::any_of(kDefaultIgnorable.begin(), kDefaultIgnorable.end(), [character](const Stretch &stretch) {
+        return character >= stretch.first && character <= stretch.last;
+    });
 }
 
 bool isInvisible(char32_t character)
@@ -62,9 +81,8 @@ bool isInvisible(char32_t character)
     default:
         break;
     }
-    return QChar::isNonCharacter(character) || isVariationSelector(character)
-        || std::find(kFillers.begin(), kFillers.end(), character) != kFillers.end()
-        || (character >= 0xE0000 && character <= 0xE0FFF);
+    return QChar::isNonCharacter(character) || isDefaultIgnorable(character)
+        || character == QChar::ObjectReplacementCharacter;
 }
 
 QString nameOf(char32_t character)
@@ -80,6 +98,27 @@ QString nameOf(char32_t character)
     return u"%1"_s.arg(static_cast<uint>(character), 4, 16, '0'_L1).toUpper();
 }
 
+/// What may give a character its shape.
+enum class Shaper { None, Joiner, SelectorOrJoiner };
+
+/// What may give a shape behind the character, which is no mark.
+Shaper shaperBehind(char32_t character)
+{
+    if (isVariationSelector(character)) {
+        return Shaper::Joiner;
+    }
+    const bool isShapeable = character >= kFirstJoined
+        && (QChar::isLetter(character) || QChar::isMark(character) || QChar::isSymbol(character));
+    return isShapeable ? Shaper::SelectorOrJoiner : Shaper::None;
+}
+
+/// Whether the character gives its shape to the one before it.
+bool givesShape(char32_t character, Shaper expected)
+{
+    return isJoiner(character) ? expected != Shaper::None
+                               : isVariationSelector(character) && expected == Shaper::SelectorOrJoiner;
+}
+
 /// Most text has none of what a mark is for.
 bool isPlain(char16_t unit)
 {
@@ -91,11 +130,11 @@ bool isPlain(char16_t unit)
 QList<Mark> marksOf(QStringView text)
 {
     QList<Mark> marks;
-    char32_t before = 0;
+    Shaper expected = Shaper::None;
     for (qsizetype offset = 0; offset < text.size(); ++offset) {
         char32_t character = text[offset].unicode();
         if (isPlain(text[offset].unicode())) {
-            before = character;
+            expected = Shaper::None;
             continue;
         }
         const bool isPair =
@@ -103,13 +142,12 @@ QList<Mark> marksOf(QStringView text)
         if (isPair) {
             character = QChar::surrogateToUcs4(text[offset], text[offset + 1]);
         }
-        const bool shapes = givesShape(character) && before >= kFirstJoined;
-        const bool isMark = isInvisible(character) && !shapes;
+        const bool isMark = isInvisible(character) && !givesShape(character, expected);
         if (isMark) {
             marks.append({offset, isPair ? 2 : 1, nameOf(character)});
         }
         // What stands behind a mark has nothing to give a shape to.
-        before = isMark ? 0 : character;
+        expected = isMark ? Shaper::None : shaperBehind(character);
         offset += isPair ? 1 : 0;
     }
     return marks;

@@ -18,8 +18,8 @@ struct Mark {
 inline constexpr char16_t kTab = u'\t';
 
 /// The marks of a text in their order: control characters, line ends other than LF, halves of surrogate pairs, and
-/// what Unicode calls format characters, default ignorable or noncharacters. Joiners and variation selectors behind a
-/// letter or a picture of a script that is written with them are no marks: they are what gives it its shape.
+/// what Unicode calls format characters, default ignorable or noncharacters. One variation selector and one joiner
+/// behind a letter or a picture of a script that is written with them are no marks: they are what gives it its shape.
 QList<Mark> marksOf(QStringView text);
 
 } // namespace reportview

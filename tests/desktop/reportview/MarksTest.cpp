@@ -3,6 +3,9 @@
 
 #include "ViewSupport.h"
 
+#include <array>
+#include <utility>
+
 using namespace Qt::StringLiterals;
 using namespace reportview;
 
@@ -19,8 +22,29 @@ QStringList namesIn(const QString &text)
 
 QString character(char32_t code)
 {
-    return QString::fromUcs4(&code, 1);
+    return QStringView(QChar::fromUcs4(code)).toString();
 }
+
+/// Unicode's Default_Ignorable_Code_Point (DerivedCoreProperties.txt), first and last of each stretch.
+constexpr std::array<std::pair<char32_t, char32_t>, 17> kDefaultIgnorable = {{
+    {0xAD, 0xAD},
+    {0x34F, 0x34F},
+    {0x61C, 0x61C},
+    {0x115F, 0x1160},
+    {0x17B4, 0x17B5},
+    {0x180B, 0x180F},
+    {0x200B, 0x200F},
+    {0x202A, 0x202E},
+    {0x2060, 0x206F},
+    {0x3164, 0x3164},
+    {0xFE00, 0xFE0F},
+    {0xFEFF, 0xFEFF},
+    {0xFFA0, 0xFFA0},
+    {0xFFF0, 0xFFF8},
+    {0x1BCA0, 0x1BCA3},
+    {0x1D173, 0x1D17A},
+    {0xE0000, 0xE0FFF},
+}};
 
 } // namespace
 
@@ -34,13 +58,48 @@ TEST(Marks, EveryControlCharacterButTheLineFeedIsMarked)
 
 TEST(Marks, EveryFormatCharacterAndSeparatorAndHalfIsMarked)
 {
-    for (char32_t code = 0; code <= 0xFFFF; ++code) {
+    for (char32_t code = 0; code <= QChar::LastValidCodePoint; ++code) {
         const QChar::Category category = QChar::category(code);
         if (category == QChar::Other_Format || category == QChar::Other_Surrogate || category == QChar::Separator_Line
             || category == QChar::Separator_Paragraph) {
-            EXPECT_EQ(marksOf(QString(QChar(static_cast<char16_t>(code)))).size(), 1) << std::hex << uint(code);
+            const QString alone = category == QChar::Other_Surrogate ? QString(QChar(code)) : character(code);
+            EXPECT_EQ(marksOf(alone).size(), 1) << std::hex << uint(code);
         }
     }
+}
+
+TEST(Marks, EveryDefaultIgnorableCharacterIsMarked)
+{
+    for (const auto &[first, last] : kDefaultIgnorable) {
+        for (char32_t code = first; code <= last; ++code) {
+            const QString ignorable = character(code);
+            const QList<Mark> marks = marksOf(u'a' + ignorable);
+            ASSERT_EQ(marks.size(), 1) << std::hex << uint(code);
+            EXPECT_EQ(marks.first().offset, 1);
+            EXPECT_EQ(marks.first().units, ignorable.size());
+        }
+    }
+}
+
+// One selector is a choice of form; more of them are data that nobody sees.
+TEST(Marks, OneSelectorAndOneJoinerGiveACharacterItsShapeAndTheOthersAreMarked)
+{
+    QString hidden = u"\U0001F600"_s;
+    for (char32_t code = 0xE0100; code < 0xE0140; ++code) {
+        hidden += character(code);
+    }
+    EXPECT_EQ(marksOf(hidden).size(), 63);
+    EXPECT_EQ(namesIn(u"\u2764\uFE0F\uFE0F"_s), QStringList{u"FE0F"_s});
+    EXPECT_EQ(namesIn(u"\u0646\u200C\u200C\u200C"_s), (QStringList{u"ZWNJ"_s, u"ZWNJ"_s}));
+    EXPECT_EQ(namesIn(u"\u0646\u200C\uFE0F"_s), QStringList{u"FE0F"_s});
+    EXPECT_EQ(namesIn(u"\u0646\u200B\uFE0F\u200D"_s), (QStringList{u"ZWSP"_s, u"FE0F"_s, u"ZWJ"_s}));
+}
+
+TEST(Marks, JoinersBehindPunctuationAreMarked)
+{
+    EXPECT_EQ(namesIn(u"\u2014\u200C\u200C"_s), (QStringList{u"ZWNJ"_s, u"ZWNJ"_s}));
+    EXPECT_EQ(namesIn(u"\u3002\uFE00"_s), QStringList{u"FE00"_s});
+    EXPECT_EQ(namesIn(u"\u3000\uFE00"_s), QStringList{u"FE00"_s});
 }
 
 TEST(Marks, SayTheAbbreviationOrTheNumber)
@@ -69,6 +128,8 @@ TEST(Marks, WhatIsVisibleIsNotMarked)
 TEST(Marks, JoinersThatGiveAPictureItsShapeAreNotMarked)
 {
     EXPECT_EQ(namesIn(u"\U0001F468\u200D\U0001F469 \u2764\uFE0F \u0646\u200C\u06CC"_s), QStringList());
+    EXPECT_EQ(namesIn(u"\u2764\uFE0F\u200D\U0001F525 \U0001F469\U0001F3FD\u200D\U0001F4BB"_s), QStringList());
+    EXPECT_EQ(namesIn(u"\u0915\u094D\u200D\u0937 \u845B\U000E0100 \u1820\u180B"_s), QStringList());
 }
 
 TEST(Marks, JoinersWithNothingToShapeAreMarked)
