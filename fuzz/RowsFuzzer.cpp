@@ -32,6 +32,8 @@ constexpr std::array kPieces = {u"\n",
                                 u"\x200D",
                                 u"e\x0301",
                                 u"\xD83D\xDC4B\xD83C\xDFFB",
+                                u"\xD83C\xDDE9",
+                                u"\x1112\x1161\x11AB",
                                 u"\x2027",
                                 u"\x202A"};
 

@@ -1,5 +1,7 @@
-// How lines and rows are found: by looking at the text itself, never further than a row is long.
+// How lines and rows are found: by looking at the text itself, never further than a row is long but in a run of flags.
 #include "desktop/reportview/TextRows.h"
+
+#include <QTextBoundaryFinder>
 
 #include <algorithm>
 #include <optional>
@@ -10,6 +12,8 @@ namespace {
 
 /// Code units that are looked at for a good place to divide a text.
 constexpr qsizetype kDivisionSearch = 32;
+/// Code units of a run of flags that are looked at: more flags than anybody sets side by side.
+constexpr qsizetype kFlagSearch = 16 * kRowUnits;
 /// Code units that are looked at together where a line may be millions long; a compiler makes few instructions of them.
 constexpr qsizetype kBlockUnits = 32;
 
@@ -117,24 +121,35 @@ qsizetype nextMultiple(QStringView text, qsizetype begin)
     return ((begin + kDivisionSearch) / kRowUnits + 1) * kRowUnits;
 }
 
-/// Whether the unit belongs to the character that the units before it began.
-bool goesOn(QStringView text, qsizetype offset)
+bool isInsidePair(QStringView text, qsizetype offset)
 {
-    const QChar unit = text[offset];
-    const QChar before = text[offset - 1];
-    if (unit.isLowSurrogate() && before.isHighSurrogate()) {
-        return true;
+    return text[offset].isLowSurrogate() && text[offset - 1].isHighSurrogate();
+}
+
+/// Whether one of the letters stands there that make up a flag by twos (UTS 51, "Flags").
+bool isFlagLetter(QStringView text, qsizetype offset)
+{
+    constexpr char16_t kHigh = 0xD83C;
+    constexpr char16_t kFirstLow = 0xDDE6;
+    constexpr char16_t kLastLow = 0xDDFF;
+    return text[offset] == kHigh && text[offset + 1] >= kFirstLow && text[offset + 1] <= kLastLow;
+}
+
+/// Where looking for the characters that end at about the offset begins: between two of them, as far as can be told.
+qsizetype contextBegin(QStringView text, qsizetype offset)
+{
+    qsizetype begin = std::max<qsizetype>(0, offset - 2 * kDivisionSearch);
+    if (begin == 0) {
+        return 0;
     }
-    constexpr char16_t kJoiner = 0x200D;
-    if (unit == kJoiner || before == kJoiner || unit.isMark()) {
-        return true;
+    begin -= isInsidePair(text, begin) ? 1 : 0;
+    // Which two of many flag letters belong together can be told from the first one alone.
+    const qsizetype limit = std::max<qsizetype>(0, begin - kFlagSearch);
+    qsizetype run = begin;
+    while (run - 2 >= limit && isFlagLetter(text, run - 2)) {
+        run -= 2;
     }
-    // Skin colours and further variation selectors, by the first half of their pairs.
-    if (unit.isHighSurrogate() && offset + 1 < text.size() && text[offset + 1].isLowSurrogate()) {
-        const char32_t character = QChar::surrogateToUcs4(unit, text[offset + 1]);
-        return QChar::isMark(character) || (character >= 0x1F3FB && character <= 0x1F3FF);
-    }
-    return false;
+    return begin - (begin - run) % 4;
 }
 
 } // namespace
@@ -144,10 +159,14 @@ qsizetype divisionBefore(QStringView text, qsizetype offset)
     if (offset <= 0 || offset >= text.size()) {
         return std::clamp<qsizetype>(offset, 0, text.size());
     }
+    const qsizetype context = contextBegin(text, offset);
+    const qsizetype behind = std::min(offset + kDivisionSearch, text.size());
+    QTextBoundaryFinder characters(QTextBoundaryFinder::Grapheme, text.data() + context, behind - context, nullptr, 0);
     const qsizetype limit = std::max<qsizetype>(1, offset - kDivisionSearch + 1);
     std::optional<qsizetype> between;
     for (qsizetype place = offset; place >= limit; --place) {
-        if (goesOn(text, place)) {
+        characters.setPosition(place - context);
+        if (!characters.isAtBoundary()) {
             continue;
         }
         if (text[place - 1] == u' ') {
@@ -155,8 +174,7 @@ qsizetype divisionBefore(QStringView text, qsizetype offset)
         }
         between = between.value_or(place);
     }
-    const bool insidePair = text[offset].isLowSurrogate() && text[offset - 1].isHighSurrogate();
-    return between.value_or(insidePair ? offset - 1 : offset);
+    return between.value_or(offset - (isInsidePair(text, offset) ? 1 : 0));
 }
 
 Row rowAt(QStringView text, qsizetype offset)

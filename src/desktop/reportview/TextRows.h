@@ -43,8 +43,9 @@ Row previousRow(QStringView text, const Row &row);
 /// the length of the line.
 Range lineAt(QStringView text, qsizetype offset);
 
-/// The place at or a little before the offset where a text may be divided for display: between words if there is a
-/// space nearby, and never inside a character as a reader sees it, nor inside a surrogate pair.
+/// The place at or less than 32 units before the offset where a text may be divided for display: between words if there
+/// is a space, else between characters as a reader sees them (grapheme clusters) where that can be told from the text
+/// around it, and never inside a surrogate pair.
 qsizetype divisionBefore(QStringView text, qsizetype offset);
 
 } // namespace reportview

@@ -104,6 +104,11 @@ class HostileRows : public testing::TestWithParam<HostileText>
 {
 };
 
+/// A character of several code units, given alone.
+class PartedCharacters : public testing::TestWithParam<HostileText>
+{
+};
+
 } // namespace
 
 TEST_P(HostileRows, AreFoundFromAnyPlaceAsTheyAreCountedFromTheStart)
@@ -155,16 +160,53 @@ TEST(TextRows, LinesOfUsualLengthAreNeverDivided)
     }
 }
 
-TEST(TextRows, NoCharacterIsPartedWhereALineIsDivided)
+TEST_P(PartedCharacters, AreNoneWhereALineIsDivided)
 {
-    for (const QString &character : {u"\U0001F4A5"_s, u"e\u0301"_s, u"\U0001F44D\U0001F3FD"_s, u"\u2764\uFE0F"_s}) {
-        for (int shift = 0; shift < 4; ++shift) {
-            const QString text = QString(shift, u'x') + character.repeated(10'000);
-            for (const Row &row : countedRows(text)) {
-                EXPECT_EQ((std::max<qsizetype>(row.begin, shift) - shift) % character.size(), 0) << row.begin;
-            }
+    const QString &character = GetParam().text;
+    for (int shift = 0; shift < character.size(); ++shift) {
+        const QString text = QString(shift, u'x') + character.repeated(5'000);
+        for (const Row &row : countedRows(text)) {
+            EXPECT_EQ((std::max<qsizetype>(row.begin, shift) - shift) % character.size(), 0) << row.begin;
         }
     }
+}
+
+TEST_P(PartedCharacters, AreNoneWhereARowIsDividedIntoPieces)
+{
+    constexpr qsizetype kPieceUnits = 256;
+    const QString &character = GetParam().text;
+    for (int shift = 0; shift < character.size(); ++shift) {
+        const QString row = QString(shift, u'x') + character.repeated(2 * kRowUnits / character.size());
+        for (qsizetype begin = 0; begin < row.size(); begin = divisionBefore(row, begin + kPieceUnits)) {
+            EXPECT_EQ((std::max<qsizetype>(begin, shift) - shift) % character.size(), 0) << begin;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(, PartedCharacters,
+                         testing::Values(HostileText{"Pair", u"\U0001F4A5"_s}, HostileText{"Accent", u"e\u0301"_s},
+                                         HostileText{"SkinColour", u"\U0001F44D\U0001F3FD"_s},
+                                         HostileText{"Selector", u"\u2764\uFE0F"_s},
+                                         HostileText{"Family", u"\U0001F468\u200D\U0001F469\u200D\U0001F467"_s},
+                                         HostileText{"Flag", u"\U0001F1E9\U0001F1EA"_s},
+                                         HostileText{"TwoJamo", u"\u1112\u1161"_s},
+                                         HostileText{"ThreeJamo", u"\u1112\u1161\u11AB"_s}),
+                         nameOf);
+
+// Where a flag begins can be told from the first one alone, and that may be anywhere.
+TEST(TextRows, EndlessRunOfFlagsIsPartedOnceAtMostAndHasTheSameRowsFromAnyPlace)
+{
+    const QString text = u"xx"_s + u"\U0001F1E9\U0001F1EA"_s.repeated(30'000);
+    const std::vector<Row> rows = countedRows(text);
+    ASSERT_EQ(rows.size(), 30U);
+    int parted = 0;
+    for (size_t index = 1; index + 1 < rows.size(); ++index) {
+        const Row &row = rows[index];
+        ASSERT_EQ(rowAt(text, row.begin), row);
+        ASSERT_EQ(rowAt(text, row.end - 1), row);
+        parted += (row.end - row.begin) % 4 == 0 ? 0 : 1;
+    }
+    EXPECT_LE(parted, 1);
 }
 
 TEST(TextRows, LineIsDividedBetweenWords)

@@ -88,6 +88,9 @@ inline std::vector<HostileText> hostileTexts()
         {"LongLineOfPairs", u"x"_s + u"\U0001F4A5"_s.repeated(10'000) + u"\r\nend"_s},
         {"LongLineOfWords", u"harbour pier "_s.repeated(1'500)},
         {"LongLineOfMarks", QString(9'000, QChar(0)) + u"\n"_s},
+        {"LongLineOfFlags", u"xxx"_s + u"\U0001F1E9\U0001F1EA"_s.repeated(4'000)},
+        {"LongLineOfSyllables", u"\u1112\u1161\u11AB"_s.repeated(3'000)},
+        {"DataBehindAnEmoji", u"\U0001F600"_s + u"\uFE0F\uFE01\U000E0100"_s.repeated(20) + u"b\u2065\uFFF0"_s},
         {"LongRightToLeft", u"\u05E9\u05DC\u05D5\u05DD "_s.repeated(2'000) + u"\nx"_s},
     };
 }
