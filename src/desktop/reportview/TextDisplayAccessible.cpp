@@ -60,7 +60,7 @@ public:
     {
         const qsizetype begin = std::clamp<qsizetype>(startOffset, 0, view().size());
         const qsizetype end = endOffset < 0 ? view().size() : std::clamp<qsizetype>(endOffset, begin, view().size());
-        return bounded({begin, end});
+        return textOf(bounded({begin, end}, begin));
     }
 
     QString textBeforeOffset(int offset, QAccessible::TextBoundaryType type, int *start, int *end) const override
@@ -148,12 +148,20 @@ private:
     TextDisplay &display() const { return *static_cast<TextDisplay *>(object()); }
     QStringView view() const { return display().text(); }
 
-    QString bounded(Range range) const
+    QString textOf(Range range) const { return display().text().mid(range.begin, range.size()); }
+
+    /// As much of the range as an answer may hold: its first part, or what begins at the place where that lies further
+    /// on, so that whoever goes on at the end of an answer gets the next part.
+    Range bounded(Range range, qsizetype place) const
     {
-        if (range.size() <= kLongestAnswer) {
-            return display().text().mid(range.begin, range.size());
-        }
-        return display().text().mid(range.begin, betweenCharacters(view(), range.begin + kLongestAnswer) - range.begin);
+        const auto firstPart = [this](Range whole) {
+            return whole.size() <= kLongestAnswer
+                ? whole
+                : Range{whole.begin, betweenCharacters(view(), whole.begin + kLongestAnswer)};
+        };
+        const Range first = firstPart(range);
+        return place < first.end || place >= range.end ? first
+                                                       : firstPart({betweenCharacters(view(), place), range.end});
     }
 
     QString segmentOf(int offset, QAccessible::TextBoundaryType type, FindSegment find, int *start, int *end) const
@@ -164,11 +172,12 @@ private:
         if (place < 0 || place > view().size()) {
             return {};
         }
-        const Range found =
+        const Range whole =
             type == QAccessible::NoBoundary ? Range{0, view().size()} : find(view(), place, segmentOfBoundary(type));
+        const Range found = bounded(whole, place);
         *start = counted(found.begin);
         *end = counted(found.end);
-        return bounded(found);
+        return textOf(found);
     }
 
     static Segment segmentOfBoundary(QAccessible::TextBoundaryType type)

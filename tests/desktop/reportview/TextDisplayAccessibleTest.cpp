@@ -12,6 +12,8 @@
 
 #include <malloc.h>
 
+#include <algorithm>
+#include <array>
 #include <limits>
 #include <memory>
 #include <utility>
@@ -144,11 +146,112 @@ std::vector<Range> linesOf(const QString &text)
     return lines;
 }
 
+/// The rows of a text with their ends, the empty one behind a last line end left out.
+std::vector<Range> rowsOf(const QString &text)
+{
+    std::vector<Range> rows;
+    for (qsizetype begin = 0; begin < text.size(); begin = rows.back().end) {
+        rows.push_back({begin, rowAt(text, begin).next});
+    }
+    return rows;
+}
+
+/// What the toolkit finds from the start of the whole text; of a long one from the start of each of its rows, since a
+/// division ends what stands there.
+std::vector<Range> foundByTheToolkit(const QString &text, QTextBoundaryFinder::BoundaryType type)
+{
+    const std::vector<Range> stretches = text.size() < 500 ? std::vector<Range>{{0, text.size()}} : rowsOf(text);
+    std::vector<Range> segments;
+    for (const Range &stretch : stretches) {
+        QTextBoundaryFinder finder(type, text.mid(stretch.begin, stretch.size()));
+        qsizetype begin = 0;
+        for (qsizetype end = finder.toNextBoundary(); end > 0; end = finder.toNextBoundary()) {
+            segments.push_back({stretch.begin + begin, stretch.begin + end});
+            begin = end;
+        }
+    }
+    return segments;
+}
+
+/// What a text is divided into for assistive technology, in its order.
+std::vector<Range> segmentsOf(const QString &text, QAccessible::TextBoundaryType type)
+{
+    switch (type) {
+    case QAccessible::WordBoundary:
+        return foundByTheToolkit(text, QTextBoundaryFinder::Word);
+    case QAccessible::SentenceBoundary:
+        return foundByTheToolkit(text, QTextBoundaryFinder::Sentence);
+    case QAccessible::LineBoundary:
+        return rowsOf(text);
+    case QAccessible::ParagraphBoundary:
+        return linesOf(text);
+    default:
+        return foundByTheToolkit(text, QTextBoundaryFinder::Grapheme);
+    }
+}
+
+Answer answered(const QString &text, Range range)
+{
+    return {text.mid(range.begin, range.size()), static_cast<int>(range.begin), static_cast<int>(range.end)};
+}
+
+/// Every offset of a short text; of a long one those around the ends of rows, and some of the others.
+std::vector<qsizetype> triedOffsets(const QString &text)
+{
+    std::vector<qsizetype> offsets;
+    const qsizetype step = text.size() < 500 ? 1 : 1'511;
+    for (qsizetype offset = 0; offset < text.size(); offset += step) {
+        offsets.push_back(offset);
+    }
+    if (step > 1) {
+        for (const Range &row : rowsOf(text)) {
+            offsets.insert(offsets.end(), {row.begin, std::min(row.begin + 1, row.end - 1), row.end - 1});
+        }
+    }
+    return offsets;
+}
+
 class HostileAccessible : public TextDisplayAccessibleTest, public testing::WithParamInterface<HostileText>
 {
 protected:
     int step() const { return GetParam().text.size() < 500 ? 1 : 211; }
+
+    /// Asks for what stands before, at and behind every tried offset.
+    void expectSegments(QAccessible::TextBoundaryType type)
+    {
+        const QString &kept = GetParam().text;
+        show(kept);
+        const std::vector<Range> segments = segmentsOf(kept, type);
+        const Range none{kept.size(), kept.size()};
+        for (const qsizetype offset : triedOffsets(kept)) {
+            const auto at = std::find_if(segments.begin(), segments.end(),
+                                         [offset](const Range &segment) { return offset < segment.end; });
+            ASSERT_NE(at, segments.end());
+            const Range before = at == segments.begin() ? Range() : *std::prev(at);
+            const Range behind = std::next(at) == segments.end() ? none : *std::next(at);
+            const auto answer = [&](Call call) { return ask(*text, call, static_cast<int>(offset), type); };
+            EXPECT_EQ(answer(&QAccessibleTextInterface::textAtOffset), answered(kept, *at)) << offset;
+            EXPECT_EQ(answer(&QAccessibleTextInterface::textBeforeOffset), answered(kept, before)) << offset;
+            EXPECT_EQ(answer(&QAccessibleTextInterface::textAfterOffset), answered(kept, behind)) << offset;
+        }
+    }
+
+    /// At the end of the text stands what a caret there belongs to.
+    void expectEnd(QAccessible::TextBoundaryType type, Range at, Range before)
+    {
+        const QString &kept = GetParam().text;
+        const auto end = static_cast<int>(kept.size());
+        EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textAtOffset, end, type), answered(kept, at));
+        EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textAtOffset, -1, type), answered(kept, at));
+        EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textBeforeOffset, end, type), answered(kept, before));
+        EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textAfterOffset, end, type),
+                  answered(kept, {kept.size(), kept.size()}));
+    }
 };
+
+constexpr std::array kInsideRows = {QAccessible::CharBoundary, QAccessible::WordBoundary,
+                                    QAccessible::SentenceBoundary};
+constexpr std::array kRowsAndLines = {QAccessible::LineBoundary, QAccessible::ParagraphBoundary};
 
 } // namespace
 
@@ -166,74 +269,51 @@ TEST_P(HostileAccessible, GivesTheKeptTextWholeAndInParts)
     }
 }
 
-TEST_P(HostileAccessible, CharactersWordsAndSentencesAreThoseThatTheToolkitFindsInTheWholeText)
+TEST_P(HostileAccessible, CharactersWordsAndSentencesAreThoseThatTheToolkitFinds)
+{
+    for (const auto type : kInsideRows) {
+        SCOPED_TRACE(type);
+        expectSegments(type);
+    }
+}
+
+TEST_P(HostileAccessible, RowsAndParagraphsAreThoseOfTheKeptText)
+{
+    for (const auto type : kRowsAndLines) {
+        SCOPED_TRACE(type);
+        expectSegments(type);
+    }
+}
+
+TEST_P(HostileAccessible, EndOfTheTextHasNoCharacterAndBelongsToTheLastRow)
 {
     const QString &kept = GetParam().text;
-    if (kept.size() > 500) {
-        // In a row of a divided line the whole text has other segments; the division has its own tests.
-        return;
-    }
     show(kept);
-    for (const auto type : {QAccessible::CharBoundary, QAccessible::WordBoundary, QAccessible::SentenceBoundary}) {
-        const QTextBoundaryFinder::BoundaryType boundary = type == QAccessible::CharBoundary
-            ? QTextBoundaryFinder::Grapheme
-            : type == QAccessible::WordBoundary ? QTextBoundaryFinder::Word
-                                                : QTextBoundaryFinder::Sentence;
-        QTextBoundaryFinder finder(boundary, kept);
-        for (int offset = 0; offset < kept.size(); ++offset) {
-            finder.setPosition(offset);
-            const auto begin = static_cast<int>(finder.isAtBoundary() ? offset : finder.toPreviousBoundary());
-            finder.setPosition(offset);
-            const auto end = static_cast<int>(finder.toNextBoundary());
-            EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textAtOffset, offset, type),
-                      (Answer{kept.mid(begin, end - begin), begin, end}))
-                << "offset " << offset << " boundary " << type;
+    const Range end{kept.size(), kept.size()};
+    for (const auto type : kInsideRows) {
+        SCOPED_TRACE(type);
+        expectEnd(type, end, kept.isEmpty() ? end : segmentsOf(kept, type).back());
+    }
+    const bool isBehindLineEnd = kept.isEmpty() || u"\n\r\u2028\u2029"_s.contains(kept.back());
+    for (const auto type : kRowsAndLines) {
+        SCOPED_TRACE(type);
+        std::vector<Range> segments = segmentsOf(kept, type);
+        if (isBehindLineEnd) {
+            segments.push_back(end);
         }
+        expectEnd(type, segments.back(), segments.size() > 1 ? segments[segments.size() - 2] : Range());
     }
 }
 
 TEST_P(HostileAccessible, CharacterAnswersAreThoseOfTheToolkitsOwnImplementation)
 {
     const QString &kept = GetParam().text;
-    if (kept.size() > 500) {
-        return;
-    }
     show(kept);
     const WholeText reference(kept);
-    for (int offset = 0; offset < kept.size(); offset = static_cast<int>(nextCharacter(kept, offset))) {
+    for (const qsizetype tried : triedOffsets(kept)) {
+        const auto offset = static_cast<int>(betweenCharacters(kept, tried));
         EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textAtOffset, offset, QAccessible::CharBoundary),
                   ask(reference, &QAccessibleTextInterface::textAtOffset, offset, QAccessible::CharBoundary));
-    }
-}
-
-TEST_P(HostileAccessible, LinesAndParagraphsAreThoseOfTheKeptText)
-{
-    const QString &kept = GetParam().text;
-    show(kept);
-    const std::vector<Range> lines = linesOf(kept);
-    for (size_t index = 0; index < lines.size(); ++index) {
-        const Range line = lines[index];
-        const Answer expected{kept.mid(line.begin, line.size()), int(line.begin), int(line.end)};
-        for (const qsizetype offset : {line.begin, line.begin + line.size() / 2, line.end - 1}) {
-            EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textAtOffset, int(offset), QAccessible::ParagraphBoundary),
-                      expected);
-            if (line.size() < kRowUnits) {
-                EXPECT_EQ(ask(*text, &QAccessibleTextInterface::textAtOffset, int(offset), QAccessible::LineBoundary),
-                          expected);
-            }
-        }
-        if (index > 0) {
-            EXPECT_EQ(
-                ask(*text, &QAccessibleTextInterface::textBeforeOffset, int(line.begin), QAccessible::ParagraphBoundary)
-                    .start,
-                lines[index - 1].begin);
-        }
-        if (index + 1 < lines.size()) {
-            EXPECT_EQ(
-                ask(*text, &QAccessibleTextInterface::textAfterOffset, int(line.begin), QAccessible::ParagraphBoundary)
-                    .end,
-                lines[index + 1].end);
-        }
     }
 }
 
@@ -461,6 +541,29 @@ TEST_F(TextDisplayAccessibleTest, WholeOfAVeryLargeTextIsGivenUpToTheBound)
     EXPECT_EQ(text->characterCount(), large.size());
     EXPECT_EQ(text->text(0, -1), large.left(kLongestAnswer));
     EXPECT_EQ(text->text(15'000'000, 15'000'004), large.mid(15'000'000, 4));
+}
+
+TEST_F(TextDisplayAccessibleTest, AnswersOfAVeryLongLineFollowEachOtherAndNameWhatTheyHold)
+{
+    const QString line = QString(2 * kLongestAnswer - 1, u'x') + u"\U0001F4A5"_s.repeated(kLongestAnswer / 4) + u'\n';
+    const QString all = u"before\n"_s + line + u"after"_s;
+    show(all);
+    QString read;
+    for (int offset = 7; offset < 7 + line.size();) {
+        const Answer part = ask(*text, &QAccessibleTextInterface::textAtOffset, offset, QAccessible::ParagraphBoundary);
+        ASSERT_EQ(part.start, offset);
+        ASSERT_EQ(part.end, offset + part.text.size());
+        ASSERT_GT(part.end, offset);
+        ASSERT_LE(part.text.size(), kLongestAnswer);
+        read += part.text;
+        offset = part.end;
+    }
+    EXPECT_TRUE(read == line);
+    const Answer first{line.left(kLongestAnswer), 7, 7 + int(kLongestAnswer)};
+    const auto end = static_cast<int>(7 + line.size());
+    EXPECT_TRUE(ask(*text, &QAccessibleTextInterface::textAtOffset, 99, QAccessible::ParagraphBoundary) == first);
+    EXPECT_TRUE(ask(*text, &QAccessibleTextInterface::textAfterOffset, 0, QAccessible::ParagraphBoundary) == first);
+    EXPECT_TRUE(ask(*text, &QAccessibleTextInterface::textBeforeOffset, end, QAccessible::ParagraphBoundary) == first);
 }
 
 TEST_F(TextDisplayAccessibleTest, BoundPartsNoPair)
