@@ -199,15 +199,19 @@ void ReportWindow::setUploadProgress(qint64 sent, qint64 total)
 
 void ReportWindow::copyReport() const
 {
-    QStringList sections;
+    QString report;
     if (const QString address = parts->emailText.stringValue(); !address.isEmpty()) {
-        sections += u"E-mail address:\n"_s + address;
+        report += u"E-mail address:\n"_s + address + u"\n\n"_s;
     }
     if (const QString description = parts->infoText.string(); !description.isEmpty()) {
-        sections += u"Description:\n"_s + description;
+        report += u"Description:\n"_s + description + u"\n\n"_s;
     }
-    sections += u"Report:\n"_s + parts->logText.string();
-    QGuiApplication::clipboard()->setText(sections.join(u"\n\n"_s));
+    report += u"Report:\n"_s;
+    // The text may be large: it is copied once, into the room that it needs.
+    const QString text = parts->logText.string();
+    report.reserve(report.size() + text.size());
+    report += text;
+    QGuiApplication::clipboard()->setText(report);
     qCInfo(lcWindow) << "report copied";
 }
 
