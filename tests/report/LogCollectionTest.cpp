@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <memory>
 
 using namespace Qt::StringLiterals;
 
@@ -499,9 +500,43 @@ TEST_F(LogCollection, RootOpensTheLogsOnlyWithTheRightsOfTheUserAtTheConsole)
     ASSERT_EQ(report(), u"crash\nLog 1:\nof the user"_s);
     EXPECT_EQ(std::ranges::count(home.lookups.questions, "file rights of user1"), 4);
 
-    home.lookups.givesFileRights = false;
+    home.lookups.fileRights = [] { return nullptr; };
     ASSERT_TRUE(load("crash"));
     EXPECT_EQ(report(), u"crash"_s);
+}
+
+namespace {
+
+/// A user's rights to a file, which for anybody else is not even there: it exists as long as these do.
+class RightsToAFile : public platform::Object
+{
+public:
+    explicit RightsToAFile(const QString &hidden)
+        : path(hidden)
+    {
+        QFile::rename(path + u".hidden"_s, path);
+    }
+    ~RightsToAFile() override { QFile::rename(path, path + u".hidden"_s); }
+
+private:
+    QString path;
+};
+
+} // namespace
+
+TEST_F(LogCollection, RootHoldsTheRightsUntilTheLogIsReadAndNoLonger)
+{
+    const QString log = home.writeApplicationLog(u"Harbour.1.log"_s, "of the user");
+    ASSERT_TRUE(QFile::rename(log, log + u".hidden"_s));
+    home.lookups.homes[u"anna"_s] = home.path(QString());
+    runAsRoot(home.lookups, u"anna"_s);
+    installStandardDirectories(home.lookups, u"/var/root"_s);
+    home.lookups.fileRights = [&log] { return std::make_unique<RightsToAFile>(log); };
+
+    ASSERT_TRUE(load("crash"));
+
+    EXPECT_EQ(report(), u"crash\nLog 1:\nof the user"_s);
+    EXPECT_FALSE(QFileInfo::exists(log)) << "the rights were not given back";
 }
 
 TEST_F(LogCollection, OrdinaryUserTakesOnNobodysRights)

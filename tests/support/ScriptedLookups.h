@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -39,7 +40,8 @@ public:
     mutable std::deque<QString> uniqueStrings = {QStringLiteral("unique")};
     std::time_t seconds = 1'700'000'000;
     std::clock_t ticks = 4711;
-    bool givesFileRights = true;
+    /// What stands for a user's rights to files, until it is destroyed; the rights are refused where this gives none.
+    std::function<std::unique_ptr<platform::Object>()> fileRights = [] { return std::make_unique<platform::Object>(); };
 
     QStringList searchPathForDirectoriesInDomains(std::uint64_t kind, std::uint64_t domainMask) const override
     {
@@ -128,7 +130,7 @@ public:
     std::unique_ptr<platform::Object> takeFileRightsOfUser(const QString &user) const override
     {
         note("file rights of " + user.toStdString());
-        return givesFileRights ? std::make_unique<platform::Object>() : nullptr;
+        return fileRights();
     }
 
 private:
