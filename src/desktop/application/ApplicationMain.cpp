@@ -8,7 +8,7 @@
 
 #include <QApplication>
 
-#include <unistd.h>
+#include <sys/auxv.h>
 
 #include <csignal>
 #include <cstdio>
@@ -19,10 +19,11 @@
 
 namespace {
 
-/// Whether the file's mode has lent the process another user's or group's rights.
-bool isSetId()
+/// Whether the program's file, by its mode or its capabilities, has lent the process rights that its starter lacks, or
+/// a security module has (getauxval(3)).
+bool hasLentRights()
 {
-    return ::getuid() != ::geteuid() || ::getgid() != ::getegid();
+    return ::getauxval(AT_SECURE) != 0;
 }
 
 /// The toolkit lets no exception pass through its event loop. Where memory runs out there, the program says so; any
@@ -45,10 +46,11 @@ bool isSetId()
 
 int applicationMain(int argc, char **argv)
 {
-    if (isSetId()) {
-        std::fputs("korvale-crash-reporter: not to be installed set-user-ID or set-group-ID: whoever starts it would "
-                   "read and send files with those rights\n",
-                   stderr);
+    if (hasLentRights()) {
+        std::fputs(
+            "korvale-crash-reporter: not to be installed set-user-ID, set-group-ID or with capabilities: whoever "
+            "starts it would read and send files with those rights\n",
+            stderr);
         return EXIT_FAILURE;
     }
     std::set_terminate(endWithoutMemory);
