@@ -57,15 +57,15 @@ bool canBeAStore(const QString &path)
     return !info.exists() || info.isFile();
 }
 
-/// Whether a user other than root has put a link where root's settings lie: it would lead root's writing anywhere.
-bool hasForeignLink(const QString &folder)
+/// Whether anything is another user's where root's settings lie: a link would lead root's writing anywhere, and in a
+/// folder that user may put one at any time.
+bool isPartlyForeign(const QString &folder)
 {
     const QString ours = folder + u'/' + kOrganisation;
     const QStringList places = {folder, ours, ours + u'/' + kApplication + u".conf"_s};
     return std::ranges::any_of(places, [](const QString &place) {
         struct stat status = {};
-        return ::lstat(QFile::encodeName(place).constData(), &status) == 0 && S_ISLNK(status.st_mode)
-            && status.st_uid != platform::kRootUserId;
+        return ::lstat(QFile::encodeName(place).constData(), &status) == 0 && status.st_uid != platform::kRootUserId;
     });
 }
 
@@ -141,7 +141,7 @@ std::unique_ptr<QSettings> openedStore(const platform::LocalLookups &lookups)
     if (!folder || !canBeAStore(*folder + u'/' + kOrganisation + u'/' + kApplication + u".conf"_s)) {
         return nullptr;
     }
-    if (isRoot(lookups) && hasForeignLink(*folder)) {
+    if (isRoot(lookups) && isPartlyForeign(*folder)) {
         return nullptr;
     }
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, *folder);

@@ -444,6 +444,26 @@ TEST_F(UserDefaultsTest, RootFollowsALinkOfItsOwnAndNoneOfAnotherOwner)
     }
 }
 
+TEST_F(UserDefaultsTest, RootWritesIntoNoFolderOfAnotherOwner)
+{
+    // Root's writing is tried by root alone; what an ordinary user makes is another's all the same.
+    const QTemporaryDir home;
+    ASSERT_TRUE(QDir().mkpath(home.filePath(u".config/Korvale"_s)));
+    if (geteuid() == 0) {
+        ASSERT_EQ(chown(home.filePath(u".config/Korvale"_s).toLocal8Bit().constData(), 4321, 4321), 0);
+    }
+    const RootsLookups lookups(home.path());
+    QtUserDefaults defaults(lookups);
+    const QString target = home.filePath(u"of-root"_s);
+    ASSERT_TRUE(QFile::link(target, home.filePath(u".config/Korvale/CrashReporter.conf"_s)));
+
+    defaults.setIntegerForKey(5, kCount);
+    defaults.synchronize();
+
+    EXPECT_FALSE(QFileInfo::exists(target)) << "the link was made after the store was looked at";
+    EXPECT_EQ(defaults.integerForKey(kCount), 5);
+}
+
 TEST_F(UserDefaultsTest, WithoutAHomeNothingIsStoredAndNothingFails)
 {
     const ScopedVariable unset("XDG_CONFIG_HOME", std::nullopt);
