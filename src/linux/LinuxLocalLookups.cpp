@@ -16,7 +16,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <fstream>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -106,22 +105,6 @@ std::optional<Account> accountNamed(const QString &name)
     return findAccount([&bytes](passwd *entry, char *buffer, std::size_t size, passwd **found) {
         return getpwnam_r(bytes.constData(), entry, buffer, size, found);
     });
-}
-
-/// Whether the process's user namespace has the user (user_namespaces(7)): each line of its map gives a first ID
-/// inside, one outside and a count.
-bool isKnownToNamespace(uid_t userId)
-{
-    std::ifstream map("/proc/self/uid_map");
-    std::uint64_t first = 0;
-    std::uint64_t outside = 0;
-    std::uint64_t count = 0;
-    while (map >> first >> outside >> count) {
-        if (userId >= first && userId - first < count) {
-            return true;
-        }
-    }
-    return false;
 }
 
 std::vector<gid_t> groupsOf(const QString &user, gid_t group)
@@ -285,9 +268,6 @@ std::unique_ptr<platform::Object> LinuxLocalLookups::takeFileRightsOfUser(const 
     const std::optional<Account> account = accountNamed(name);
     if (!account) {
         return nullptr;
-    }
-    if (!isKnownToNamespace(account->userId)) {
-        return std::make_unique<platform::Object>();
     }
     auto rights = std::make_unique<FileRights>(account->userId, account->groupId, groupsOf(name, account->groupId));
     return rights->areTaken() ? std::move(rights) : nullptr;

@@ -29,8 +29,7 @@ public:
     QString globallyUniqueString() const override;
     std::time_t calendarTime() const override;
     std::clock_t processorTime() const override;
-    /// By the thread's filesystem user and group ID and its groups (credentials(7)). Where the user namespace has no
-    /// such user, whom nobody in it could protect, the rights stay the process's own: it is no root outside its
-    /// namespace.
+    /// By the thread's filesystem user and group ID and its groups (credentials(7)). There are none of a user whom the
+    /// process's user namespace does not have (user_namespaces(7)).
     std::unique_ptr<platform::Object> takeFileRightsOfUser(const QString &name) const override;
 };

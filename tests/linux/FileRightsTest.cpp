@@ -81,6 +81,13 @@ bool enterNamespaceOf(uid_t onlyUser)
         && map.write(QByteArray::number(onlyUser) + ' ' + QByteArray::number(outside) + " 1\n") > 0;
 }
 
+/// Mounts an empty folder over it, for this process alone.
+bool hideProc()
+{
+    return ::unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+        && ::mount("none", "/proc", "tmpfs", 0, nullptr) == 0 && ::access("/proc/self", F_OK) != 0;
+}
+
 class FileRightsTest : public testing::Test
 {
 protected:
@@ -195,20 +202,25 @@ TEST_F(FileRightsTest, AreNotTakenWithoutTheRightToChangeTheUserOrTheGroup)
     }
 }
 
-TEST_F(FileRightsTest, OfAUserWhomTheNamespaceDoesNotHaveAreTheProcessesOwn)
+TEST_F(FileRightsTest, AreNotTakenOfAUserWhomTheNamespaceDoesNotHave)
 {
-    EXPECT_EXIT(_exit(::unshare(CLONE_NEWUSER) == 0 && lookups.takeFileRightsOfUser(kUser) ? 0 : 1),
-                testing::ExitedWithCode(0), "");
-    for (const uid_t other : {kUserId - 1, kUserId + 1}) {
-        EXPECT_EXIT(_exit(enterNamespaceOf(other) && lookups.takeFileRightsOfUser(kUser) ? 0 : 1),
+    for (const uid_t other : {uid_t(0), kUserId - 1, kUserId + 1}) {
+        EXPECT_EXIT(_exit(enterNamespaceOf(other) && !lookups.takeFileRightsOfUser(kUser) ? 0 : 1),
                     testing::ExitedWithCode(0), "")
             << other;
     }
 }
 
-TEST_F(FileRightsTest, OfAUserWhomTheNamespaceHasAreNotTheProcessesOwn)
+TEST_F(FileRightsTest, AreNotTakenWhereGroupsCannotBeSet)
 {
-    // Groups cannot be set here, and without that the user's rights are not taken.
     EXPECT_EXIT(_exit(enterNamespaceOf(kUserId) && !lookups.takeFileRightsOfUser(kUser) ? 0 : 1),
+                testing::ExitedWithCode(0), "");
+}
+
+TEST_F(FileRightsTest, AreTheUsersWithoutProcToo)
+{
+    const QString path = file(u"of-root"_s, 0, 0, 0600);
+
+    EXPECT_EXIT(_exit(hideProc() && readByUser(path) == std::nullopt && contentsOfRegularFile(path) ? 0 : 1),
                 testing::ExitedWithCode(0), "");
 }

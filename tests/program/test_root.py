@@ -1,22 +1,34 @@
-"""Running as root: the user whose logs are collected is the one logged in at the console."""
+"""Running as root with the environment of the user at the console: whose logs, whose settings, whose programs."""
 
 import os
+import re
 
-from support import CRASH_LOG, ProgramTest
+from support import ADDRESS, APPLICATION_LOGS, CRASH_LOG, ProgramTest, cases
+from test_home import states_below
+from test_nothing_leaves import Trace, local_sockets
+from trial.expected import expected_report
+from trial.home import Home, read, write
+from Xlib import Xatom
+from Xlib.display import Display
+
+USER_ID = 4321
+SECRET = b"for root alone\n"
+# The display's, and that of the service that knows the accounts of this machine.
+SOCKETS_OF_ROOT = re.compile(r"@?/tmp/\.X11-unix/X\d+|/(var/)?run/nscd/socket")
 
 # The console user as systemd's login service writes it down, in a /run of the program's own.
-LOGIN_SERVICE = """
+LOGIN_SERVICE = f"""
 mount -t tmpfs tmpfs /run
 mkdir -p /run/systemd/seats /run/systemd/sessions /run/systemd/users
 cat >/run/systemd/seats/seat0 <<SEAT
 IS_SEAT0=1
 CAN_MULTI_SESSION=1
 ACTIVE=c1
-ACTIVE_UID=4321
+ACTIVE_UID={USER_ID}
 SESSIONS=c1
 SEAT
 cat >/run/systemd/sessions/c1 <<SESSION
-UID=4321
+UID={USER_ID}
 USER=conny
 ACTIVE=1
 STATE=active
@@ -31,36 +43,151 @@ exec "$@"
 """
 
 
-class Root(ProgramTest):
-    def console_home(self):
-        path = os.path.join(self.folder, "conny")
-        os.makedirs(os.path.join(path, "Library", "Logs", "Korvale"))
-        with open(os.path.join(path, "Library", "Logs", "Korvale", "Harbour.1.log"), "wb") as file:
-            file.write(b"log of the console user\n")
-        return path
+def give(path, user):
+    """Makes the file, the link or the folder, with all that is in it, the user's, and private."""
+    for parent, folders, files in os.walk(path):
+        for name in (*folders, *files):
+            os.chown(os.path.join(parent, name), user, user, follow_symlinks=False)
+    os.chown(path, user, user, follow_symlinks=False)
 
-    def root_home(self):
-        path = os.path.join(self.folder, "root")
-        os.makedirs(path, exist_ok=True)
-        return path
+
+class Root(ProgramTest):
+    """The home is that of conny, who is at the console; HOME and the XDG variables name folders in it."""
+
+    def setUp(self):
+        super().setUp()
+        os.chmod(self.folder, 0o711)
+        self.home_of_root = Home(self.subfolder("root"))
+        self.secret = os.path.join(self.folder, "secret")
+        write(self.secret, SECRET)
+        os.chmod(self.secret, 0o600)
 
     def account_list(self):
         path = os.path.join(self.folder, "passwd")
-        with open(path, "w", encoding="utf-8") as file:
-            file.write(f"root:x:0:0:root:{self.root_home()}:/bin/sh\n")
-            file.write(f"conny:x:4321:4321:Conny Sole:{self.console_home()}:/bin/sh\n")
+        write(path, f"root:x:0:0:root:{self.home_of_root.path}:/bin/sh\n"
+                    f"conny:x:{USER_ID}:{USER_ID}:Conny Sole:{self.home.path}:/bin/sh\n".encode())
+        os.chmod(path, 0o644)
         return path
 
-    def launch_as_root(self, session_class):
-        prefix = ("unshare", "--mount", "bash", "-e", "-c", LOGIN_SERVICE, "bash", session_class, self.account_list())
-        return self.start("-remotename", "anvil", "-log", self.crash_log, prefix=prefix).wait_for_window()
+    def path_of_log(self, suffix):
+        return os.path.join(self.home.logs, f"Harbour{suffix}")
+
+    def launch_as_root(self, session_class="user", environment=(), trace=()):
+        give(self.home.path, USER_ID)
+        for suffix in APPLICATION_LOGS:
+            if not os.path.islink(self.path_of_log(suffix)):
+                os.chmod(self.path_of_log(suffix), 0o600)
+        prefix = ("unshare", "--mount", "bash", "-e", "-c", LOGIN_SERVICE, "bash", session_class, self.account_list(),
+                  "env", *environment, *trace)
+        program = self.start("-remotename", "anvil", "-log", self.crash_log, prefix=prefix)
+        # No assistive technology reaches the window: the keyboard does.
+        self.window = program.desktop.tool("xdotool", "search", "--sync", "--onlyvisible", "--pid", str(program.pid),
+                                           "--name", "Korvale Crash Reporter").split()[0]
+        return program
+
+    def submitted_by_keyboard(self, program):
+        """Types into the address, where the focus is at first, and presses the default button."""
+        program.desktop.tool("xdotool", "windowfocus", "--sync", self.window, "type", ADDRESS)
+        program.desktop.tool("xdotool", "key", "Return")
+        return program
+
+    def closed(self, program):
+        program.desktop.tool("xdotool", "windowfocus", "--sync", self.window, "key", "alt+F4")
+        self.assert_ends_silently(program)
+
+    # Whose logs
+
+    def assert_report_with(self, program, *suffixes):
+        logs = {suffix: APPLICATION_LOGS[suffix] for suffix in suffixes}
+        self.assert_report_sent(program, self.server, expected_report(CRASH_LOG, logs))
 
     def test_the_console_users_logs_are_appended(self):
-        server = self.serve()
-        program = self.submitted(self.launch_as_root("user"))
-        self.assert_report_sent(program, server, CRASH_LOG + b"\nLog 1:\nlog of the console user\n")
+        self.server = self.serve()
+        self.assert_report_with(self.submitted_by_keyboard(self.launch_as_root()), *APPLICATION_LOGS)
 
     def test_at_the_login_screen_no_logs_are_appended(self):
-        server = self.serve()
-        program = self.submitted(self.launch_as_root("greeter"))
-        self.assert_report_sent(program, server, CRASH_LOG)
+        self.server = self.serve()
+        self.assert_report_with(self.submitted_by_keyboard(self.launch_as_root("greeter")))
+
+    def test_a_log_that_leads_to_what_only_root_may_read_is_left_out(self):
+        self.server = self.serve()
+        os.remove(self.path_of_log(".1.log"))
+        os.symlink(self.secret, self.path_of_log(".1.log"))
+        program = self.submitted_by_keyboard(self.launch_as_root())
+        self.assert_report_with(program, ".task.1.log", ".2.log", ".task.2.log")
+
+    # Whose settings
+
+    def test_the_settings_are_roots_own(self):
+        self.server = self.serve()
+        program = self.launch_as_root()
+        before = states_below(self.home.path)
+        self.assert_report_with(self.submitted_by_keyboard(program), *APPLICATION_LOGS)
+        self.assertEqual(self.home_of_root.settings()["crashSubmissionCount"], "1")
+        self.assertEqual(states_below(self.home.path), before)
+
+    def test_the_settings_are_not_written_through_the_users_links(self):
+        self.server = self.serve()
+        os.makedirs(self.home.settings_folder)
+        os.symlink(self.secret, self.home.settings_path)
+        self.assert_accepted(self.submitted_by_keyboard(self.launch_as_root()), self.server)
+        self.assertEqual(read(self.secret), SECRET)
+        self.assertEqual(self.home_of_root.settings()["crashSubmissionCount"], "1")
+
+    def test_no_link_that_is_put_later_into_a_users_folder_is_followed(self):
+        self.server = self.serve()
+        os.makedirs(self.home_of_root.settings_folder)
+        give(self.home_of_root.settings_folder, USER_ID)
+        program = self.launch_as_root()
+        os.symlink(self.secret, self.home_of_root.settings_path)
+        self.assert_accepted(self.submitted_by_keyboard(program), self.server)
+        self.assertEqual(read(self.secret), SECRET)
+
+    # Whose programs
+
+    def trap(self):
+        """An address of a bus: a command that leaves a mark."""
+        command = os.path.join(self.folder, "command")
+        self.mark = os.path.join(self.folder, "mark")
+        write(command, f"#!/bin/sh\necho $0 >{self.mark}\n".encode())
+        os.chmod(command, 0o755)
+        return f"unixexec:path={command}"
+
+    def put_on_the_display(self, name, value):
+        display = Display(self.desktop.display)
+        self.addCleanup(display.close)
+        root, atom = display.screen().root, display.intern_atom(name)
+        root.change_property(atom, Xatom.STRING, 8, value.encode())
+        display.sync()
+        self.addCleanup(display.sync)
+        self.addCleanup(root.delete_property, atom)
+
+    @cases(session_bus=("DBUS_SESSION_BUS_ADDRESS",), accessibility_bus=("AT_SPI_BUS_ADDRESS",))
+    def test_no_command_is_run_that_is_named_as_the(self, variable):
+        self.closed(self.launch_as_root(environment=[f"{variable}={self.trap()}"]))
+        self.assertFalse(os.path.exists(self.mark))
+
+    @cases(no_bus=("--unset=DBUS_SESSION_BUS_ADDRESS",), the_users_bus=("QT_ACCESSIBILITY=1",))
+    def test_no_command_is_run_that_the_display_names_as_the_accessibility_bus_with(self, variable):
+        self.put_on_the_display("AT_SPI_BUS", self.trap())
+        self.closed(self.launch_as_root(environment=[variable]))
+        self.assertFalse(os.path.exists(self.mark))
+
+    def test_the_display_alone_is_spoken_to(self):
+        trace = Trace(os.path.join(self.subfolder("trace"), "calls"))
+        hostile = (f"SESSION_MANAGER=local/anvil:{self.folder}/sessions", "QT_IM_MODULE=ibus",
+                   "QT_QPA_PLATFORMTHEME=xdgdesktopportal", "XDG_CURRENT_DESKTOP=GNOME", f"TZ=:{self.folder}/zone")
+        self.closed(self.launch_as_root(environment=hostile, trace=trace.prefix()))
+        lines = trace.lines()
+        begin = next(at for at, line in enumerate(lines) if f'execve("{self.binary}"' in line)
+        lines = lines[begin + 1:]
+        strangers = {path for path in local_sockets(lines) if not SOCKETS_OF_ROOT.fullmatch(path.replace('"', ""))}
+        self.assertEqual(strangers, set())
+        self.assertEqual([line for line in lines if "execve(" in line], [])
+        allowed = (self.crash_log, self.home.logs, self.home_of_root.path)
+        self.assertEqual([line for line in lines if self.folder in line and not any(path in line for path in allowed)],
+                         [])
+
+    @cases(served=("vnc:port=5999",), drawn_into_a_file=("offscreen",), listed=("vnc;xcb",))
+    def test_the_window_is_shown_on_the_display_and_not(self, platform):
+        self.closed(self.launch_as_root(environment=[f"QT_QPA_PLATFORM={platform}"]))

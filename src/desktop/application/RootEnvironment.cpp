@@ -12,20 +12,32 @@
 
 namespace {
 
-constexpr std::array<std::string_view, 25> kHarmless = {
+constexpr std::array<std::string_view, 19> kHarmless = {
     // the display, and the launcher's word that the window may come to the front
-    "DISPLAY", "WAYLAND_DISPLAY", "XAUTHORITY", "XDG_RUNTIME_DIR", "XDG_SESSION_TYPE", "XDG_ACTIVATION_TOKEN",
-    "DESKTOP_STARTUP_ID", "QT_QPA_PLATFORM", "QT_SCALE_FACTOR", "QT_FONT_DPI",
-    // assistive technology
-    "DBUS_SESSION_BUS_ADDRESS", "AT_SPI_BUS_ADDRESS", "QT_ACCESSIBILITY", "QT_LINUX_ACCESSIBILITY_ALWAYS_ON",
-    // how texts are written, and what is logged
-    "LANG", "TZ", "QT_LOGGING_RULES",
+    "DISPLAY", "WAYLAND_DISPLAY", "XAUTHORITY", "XDG_SESSION_TYPE", "XDG_ACTIVATION_TOKEN", "DESKTOP_STARTUP_ID",
+    "QT_QPA_PLATFORM", "QT_SCALE_FACTOR", "QT_FONT_DPI",
+    // how texts are written, and what is logged; the C library takes no path for a language
+    "LANG", "QT_LOGGING_RULES",
     // proxies
     "http_proxy", "https_proxy", "all_proxy", "no_proxy", "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY", "NO_PROXY"};
 
-bool isHarmless(std::string_view name)
+/// A bus address (D-Bus Specification, "Server Addresses") of no known transport: it opens and launches nothing. With
+/// none at all the bus's library would look for a bus, or launch one.
+constexpr const char *kNoBus = "disabled:";
+
+/// Other platforms of the toolkit serve the window to a network or are written to files; what may follow a name after a
+/// colon names files to read.
+bool isDesktop(const QByteArray &platform)
 {
-    return name.starts_with("LC_") || std::ranges::find(kHarmless, name) != kHarmless.end();
+    return platform == "xcb" || platform == "wayland";
+}
+
+bool isHarmless(const QByteArray &name)
+{
+    if (name == "QT_QPA_PLATFORM") {
+        return std::ranges::all_of(qgetenv("QT_QPA_PLATFORM").split(';'), isDesktop);
+    }
+    return name.startsWith("LC_") || std::ranges::find(kHarmless, name.toStdString()) != kHarmless.end();
 }
 
 QList<QByteArray> variableNames()
@@ -37,6 +49,15 @@ QList<QByteArray> variableNames()
     return names;
 }
 
+/// A relative name lies in a folder that the toolkit would use for more than the display.
+void makeWaylandDisplayAbsolute()
+{
+    const QByteArray display = qgetenv("WAYLAND_DISPLAY");
+    if (!display.isEmpty() && !display.startsWith('/')) {
+        qputenv("WAYLAND_DISPLAY", qgetenv("XDG_RUNTIME_DIR") + '/' + display);
+    }
+}
+
 } // namespace
 
 void keepOnlyHarmlessVariables(const platform::LocalLookups &lookups)
@@ -44,9 +65,10 @@ void keepOnlyHarmlessVariables(const platform::LocalLookups &lookups)
     if (lookups.realUserId() != platform::kRootUserId) {
         return;
     }
+    makeWaylandDisplayAbsolute();
     const QList<QByteArray> names = variableNames();
     for (const QByteArray &name : names) {
-        if (!isHarmless(name.toStdString())) {
+        if (!isHarmless(name)) {
             qunsetenv(name.constData());
         }
     }
@@ -54,4 +76,5 @@ void keepOnlyHarmlessVariables(const platform::LocalLookups &lookups)
         qputenv("HOME", home->toUtf8());
     }
     qputenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin");
+    qputenv("DBUS_SESSION_BUS_ADDRESS", kNoBus);
 }

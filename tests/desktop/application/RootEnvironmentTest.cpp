@@ -1,59 +1,143 @@
 // What a process of root's takes from the environment that it was started in.
 #include "desktop/application/RootEnvironment.h"
 
-#include "support/ScopedVariable.h"
 #include "support/ScriptedLookups.h"
 
-#include <QDir>
-
 #include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <map>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
+using Variables = std::map<QByteArray, QByteArray>;
+
 /// A user's variables, as sudo with the user's environment would keep them.
-class RootEnvironment : public testing::Test
-{
-protected:
-    const ScopedVariable home{"HOME", "/home/user1"};
-    const ScopedVariable path{"PATH", "/home/user1/bin:/usr/bin"};
-    const ScopedVariable plugins{"QT_PLUGIN_PATH", "/home/user1/plugins"};
-    const ScopedVariable modules{"GTK_PATH", "/home/user1/modules"};
-    const ScopedVariable tls{"OPENSSL_CONF", "/home/user1/openssl.cnf"};
-    const ScopedVariable configuration{"XDG_CONFIG_HOME", "/home/user1/.config"};
-    const ScopedVariable keys{"SSLKEYLOGFILE", "/home/user1/keys"};
-    const ScopedVariable display{"DISPLAY", ":7"};
-    const ScopedVariable proxy{"https_proxy", "http://proxy.example.org"};
-    const ScopedVariable language{"LC_ALL", "C.UTF-8"};
-    ScriptedLookups lookups;
+const Variables kOfTheUser = {
+    {"HOME", "/home/user1"},
+    {"PATH", "/home/user1/bin:/usr/bin"},
+    {"TZ", ":/home/user1/zone"},
+    {"LOCPATH", "/home/user1/locale"},
+    {"XDG_CONFIG_HOME", "/home/user1/.config"},
+    {"XDG_RUNTIME_DIR", "/run/user/1000"},
+    {"XDG_CURRENT_DESKTOP", "GNOME"},
+    {"QT_PLUGIN_PATH", "/home/user1/plugins"},
+    {"QT_QPA_GENERIC_PLUGINS", "evdevkeyboard"},
+    {"QT_QPA_PLATFORMTHEME", "xdgdesktopportal"},
+    {"QT_IM_MODULE", "ibus"},
+    {"GTK_PATH", "/home/user1/modules"},
+    {"OPENSSL_CONF", "/home/user1/openssl.cnf"},
+    {"SSLKEYLOGFILE", "/home/user1/keys"},
+    {"SESSION_MANAGER", "local/anvil:/tmp/.ICE-unix/1"},
+    {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/run/user/1000/bus"},
+    {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/run/user/1000/bus"},
+    {"AT_SPI_BUS_ADDRESS", "unixexec:path=/home/user1/command"},
+    {"QT_ACCESSIBILITY", "1"},
+    {"QT_LINUX_ACCESSIBILITY_ALWAYS_ON", "1"},
 };
+
+/// What no harm comes from.
+const Variables kKept = {
+    {"DISPLAY", ":7"},
+    {"XAUTHORITY", "/home/user1/.Xauthority"},
+    {"WAYLAND_DISPLAY", "/run/user/1000/wayland-1"},
+    {"XDG_SESSION_TYPE", "x11"},
+    {"XDG_ACTIVATION_TOKEN", "token"},
+    {"DESKTOP_STARTUP_ID", "id"},
+    {"QT_QPA_PLATFORM", "wayland;xcb"},
+    {"QT_SCALE_FACTOR", "2"},
+    {"QT_FONT_DPI", "96"},
+    {"LANG", "en_US.UTF-8"},
+    {"LC_ALL", "C.UTF-8"},
+    {"QT_LOGGING_RULES", "korvale.*=true"},
+    {"http_proxy", "http://proxy.example.org"},
+    {"https_proxy", "http://proxy.example.org"},
+    {"all_proxy", "http://proxy.example.org"},
+    {"no_proxy", "example.net"},
+    {"HTTP_PROXY", "http://proxy.example.org"},
+    {"HTTPS_PROXY", "http://proxy.example.org"},
+    {"ALL_PROXY", "http://proxy.example.org"},
+    {"NO_PROXY", "example.net"},
+};
+
+/// What is set, whatever was there.
+const Variables kOfRoot = {
+    {"HOME", "/root"},
+    {"PATH", "/usr/sbin:/usr/bin:/sbin:/bin"},
+    {"DBUS_SESSION_BUS_ADDRESS", "disabled:"},
+};
+
+Variables together(Variables first, const Variables &second)
+{
+    first.insert(second.begin(), second.end());
+    return first;
+}
+
+/// Ends this process, which is one of its own, with 0 if the variables that are kept of these are the expected ones.
+[[noreturn]] void endAfterComparing(const Variables &before, const Variables &expected, bool isRoot)
+{
+    ::clearenv();
+    for (const auto &[name, value] : before) {
+        qputenv(name.constData(), value);
+    }
+    ScriptedLookups lookups;
+    lookups.homes[u"root"_s] = u"/root"_s;
+    if (isRoot) {
+        runAsRoot(lookups, u"user1"_s);
+    }
+    keepOnlyHarmlessVariables(lookups);
+    Variables after;
+    for (char **variable = environ; variable && *variable; ++variable) {
+        const QByteArray text = *variable;
+        after[text.left(text.indexOf('='))] = text.mid(text.indexOf('=') + 1);
+        std::fprintf(stderr, "%s\n", *variable);
+    }
+    std::_Exit(after == expected ? 0 : 1);
+}
+
+void expectOfRoot(const Variables &before, const Variables &expected)
+{
+    EXPECT_EXIT(endAfterComparing(before, together(expected, kOfRoot), true), testing::ExitedWithCode(0), "");
+}
 
 } // namespace
 
-TEST_F(RootEnvironment, OfRootKeepsNoVariableThatNamesAUsersFolder)
+TEST(RootEnvironment, OfRootKeepsNothingThatNamesCodeSettingsOrABus)
 {
-    // In a process of its own: what is dropped is gone.
-    EXPECT_EXIT(
-        {
-            runAsRoot(lookups, u"user1"_s);
-            lookups.homes[u"root"_s] = u"/root"_s;
-            keepOnlyHarmlessVariables(lookups);
-            for (char **variable = environ; *variable; ++variable) {
-                std::fprintf(stderr, "%s\n", QByteArray(*variable).contains("/home/user1") ? *variable : "clean");
-            }
-            const bool keeps = qgetenv("DISPLAY") == ":7" && qgetenv("https_proxy") == "http://proxy.example.org"
-                && qgetenv("LC_ALL") == "C.UTF-8";
-            const bool isRoots = qgetenv("HOME") == "/root" && !qgetenv("PATH").contains("user1");
-            std::_Exit(keeps && isRoots ? 0 : 1);
-        },
-        testing::ExitedWithCode(0), "^(clean\n)*$");
+    expectOfRoot(together(kOfTheUser, kKept), kKept);
 }
 
-TEST_F(RootEnvironment, OfAnotherUserStaysAsItIs)
+TEST(RootEnvironment, OfRootIsOnNoBusThoughNoneWasNamed)
 {
-    keepOnlyHarmlessVariables(lookups);
+    expectOfRoot({}, {});
+}
 
-    EXPECT_EQ(qgetenv("QT_PLUGIN_PATH"), "/home/user1/plugins");
-    EXPECT_EQ(qgetenv("HOME"), "/home/user1");
+TEST(RootEnvironment, OfRootNamesAWaylandDisplayByItsWholePath)
+{
+    expectOfRoot({{"WAYLAND_DISPLAY", "wayland-1"}, {"XDG_RUNTIME_DIR", "/run/user/1000"}},
+                 {{"WAYLAND_DISPLAY", "/run/user/1000/wayland-1"}});
+    expectOfRoot({{"WAYLAND_DISPLAY", ""}, {"XDG_RUNTIME_DIR", "/run/user/1000"}}, {{"WAYLAND_DISPLAY", ""}});
+}
+
+TEST(RootEnvironment, OfRootChoosesNoPlatformButThoseOfADesktop)
+{
+    for (const char *platform : {"xcb", "wayland", "xcb;wayland"}) {
+        expectOfRoot({{"QT_QPA_PLATFORM", platform}}, {{"QT_QPA_PLATFORM", platform}});
+    }
+    for (const char *platform :
+         {"", "vnc", "vnc:port=5999", "offscreen:configfile=/root/screens", "xcb;vnc", "xcb:x"}) {
+        expectOfRoot({{"QT_QPA_PLATFORM", platform}}, {});
+    }
+}
+
+TEST(RootEnvironment, OfAnotherUserStaysAsItIs)
+{
+    const Variables variables = together({{"QT_QPA_PLATFORM", "vnc"}}, together(kOfTheUser, kKept));
+
+    EXPECT_EXIT(endAfterComparing(variables, variables, false), testing::ExitedWithCode(0), "");
 }
