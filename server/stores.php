@@ -12,7 +12,10 @@ set_error_handler(static function (int $level, string $message, string $file, in
 /** A report is its fields: "crashlog", and "email" and "info" where the sender gave them; each a string of bytes. */
 interface ReportStore
 {
-    /** Returns once the report would outlive a loss of power, and throws otherwise. Equal reports are stored once. */
+    /**
+     * Returns once the report would outlive a loss of power, and throws otherwise. Equal reports are stored once, with
+     * the time when the last one arrived.
+     */
     public function add(array $fields): void;
 
     /** The reports, oldest first: 'name', 'received' (seconds since 1970), 'email' (or ''), 'bytes' of the log. */
@@ -21,8 +24,11 @@ interface ReportStore
     /** One field of a report, or null. */
     public function field(string $name, string $field): ?string;
 
-    /** Deletes a report at once: nobody finds half of it. */
-    public function remove(string $name): void;
+    /**
+     * Deletes a report at once: nobody finds half of it. With a time (seconds since 1970) only if it did not arrive
+     * again since, even if it does so just now. Returns whether there was such a report.
+     */
+    public function remove(string $name, ?int $before = null): bool;
 
     /** Deletes what requests that were ended in the middle left behind before that time. */
     public function tidy(int $before): void;
@@ -65,7 +71,7 @@ final class FolderStore implements ReportStore
     public function add(array $fields): void
     {
         $report = "$this->folder/" . nameOf($fields);
-        if (!is_dir($report)) {
+        if (!$this->renew($report)) {
             $this->write($fields, $report);
         }
         // Also for one that was there before: whoever wrote it may have been stopped just before this.
@@ -77,41 +83,62 @@ final class FolderStore implements ReportStore
         $received = [];
         foreach (scandir($this->folder) as $name) {
             if (preg_match('/^[0-9a-f]{64}$/D', $name)) {
-                $received[$name] = filemtime("$this->folder/$name");
+                $received[$name] = $this->unlessGone("$this->folder/$name", filemtime(...));
             }
         }
         asort($received);
-        foreach ($received as $name => $time) {
-            yield [
-                'name' => $name,
-                'received' => $time,
-                'email' => $this->field($name, 'email') ?? '',
-                'bytes' => filesize("$this->folder/$name/crashlog"),
-            ];
+        foreach (array_filter($received, is_int(...)) as $name => $time) {
+            $email = $this->field($name, 'email') ?? '';
+            $bytes = $this->unlessGone("$this->folder/$name/crashlog", filesize(...));
+            if ($bytes !== null) {
+                yield ['name' => $name, 'received' => $time, 'email' => $email, 'bytes' => $bytes];
+            }
         }
     }
 
     public function field(string $name, string $field): ?string
     {
-        $path = "$this->folder/$name/$field";
-        return is_file($path) ? file_get_contents($path) : null;
+        return $this->unlessGone("$this->folder/$name/$field", file_get_contents(...));
     }
 
-    public function remove(string $name): void
+    public function remove(string $name, ?int $before = null): bool
     {
+        $report = "$this->folder/$name";
         $draft = $this->draftName();
-        rename("$this->folder/$name", $draft);
+        $lock = $this->lock(LOCK_EX);
+        $received = $this->unlessGone($report, filemtime(...));
+        if ($received === null || $received >= ($before ?? PHP_INT_MAX)) {
+            return false;
+        }
+        rename($report, $draft);
+        fclose($lock);
         $this->discard($draft);
         $this->flush($this->folder);
+        return true;
     }
 
     public function tidy(int $before): void
     {
         foreach (scandir($this->folder) as $name) {
-            if (str_starts_with($name, self::DRAFT) && filemtime("$this->folder/$name") < $before) {
-                $this->discard("$this->folder/$name");
+            $path = "$this->folder/$name";
+            $begun = str_starts_with($name, self::DRAFT) ? $this->unlessGone($path, filemtime(...)) : null;
+            if ($begun !== null && $begun < $before) {
+                $this->discard($path);
             }
         }
+    }
+
+    /** Has a report that is there arrive now, durably; false when there is none. */
+    private function renew(string $report): bool
+    {
+        // Between the look at it and its new date, nobody may take it for an old one.
+        $lock = $this->lock(LOCK_SH);
+        if (!is_dir($report)) {
+            return false;
+        }
+        touch($report);
+        $this->flush($report);
+        return true;
     }
 
     private function write(array $fields, string $report): void
@@ -151,6 +178,16 @@ final class FolderStore implements ReportStore
         }
     }
 
+    /** Held until the handle goes: whoever deletes reports waits for those who renew one, and they for him. */
+    private function lock(int $kind): mixed
+    {
+        $handle = fopen($this->folder, 'rb');
+        if (!flock($handle, $kind)) {
+            throw new ErrorException("$this->folder was not locked");
+        }
+        return $handle;
+    }
+
     private function draftName(): string
     {
         return "$this->folder/" . self::DRAFT . bin2hex(random_bytes(8));
@@ -158,13 +195,26 @@ final class FolderStore implements ReportStore
 
     private function discard(string $draft): void
     {
-        if (!is_dir($draft)) {
-            return;
+        // Another process may be at it as well.
+        foreach (array_diff($this->unlessGone($draft, scandir(...)) ?? [], ['.', '..']) as $field) {
+            $this->unlessGone("$draft/$field", unlink(...));
         }
-        foreach (array_diff(scandir($draft), ['.', '..']) as $field) {
-            unlink("$draft/$field");
+        $this->unlessGone($draft, rmdir(...));
+    }
+
+    /** What the function says of a path, or null where there is nothing (any more): others delete at the same time. */
+    private function unlessGone(string $path, callable $function): mixed
+    {
+        clearstatcache(true, $path);
+        try {
+            return $function($path);
+        } catch (ErrorException $failure) {
+            clearstatcache(true, $path);
+            if (file_exists($path)) {
+                throw $failure;
+            }
+            return null;
         }
-        rmdir($draft);
     }
 }
 
@@ -176,15 +226,16 @@ final class DatabaseStore implements ReportStore
     public function __construct(string $source)
     {
         $this->database = new PDO($source, options: [PDO::ATTR_ERRMODE => PDO::ERRMODE_EXCEPTION]);
-        // An answer must mean that the row is on disk, whatever the server's configuration says; and the sender gives
-        // up after a minute without one.
+        // An answer must mean that the row is on disk, also where the server's configuration has commits return before
+        // (with fsync = off, only the server's administrator can help); and the sender gives up after a minute.
         $this->database->exec("SET synchronous_commit = on; SET statement_timeout = '30s'");
     }
 
     public function add(array $fields): void
     {
         $insert = $this->database->prepare(
-            'INSERT INTO crash_report (name, crashlog, email, info) VALUES (?, ?, ?, ?) ON CONFLICT (name) DO NOTHING');
+            'INSERT INTO crash_report (name, crashlog, email, info) VALUES (?, ?, ?, ?)
+             ON CONFLICT (name) DO UPDATE SET received = now()');
         $insert->bindValue(1, nameOf($fields));
         foreach (['crashlog', 'email', 'info'] as $index => $field) {
             $value = $fields[$field] ?? null;
@@ -213,9 +264,13 @@ final class DatabaseStore implements ReportStore
         return $value === null ? null : stream_get_contents($value);
     }
 
-    public function remove(string $name): void
+    public function remove(string $name, ?int $before = null): bool
     {
-        $this->database->prepare('DELETE FROM crash_report WHERE name = ?')->execute([$name]);
+        // Where the row is renewed meanwhile, the database looks at its new date.
+        $delete = $this->database->prepare(
+            "DELETE FROM crash_report WHERE name = ? AND received < coalesce(to_timestamp(?), 'infinity')");
+        $delete->execute([$name, $before]);
+        return $delete->rowCount() > 0;
     }
 
     public function tidy(int $before): void

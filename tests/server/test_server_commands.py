@@ -2,6 +2,8 @@
 
 import base64
 import calendar
+import concurrent.futures
+import fcntl
 import json
 import os
 import re
@@ -11,8 +13,9 @@ import time
 from installation import ENDPOINT, FolderStore
 from server_support import ServerTest, ensure_account, name_of
 from support import cases
-from trial.home import write
+from trial.home import read, write
 from trial.processes import ORDINARY_USER
+from trial.waiting import wait_until
 
 FIRST = {"crashlog": b"first\n", "email": b"jo@example.org"}
 SECOND = {"crashlog": b"second\r\n\0\xff", "email": b"Jo@Example.ORG ", "info": "Zürich".encode()}
@@ -21,6 +24,24 @@ FOURTH = {"crashlog": b"fourth\n"}
 EITHER_STORE = {"in_a_folder": ("folder",), "in_the_database": ("database",)}
 ADD = """require $argv[1];
 openStore($argv[2])->add(array_map("base64_decode", json_decode(stream_get_contents(STDIN), true)));"""
+# A look at the store, the only report sent again, and what follows from the look.
+REMOVE_AFTER_ADD = """require $argv[1];
+$store = openStore($argv[2]);
+[$found] = iterator_to_array($store->list());
+$store->add(array_map("base64_decode", json_decode(stream_get_contents(STDIN), true)));
+var_dump($store->remove($found["name"], time() - 86400));"""
+# Reports that are sent again for some seconds, each when it is old already; prints those that are missing just after.
+RESEND = """require $argv[1];
+$store = openStore($argv[2]);
+for ($end = microtime(true) + 3; microtime(true) < $end;) {
+    for ($number = 0; $number < 100; $number++) {
+        $fields = ["crashlog" => "$argv[3] $number", "email" => "jo@example.org"];
+        $store->add($fields);
+        clearstatcache();
+        $report = "$argv[2]/" . nameOf($fields);
+        is_dir($report) ? touch($report, time() - 40 * 86400) : print("lost $number\n");
+    }
+}"""
 
 
 class Commands(ServerTest):
@@ -35,10 +56,10 @@ class Commands(ServerTest):
             self.add(fields)
             self.make_older(name_of(fields), 2 * age)
 
-    def add(self, fields):
+    def add(self, fields, script=ADD):
         text = json.dumps({name: base64.b64encode(value).decode() for name, value in fields.items()})
-        subprocess.run([*ORDINARY_USER, "php", "-r", ADD, f"{ENDPOINT}/stores.php", self.store.place],
-                       input=text.encode(), check=True, timeout=60)
+        return subprocess.run([*ORDINARY_USER, "php", "-r", script, f"{ENDPOINT}/stores.php", self.store.place],
+                              input=text.encode(), check=True, stdout=subprocess.PIPE, timeout=60).stdout
 
     def make_older(self, name, days):
         if isinstance(self.store, FolderStore):
@@ -48,9 +69,11 @@ class Commands(ServerTest):
             self.store.psql("--command", f"UPDATE crash_report SET received = now() - interval '{days} days' "
                                          f"WHERE name = '{name}'")
 
+    def command(self, *arguments):
+        return [*ORDINARY_USER, f"{ENDPOINT}/reports", "--store", self.store.place, *arguments]
+
     def run_command(self, *arguments):
-        return subprocess.run([*ORDINARY_USER, f"{ENDPOINT}/reports", "--store", self.store.place, *arguments],
-                              capture_output=True, check=False, timeout=60)
+        return subprocess.run(self.command(*arguments), capture_output=True, check=False, timeout=60)
 
     def output(self, *arguments):
         result = self.run_command(*arguments)
@@ -84,10 +107,78 @@ class Commands(ServerTest):
         self.assert_kept(THIRD, FOURTH)
 
     @cases(**EITHER_STORE)
+    def test_expire_leaves_what_was_sent_again_since(self, kind):
+        self.store_with(kind, FIRST, SECOND)
+        self.add(FIRST)
+        self.assertEqual(self.output("expire", "1"), b"deleted: 0\n")
+        self.assert_kept(FIRST, SECOND)
+
+    @cases(**EITHER_STORE)
+    def test_remove_leaves_what_was_sent_again_after_the_look_at_the_store(self, kind):
+        self.store_with(kind, FIRST)
+        self.make_older(name_of(FIRST), 2)
+        self.assertEqual(self.add(FIRST, REMOVE_AFTER_ADD), b"bool(false)\n")
+        self.assert_kept(FIRST)
+
+    def test_a_report_that_is_deleted_while_it_is_sent_again_is_stored_anew(self):
+        self.store_with("folder", FIRST)
+        folder = os.open(self.store.path, os.O_RDONLY)
+        self.addCleanup(os.close, folder)
+        # As the deletion of reports holds it.
+        fcntl.flock(folder, fcntl.LOCK_EX)
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            adding = pool.submit(self.add, FIRST)
+            place = f":{os.fstat(folder).st_ino} "
+            wait_until(lambda: adding.done() or re.search(f"-> FLOCK .*{place}", read("/proc/locks").decode()),
+                       "the store to be waited for")
+            is_waiting = not adding.done()
+            os.rename(os.path.join(self.store.path, name_of(FIRST)), os.path.join(self.store.path, ".draft-old"))
+            fcntl.flock(folder, fcntl.LOCK_UN)
+            adding.result()
+        self.assertTrue(is_waiting)
+        self.assertEqual(self.store.reports(), {name_of(FIRST): FIRST})
+
+    def test_list_and_expire_go_on_while_reports_are_sent_again_and_lose_none(self):
+        self.store_with("folder")
+        senders = [subprocess.Popen([*ORDINARY_USER, "php", "-r", RESEND, f"{ENDPOINT}/stores.php", self.store.place,
+                                     name], stdout=subprocess.PIPE) for name in ("first", "second")]
+        deleted = 0
+        while any(sender.poll() is None for sender in senders):
+            commands = [subprocess.Popen(self.command(*words), stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+                        for words in (("list",), ("expire", "30"), ("expire", "30"))]
+            for command in commands:
+                output, errors = command.communicate(timeout=60)
+                self.assertEqual((command.returncode, errors), (0, b""))
+                deleted += sum(int(count) for count in re.findall(rb"(?m)^deleted: (\d+)$", output))
+        self.assertEqual([(sender.communicate()[0], sender.returncode) for sender in senders], [(b"", 0)] * 2)
+        self.assertGreater(deleted, 0)
+        self.assertEqual(self.store.drafts(), [])
+
+    @cases(**EITHER_STORE)
     def test_forget_deletes_the_reports_of_one_address(self, kind):
         self.store_with(kind, FIRST, SECOND, THIRD, FOURTH)
         self.assertEqual(self.output("forget", "JO@example.org"), b"deleted: 2\n")
         self.assert_kept(THIRD, FOURTH)
+
+    @cases(
+        letters_of_any_alphabet=("Émile@example.org\u202e".encode(), "Émile@example.org?"),
+        bytes_that_are_no_text=(b"\xc3\x89\xff@example.org", "???@example.org"),
+    )
+    def test_list_prints_an_address_with(self, email, printed):
+        self.store_with("folder", {"crashlog": b"log", "email": email})
+        self.assertTrue(self.output("list").decode().endswith(f" {printed}\n"))
+
+    @cases(
+        letters_of_any_alphabet=(" émile@example.org", "ÉMILE@example.org".encode(), True),
+        bytes_that_are_no_text=(b"\xff@example.org", b"\xff@EXAMPLE.org", True),
+        one_byte_that_is_no_text=("é@example.org", b"\xc3\xa9@example.org\xff", False),
+        characters_that_stand_for_others_in_patterns=("j.o@example.org", b"jxo@example.org", False),
+    )
+    def test_forget_compares_addresses_with(self, wanted, email, is_deleted):
+        fields = {"crashlog": b"log", "email": email}
+        self.store_with("folder", fields)
+        self.assertEqual(self.output("forget", wanted), b"deleted: %d\n" % is_deleted)
+        self.assert_kept(*[] if is_deleted else [fields])
 
     def test_expire_deletes_old_drafts_and_leaves_new_ones(self):
         self.store_with("folder")

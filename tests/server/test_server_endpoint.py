@@ -35,26 +35,37 @@ class TheProgram(ServerTest):
 
 
 class TheStore(ServerTest):
-    def test_a_report_is_on_disk_under_its_name_before_it_is_answered(self):
+    def traced_steps(self, *posts):
+        """What PHP-FPM does with the store and the answer to each of these."""
         trace = os.path.join(self.folder, "trace")
         installation = self.install(tracer=[
             "strace", "--follow-forks", "--decode-fds=path", "--quiet=all", "--signal=none", "--output", trace,
-            "--trace", "write,fsync,fdatasync,rename"])
-        self.assertEqual(installation.post(REPORT), (200, b""))
+            "--trace", "write,fsync,fdatasync,rename,utimensat"])
+        for fields in posts:
+            self.assertEqual(installation.post(fields), (200, b""))
         installation.stop_fpm()
         store = installation.store.path
-        steps = [step for line in read(trace).decode().splitlines() if (step := step_of(line, store))]
-        self.assertEqual(steps, [
+        return [step for line in read(trace).decode().splitlines() if (step := step_of(line, store))]
+
+    def test_a_report_is_on_disk_under_its_name_before_it_is_answered(self):
+        self.assertEqual(self.traced_steps(REPORT), [
             "write crashlog", "fsync crashlog", "write email", "fsync email", "write info", "fsync info",
             "fsync draft", f"rename draft {name_of(REPORT)}", "fsync store", "answer"])
+
+    def test_the_new_date_of_a_report_that_is_sent_again_is_on_disk_before_it_is_answered(self):
+        steps = self.traced_steps(REPORT, REPORT)
+        name = name_of(REPORT)
+        self.assertEqual(steps[steps.index("answer") + 1:], [f"date {name}", f"fsync {name}", "fsync store", "answer"])
 
 
 def step_of(line, store):
     """What a line of the trace says about the store or the answer; nothing of what else PHP does."""
     line = re.sub(re.escape(store) + r"/\.draft-[0-9a-f]+", "draft", line)
     line = line.replace("draft/", "").replace(f"{store}/", "").replace(store, "store")
-    if match := re.search(r" (write|fsync)\(\d+<(crashlog|email|info|draft|store)>", line):
+    if match := re.search(r" (write|fsync)\(\d+<(crashlog|email|info|draft|store|[0-9a-f]{64})>", line):
         return f"{match[1]} {match[2]}"
+    if match := re.search(r' utimensat\(AT_FDCWD[^,]*, "(\w+)"', line):
+        return f"date {match[1]}"
     if match := re.search(r' rename\("(\w+)", "(\w+)"', line):
         return f"rename {match[1]} {match[2]}"
     return "answer" if " write(" in line and "Content-" in line else None
