@@ -98,20 +98,27 @@ class FolderStore:
 class DatabaseStore:
     """A PostgreSQL of its own, on a socket in the folder, run as an ordinary user."""
 
+    name = "postgres"
+    settings = ("listen_addresses=",)
+
     def __init__(self, folder):
         self.folder = folder
         self.data = os.path.join(folder, "data")
-        self.place = f"pgsql:host={folder} dbname=postgres user=reports connect_timeout=5"
+        self.place = f"pgsql:host={folder} dbname={self.name} user=reports connect_timeout=5"
         self.processes = 0
         subprocess.run([*ORDINARY_USER, f"{POSTGRES}/initdb", "--pgdata", self.data, "--username", "reports",
                         "--auth", "trust", "--no-locale", "--encoding", "UTF8", "--no-sync"],
                        check=True, stdout=subprocess.DEVNULL, timeout=60)
         self.start()
+        self.create()
+
+    def create(self):
         self.psql("--file", os.path.join(ENDPOINT, "schema.sql"))
 
     def start(self):
         self.processes += 1
-        self.process = Started([f"{POSTGRES}/postgres", "-D", self.data, "-k", self.folder, "-c", "listen_addresses="],
+        options = [f"--{setting}" for setting in self.settings]
+        self.process = Started([f"{POSTGRES}/postgres", "-D", self.data, "-k", self.folder, *options],
                                self.folder, f"postgres-{self.processes}", prefix=ORDINARY_USER)
         wait_until(self.is_ready, "the database", 60)
 
@@ -120,7 +127,7 @@ class DatabaseStore:
                               check=False, timeout=30).returncode == 0
 
     def command(self, *arguments):
-        return [f"{POSTGRES}/psql", "--host", self.folder, "--username", "reports", "--dbname", "postgres",
+        return [f"{POSTGRES}/psql", "--host", self.folder, "--username", "reports", "--dbname", self.name,
                 "--no-psqlrc", "--quiet", "--tuples-only", "--no-align", "--set", "ON_ERROR_STOP=1", *arguments]
 
     def psql(self, *arguments):
@@ -156,6 +163,44 @@ class DatabaseStore:
         if self.process.is_running():
             self.process.process.send_signal(signal.SIGINT)
             self.process.exit_status()
+
+
+class RemoteDatabaseStore(DatabaseStore):
+    """The database of docs/server.md: over TCP and TLS, for a user with a password; it changes this namespace's /etc."""
+
+    host = "db.example.org"
+    name = "crash_reports"
+
+    def __init__(self, folder, place):
+        self.certificate = os.path.join(folder, "server.pem")
+        key = os.path.join(folder, "server.key")
+        rules = os.path.join(folder, "rules")
+        self.settings = ("listen_addresses=127.0.0.1", "ssl=on", f"ssl_cert_file={self.certificate}",
+                         f"ssl_key_file={key}", f"hba_file={rules}")
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
+                        "-subj", f"/CN={self.host}", "-addext", f"subjectAltName=DNS:{self.host}", "-days", "2",
+                        "-keyout", key, "-out", self.certificate], check=True, capture_output=True, timeout=60)
+        write(rules, b"local all all trust\nhostssl all all 127.0.0.1/32 scram-sha-256\n")
+        write("/etc/hosts", read("/etc/hosts") + f"127.0.0.1 {self.host}\n".encode())
+        super().__init__(folder)
+        self.place = place
+
+    def create(self):
+        password = os.urandom(8).hex()
+        self.psql("--dbname", "postgres", "--command", f"CREATE USER crash_reports PASSWORD '{password}'")
+        self.psql("--dbname", "postgres", "--command", f"CREATE DATABASE {self.name}")
+        self.psql("--command", "GRANT CREATE ON SCHEMA public TO crash_reports")
+        self.psql("--username", "crash_reports", "--file", os.path.join(ENDPOINT, "schema.sql"))
+        path = "/etc/crash-reports.pgpass"
+        write(path, f"{self.host}:5432:{self.name}:crash_reports:{password}\n".encode())
+        os.chmod(path, 0o600)
+
+    def trust(self):
+        """Adds the database's authority to the system's."""
+        bundle = "/etc/ssl/certs/ca-certificates.crt"
+        content = read(bundle)
+        os.remove(bundle)
+        write(bundle, content + read(self.certificate))
 
 
 class Installation:

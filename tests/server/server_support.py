@@ -37,10 +37,10 @@ class ServerTest(ProgramTest):
         installation.start()
         return installation
 
-    def database(self):
+    def database(self, kind=DatabaseStore, **options):
         ensure_account()
         # A socket's path is short.
-        store = DatabaseStore(self.subfolder("db"))
+        store = kind(self.subfolder("db"), **options)
         self.addCleanup(store.end)
         return store
 

@@ -5,7 +5,7 @@ import re
 import subprocess
 import unittest
 
-from installation import BOUNDARY, ENDPOINT, body_of, part
+from installation import BOUNDARY, ENDPOINT, PROJECT, RemoteDatabaseStore, body_of, part
 from server_support import ServerTest, name_of
 from support import cases
 from trial.home import read
@@ -69,6 +69,26 @@ def step_of(line, store):
     if match := re.search(r' rename\("(\w+)", "(\w+)"', line):
         return f"rename {match[1]} {match[2]}"
     return "answer" if " write(" in line and "Content-" in line else None
+
+
+def documented_place():
+    """The database's source name in docs/server.md."""
+    text = read(os.path.join(PROJECT, "docs", "server.md")).decode()
+    return re.search(r'^env\[REPORT_STORE\] = "(pgsql:.+)"$', text, re.MULTILINE)[1]
+
+
+class TheDocumentedDatabase(ServerTest):
+    """On another machine, with a certificate, and a password in a file."""
+
+    def test_stores_a_report_once_its_authority_is_trusted(self):
+        store = self.database(RemoteDatabaseStore, place=documented_place())
+        installation = self.install(store=store)
+        self.assertEqual(installation.post(REPORT), (503, b"The report could not be stored.\n"))
+        self.assertIn("certificate verify failed", installation.log())
+        self.assert_nothing_stored(installation)
+        store.trust()
+        self.assertEqual(installation.post(REPORT), (200, b""))
+        self.assertEqual(store.reports(), {name_of(REPORT): REPORT})
 
 
 class TheForm(ServerTest):
