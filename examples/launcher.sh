@@ -1,10 +1,13 @@
-#!/bin/sh
+#!/bin/bash
 # Runs an application and, when it crashes, starts the crash reporter: an example for starting it from a shell script.
 #
 #   launcher.sh [-remotename NAME] REPORTER FOLDER APPLICATION [ARGUMENT...]
 #
 # It writes a crash log into FOLDER, starts the reporter so that it outlives this script, and ends as the application did.
-set -u
+# It is bash's, and env is GNU's: a plain sh cannot name a descriptor above 9, nor undo that a signal is ignored.
+
+# A crash log that is there already is not overwritten (-C).
+set -uC
 
 remote_name=
 if [ "${1:-}" = -remotename ] && [ $# -gt 2 ]; then
@@ -23,7 +26,8 @@ shift 2
 status=$?
 
 name=$(basename "$1")
-# A status above 128 is a signal's number and 128. SIGTERM and SIGKILL are somebody's wish, and no crash.
+# A status above 128 is a signal's number and 128; a shell cannot tell it from an exit with that status. SIGTERM and
+# SIGKILL are somebody's wish, and no crash.
 signal=
 if [ "$status" -gt 128 ]; then
     signal=$(kill -l "$status")
@@ -42,7 +46,7 @@ fi
 umask 077
 now=$(date +%Y-%m-%d-%H%M%S)
 crash_log=$folder/${name}_$now.crash
-cat >"$crash_log" <<TEXT
+cat >"$crash_log" <<TEXT || exit "$status"
 Process:               $name
 Date/Time:             $now
 Exception Type:        SIG$signal
@@ -54,7 +58,14 @@ if [ -n "$remote_name" ]; then
 else
     set -- "$crash_log"
 fi
-# In a session of its own, and without the libraries and plugins that were meant for the application.
-env -u LD_LIBRARY_PATH -u LD_PRELOAD -u QT_PLUGIN_PATH -u QT_QPA_PLATFORM_PLUGIN_PATH \
-    setsid --fork "$reporter" "$@" </dev/null >/dev/null 2>&1
+# In a session of its own, with no open file of this script, no signal blocked or ignored, and without the libraries and
+# plugins that were meant for the application.
+(
+    for path in /proc/"$BASHPID"/fd/*; do
+        descriptor=${path##*/}
+        [ "$descriptor" -le 2 ] || exec {descriptor}>&-
+    done
+    exec env --default-signal -u LD_LIBRARY_PATH -u LD_PRELOAD -u QT_PLUGIN_PATH -u QT_QPA_PLATFORM_PLUGIN_PATH \
+        setsid --fork "$reporter" "$@"
+) </dev/null >/dev/null 2>&1
 exit "$status"

@@ -1,12 +1,15 @@
 """The example launchers, run for an application that crashes: the reporter outlives them, and its report arrives."""
 
+import fcntl
 import glob
 import os
+import re
 import shutil
 import signal
+import time
 
 from support import PROJECT, ProgramTest, application_headline, cases, remote_headline
-from trial.home import read
+from trial.home import read, write
 from trial.processes import ORDINARY_USER, Started
 from trial.program import Program
 from trial.screen import Screen
@@ -33,6 +36,11 @@ class Orphan:
         """Where each of its descriptors leads."""
         folder = f"/proc/{self.pid}/fd"
         return {int(number): os.readlink(os.path.join(folder, number)) for number in os.listdir(folder)}
+
+    def signals(self, field):
+        """The signals of a mask in its status."""
+        mask = int(re.search(rf"(?m)^{field}:\t(\w+)$", read(f"/proc/{self.pid}/status").decode())[1], 16)
+        return [number for number in range(1, 65) if mask >> (number - 1) & 1]
 
     def end(self):
         if self.is_running():
@@ -131,11 +139,35 @@ class Launcher(ProgramTest):
         files = process.open_files()
         self.assertEqual([files[number] for number in (0, 1, 2)], ["/dev/null"] * 3)
 
-    def test_in_cpp_hands_over_no_open_file(self):
+    @cases(**LAUNCHERS)
+    def test_hands_over_no_open_file(self, launcher):
         path = os.path.join(self.folder, "open-in-the-launcher")
         with open(path, "wb") as file:
-            self.run_launcher("launcher", self.application(), pass_fds=[file.fileno()])
+            # A number of two digits is one that not every shell can name.
+            other = fcntl.fcntl(file, fcntl.F_DUPFD, 42)
+            self.addCleanup(os.close, other)
+            self.run_launcher(launcher, self.application(), pass_fds=[file.fileno(), other])
         self.assertNotIn(path, self.launched().process.open_files().values())
+
+    @cases(**LAUNCHERS)
+    def test_hands_over_no_signal_blocked_or_ignored(self, launcher):
+        def trouble_signals():
+            signal.signal(signal.SIGUSR1, signal.SIG_IGN)
+            signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGUSR2])
+        self.run_launcher(launcher, self.application(), preexec_fn=trouble_signals)
+        process = self.launched().process
+        self.assertNotIn(signal.SIGUSR1, process.signals("SigIgn"))
+        self.assertNotIn(signal.SIGUSR2, process.signals("SigBlk"))
+
+    @cases(**LAUNCHERS)
+    def test_never_overwrites_a_file(self, launcher):
+        now = time.time()
+        times = [time.strftime("%Y-%m-%d-%H%M%S", time.localtime(now + second)) for second in range(60)]
+        for text in times:
+            write(os.path.join(self.reports, f"Harbour_{text}.crash"), b"earlier")
+        self.assertEqual(self.run_launcher(launcher, self.application()), 128 + signal.SIGSEGV)
+        self.assertEqual([read(path) for path in glob.glob(os.path.join(self.reports, "*"))], [b"earlier"] * 60)
+        self.assertEqual(self.reporters(), [])
 
     @cases(**LAUNCHERS)
     def test_writes_a_crash_log_that_is_the_users_alone(self, launcher):

@@ -166,7 +166,7 @@ class DatabaseStore:
 
 
 class RemoteDatabaseStore(DatabaseStore):
-    """The database of docs/server.md: over TCP and TLS, for a user with a password; it changes this namespace's /etc."""
+    """The database of docs/server.md: over TCP and TLS and by a password. It changes this namespace's /etc."""
 
     host = "db.example.org"
     name = "crash_reports"
@@ -177,9 +177,10 @@ class RemoteDatabaseStore(DatabaseStore):
         rules = os.path.join(folder, "rules")
         self.settings = ("listen_addresses=127.0.0.1", "ssl=on", f"ssl_cert_file={self.certificate}",
                          f"ssl_key_file={key}", f"hba_file={rules}")
-        subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
-                        "-subj", f"/CN={self.host}", "-addext", f"subjectAltName=DNS:{self.host}", "-days", "2",
-                        "-keyout", key, "-out", self.certificate], check=True, capture_output=True, timeout=60)
+        subprocess.run(["openssl", "req", "-x509", "-days", "2", "-nodes", "-newkey", "ec",
+                        "-pkeyopt", "ec_paramgen_curve:prime256v1", "-subj", f"/CN={self.host}",
+                        "-addext", f"subjectAltName=DNS:{self.host}", "-keyout", key, "-out", self.certificate],
+                       check=True, capture_output=True, timeout=60)
         write(rules, b"local all all trust\nhostssl all all 127.0.0.1/32 scram-sha-256\n")
         write("/etc/hosts", read("/etc/hosts") + f"127.0.0.1 {self.host}\n".encode())
         super().__init__(folder)
