@@ -43,6 +43,7 @@ CurlAttempt::CurlAttempt(const CurlLibrary &library, const TransferSettings &set
     , addresses(addressBook)
     , inbox(std::move(answerInbox))
     , headers(nullptr, {library.slistFreeAll})
+    , proxyHeaders(nullptr, {library.slistFreeAll})
     , easy(library.easyInit(), {library.easyCleanup})
 {
     if (!easy) {
@@ -162,20 +163,30 @@ void CurlAttempt::setRequest()
 
 void CurlAttempt::setHeaders()
 {
-    const auto add = [this](const QByteArray &line) {
-        curl_slist *const first = curl.slistAppend(headers.get(), line.constData());
+    // None: a server that does not know it would keep the report waiting.
+    QByteArrayList lines = {"Expect:"};
+    for (const auto &[field, value] : request.headers) {
+        lines += field + ": " + value;
+    }
+    headers = listOf(lines);
+    set(CURLOPT_HTTPHEADER, headers.get());
+    // A CONNECT is in the clear: it says where to, and not from which program.
+    proxyHeaders = listOf({"User-Agent:", "Proxy-Connection:"});
+    set(CURLOPT_PROXYHEADER, proxyHeaders.get());
+}
+
+CurlAttempt::HeaderList CurlAttempt::listOf(const QByteArrayList &lines)
+{
+    HeaderList list(nullptr, {curl.slistFreeAll});
+    for (const QByteArray &line : lines) {
+        curl_slist *const first = curl.slistAppend(list.get(), line.constData());
         if (!first) {
             setUp = CURLE_OUT_OF_MEMORY;
-        } else if (!headers) {
-            headers.reset(first);
+        } else if (!list) {
+            list.reset(first);
         }
-    };
-    for (const auto &[field, value] : request.headers) {
-        add(field + ": " + value);
     }
-    // None: a server that does not know it would keep the report waiting.
-    add("Expect:");
-    set(CURLOPT_HTTPHEADER, headers.get());
+    return list;
 }
 
 void CurlAttempt::setTrust(const QByteArray &authorities)

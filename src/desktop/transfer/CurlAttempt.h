@@ -9,6 +9,7 @@
 #include "platform/UrlConnection.h"
 
 #include <QByteArray>
+#include <QByteArrayList>
 #include <QByteArrayView>
 
 #include <array>
@@ -62,6 +63,7 @@ private:
         decltype(&curl_slist_free_all) free;
         void operator()(curl_slist *list) const { free(list); }
     };
+    using HeaderList = std::unique_ptr<curl_slist, FreeList>;
 
     static size_t onRead(char *buffer, size_t size, size_t count, void *self);
     static size_t onHeader(char *line, size_t size, size_t count, void *self);
@@ -79,6 +81,7 @@ private:
     bool hasSecuredProxy() const;
     void setRequest();
     void setHeaders();
+    HeaderList listOf(const QByteArrayList &lines);
     void setTrust(const QByteArray &authorities);
     void setConnection(const QByteArray &proxy);
     void setCallbacks();
@@ -87,7 +90,8 @@ private:
     const platform::UrlRequest &request;
     AddressBook &addresses;
     Inbox inbox;
-    std::unique_ptr<curl_slist, FreeList> headers;
+    HeaderList headers;
+    HeaderList proxyHeaders;
     std::unique_ptr<CURL, FreeHandle> easy;
     CURLcode setUp = CURLE_OK;                     ///< The first failure to set an option.
     std::array<char, CURL_ERROR_SIZE> detail = {}; ///< Why the attempt failed, as libcurl puts it; may be empty.

@@ -234,6 +234,17 @@ TEST_F(ProxyTest, ThatCannotBeTrustedMakesNoTunnel)
     }
 }
 
+TEST_F(ProxyTest, IsToldTheServersNameAndNothingElse)
+{
+    const Proxy proxy(kRefusal);
+    const ScopedVariable variable("https_proxy", proxy.address());
+
+    EXPECT_EQ(heardAfter(aPost(kUrl)), kFailed);
+
+    EXPECT_EQ(proxy.asked.toStdString(),
+              "CONNECT crash.example.org:443 HTTP/1.1\r\nHost: crash.example.org:443\r\n\r\n");
+}
+
 TEST_F(ProxyTest, AHostThatTheEnvironmentExceptsIsReachedDirectly)
 {
     const Proxy proxy(kRefusal);
