@@ -348,6 +348,15 @@ class Processes(FaultTest):
         installation.start_fpm()
         self.submit_again(program, installation)
 
+    def test_nginx_tired_of_a_worker_that_takes_nothing(self):
+        installation = self.install(nginx={"fastcgi_send_timeout 55s": "fastcgi_send_timeout 1s"})
+        for worker in installation.workers():
+            os.kill(worker, signal.SIGSTOP)
+            self.addCleanup(os.kill, worker, signal.SIGCONT)
+        log, report = self.large_log(LARGE)
+        shown = self.outcome(self.submit(log), seconds=30)
+        self.conclude(installation, shown, self.fields(report), "refused")
+
     def test_nginx_stopped(self):
         installation = self.install()
         installation.nginx.end()
