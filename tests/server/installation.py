@@ -259,8 +259,9 @@ class Installation:
 
     def start_nginx(self):
         self.starts += 1
-        # An ordinary user may use the port, in this namespace.
-        write("/proc/sys/net/ipv4/ip_unprivileged_port_start", b"0")
+        if os.getuid() == 0:
+            # An ordinary user may use the port, in this namespace.
+            write("/proc/sys/net/ipv4/ip_unprivileged_port_start", b"0")
         command = [*STOP_WITH_PARENT, NGINX, "-c", f"{self.folder}/nginx.conf", "-e", "stderr"]
         self.nginx = Started(command, self.folder, f"nginx-{self.starts}", prefix=ORDINARY_USER)
         self.wait_until_started(self.nginx, self.is_listening)
