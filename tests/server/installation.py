@@ -289,9 +289,11 @@ class Installation:
         """The process of PHP-FPM that starts the workers."""
         return int(read(f"{self.folder}/fpm.pid"))
 
+    def nginx_workers(self):
+        return children_of(self.nginx.pid)
+
     def kill_nginx(self):
-        workers = children_of(self.nginx.pid)
-        for pid in [self.nginx.pid, *workers]:
+        for pid in [self.nginx.pid, *self.nginx_workers()]:
             kill(pid)
         self.nginx.process.wait()
 

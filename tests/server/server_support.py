@@ -2,6 +2,7 @@
 
 import hashlib
 import os
+import random
 import subprocess
 
 from installation import DatabaseStore, Installation
@@ -10,6 +11,8 @@ from trial.home import read
 from trial.waiting import wait_until
 
 DESCRIPTION = "Dragged a folder.\nZürich — naïve \U0001f600, 100\u00a0%"
+# What decides the moments of a run; the same ones come again with the number in the environment.
+SEED = os.environ.get("KORVALE_TEST_SEED") or str(random.SystemRandom().randrange(1_000_000))
 OUTCOMES = {UPLOAD_FAILED: "refused", CONNECTION_FAILED: "failed"}
 
 
@@ -17,6 +20,12 @@ def name_of(fields):
     """The name of a report, worked out apart from the endpoint."""
     return hashlib.sha256(b"".join(b"%s %d\n%s" % (name.encode(), len(fields[name]), fields[name])
                                    for name in sorted(fields))).hexdigest()
+
+
+def chances(name):
+    """Random numbers of that name, whose seed is printed."""
+    print(f"KORVALE_TEST_SEED={SEED}", flush=True)
+    return random.Random(f"{SEED} {name}")
 
 
 def ensure_account():

@@ -1,12 +1,11 @@
 """What a sender sees of each fault of the endpoint, and what is in the store then; printed as a table at the end."""
 
 import os
-import random
 import signal
 import time
 
 from installation import BOUNDARY, FolderStore, body_of, kill
-from server_support import ServerTest, name_of
+from server_support import ServerTest, chances, name_of
 from support import cases
 from trial.home import read, write
 from trial.processes import Started
@@ -362,12 +361,22 @@ class Processes(FaultTest):
         installation.nginx.end()
         self.conclude_program(installation, "failed")
 
+    @cases(**{f"round_{number}": (number,) for number in range(1, 5)})
+    def test_nginx_killed_at_a_random_moment(self, number):
+        installation = self.install()
+        log, report = self.large_log(LARGE)
+        program = self.submit(log)
+        moment = time.monotonic() + chances(number).uniform(0, 0.5)
+        wait_until(lambda: time.monotonic() > moment, "the moment")
+        installation.kill_nginx()
+        self.conclude(installation, self.outcome(program), self.fields(report), "accepted", "failed", is_stored=None)
+
     @cases(**{f"round_{number}": (number,) for number in range(1, 7)})
     def test_workers_killed_at_random_moments(self, number):
         installation = self.install()
         log, report = self.large_log(LARGE)
         program = self.submit(log)
-        moments = random.Random(number)
+        moments = chances(number)
         next_moment = time.monotonic()
         while program.process.is_running() and not program.screen.alert():
             if time.monotonic() > next_moment:

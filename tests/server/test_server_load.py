@@ -7,8 +7,9 @@ import threading
 import time
 
 from installation import BOUNDARY, PATH, body_of, children_of, kill
-from server_support import ServerTest, name_of
+from server_support import ServerTest, chances, name_of
 from support import cases
+from trial.waiting import wait_until
 
 SENDERS = 32
 ATTEMPTS = 50
@@ -51,6 +52,8 @@ class Sender:
             return self.connection.getresponse().read() == b""
         except (OSError, http.client.HTTPException):
             self.close()
+            # It may have been killed, and its attempts are not to be used up before it is back.
+            wait_until(self.installation.is_listening, "nginx to be back")
             return False
 
     def close(self):
@@ -60,22 +63,32 @@ class Sender:
 
 
 class Killer(threading.Thread):
-    """Kills one of the processes that it is given, at random moments, until it is told to stop."""
+    """Kills one of the processes that it is given, at random moments, until it is told to stop.
 
-    def __init__(self, victims, longest_pause):
+    Where it is given an installation, about every twentieth time it kills all of its nginx, and starts it again."""
+
+    def __init__(self, victims, longest_pause, installation=None):
         super().__init__()
         self.victims = victims
         self.longest_pause = longest_pause
-        self.chance = random.Random(1)
+        self.installation = installation
+        self.chance = chances("killer")
         self.killed = 0
+        self.servers_killed = 0
         self.is_over = threading.Event()
 
     def run(self):
         while not self.is_over.wait(self.chance.uniform(0, self.longest_pause)):
-            victims = self.victims()
-            if victims:
+            if self.installation and self.chance.random() < 0.05:
+                self.kill_server()
+            elif victims := self.victims():
                 kill(self.chance.choice(victims))
                 self.killed += 1
+
+    def kill_server(self):
+        self.installation.kill_nginx()
+        self.servers_killed += 1
+        self.installation.start_nginx()
 
     def stop(self):
         self.is_over.set()
@@ -110,7 +123,8 @@ class Load(ServerTest):
         finally:
             killer.stop()
         print(f"{len(accepted)} of {len(reports)} reports accepted in {time.monotonic() - start:.1f} s; "
-              f"{turned_away} attempts refused or failed; {killer.killed} processes killed", flush=True)
+              f"{turned_away} attempts refused or failed; {killer.killed} processes killed, "
+              f"all of nginx {killer.servers_killed} times", flush=True)
         return accepted
 
     def assert_none_lost(self, installation, reports, accepted):
@@ -126,17 +140,18 @@ class Load(ServerTest):
     def test_none_accepted_is_lost_of(self, count, longest_pause):
         installation = self.install(nginx=NO_RATE)
         reports = list(sample_reports(count))
-        killer = Killer(installation.workers, longest_pause)
+        killer = Killer(lambda: installation.workers() + installation.nginx_workers(), longest_pause, installation)
         accepted = self.send_all(installation, reports, killer)
         self.assert_none_lost(installation, reports, accepted)
         self.assertGreater(len(accepted), count // 2)
         self.assertGreater(killer.killed, 10)
+        self.assertGreater(killer.servers_killed, 0)
 
     def test_none_accepted_is_lost_of_1500_reports_in_the_database(self):
         store = self.database()
         installation = self.install(store=store, nginx=NO_RATE)
         reports = list(sample_reports(1500))
-        killer = Killer(lambda: installation.workers(), 0.1)
+        killer = Killer(installation.workers, 0.1)
         accepted = self.send_all(installation, reports, killer)
         # As a loss of power would find it.
         store.kill()
