@@ -5,6 +5,7 @@ import dataclasses
 import os
 import re
 import signal
+import tempfile
 import time
 
 from gi.repository import GLib
@@ -14,6 +15,7 @@ from attempt import ACCEPT, COUNT
 from names import NameService
 from network_world import ADDRESS, CANCEL_LIMIT, LOCAL_HOSTS, NAMED_HOST, crash_log, write_file
 from situation import ACCEPTED, SENDING, ends_of
+from trial.session import SessionManager
 from trial.waiting import WaitedInVain, wait_until
 
 IDLE = "idle"
@@ -44,6 +46,7 @@ class Way:
     name: str
     do: object                     # called with the attempt
     clock: int = 1                 # how much faster than the world's the program's runs
+    session: bool = False          # the program belongs to a desktop's session
     within: float = CANCEL_LIMIT   # seconds until the end
 
 
@@ -67,8 +70,8 @@ class GivingUp:
 class World(attempt.World):
     def run_once(self, row, _variation):
         self.clock = row.way.clock
-        with self.place() as place, self.lookups(row.state) as asked:
-            tried = begin(place, row, asked)
+        with self.place() as place, self.lookups(row.state) as asked, session(place, row.way) as logged_in:
+            tried = begin(place, row, asked, logged_in)
             wait_until(lambda: row.state.reached(tried), row.state.name)
             posts = place.posts()
             tried.pressed = time.monotonic()
@@ -116,15 +119,28 @@ class World(attempt.World):
             yield f"the log has {tried.log_lines()}"
 
 
-def begin(place, row, asked):
+@contextlib.contextmanager
+def session(place, way):
+    """The session of the ways that end one; None for the others."""
+    logged_in = SessionManager(tempfile.mkdtemp(dir=place.folder), place.world.desktop) if way.session else None
+    try:
+        yield logged_in
+    finally:
+        if logged_in:
+            logged_in.end()
+
+
+def begin(place, row, asked, logged_in):
     state = row.state
-    environment = (f"LD_PRELOAD={place.world.faster_clock}", f"FAKETIME=+0 x{row.way.clock}") \
-        if row.way.clock > 1 else ()
+    environment = logged_in.environment() if logged_in else []
+    if row.way.clock > 1:
+        environment += [f"LD_PRELOAD={place.world.faster_clock}", f"FAKETIME=+0 x{row.way.clock}"]
     if state.steps:
         place.serve(state.steps, addresses=("127.0.0.1",))
     tried = place.report(place.crash_log(content=crash_log(state.report)), environment=environment,
                          binary=place.world.options.named)
     tried.asked = asked
+    tried.session = logged_in
     tried.attempts = 1
     tried.has_window()
     tried.program.fill_in(ADDRESS)
@@ -233,12 +249,17 @@ def pressing(title):
 def typing(*keys):
     def do(tried):
         tried.program.key(*keys)
+        tried.pressed = time.monotonic()  # without the time that the tool takes to type them
     return do
 
 
 def closing(tried):
     tried.program.close_window()
     tried.pressed = time.monotonic()  # without the time that the tool takes to give the window the focus
+
+
+def logging_out(tried):
+    tried.session.begin_logout()
 
 
 def answering_alert(tried):
