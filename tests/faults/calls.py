@@ -1,7 +1,8 @@
 """Every system call and allocation that is made to fail once: which calls, and with which errors.
 
 The errors are those that the calls' manuals name, without those that a mistake in the program alone could bring about.
-However it ends, a person sees it: the report was accepted, and whole; or an alert; or a line, and exit status 1.
+However it ends, a person sees it: the report was accepted, and whole; or an alert; or a line, and exit status 1. Only a
+crash log that cannot be read ends it without a word: there is nothing to show.
 """
 
 from calls_world import Calls, Memory
@@ -28,12 +29,42 @@ PLACES = (
     (r"clone3\(", SENDING, "the toolkit reads the display's events in a thread, and goes on alone"),
     (r"getrandom\(", "ended by SIGABRT", "the C library's arc4random ends a program that gets no random numbers"),
 )
-# Code that takes memory for granted: who asked for it, and the three before, are not the program.
-MEMORY_PLACES = (
-    (r"\A(?:(?!.*korvale-crash-reporter).*\n){4}", "ended by SIGSEGV", "goes on without memory"),
-    (r"\A(?:(?!.*korvale-crash-reporter).*\n){4}", "ended by SIGABRT", "gives up without memory"),
-    (r"\A(?:(?!.*korvale-crash-reporter).*\n){4}", SENDING, "goes on without memory"),
+
+
+def crashed_in(library, symbol):
+    """The stack of a crash inside this function: further in there are libraries only."""
+    return rf"\A(?:(?!.*korvale-crash-reporter).*\n){{0,8}}.*/{library}[.]so[^(]*\({symbol}"
+
+
+# Functions that take memory for granted: library, and name as it is linked.
+TAKEN_FOR_GRANTED = (
+    ("libQt6Core", "_ZN14QObjectPrivate11connectImplE"),
+    ("libQt6Gui", "_ZN11QTextEngine12indexFormatsE"),
+    ("libQt6Gui", "_ZN11QTextEngine17addItemDecorationE"),
+    ("libQt6Gui", "_ZNK11QTextEngine7itemizeE"),
+    ("libQt6Gui", "_ZN11QTextLayout10createLineE"),
+    ("libQt6Gui", "_ZNK13QFontEngineFT9loadGlyphE"),
+    ("libQt6Gui", "_ZN14QPaintEngineEx6strokeE"),
+    ("libQt6Gui", "_ZN15QGuiApplication15topLevelWindowsE"),
+    ("libQt6Gui", "_ZN16QAccessibleCache15objectDestroyedE"),
+    ("libQt6Gui", "_ZNK16QAccessibleCache11idForObjectE"),
+    ("libQt6Gui", "_ZN18QRasterPaintEngine4fillE"),
+    ("libQt6Gui", "_ZN20QFontDatabasePrivate4loadE"),
+    ("libQt6Gui", "_ZN7QRegion9translateE"),
+    ("libQt6Gui", "_ZN7QRegionpLE"),
+    ("libQt6Gui", "_ZNK7QRegion6unitedE"),
+    ("libQt6Gui", "_ZN9QGradient10setColorAtE"),
+    ("libQt6Gui", "_ZNK14QPlatformTheme11keyBindingsE"),
+    ("libQt6Widgets", "_Z8qGeomCalc"),
+    ("libQt6Widgets", "_ZN10QBoxLayout11setGeometryE"),
+    ("libQt6Widgets", "_ZN12QApplication15topLevelWidgetsE"),
+    ("libQt6Widgets", "_ZN21QWidgetRepaintManager14addDirtyWidgetE"),
+    ("libxkbcommon", "xkb_compose_table_new_from_locale"),
 )
+MEMORY_PLACES = tuple(
+    (crashed_in(library, symbol), "ended by SIGSEGV", f"{library}: {symbol} goes on without memory")
+    for library, symbol in TAKEN_FOR_GRANTED)
+
 SHARES = 4
 # The calls come in families, so that a quick look has some of each.
 SYSTEM = Group("calls: system", "calls_world", prints_runs=True, rows=(

@@ -10,16 +10,18 @@ import subprocess
 import attempt
 from attempt import NO_REPORT, is_whole
 from network_world import CRASH_LOG
-from situation import ACCEPTED, SENDING
+from situation import ACCEPTED, NOT_REACHED, SENDING
 from tracing import Trace, drawn
 from trial.waiting import WaitedInVain, wait_until
 
 SAID = "a line and exit status 1"
 ALERT = "an alert"
+# Where the crash log cannot be read there is no report to show, and by design no word of it.
+UNREAD = "no word of an unread log"
 # Below the program, at a place that the table names.
 BELOW = "ended below the program"
-# How a person sees that it has come to an end.
-SEEN_ENDS = (ACCEPTED, ALERT, SAID)
+# How it may come to an end; a run that was not reached has to be accepted.
+ENDS = (ACCEPTED, ALERT, SAID, UNREAD, BELOW, NOT_REACHED)
 # The first calls of main, which no program makes in this order before.
 FIRST_OF_MAIN = ("getuid", "geteuid")
 
@@ -31,7 +33,7 @@ class Calls:
     name: str
     errors: dict                   # by call
     places: tuple = ()             # where what lies below ends the program: (what the call looks like, the end, where)
-    end: object = (*SEEN_ENDS, BELOW)
+    end: object = ENDS
     sample: int = 2                # of its runs, how many are tried unless all are asked for
 
     def variations(self):
@@ -48,8 +50,8 @@ class Memory:
     name: str
     share: int
     shares: int
-    places: tuple = ()             # the same, by the stack of who asked for memory
-    end: object = (*SEEN_ENDS, BELOW)
+    places: tuple = ()             # the same, by the stack of the crash
+    end: object = ENDS
     sample: int = 2
 
     def variations(self):
@@ -105,7 +107,8 @@ class World(attempt.World):
             trace = Trace(place.folder, *expressions, follow=False)
             memory = () if fail_at is None else (
                 f"LD_PRELOAD={os.path.abspath(self.options.memory)}", f"KORVALE_FAIL_AT={fail_at}",
-                f"KORVALE_COUNT_TO={place.folder}/allocations", f"KORVALE_STACK_TO={place.folder}/stack")
+                f"KORVALE_COUNT_TO={place.folder}/allocations", f"KORVALE_REFUSED_TO={place.folder}/refused",
+                f"KORVALE_CRASHED_TO={place.folder}/crashed")
             tried = place.report(place.crash_log(), environment=memory,
                                  prefix=trace.prefix() if fail_at is None else ())
             tried.arms = fail_at is not None
@@ -122,24 +125,26 @@ class World(attempt.World):
             seen = tried.seen(submit(tried))
             injected = trace.injected()
             seen.notes += injected
-            if not injected:
-                return attempt.Seen(ACCEPTED, place.posts(), notes=["the call was not made this time"])
             if seen.end == NO_REPORT and any(attempt.LOG_NAME in line for line in injected):
-                seen.end = SAID  # an unreadable log ends the program without a word, by design
+                seen.end = UNREAD
             judge(row, seen, place, tried, "".join(injected))
-            return seen
+            return seen if injected else untouched(seen)
 
     def out_of_memory(self, row, number):
         with self.submission(fail_at=number) as (place, _, tried):
             seen = tried.seen(submit(tried))
-            stack = []
-            with contextlib.suppress(FileNotFoundError), open(f"{place.folder}/stack", encoding="utf-8") as file:
-                stack = [line for line in file if not re.search("failing-memory|libstdc", line)]
-            seen.notes += stack[:10]
-            judge(row, seen, place, tried, "".join(stack))
-            if seen.end == BELOW:
-                seen.where += f": {first_names(stack)}"
-            return seen
+            refused, crashed = stack_of(place, "refused"), stack_of(place, "crashed")
+            seen.notes += [*refused[:10], *(f"crashed: {line}" for line in crashed[:10])]
+            judge(row, seen, place, tried, "".join(crashed))
+            return seen if refused else untouched(seen)
+
+
+def untouched(seen):
+    """The same, as a run in which nothing failed: that nobody notices."""
+    if seen.end != ACCEPTED:
+        seen.differences.append(f"nothing failed, and it ended as {seen.end}")
+    seen.end = NOT_REACHED
+    return seen
 
 
 def counted(lines):
@@ -196,10 +201,11 @@ def press_key(tried):
     subprocess.run(["xdotool", "key", "--window", "0", "alt+r"], capture_output=True, check=False, timeout=30)
 
 
-def first_names(stack):
-    """The innermost libraries and functions that have one, as they are linked."""
-    found = [re.match(r".*/([^/(]+)\((\w*)", line) for line in stack]
-    return ", ".join(f"{match[1]} {match[2]}" for match in found[:6] if match and match[2])
+def stack_of(place, event):
+    """Who was running when memory was refused, or at the crash, the innermost first; nobody where neither happened."""
+    with contextlib.suppress(FileNotFoundError), open(f"{place.folder}/{event}", encoding="utf-8") as file:
+        return [line for line in file if not re.search("failing-memory|libstdc", line)]
+    return []
 
 
 def judge(row, seen, place, tried, where):

@@ -1,4 +1,5 @@
-// Preloaded into the program: lets one allocation of the main thread fail, counted from SIGUSR1 on.
+// Preloaded into the program: lets one allocation of the main thread fail, counted from SIGUSR1 on, and tells where the
+// program crashes, if it does.
 #include <execinfo.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -25,11 +26,11 @@ bool mustFail()
     return ++counted == failAt;
 }
 
-/// Who has asked for the memory: what the program does without it is theirs.
-void writeStack()
+/// Writes who has called whom into the file that the variable names.
+void writeStack(const char *variable)
 {
     armed = false;
-    const char *path = std::getenv("KORVALE_STACK_TO");
+    const char *path = std::getenv(variable);
     const int file = path ? ::open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0600) : -1;
     if (file >= 0) {
         std::array<void *, 40> frames = {};
@@ -40,7 +41,7 @@ void writeStack()
 
 void *failed()
 {
-    writeStack();
+    writeStack("KORVALE_REFUSED_TO");
     errno = ENOMEM;
     return nullptr;
 }
@@ -48,6 +49,14 @@ void *failed()
 void arm(int /*signal*/)
 {
     armed = true;
+}
+
+/// Whoever goes on without the memory is at fault, be it who has asked for it or not. The end stays the signal's.
+void crash(int signal)
+{
+    writeStack("KORVALE_CRASHED_TO");
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
 }
 
 // The number of allocations, for a run in which none fails.
@@ -67,6 +76,8 @@ __attribute__((constructor)) void begin()
     const char *number = std::getenv("KORVALE_FAIL_AT");
     failAt = number ? std::atol(number) : 0;
     std::signal(SIGUSR1, arm);
+    std::signal(SIGSEGV, crash);
+    std::signal(SIGABRT, crash);
     std::atexit(writeCount);
 }
 

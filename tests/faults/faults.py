@@ -21,7 +21,7 @@ import files  # noqa: E402
 import network  # noqa: E402
 import network_world  # noqa: E402
 import settings  # noqa: E402
-from situation import Result, ends_of, result_of, words  # noqa: E402
+from situation import NOT_REACHED, Result, ends_of, result_of, words  # noqa: E402
 
 GROUPS = (*network.GROUPS, *files.GROUPS, *settings.GROUPS, *ends.GROUPS, *calls.GROUPS)
 # More than there are processors: most rows wait most of their time.
@@ -139,13 +139,18 @@ def results_of(options, chosen):
 
 def line_of(row, result):
     runs = len(result.runs)
-    name = f"{row.name} ({runs} runs)" if runs > 1 else row.name
+    name = f"{row.name} ({runs} runs{apart(result.not_reached)})" if runs > 1 else row.name
     end = words(result.ends) or "nothing"
     memory = f"{result.memory} MiB" if result.memory else ""
     mark = "ok  " if result.passed else "FAIL"
     posts = "-".join(dict.fromkeys(str(count) for count in (*result.posts[:1], *result.posts[-1:])))
     return f"  {mark}  {name:{NAME_WIDTH}}  {words(ends_of(row.end)):17}  {end:17}  {posts:>5}  " \
            f"{result.seconds:7.1f}  {memory:>8}".rstrip()
+
+
+def apart(not_reached):
+    """Runs that prove nothing are counted apart."""
+    return f", {not_reached} of them {NOT_REACHED}" if not_reached else ""
 
 
 def print_group(group, rows, results):
@@ -180,7 +185,8 @@ def print_table(chosen, results):
     for name, good, count in totals:
         print(f"{name:40} {good:4} of {count:4}")
     print(f"{'all':40} {passed:4} of {total:4} as expected")
-    print(f"{sum(len(result.runs) for result in results.values())} runs")
+    not_reached = sum(result.not_reached for result in results.values())
+    print(f"{sum(len(result.runs) for result in results.values())} runs{apart(not_reached)}")
     return passed == total
 
 

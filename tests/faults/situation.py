@@ -6,6 +6,8 @@ ACCEPTED = "accepted"
 REFUSED = "refused"
 FAILED = "failed"
 SENDING = "still sending"
+# What was to be injected was not met this time, so the run says nothing.
+NOT_REACHED = "not reached"
 # Where the protocol leaves it to the reader of a broken message what to make of it; an acceptance it must not be.
 NOT_ACCEPTED = (REFUSED, FAILED)
 
@@ -49,6 +51,7 @@ class Result:
     cost: float = 0.0
     # Each run and its end, where a group has them printed.
     runs: list = dataclasses.field(default_factory=list)
+    not_reached: int = 0           # of the runs
 
     @property
     def passed(self):
@@ -65,7 +68,7 @@ def words(values):
 
 
 def result_of(expected_end, runs, cost):
-    """Adds what is judged alike for every group: the end."""
+    """Adds what is judged alike for every group: the end, and that something was injected at all."""
     differences, notes = [], []
     for label, seen in runs:
         place = f"{label}: " if label else ""
@@ -75,10 +78,13 @@ def result_of(expected_end, runs, cost):
         if seen.differences:
             notes += [place + note for note in seen.notes]
     observed = [seen for _, seen in runs]
+    not_reached = sum(seen.end == NOT_REACHED for seen in observed)
+    if not_reached == len(runs):
+        differences.append("no run has reached what was to be injected")
     return Result(
         ends=list(dict.fromkeys(seen.end for seen in observed)),
         posts=sorted({seen.posts for seen in observed}),
         seconds=max(seen.seconds for seen in observed),
         memory=max(seen.memory for seen in observed),
-        differences=differences, notes=notes, cost=cost,
+        differences=differences, notes=notes, cost=cost, not_reached=not_reached,
         runs=[f"{label}: {seen.end}" + (f" ({seen.where})" if seen.where else "") for label, seen in runs])
