@@ -28,9 +28,9 @@ CurlMulti::~CurlMulti()
     curl.multiCleanup(multi);
 }
 
-void CurlMulti::add(CURL *easy)
+bool CurlMulti::add(CURL *easy)
 {
-    curl.multiAddHandle(multi, easy);
+    return curl.multiAddHandle(multi, easy) == CURLM_OK;
 }
 
 void CurlMulti::remove(CURL *easy)
@@ -41,8 +41,7 @@ void CurlMulti::remove(CURL *easy)
 void CurlMulti::wake()
 {
     int running = 0;
-    curl.multiSocketAll(multi, &running);
-    reportEnd();
+    reportEnd(curl.multiSocketAll(multi, &running));
 }
 
 bool CurlMulti::onlyWrites() const
@@ -99,13 +98,16 @@ CurlMulti::Notifier CurlMulti::notifier(curl_socket_t socket, QSocketNotifier::T
 void CurlMulti::act(curl_socket_t socket, int event)
 {
     int running = 0;
-    curl.multiSocketAction(multi, socket, event, &running);
-    reportEnd();
+    reportEnd(curl.multiSocketAction(multi, socket, event, &running));
 }
 
-void CurlMulti::reportEnd()
+void CurlMulti::reportEnd(CURLMcode code)
 {
     std::optional<CURLcode> result;
+    if (code == CURLM_OUT_OF_MEMORY) {
+        // It may have no socket to wait for any more.
+        result = CURLE_OUT_OF_MEMORY;
+    }
     int waiting = 0;
     while (const CURLMsg *message = curl.multiInfoRead(multi, &waiting)) {
         if (message->msg == CURLMSG_DONE) {

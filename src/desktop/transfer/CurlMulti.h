@@ -21,8 +21,8 @@ public:
     /// All handles must have been removed.
     ~CurlMulti() override;
 
-    /// Begins the transfer of the handle, from the event loop.
-    void add(CURL *easy);
+    /// Begins the transfer of the handle, from the event loop; returns false when there is no memory for it.
+    bool add(CURL *easy);
     /// Ends the transfer of the handle, if it has not ended. Not to be called by a callback of libcurl.
     void remove(CURL *easy);
 
@@ -56,10 +56,11 @@ private:
     void watch(curl_socket_t socket, int what);
     Notifier notifier(curl_socket_t socket, QSocketNotifier::Type type, int event);
     void act(curl_socket_t socket, int event);
-    void reportEnd();
+    /// Whether the transfer has ended, after libcurl has acted and returned this code.
+    void reportEnd(CURLMcode code);
 
     const CurlLibrary &curl;
-    CURLM *multi;
+    CURLM *multi; ///< Null when there was no memory for it, which libcurl's functions take, but for those that act.
     QTimer timer;
     std::map<curl_socket_t, Watch> watches;
 };

@@ -91,7 +91,7 @@ void CurlUrlConnection::beginAttempt()
 {
     attempt = std::make_unique<CurlAttempt>(*curl, settings, request, proxy, addresses,
                                             [this](QByteArrayView bytes) { return take(bytes); });
-    if (!attempt->isReady()) {
+    if (!attempt->isReady() || !multi.add(attempt->handle())) {
         endWith(CURLE_FAILED_INIT);
         return;
     }
@@ -99,7 +99,6 @@ void CurlUrlConnection::beginAttempt()
     lastMove.start();
     movedAtLastLook = -1;
     lookTimer.start();
-    multi.add(attempt->handle());
 }
 
 void CurlUrlConnection::abandonAttempt()

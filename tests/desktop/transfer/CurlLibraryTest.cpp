@@ -102,3 +102,24 @@ TEST_F(FailingLibrary, HasNoMemoryForAHeaderAndSoSendsNothing)
 
     EXPECT_EQ(endOfTransfer(), failure);
 }
+
+TEST_F(FailingLibrary, HasNoMemoryForTransfersAndSoSendsNothing)
+{
+    library.multiInit = []() -> CURLM * { return nullptr; };
+
+    EXPECT_EQ(endOfTransfer(), failure);
+}
+
+TEST_F(FailingLibrary, TakesNoTransferAndSoSendsNothing)
+{
+    library.multiAddHandle = [](CURLM *, CURL *) { return CURLM_OUT_OF_MEMORY; };
+
+    EXPECT_EQ(endOfTransfer(), failure);
+}
+
+TEST_F(FailingLibrary, HasNoMemoryToGoOnAndSoSendsNothing)
+{
+    library.multiSocketAction = [](CURLM *, curl_socket_t, int, int *) { return CURLM_OUT_OF_MEMORY; };
+
+    EXPECT_EQ(endOfTransfer(), u"korvale.transfer: failed: Out of memory, 0 of 10 bytes sent"_s);
+}
