@@ -128,7 +128,6 @@ TextDisplay::TextDisplay(QWidget *parent)
     : QAbstractScrollArea(parent)
 {
     makeTextDisplaysAccessible();
-    setFocusPolicy(Qt::StrongFocus);
     viewport()->setCursor(Qt::IBeamCursor);
     verticalScrollBar()->installEventFilter(this);
     connect(verticalScrollBar(), &QScrollBar::actionTriggered, this, &TextDisplay::scrollByAction);
@@ -149,7 +148,6 @@ void TextDisplay::setText(const QString &text)
     if (isVisible()) {
         tellOfNewText(*this, before);
     }
-    horizontalScrollBar()->setValue(0);
     updateScrollBars();
     showStart();
     viewport()->update();
@@ -159,7 +157,7 @@ void TextDisplay::setSections(const QList<Section> &named)
 {
     sections = named;
     for (Section &section : sections) {
-        section.offset = std::clamp<qsizetype>(section.offset, 0, shown.size());
+        section.offset = std::min(section.offset, shown.size());
         while (section.offset < shown.size() && isLineEnd(shown[section.offset])) {
             ++section.offset;
         }
@@ -210,6 +208,24 @@ int TextDisplay::rowsInView() const
     return std::max(1, (viewport()->height() - kTopMargin) / style().rowHeight);
 }
 
+/// Rows that a page moves by: one stays in view.
+int TextDisplay::rowsOfPage() const
+{
+    return std::max(1, rowsInView() - 1);
+}
+
+/// The row so many rows below, or above; the last or the first one where there are fewer.
+Row TextDisplay::rowBelow(Row row, qsizetype count) const
+{
+    for (qsizetype step = 0; step < count && !row.isLast(view()); ++step) {
+        row = nextRow(view(), row);
+    }
+    for (qsizetype step = 0; step > count && row.begin > 0; --step) {
+        row = previousRow(view(), row);
+    }
+    return row;
+}
+
 std::vector<Row> TextDisplay::visibleRows() const
 {
     std::vector<Row> rows = {rowAt(view(), top)};
@@ -220,26 +236,36 @@ std::vector<Row> TextDisplay::visibleRows() const
     return rows;
 }
 
-std::optional<QRect> TextDisplay::characterRect(qsizetype offset) const
+/// The row in view that the offset belongs to; the end of the text belongs to the last one.
+std::optional<TextDisplay::RowInView> TextDisplay::rowInViewAt(qsizetype offset) const
 {
-    const std::vector<Row> rows = visibleRows();
-    for (size_t index = 0; index < rows.size(); ++index) {
-        const Row &row = rows[index];
-        if (offset < row.begin || (offset >= row.next && !row.isLast(view())) || offset > row.next) {
-            continue;
+    int y = kTopMargin;
+    for (const Row &row : visibleRows()) {
+        if (offset >= row.begin && (offset < row.next || (offset == row.next && row.isLast(view())))) {
+            return RowInView{row, y};
         }
-        RowLayout &layout = layoutOf(row);
-        const qsizetype begin = std::min(offset, row.end) - row.begin;
-        const qsizetype end = std::min(segmentAt(view(), offset, Segment::Character).end, row.end) - row.begin;
-        const std::vector<RowLayout::Span> spans = layout.spansOf({begin, std::max(begin, end)});
-        const qreal caretX = layout.xOf(begin);
-        const qreal left = spans.empty() ? caretX : spans.front().left;
-        const qreal right = spans.empty() ? caretX : spans.back().right;
-        const int y = kTopMargin + static_cast<int>(index) * style().rowHeight;
-        const qreal x = leftOf(layout) + left;
-        return QRect(static_cast<int>(std::floor(x)), y, static_cast<int>(std::ceil(right - left)), style().rowHeight);
+        y += style().rowHeight;
     }
     return std::nullopt;
+}
+
+std::optional<QRect> TextDisplay::characterRect(qsizetype offset) const
+{
+    const std::optional<RowInView> place = rowInViewAt(offset);
+    if (!place) {
+        return std::nullopt;
+    }
+    const Row &row = place->row;
+    RowLayout &layout = layoutOf(row);
+    const qsizetype begin = std::min(offset, row.end) - row.begin;
+    const qsizetype end = std::min(segmentAt(view(), offset, Segment::Character).end, row.end) - row.begin;
+    const std::vector<RowLayout::Span> spans = layout.spansOf({begin, end});
+    const qreal caretX = layout.xOf(begin);
+    const qreal left = spans.empty() ? caretX : spans.front().left;
+    const qreal right = spans.empty() ? caretX : spans.back().right;
+    const qreal x = leftOf(layout) + left;
+    return QRect(static_cast<int>(std::floor(x)), place->y, static_cast<int>(std::ceil(right - left)),
+                 style().rowHeight);
 }
 
 qsizetype TextDisplay::characterAt(QPoint place) const
@@ -255,11 +281,7 @@ qsizetype TextDisplay::characterAt(QPoint place) const
 
 qsizetype TextDisplay::findLastTop() const
 {
-    Row row = rowAt(view(), shown.size());
-    for (int count = rowsInView(); count > 1 && row.begin > 0; --count) {
-        row = previousRow(view(), row);
-    }
-    return row.begin;
+    return rowBelow(rowAt(view(), shown.size()), 1 - rowsInView()).begin;
 }
 
 void TextDisplay::updateScrollBars()
@@ -272,7 +294,7 @@ void TextDisplay::updateScrollBars()
     const qsizetype wantedTop = std::min(top, lastTop);
     // A range that the old value lies outside of would scroll.
     verticalScrollBar()->setRange(0, scrollValue(lastTop, size));
-    verticalScrollBar()->setPageStep(std::max(1, scrollValue(size - lastTop, size)));
+    verticalScrollBar()->setPageStep(scrollValue(size - lastTop, size));
     top = wantedTop;
     verticalScrollBar()->setValue(scrollValue(top, size));
     horizontalScrollBar()->setSingleStep(static_cast<int>(style().cell * 4));
@@ -305,14 +327,7 @@ void TextDisplay::setTop(qsizetype offset)
 
 void TextDisplay::scrollRows(qsizetype count)
 {
-    Row row = rowAt(view(), top);
-    for (; count > 0 && !row.isLast(view()); --count) {
-        row = nextRow(view(), row);
-    }
-    for (; count < 0 && row.begin > 0; ++count) {
-        row = previousRow(view(), row);
-    }
-    setTop(row.begin);
+    setTop(rowBelow(rowAt(view(), top), count).begin);
 }
 
 void TextDisplay::scrollByAction(int action)
@@ -325,10 +340,10 @@ void TextDisplay::scrollByAction(int action)
         scrollRows(-1);
         break;
     case QAbstractSlider::SliderPageStepAdd:
-        scrollRows(std::max(1, rowsInView() - 1));
+        scrollRows(rowsOfPage());
         break;
     case QAbstractSlider::SliderPageStepSub:
-        scrollRows(-std::max(1, rowsInView() - 1));
+        scrollRows(-rowsOfPage());
         break;
     default:
         return;
@@ -337,10 +352,10 @@ void TextDisplay::scrollByAction(int action)
     verticalScrollBar()->setSliderPosition(scrollValue(top, shown.size()));
 }
 
-void TextDisplay::scrollContentsBy(int /*dx*/, int dy)
+void TextDisplay::scrollContentsBy(int /*dx*/, int /*dy*/)
 {
     const int value = verticalScrollBar()->value();
-    if (dy != 0 && value != scrollValue(top, shown.size())) {
+    if (value != scrollValue(top, shown.size())) {
         top = rowAt(view(), value * unitsOfStep(shown.size())).begin;
     }
     if (isVisible()) {
@@ -360,7 +375,6 @@ void TextDisplay::wheelEvent(QWheelEvent *event)
     const int rows = wheelRemainder / kWheelNotch;
     wheelRemainder %= kWheelNotch;
     scrollRows(-rows);
-    event->accept();
 }
 
 bool TextDisplay::eventFilter(QObject *watched, QEvent *event)
@@ -375,21 +389,11 @@ bool TextDisplay::eventFilter(QObject *watched, QEvent *event)
 
 void TextDisplay::bringIntoView(qsizetype offset)
 {
-    offset = std::clamp<qsizetype>(offset, 0, shown.size());
     const Row row = rowAt(view(), offset);
-    if (row.begin < top) {
-        setTop(row.begin);
-    } else {
-        Row first = row;
-        for (int count = rowsInView(); count > 1 && first.begin > top; --count) {
-            first = previousRow(view(), first);
-        }
-        if (first.begin > top) {
-            setTop(first.begin);
-        }
-    }
+    // At the upper end of the view, or at the lower one.
+    setTop(std::clamp(top, rowBelow(row, 1 - rowsInView()).begin, row.begin));
     RowLayout &layout = layoutOf(row);
-    const qreal x = layout.xOf(std::min(offset, row.end) - row.begin);
+    const qreal x = layout.xOf(std::clamp(offset, row.begin, row.end) - row.begin);
     widest = std::max(widest, layout.width());
     widenTo({row});
     const qreal inView = leftOf(layout) + x;
@@ -414,7 +418,7 @@ void TextDisplay::showEvent(QShowEvent *event)
 void TextDisplay::showStart()
 {
     if (isVisible() && caretOffset == 0 && top == 0) {
-        bringIntoView(0);
+        bringIntoView(caretOffset);
     }
 }
 
@@ -471,7 +475,7 @@ void TextDisplay::paintEvent(QPaintEvent *event)
         inView.insert(layouts.extract(row.begin));
     }
     layouts = std::move(inView);
-    if (caretIsOn && hasFocus()) {
+    if (caretIsOn) {
         if (const auto caretPlace = caretRect()) {
             painter.fillRect(*caretPlace, colors.text);
         }
@@ -480,19 +484,14 @@ void TextDisplay::paintEvent(QPaintEvent *event)
 
 std::optional<QRect> TextDisplay::caretRect() const
 {
-    const std::vector<Row> rows = visibleRows();
-    for (size_t index = 0; index < rows.size(); ++index) {
-        const Row &row = rows[index];
-        if (caretOffset < row.begin || (caretOffset >= row.next && !row.isLast(view())) || caretOffset > row.next) {
-            continue;
-        }
-        RowLayout &layout = layoutOf(row);
-        const qreal x = leftOf(layout) + layout.xOf(caretOffset - row.begin);
-        const int caretWidth = QWidget::style()->pixelMetric(QStyle::PM_TextCursorWidth, nullptr, this);
-        return QRect(static_cast<int>(std::lround(x)), kTopMargin + static_cast<int>(index) * style().rowHeight,
-                     caretWidth, style().rowHeight);
+    const std::optional<RowInView> place = rowInViewAt(caretOffset);
+    if (!place) {
+        return std::nullopt;
     }
-    return std::nullopt;
+    RowLayout &layout = layoutOf(place->row);
+    const qreal x = leftOf(layout) + layout.xOf(caretOffset - place->row.begin);
+    const int caretWidth = QWidget::style()->pixelMetric(QStyle::PM_TextCursorWidth, nullptr, this);
+    return QRect(static_cast<int>(std::lround(x)), place->y, caretWidth, style().rowHeight);
 }
 
 void TextDisplay::restartBlinking()
@@ -599,7 +598,6 @@ bool TextDisplay::event(QEvent *event)
             std::any_of(keys().begin(), keys().end(), [&key](const Key &entry) { return key.matches(entry.key); });
         if (isCaretKey || key.matches(QKeySequence::Copy) || key.matches(QKeySequence::SelectAll)) {
             event->accept();
-            return true;
         }
     }
     return QAbstractScrollArea::event(event);
@@ -610,7 +608,6 @@ void TextDisplay::keyPressEvent(QKeyEvent *event)
     for (const Key &entry : keys()) {
         if (event->matches(entry.key)) {
             moveCaret(entry.motion, entry.selects);
-            event->accept();
             return;
         }
     }
@@ -621,9 +618,7 @@ void TextDisplay::keyPressEvent(QKeyEvent *event)
     } else {
         // Not the scroll area's own keys: the caret's are all there are. The others are left to the window.
         event->ignore();
-        return;
     }
-    event->accept();
 }
 
 void TextDisplay::moveCaret(Motion motion, bool keepsAnchor)
@@ -635,8 +630,7 @@ void TextDisplay::moveCaret(Motion motion, bool keepsAnchor)
         wantedX.reset();
     }
     if (motion == Motion::PageUp || motion == Motion::PageDown) {
-        const int page = std::max(1, rowsInView() - 1);
-        scrollRows(motion == Motion::PageDown ? page : -page);
+        scrollRows(motion == Motion::PageDown ? rowsOfPage() : -rowsOfPage());
     }
     setSelection(keepsAnchor ? anchorOffset : caret, caret);
     bringIntoView(caretOffset);
@@ -648,10 +642,7 @@ void TextDisplay::moveCaret(Motion motion, bool keepsAnchor)
 qsizetype TextDisplay::target(Motion motion)
 {
     const Row row = rowAt(view(), caretOffset);
-    const bool mirrored =
-        (motion == Motion::Left || motion == Motion::Right || motion == Motion::WordLeft || motion == Motion::WordRight)
-        && layoutOf(row).isRightToLeft();
-    const int page = std::max(1, rowsInView() - 1);
+    const bool mirrored = layoutOf(row).isRightToLeft();
     switch (motion) {
     case Motion::Left:
         return mirrored ? nextCharacter(view(), caretOffset) : previousCharacter(view(), caretOffset);
@@ -666,9 +657,9 @@ qsizetype TextDisplay::target(Motion motion)
     case Motion::Down:
         return targetRow(1);
     case Motion::PageUp:
-        return targetRow(-page);
+        return targetRow(-rowsOfPage());
     case Motion::PageDown:
-        return targetRow(page);
+        return targetRow(rowsOfPage());
     case Motion::RowStart:
         return row.begin;
     case Motion::RowEnd:
@@ -676,28 +667,22 @@ qsizetype TextDisplay::target(Motion motion)
     case Motion::TextStart:
         return 0;
     case Motion::TextEnd:
-        return shown.size();
+        break;
     }
-    return caretOffset;
+    return shown.size();
 }
 
 /// The place that many rows below the caret, or above it, at the same x.
 qsizetype TextDisplay::targetRow(qsizetype rows)
 {
-    Row row = rowAt(view(), caretOffset);
-    RowLayout &from = layoutOf(row);
+    const Row start = rowAt(view(), caretOffset);
+    RowLayout &from = layoutOf(start);
     const qreal shift = horizontalScrollBar()->value();
     if (!wantedX) {
-        wantedX = leftOf(from) + shift + from.xOf(caretOffset - row.begin);
+        wantedX = leftOf(from) + shift + from.xOf(caretOffset - start.begin);
     }
-    const qsizetype start = row.begin;
-    for (; rows > 0 && !row.isLast(view()); --rows) {
-        row = nextRow(view(), row);
-    }
-    for (; rows < 0 && row.begin > 0; ++rows) {
-        row = previousRow(view(), row);
-    }
-    if (row.begin == start) {
+    const Row row = rowBelow(start, rows);
+    if (row == start) {
         return rows > 0 ? shown.size() : 0;
     }
     return placeInRow(row, *wantedX - shift);
@@ -796,9 +781,7 @@ void TextDisplay::selectTo(QPoint place)
         scrollRows(1 + (place.y() - area.bottom()) / style().rowHeight);
     }
     QScrollBar &bar = *horizontalScrollBar();
-    if (place.x() < area.left() || place.x() > area.right()) {
-        bar.setValue(bar.value() + (place.x() < area.left() ? place.x() - area.left() : place.x() - area.right()));
-    }
+    bar.setValue(bar.value() + place.x() - std::clamp(place.x(), area.left(), area.right()));
     const QPoint inside(place.x(), std::clamp(place.y(), area.top(), area.bottom()));
     const qsizetype offset = caretAt(inside);
     if (dragSegment == Segment::Character) {
@@ -834,8 +817,7 @@ void TextDisplay::contextMenuEvent(QContextMenuEvent *event)
     Q_EMIT menuShown(&menu);
     QPoint place = event->globalPos();
     if (event->reason() == QContextMenuEvent::Keyboard) {
-        const QRect caretPlace = caretRect().value_or(QRect(0, 0, 1, 1));
-        place = viewport()->mapToGlobal(caretPlace.bottomLeft());
+        place = viewport()->mapToGlobal(caretRect().value_or(QRect()).bottomLeft());
     }
     menu.exec(place);
 }
@@ -854,7 +836,6 @@ void TextDisplay::goTo(const Section &section)
 {
     wantedX.reset();
     setSelection(section.offset, section.offset);
-    horizontalScrollBar()->setValue(0);
     setTop(section.offset);
     bringIntoView(section.offset);
 }

@@ -106,6 +106,13 @@ private:
     RowLayout &layoutOf(const Row &row) const;
     qreal leftOf(RowLayout &layout) const;
     int rowsInView() const;
+    int rowsOfPage() const;
+    Row rowBelow(Row row, qsizetype count) const;
+    struct RowInView {
+        Row row;
+        int y; ///< Of its upper end.
+    };
+    std::optional<RowInView> rowInViewAt(qsizetype offset) const;
     bool isShownSectionAt(const Row &row) const;
 
     void updateScrollBars();

@@ -4,8 +4,13 @@
 
 #include <QFontDatabase>
 #include <QImage>
+#include <QPaintEvent>
+#include <QRegion>
+#include <QScrollBar>
+#include <QTimer>
 
 #include <algorithm>
+#include <chrono>
 
 using namespace Qt::StringLiterals;
 using namespace reportview;
@@ -71,6 +76,31 @@ protected:
         return {red, green, 0};
     }
 
+    /// Whether the action has the place painted anew.
+    template<typename Action>
+    bool paintsAnew(const QRect &place, Action action)
+    {
+        QCoreApplication::processEvents();
+        PaintedPlaces places;
+        display.viewport()->installEventFilter(&places);
+        action();
+        return eventually([&] { return places.painted.contains(place); }, std::chrono::seconds(2));
+    }
+
+    class PaintedPlaces : public QObject
+    {
+    public:
+        bool eventFilter(QObject * /*object*/, QEvent *event) override
+        {
+            if (event->type() == QEvent::Paint) {
+                painted += static_cast<QPaintEvent *>(event)->region();
+            }
+            return false;
+        }
+
+        QRegion painted;
+    };
+
     TextDisplay display;
     const int usualFlashTime = QApplication::cursorFlashTime();
 };
@@ -105,8 +135,52 @@ TEST_F(PaintingTest, CaretBlinksAsTheSystemSays)
     EXPECT_TRUE(showsCaretAt(rectOf(0)));
     EXPECT_TRUE(eventually([this] { return !showsCaretAt(rectOf(0)); }));
     EXPECT_TRUE(eventually([this] { return showsCaretAt(rectOf(0)); }));
+    EXPECT_TRUE(paintsAnew(QRect(rectOf(0).topLeft(), QSize(1, rectOf(0).height())), [] {}));
     display.clearFocus();
-    EXPECT_FALSE(showsCaretAt(rectOf(0)));
+    bool isOver = false;
+    QTimer::singleShot(50, [&isOver] { isOver = true; });
+    ASSERT_TRUE(eventually([&] { return isOver || showsCaretAt(rectOf(0)); }));
+    EXPECT_TRUE(isOver) << "it blinks without the keyboard";
+}
+
+TEST_F(PaintingTest, CaretStaysWhereTheSystemDoesNotBlink)
+{
+    show(QString());
+    QApplication::setCursorFlashTime(0);
+    display.select(0, 0);
+    EXPECT_TRUE(showsCaretAt(rectOf(0)));
+    bool isOver = false;
+    QTimer::singleShot(50, [&isOver] { isOver = true; });
+    ASSERT_TRUE(eventually([&] { return isOver || !showsCaretAt(rectOf(0)); }));
+    EXPECT_TRUE(isOver);
+}
+
+TEST_F(PaintingTest, WhatChangesIsPaintedAnew)
+{
+    show(u"ab\ncd"_s);
+    const QRect all = display.viewport()->rect();
+    EXPECT_TRUE(paintsAnew(all, [this] { display.setSections({{u"Log"_s, 3}}); }));
+    EXPECT_TRUE(paintsAnew(all, [this] { display.select(0, 2); }));
+    EXPECT_TRUE(paintsAnew(all, [this] { display.clearFocus(); }));
+    EXPECT_TRUE(paintsAnew(all, [this] { display.setFocus(); }));
+    EXPECT_TRUE(paintsAnew(all, [this] { display.setText(u"ef"_s); }));
+    QFont font = display.font();
+    font.setPointSizeF(2 * font.pointSizeF());
+    EXPECT_TRUE(paintsAnew(all, [&] { display.setFont(font); }));
+    display.setText(u"line\n"_s.repeated(100));
+    EXPECT_TRUE(paintsAnew(all, [this] { display.verticalScrollBar()->setValue(50); }));
+}
+
+TEST_F(PaintingTest, EllipsisOfARowThatGoesOnIsNeverSelected)
+{
+    show(QString(10'000, u'x'));
+    display.selectAll();
+    display.horizontalScrollBar()->setValue(display.horizontalScrollBar()->maximum());
+    const Row first = display.visibleRows().front();
+    const QRect last = rectOf(first.end - 1);
+    const QImage image = painted();
+    EXPECT_EQ(image.pixelColor(last.left(), last.top()), kHighlight);
+    EXPECT_EQ(image.pixelColor(last.right() + 3, last.top()), kBase);
 }
 
 TEST_F(PaintingTest, RowWhereASectionBeginsIsShadedAndRuledOff)

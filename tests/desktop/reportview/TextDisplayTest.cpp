@@ -568,6 +568,9 @@ TEST_F(TextDisplayTest, TheFurtherOutsideTheFasterItScrolls)
     EXPECT_EQ(firstRow(), 7) << "one row";
     moveTo(QPoint(5, below + 3 * height), Qt::LeftButton);
     EXPECT_EQ(firstRow(), 5 * 7) << "four more";
+    moveTo(QPoint(5, below - 1), Qt::LeftButton);
+    moveTo(QPoint(5, 0), Qt::LeftButton);
+    EXPECT_EQ(firstRow(), 5 * 7) << "none within the view";
     moveTo(QPoint(5, -3 * height), Qt::LeftButton);
     EXPECT_EQ(firstRow(), 7) << "four back";
     moveTo(QPoint(5, -1), Qt::LeftButton);
@@ -593,10 +596,91 @@ TEST_F(TextDisplayTest, ClickBelowTheTextPutsTheCaretAtItsEnd)
     show(u"one\ntwo"_s);
     QTest::mouseClick(display.viewport(), Qt::LeftButton, {}, QPoint(placeOf(0).x(), 200));
     EXPECT_EQ(display.caret(), 7);
-    QTest::mouseClick(display.viewport(), Qt::LeftButton, {}, QPoint(placeOf(1).x(), 0));
-    EXPECT_EQ(display.caret(), 1);
+    for (const int y : {0, display.characterRect(0)->bottom()}) {
+        QTest::mouseClick(display.viewport(), Qt::LeftButton, {}, QPoint(placeOf(1).x(), y));
+        EXPECT_EQ(display.caret(), 1) << y;
+    }
     QTest::mouseClick(display.viewport(), Qt::LeftButton, {}, QPoint(placeOf(1).x(), placeOf(4).y()));
     EXPECT_EQ(display.caret(), 5);
+    QTest::mouseClick(display.viewport(), Qt::LeftButton, {},
+                      QPoint(placeOf(1).x(), display.characterRect(4)->bottom() + 2));
+    EXPECT_EQ(display.caret(), 7) << "also just below it";
+}
+
+TEST_F(TextDisplayTest, ClickBehindARowThatGoesOnPutsTheCaretBeforeItsLastCharacter)
+{
+    show(QString(10'000, u'x'));
+    const Row first = display.visibleRows().front();
+    display.horizontalScrollBar()->setValue(display.horizontalScrollBar()->maximum());
+    click(first.end - 3);
+    EXPECT_EQ(display.caret(), first.end - 3);
+    QTest::mouseClick(display.viewport(), Qt::LeftButton, {}, placeOf(first.end - 1) + QPoint(30, 0));
+    EXPECT_EQ(display.caret(), first.end - 1);
+}
+
+TEST_F(TextDisplayTest, EmptyFirstRowIsReachedByCaretAndView)
+{
+    show(u"\nabc\ndef"_s);
+    display.select(7, 7);
+    press(Qt::Key_PageUp);
+    EXPECT_EQ(display.caret(), 0);
+    display.setText(u"\n"_s + numberedLines(500));
+    bar().triggerAction(QAbstractSlider::SliderSingleStepAdd);
+    EXPECT_EQ(firstRow(), 1);
+    bar().triggerAction(QAbstractSlider::SliderSingleStepSub);
+    EXPECT_EQ(firstRow(), 0);
+}
+
+TEST_F(TextDisplayTest, WideRowThatIsScrolledToCanBeScrolledSideways)
+{
+    show(numberedLines(500) + u"wide "_s.repeated(200));
+    ASSERT_EQ(display.horizontalScrollBar()->maximum(), 0);
+    bar().setValue(bar().maximum());
+    EXPECT_GT(display.horizontalScrollBar()->maximum(), 0);
+    display.setText(u"wide "_s.repeated(200));
+    press(Qt::Key_End);
+    ASSERT_GT(display.horizontalScrollBar()->value(), 0);
+    display.setText(u"other "_s.repeated(200));
+    EXPECT_EQ(display.horizontalScrollBar()->value(), 0);
+}
+
+TEST_F(TextDisplayTest, TextThatIsSetOutOfViewCanBeScrolledWhenItIsShown)
+{
+    show(u"short"_s);
+    display.hide();
+    display.setText(numberedLines(500));
+    display.show();
+    EXPECT_GT(bar().maximum(), 0);
+}
+
+TEST_F(TextDisplayTest, StepsWithinTheViewScrollNothing)
+{
+    show(numberedLines(500));
+    bar().setValue(700);
+    const int first = firstRow();
+    display.select(first + 30, first + 30);
+    for (const int key : {Qt::Key_Right, Qt::Key_Left, Qt::Key_Down, Qt::Key_Up, Qt::Key_Home, Qt::Key_End}) {
+        press(key);
+        EXPECT_EQ(firstRow(), first);
+    }
+}
+
+TEST_F(TextDisplayTest, RowOfMarksCanBeScrolledToItsEnd)
+{
+    const QString text(1'000, QChar(1));
+    show(text);
+    QScrollBar &sideways = *display.horizontalScrollBar();
+    for (int count = 0; count < 30; ++count) {
+        sideways.setValue(sideways.maximum());
+    }
+    const int range = sideways.maximum();
+    press(Qt::Key_End);
+    EXPECT_EQ(sideways.maximum(), range);
+}
+
+TEST_F(TextDisplayTest, PointerIsThatOfText)
+{
+    EXPECT_EQ(display.viewport()->cursor().shape(), Qt::IBeamCursor);
 }
 
 TEST_F(TextDisplayTest, UpAndDownAtTheEndsGoToTheEndsOfTheText)
@@ -625,17 +709,9 @@ TEST_F(TextDisplayTest, ColumnIsKeptUntilTheCaretMovesSideways)
     EXPECT_EQ(columnBelow([this] { press(Qt::Key_Left); }), 14);
     EXPECT_EQ(columnBelow([this] { display.select(13, 13); }), 15);
     EXPECT_EQ(columnBelow([this] { click(12); }), 14);
-    EXPECT_EQ(columnBelow([this, &text] {
-                  display.setText(text);
-                  display.select(12, 12);
-              }),
-              14);
-    display.setSections({{u"Log"_s, 12}});
-    EXPECT_EQ(columnBelow([this] {
-                  display.select(0, 0);
-                  display.goToNextSection();
-              }),
-              14);
+    EXPECT_EQ(columnBelow([this, &text] { display.setText(text); }), 12);
+    display.setSections({{u"Log"_s, 14}});
+    EXPECT_EQ(columnBelow([this] { display.goToNextSection(); }), 26);
     columnBelow([] {});
     display.selectAll();
     press(Qt::Key_Up);
@@ -804,7 +880,9 @@ TEST_F(TextDisplayTest, WheelMovesAsManyRowsAsTheSystemSays)
     ASSERT_EQ(QApplication::wheelScrollLines(), 3);
     turnWheel(*display.viewport(), {0, -120});
     EXPECT_EQ(firstRow(), threeLines);
-    turnWheel(bar(), {0, 120});
+    turnWheel(bar(), {0, -120});
+    EXPECT_EQ(firstRow(), 2 * threeLines);
+    turnWheel(bar(), {0, 240});
     EXPECT_EQ(firstRow(), 0);
     // Half a row is no row yet.
     turnWheel(*display.viewport(), {0, -20});
@@ -869,6 +947,8 @@ TEST_F(TextDisplayTest, ViewLowerThanARowIsPagedByRows)
     EXPECT_EQ(firstRow(), 7);
     bar().triggerAction(QAbstractSlider::SliderPageStepSub);
     EXPECT_EQ(firstRow(), 0);
+    press(Qt::Key_End, Qt::ControlModifier);
+    EXPECT_EQ(firstRow(), display.text().size());
 }
 
 TEST_F(TextDisplayTest, CharactersFollowEachOtherInRowsAndCells)
@@ -935,12 +1015,19 @@ TEST_F(TextDisplayTest, ScrollBarsStepsAreRowsAndPages)
     show(numberedLines(500));
     bar().triggerAction(QAbstractSlider::SliderSingleStepAdd);
     EXPECT_EQ(firstRow(), 7);
+    bar().triggerAction(QAbstractSlider::SliderSingleStepAdd);
+    bar().triggerAction(QAbstractSlider::SliderSingleStepAdd);
     bar().triggerAction(QAbstractSlider::SliderSingleStepSub);
-    EXPECT_EQ(firstRow(), 0);
+    EXPECT_EQ(firstRow(), 14);
+    bar().setValue(0);
     bar().triggerAction(QAbstractSlider::SliderPageStepAdd);
     const auto page = static_cast<int>(display.visibleRows().size());
-    EXPECT_GT(firstRow(), (page - 4) * 7);
-    EXPECT_EQ(bar().value(), firstRow());
+    const int second = firstRow();
+    EXPECT_GT(second, (page - 4) * 7);
+    EXPECT_EQ(bar().value(), second);
+    bar().triggerAction(QAbstractSlider::SliderPageStepAdd);
+    bar().triggerAction(QAbstractSlider::SliderPageStepSub);
+    EXPECT_EQ(firstRow(), second);
     bar().triggerAction(QAbstractSlider::SliderPageStepSub);
     EXPECT_EQ(firstRow(), 0);
     EXPECT_EQ(bar().value(), 0);
@@ -1117,16 +1204,16 @@ TEST_F(TextDisplayTest, MenuOffersWhatCanBeDone)
     QTimer::singleShot(0, [&] {
         auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
         for (const QAction *action : menu->actions()) {
-            if (!action->isSeparator()) {
-                titles += action->text().section(u'\t', 0, 0) + (action->isEnabled() ? u""_s : u" (off)"_s);
-            }
+            const QString title = action->isSeparator() ? u"-"_s : action->text().section(u'\t', 0, 0);
+            titles += title + (action->isEnabled() ? u""_s : u" (off)"_s);
         }
         menu->actions().last()->trigger();
         menu->close();
     });
     QContextMenuEvent event(QContextMenuEvent::Mouse, QPoint(5, 5), display.viewport()->mapToGlobal(QPoint(5, 5)));
     QApplication::sendEvent(display.viewport(), &event);
-    EXPECT_EQ(titles, (QStringList{u"&Copy (off)"_s, u"Select &All"_s, u"&Find…"_s, u"Go to Log && more"_s}));
+    EXPECT_EQ(titles,
+              (QStringList{u"&Copy (off)"_s, u"Select &All"_s, u"-"_s, u"&Find…"_s, u"-"_s, u"Go to Log && more"_s}));
     EXPECT_EQ(display.caret(), 4);
 }
 
