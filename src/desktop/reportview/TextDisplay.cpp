@@ -205,7 +205,7 @@ qreal TextDisplay::leftOf(RowLayout &layout) const
 /// Rows that are in view from top to bottom.
 int TextDisplay::rowsInView() const
 {
-    return std::max(1, (viewport()->height() - kTopMargin) / style().rowHeight);
+    return (viewport()->height() - kTopMargin) / style().rowHeight;
 }
 
 /// Rows that a page moves by: one stays in view.
@@ -391,10 +391,9 @@ void TextDisplay::bringIntoView(qsizetype offset)
 {
     const Row row = rowAt(view(), offset);
     // At the upper end of the view, or at the lower one.
-    setTop(std::clamp(top, rowBelow(row, 1 - rowsInView()).begin, row.begin));
+    setTop(std::min(std::max(top, rowBelow(row, 1 - rowsInView()).begin), row.begin));
     RowLayout &layout = layoutOf(row);
     const qreal x = layout.xOf(std::clamp(offset, row.begin, row.end) - row.begin);
-    widest = std::max(widest, layout.width());
     widenTo({row});
     const qreal inView = leftOf(layout) + x;
     const int right = viewport()->width() - kSideMargin;

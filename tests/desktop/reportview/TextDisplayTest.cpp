@@ -678,6 +678,62 @@ TEST_F(TextDisplayTest, RowOfMarksCanBeScrolledToItsEnd)
     EXPECT_EQ(sideways.maximum(), range);
 }
 
+TEST_F(TextDisplayTest, CaretThatGoesAlongAWideRowKeepsToTheMargins)
+{
+    show(u"wide "_s.repeated(100));
+    const int margin = display.characterRect(0)->left();
+    for (qsizetype offset = 0; offset < 500; ++offset) {
+        display.select(offset, offset);
+        ASSERT_LE(display.characterRect(offset)->left(), display.viewport()->width() - margin) << offset;
+        ASSERT_GE(display.characterRect(offset)->left(), margin - 1) << offset;
+    }
+}
+
+TEST_F(TextDisplayTest, ViewThatIsShownAgainStandsWhereItStood)
+{
+    show(numberedLines(500));
+    bar().setValue(700);
+    const int first = firstRow();
+    display.hide();
+    display.show();
+    EXPECT_EQ(firstRow(), first);
+}
+
+TEST_F(TextDisplayTest, ColumnIsKeptOverPages)
+{
+    show(u"long enough\nx\nlong enough\nx\nlong enough"_s);
+    resizeTo(2);
+    display.select(6, 6);
+    press(Qt::Key_PageDown);
+    press(Qt::Key_PageDown);
+    EXPECT_EQ(display.caret(), 20);
+    press(Qt::Key_PageUp);
+    press(Qt::Key_PageUp);
+    EXPECT_EQ(display.caret(), 6);
+}
+
+TEST_F(TextDisplayTest, AnotherButtonsReleaseEndsNoDrag)
+{
+    show(u"one two three"_s);
+    QTest::mousePress(display.viewport(), Qt::LeftButton, {}, placeOf(4));
+    QTest::mouseRelease(display.viewport(), Qt::RightButton, {}, placeOf(4));
+    moveTo(placeOf(9), Qt::LeftButton);
+    EXPECT_EQ(display.selection(), (Range{4, 9}));
+}
+
+TEST_F(TextDisplayTest, ViewWithoutATextIsAnEmptyOne)
+{
+    display.show();
+    EXPECT_EQ(display.caret(), 0);
+    EXPECT_EQ(display.anchor(), 0);
+    EXPECT_EQ(firstRow(), 0);
+    moveTo(QPoint(50, 50), Qt::LeftButton);
+    press(Qt::Key_Right, Qt::ShiftModifier);
+    EXPECT_TRUE(display.selection().isEmpty());
+    EXPECT_EQ(bar().maximum(), 0);
+    EXPECT_EQ(display.horizontalScrollBar()->maximum(), 0);
+}
+
 TEST_F(TextDisplayTest, PointerIsThatOfText)
 {
     EXPECT_EQ(display.viewport()->cursor().shape(), Qt::IBeamCursor);
