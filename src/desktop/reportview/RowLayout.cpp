@@ -74,9 +74,7 @@ QString withPlaceholders(QStringView text, const QList<Mark> &marks)
 /// Whether the character runs from right to left; one without a direction of its own runs as it was laid out.
 bool isRightToLeftAt(QStringView text, qsizetype offset, const QTextLine &line)
 {
-    const bool isPair = offset + 1 < text.size() && text[offset].isHighSurrogate() && text[offset + 1].isLowSurrogate();
-    const char32_t character = isPair ? QChar::surrogateToUcs4(text[offset], text[offset + 1]) : text[offset].unicode();
-    switch (QChar::direction(character)) {
+    switch (QChar::direction(text.mid(offset, 2).toUcs4().constFirst())) {
     case QChar::DirL:
     case QChar::DirEN:
     case QChar::DirAN:
@@ -382,14 +380,12 @@ void RowLayout::addSpans(Piece &piece, Range characters, std::vector<Span> &span
 void RowLayout::draw(QPainter &painter, QPointF place, Span visible, Range selected, const RowColors &colors)
 {
     makePiecesUpToX(visible.right);
-    const Range selectedCharacters = {std::min(selected.begin, content.size()), std::min(selected.end, content.size())};
     for (Piece &piece : pieces) {
         const qreal left = leftOf(piece);
         if (left >= visible.right || left + piece.width <= visible.left) {
             continue;
         }
-        const Range inside = {std::max(selectedCharacters.begin, piece.range.begin),
-                              std::min(selectedCharacters.end, piece.range.end)};
+        const Range inside = {std::max(selected.begin, piece.range.begin), std::min(selected.end, piece.range.end)};
         QList<QTextLayout::FormatRange> selections;
         if (inside.begin < inside.end) {
             std::vector<Span> spans;
@@ -455,7 +451,7 @@ void RowLayout::drawLineEnd(QPainter &painter, QPointF place, bool selected, con
     const QColor &color = selected ? colors.selectedDim : colors.dim;
     qreal left = place.x() + (rightToLeft ? 0 : contentWidth());
     if (selected) {
-        const qreal room = std::max(width() - contentWidth(), continued ? 0 : style.cell / 2);
+        const qreal room = std::max(width() - contentWidth(), style.cell / 2);
         const qreal from = rightToLeft ? place.x() + width() - contentWidth() - room : left;
         painter.fillRect(QRectF(from, place.y(), room, style.rowHeight), colors.selection);
     }
