@@ -130,8 +130,8 @@ TEST(Utf8, PairAtAnyPlaceOfALongTextStaysWhole)
     for (qsizetype before = 4090; before <= 4100; ++before) {
         const QByteArray start(before, 'a');
         const QByteArray end(5000, 'b');
-        EXPECT_EQ(appended(QString::fromLatin1(start) + u"\U0001F600"_s + QString::fromLatin1(end)),
-                  start + "\xF0\x9F\x98\x80" + end)
+        EXPECT_EQ(appended(QString::fromLatin1(start) + u"\U0001F600\U0001F600"_s + QString::fromLatin1(end)),
+                  start + "\xF0\x9F\x98\x80\xF0\x9F\x98\x80" + end)
             << before;
     }
 }

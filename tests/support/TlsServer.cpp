@@ -118,6 +118,13 @@ void TlsServer::limitReceiveBuffer(int bytes)
     ::setsockopt(static_cast<int>(server.socketDescriptor()), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
 }
 
+void TlsServer::speakTls12()
+{
+    QSslConfiguration configuration = server.sslConfiguration();
+    configuration.setProtocol(QSsl::TlsV1_2);
+    server.setSslConfiguration(configuration);
+}
+
 void TlsServer::offerHttp2()
 {
     QSslConfiguration configuration = server.sslConfiguration();

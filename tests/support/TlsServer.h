@@ -65,6 +65,8 @@ public:
     void readSlowly(qint64 bytesAtOnce, std::chrono::milliseconds betweenReads);
     /// Has the system take about that many bytes that were not read yet, of each connection.
     void limitReceiveBuffer(int bytes);
+    /// Speaks TLS 1.2, of which, unlike 1.3, nothing comes between the handshake and the answer.
+    void speakTls12();
     /// Agrees to HTTP/2 when it is offered.
     void offerHttp2();
     /// What the last connection agreed on; empty when the client offered nothing.

@@ -217,6 +217,7 @@ TEST_F(LostAddresses, EachIsTriedOnceWhenAllHangUp)
     EXPECT_EQ(heardAfter(aPostToBoth(port)), kFailed);
     EXPECT_EQ(first.accepted, 1);
     EXPECT_EQ(second.accepted, 1);
+    EXPECT_GE(::fcntl(STDIN_FILENO, F_GETFD), 0) << "nothing else was closed";
 }
 
 TEST_F(LostAddresses, ConnectingHasALimitOfItsOwn)

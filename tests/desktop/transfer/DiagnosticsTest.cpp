@@ -95,7 +95,9 @@ TEST_F(Progress, IsNotReportedAfterCancel)
 
 TEST_F(Progress, CancelTakesBackWhatTheSystemHolds)
 {
-    // All of the report is in the system's queue when it is cancelled.
+    // All of the report is in the system's queue when it is cancelled, and nothing has come that was not read: closing
+    // the connection would take it back then, too.
+    server.speakTls12();
     server.limitReceiveBuffer(16 * 1024);
     server.readSlowly(16 * 1024, 20ms);
     QSignalSpy progress(&loader, &CurlUrlLoader::uploadProgress);

@@ -11,7 +11,11 @@
 #include <QTcpSocket>
 #include <QTemporaryDir>
 
+#include <sys/inotify.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -220,6 +224,23 @@ TEST_F(ProxyTest, InTlsSaysTheEndOfAnAnswerLikeTheHostAndIsNotBelieved)
 
     EXPECT_EQ(heardAfterAnswer({"HTTP/1.1 200 OK\r\n\r\n"}), kFailed);
     EXPECT_EQ(server.posts(), 1);
+}
+
+TEST_P(Tunnel, IsTrustedByTheFolderOfAuthoritiesAlone)
+{
+    const QByteArray file = CurlLibrary::load(u"curl"_s, 4)->versionInfo(CURLVERSION_NOW)->cainfo;
+    const int watch = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    if (::inotify_add_watch(watch, file.constData(), IN_OPEN) < 0) {
+        ::close(watch);
+        GTEST_SKIP() << "there is no " << file.constData() << " here that could be opened";
+    }
+
+    EXPECT_EQ(heardThroughTunnel(answered("200 OK")), kFinished);
+
+    inotify_event opened = {};
+    EXPECT_LT(::read(watch, &opened, sizeof opened), 0);
+    EXPECT_EQ(errno, EAGAIN);
+    ::close(watch);
 }
 
 TEST_F(ProxyTest, ThatCannotBeTrustedMakesNoTunnel)
