@@ -155,6 +155,7 @@ TEST(AnswerHead, ContinuesAFieldInALineThatBeginsWithABlank)
     EXPECT_FALSE(folded.isRedirect());
 
     EXPECT_FALSE(headOf(200, {"Content-Length: 0", " 5", ""}).isClear());
+    EXPECT_TRUE(headOf(200, {"Content-Length: 0", ": a field without a name", " 5", ""}).isClear());
     EXPECT_FALSE(headOf(200, {"Transfer-Encoding: chunked", " , gzip", ""}).isClear());
 }
 
@@ -224,7 +225,14 @@ TEST(AnswerHead, IsNotClearWhereTheFirstChunksSizeOnlyBeginsAsANumber)
         EXPECT_FALSE(isClearWithBody({size})) << size;
     }
     EXPECT_FALSE(isClearWithBody({"0", "x", "2\r\n"}));
+    EXPECT_FALSE(isClearWithBody({"zz\r", "\n"}));
     EXPECT_FALSE(isClearWithBody({QByteArray(5000, '0')}));
+}
+
+TEST(AnswerHead, IsNotClearWhereTheLineOfTheFirstChunksSizeIsLongerThan4096Bytes)
+{
+    EXPECT_TRUE(isClearWithBody({QByteArray(4094, '0') + "\r\n"}));
+    EXPECT_FALSE(isClearWithBody({QByteArray(4095, '0') + "\r\n"}));
 }
 
 TEST(AnswerHead, LooksAtNoBodyThatIsNotInChunks)

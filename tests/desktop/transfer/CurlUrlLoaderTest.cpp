@@ -71,7 +71,10 @@ Answer::Act trickling(const QByteArray &bytes, std::chrono::milliseconds tick)
 }
 
 /// A body whose end the server takes for that of a further request, and so does its act once more.
-const QByteArray kSeenToItsEnd = QByteArray(256 * 1024, 'x') + "\r\n\r\n";
+QByteArray seenToItsEnd(qsizetype size)
+{
+    return QByteArray(size, 'x') + "\r\n\r\n";
+}
 
 /// Answers with the head before the body has come, and does the rest once it has come to its end.
 Answer before(const QByteArray &head, const Answer::Act &rest)
@@ -493,7 +496,15 @@ TEST_F(UrlLoaderTest, AnEmptyAnswerThatEndsAfterTheWholeReportIsAnAcceptanceWhen
     server.willAnswer({before("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n",
                               [](QSslSocket &socket) { socket.write("0\r\n\r\n"); })});
 
-    EXPECT_EQ(heardAfter(aPost(server.url(), kSeenToItsEnd)), kFinished);
+    EXPECT_EQ(heardAfter(aPost(server.url(), seenToItsEnd(256 * 1024))), kFinished);
+}
+
+TEST_F(UrlLoaderTest, AnEmptyAnswerToAReportThatTheSystemStillHoldsIsAFailure)
+{
+    server.limitReceiveBuffer(16 * 1024);
+    server.willAnswer({{"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n", Then::StopReading, After::Head}});
+
+    EXPECT_EQ(heardAfter(aPost(server.url(), QByteArray(512 * 1024, 'x'))), kFailed);
 }
 
 TEST_F(UrlLoaderTest, ARefusalIsHeardWhoseHeadComesBeforeTheReportAndItsBodyAfterwards)
@@ -501,7 +512,8 @@ TEST_F(UrlLoaderTest, ARefusalIsHeardWhoseHeadComesBeforeTheReportAndItsBodyAfte
     server.willAnswer({before("HTTP/1.1 500 Internal Server Error\r\nContent-Length: 2\r\n\r\n",
                               [](QSslSocket &socket) { socket.write("no"); })});
 
-    EXPECT_EQ(heardAfter(aPost(server.url(), kSeenToItsEnd)), (QStringList{u"data no"_s, u"finished"_s}));
+    // More than the system holds, so that most of it is sent after the head of the answer has come.
+    EXPECT_EQ(heardAfter(aPost(server.url(), seenToItsEnd(6 * kMebibyte))), (QStringList{u"data no"_s, u"finished"_s}));
 }
 
 TEST_F(UrlLoaderTest, ALongRefusalIsHeardWholeFromAServerThatReadsNoMore)

@@ -365,7 +365,8 @@ TEST_F(ProxyTest, IsNoneAndLeavesNothingOpenWhereTheDesktopHasNoCommandForIt)
 TEST_F(ProxyTest, IsNoneWhereTheDesktopTakesTooLong)
 {
     TransferSettings settings = testSettings();
-    settings.proxyCommand = aCommand("echo $$ >" + folder.path().toUtf8() + "/started; exec sleep 60");
+    settings.proxyCommand =
+        aCommand("echo $$ >" + folder.path().toUtf8() + "/started; echo http://127.0.0.1:1; exec sleep 60");
     settings.proxyLimit = 300ms;
     CurlUrlLoader asking(operations, settings);
     server.willAnswer({{"", Answer::Then::StayConnected}});
