@@ -194,7 +194,7 @@ class Display(ProgramTest):
         self.assertIn("could not connect to display :4242", line)
 
     def test_without_a_plugin_for_it_the_line_names_the_plugin(self):
-        other_platform = ("env", "QT_QPA_PLATFORM=nosuchplatform")
+        other_platform = (*ORDINARY_USER, "env", "QT_QPA_PLATFORM=nosuchplatform")
         line = self.assert_one_clear_line(
             self.start("-remotename", "anvil", "-log", self.crash_log, prefix=other_platform))
         self.assertIn("nosuchplatform", line)
