@@ -175,5 +175,6 @@ class EndOfTheSession(ProgramTest):
         program = self.launch()
         desktop.end()
         self.assertEqual(program.exit_status(), 1)
-        self.assertEqual(len(program.errors().splitlines()), 1, program.errors())
+        # Both threads of the toolkit that read from the compositor may say so.
+        self.assertEqual(len(set(program.errors().splitlines())), 1, program.errors())
         self.assert_posts(server, 0)
