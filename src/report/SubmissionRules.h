@@ -5,7 +5,6 @@
 #include <QString>
 #include <QVariant>
 
-
 /// Submissions of a user that are never throttled.
 inline constexpr qint64 kFreeSubmissions = 11;
 
