@@ -13,6 +13,7 @@ import time
 from names import NameService
 from peers import Peer, REQUEST, fields_of
 from situation import ACCEPTED, FAILED, REFUSED, SENDING, Seen, ends_of
+from tracing import drawn
 from trial import screen
 from trial.desktop import Desktop
 from trial.expected import expected_report
@@ -114,7 +115,8 @@ class World:
         with tempfile.TemporaryDirectory(dir=self.folder) as folder, limited(row.link):
             sender = Sender(self, row, folder)
             try:
-                return [(label, self.run_once(row, steps, sender)) for label, steps in row.variations()]
+                return [(label, self.run_once(row, steps, sender))
+                        for label, steps in drawn(row.variations(), self.options.series)]
             finally:
                 sender.end()
 

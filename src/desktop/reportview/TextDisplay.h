@@ -110,7 +110,7 @@ private:
     Row rowBelow(Row row, qsizetype count) const;
     struct RowInView {
         Row row;
-        int y; ///< Of its upper end.
+        int y = 0; ///< Of its upper end.
     };
     std::optional<RowInView> rowInViewAt(qsizetype offset) const;
     bool isShownSectionAt(const Row &row) const;
