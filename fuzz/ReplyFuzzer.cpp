@@ -46,7 +46,9 @@ public:
             if (status == 0) {
                 return Meaning::Unclear;
             }
+            // What an informational head says of a length is of no body: it has none (RFC 9110 section 15.2).
             fields.clear();
+            lengthIsUnclear = false;
             isOld = statusLine->starts_with("HTTP/1.0");
             if (const std::optional<Meaning> failure = readFields()) {
                 return *failure;
@@ -111,7 +113,7 @@ private:
                 const bool isFolded = text->front() == ' ' || text->front() == '\t';
                 if (words.find("content-length") != std::string::npos || words.find("coding") != std::string::npos
                     || (isFolded && !fields.empty() && isFraming(fields.back().name))) {
-                    return Meaning::Unclear;
+                    lengthIsUnclear = true;
                 }
                 odd = true;
                 continue;
@@ -122,7 +124,7 @@ private:
 
     Meaning meaningOf(int status)
     {
-        if (endsOddly) {
+        if (endsOddly || lengthIsUnclear) {
             return Meaning::Unclear;
         }
         const std::vector<std::string> codings = values("transfer-encoding");
@@ -220,7 +222,8 @@ private:
     std::string_view rest;
     bool odd = false;
     bool endsOddly = false; ///< With a line that only begins like a blank one.
-    bool isOld = false;     ///< HTTP/1.0, which knows no chunks.
+    bool lengthIsUnclear = false;
+    bool isOld = false; ///< HTTP/1.0, which knows no chunks.
     std::vector<Field> fields;
 };
 

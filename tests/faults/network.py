@@ -569,6 +569,8 @@ INFORMATIONAL = Group("network: informational answers", "network_world", (
         for status in (100, 102, 103))),
     Situation("100 with a length, then an acceptance", ACCEPTED,
               after_request("HTTP/1.1 100 Continue\r\nContent-Length: 5\r\n\r\n" + EMPTY)),
+    Situation("103 with a length on two lines, then an acceptance", ACCEPTED,
+              after_request("HTTP/1.1 103 Early\r\nContent-Length: 0103 a\r\n 20\r\n\r\n" + EMPTY)),
     Situation("100 with bytes", FAILED, after_request("HTTP/1.1 100 Continue\r\nContent-Length: 2\r\n\r\nNO")),
     Situation("100 before the request was read, then an acceptance", ACCEPTED,
               after_handshake(CONTINUE, REQUEST, EMPTY)),
