@@ -109,9 +109,9 @@ private:
             const std::string name = text->substr(0, colon);
             if (colon == std::string::npos || !isToken(name)) {
                 // Nobody has to understand it, but what may say where the body ends must not be passed over.
-                const std::string words = lowered(*text);
+                const std::string words = lowered(trimmed(*text));
                 const bool isFolded = text->front() == ' ' || text->front() == '\t';
-                if (words.find("content-length") != std::string::npos || words.find("coding") != std::string::npos
+                if (words.starts_with("content-length") || words.starts_with("transfer-encoding")
                     || (isFolded && !fields.empty() && isFraming(fields.back().name))) {
                     lengthIsUnclear = true;
                 }
