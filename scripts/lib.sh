@@ -82,12 +82,19 @@ Ask an administrator to run: apt-get install --no-install-recommends ${missing[*
     installPackages "${missing[@]}"
 }
 
-# Builds the preset: everything, or what further arguments of cmake --build name.
-build() {
+# Configures the preset, with further arguments of cmake.
+configure() {
     local preset=$1
     shift
     cd "$root" || return
     # A packager's compiler may know warnings that ours does not; what lands here has none.
-    cmake --preset "$preset" ${CI:+-DKORVALE_WARNINGS_AS_ERRORS=ON}
+    cmake --preset "$preset" ${CI:+-DKORVALE_WARNINGS_AS_ERRORS=ON} "$@"
+}
+
+# Builds the preset: everything, or what further arguments of cmake --build name.
+build() {
+    local preset=$1
+    shift
+    configure "$preset"
     cmake --build --preset "$preset" "$@"
 }

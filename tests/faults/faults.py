@@ -210,8 +210,8 @@ def options(arguments):
     parser.add_argument("--memory", help="the library that lets an allocation fail")
     parser.add_argument("--authority", required=True, help="folder of the throwaway certificates")
     parser.add_argument("--all", action="store_true", help="every run of the rows of which else a sample is drawn")
-    parser.add_argument("--runs", type=int, metavar="N", help="so many runs of each row of calls that fail")
-    parser.add_argument("--series", type=int, metavar="N", help="so many runs of each series of the network at most")
+    parser.add_argument("--runs", type=int, metavar="N",
+                        help="so many runs at most of each row of calls that fail, and of each series of the network")
     parser.add_argument("--workers", type=int, default=WORKERS)
     parser.add_argument("--list", action="store_true", help="only the names")
     parser.add_argument("--worker", action="store_true", help=argparse.SUPPRESS)

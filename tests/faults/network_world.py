@@ -116,7 +116,7 @@ class World:
             sender = Sender(self, row, folder)
             try:
                 return [(label, self.run_once(row, steps, sender))
-                        for label, steps in drawn(row.variations(), self.options.series)]
+                        for label, steps in drawn(row.variations(), self.options.runs)]
             finally:
                 sender.end()
 
