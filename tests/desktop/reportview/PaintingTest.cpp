@@ -1,8 +1,7 @@
 // What the view paints: colours, the caret, sections and selections, read from its pixels.
+#include "DisplayFixture.h"
 #include "ViewSupport.h"
-#include "desktop/reportview/TextDisplay.h"
 
-#include <QFontDatabase>
 #include <QImage>
 #include <QPaintEvent>
 #include <QRegion>
@@ -24,13 +23,11 @@ const QColor kHighlightedText(255, 255, 0);
 const QColor kUnfocusedHighlight(90, 90, 90);
 const QColor kAlternate(0, 60, 220);
 
-class PaintingTest : public testing::Test
+class PaintingTest : public DisplayFixture
 {
 protected:
     PaintingTest()
     {
-        display.setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
-        display.resize(640, 300);
         QPalette colors;
         colors.setColor(QPalette::Text, kText);
         colors.setColor(QPalette::Base, kBase);
@@ -41,15 +38,6 @@ protected:
         display.setPalette(colors);
     }
     ~PaintingTest() override { QApplication::setCursorFlashTime(usualFlashTime); }
-
-    void show(const QString &text)
-    {
-        display.setText(text);
-        display.show();
-        display.activateWindow();
-        display.setFocus();
-        ASSERT_TRUE(QTest::qWaitForWindowActive(&display));
-    }
 
     QImage painted() { return display.viewport()->grab().toImage(); }
     QRect rectOf(qsizetype offset) const { return *display.characterRect(offset); }
@@ -104,7 +92,6 @@ protected:
         QRegion painted;
     };
 
-    TextDisplay display;
     const int usualFlashTime = QApplication::cursorFlashTime();
 };
 

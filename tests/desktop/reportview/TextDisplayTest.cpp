@@ -1,10 +1,10 @@
 // Scrolling, selecting and copying with keyboard and mouse.
 #include "desktop/reportview/TextDisplay.h"
 
+#include "DisplayFixture.h"
 #include "ViewSupport.h"
 
 #include <QClipboard>
-#include <QFontDatabase>
 #include <QGuiApplication>
 #include <QMenu>
 #include <QMimeData>
@@ -18,24 +18,9 @@ using namespace reportview;
 
 namespace {
 
-class TextDisplayTest : public testing::Test
+class TextDisplayTest : public DisplayFixture
 {
 protected:
-    TextDisplayTest()
-    {
-        display.setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
-        display.resize(640, 300);
-    }
-
-    void show(const QString &text)
-    {
-        display.setText(text);
-        display.show();
-        display.activateWindow();
-        display.setFocus();
-        ASSERT_TRUE(QTest::qWaitForWindowActive(&display));
-    }
-
     void press(int key, Qt::KeyboardModifiers modifiers = {}) { QTest::keyClick(&display, Qt::Key(key), modifiers); }
 
     QString copied()
@@ -96,8 +81,6 @@ protected:
 
     int firstRow() const { return static_cast<int>(display.visibleRows().front().begin); }
     QScrollBar &bar() const { return *display.verticalScrollBar(); }
-
-    TextDisplay display;
 };
 
 class HostileDisplay : public TextDisplayTest, public testing::WithParamInterface<HostileText>
