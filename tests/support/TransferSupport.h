@@ -86,6 +86,15 @@ protected:
         return heardAfter(aPost(server.url()));
     }
 
+    /// What the delegate has heard when a later transfer has ended: whatever was on its way has come by then.
+    QStringList heardUntilALaterEnd(CurlUrlLoader &sender)
+    {
+        RecordingDelegate later;
+        sender.connectionWithRequestDelegate(aPost(server.url()), later);
+        EXPECT_TRUE(eventually([&later] { return later.hasEnded(); }));
+        return delegate.heard;
+    }
+
     TlsServer server;
     OperationQueue operations;
     RecordingDelegate delegate;

@@ -275,8 +275,5 @@ TEST_F(LostAddresses, CancelWhileConnectingReportsNothing)
     transfer->cancel();
 
     EXPECT_LT(clock.elapsed(), 100);
-    RecordingDelegate later;
-    loader.connectionWithRequestDelegate(aPost(server.url()), later);
-    EXPECT_TRUE(eventually([&] { return later.hasEnded(); }));
-    EXPECT_EQ(delegate.heard, QStringList{});
+    EXPECT_EQ(heardUntilALaterEnd(loader), QStringList{});
 }

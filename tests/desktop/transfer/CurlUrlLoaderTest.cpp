@@ -783,12 +783,8 @@ TEST_F(UrlLoaderTest, CancelBeforeAnythingHappenedReportsNothingAndPostsNothing)
     const auto transfer = start(aPost(server.url()));
     transfer->cancel();
 
-    RecordingDelegate later;
-    loader.connectionWithRequestDelegate(aPost(server.url()), later);
-
-    EXPECT_TRUE(eventually([&] { return later.hasEnded(); }));
+    EXPECT_EQ(heardUntilALaterEnd(loader), QStringList{});
     EXPECT_EQ(server.posts(), 1);
-    EXPECT_EQ(delegate.heard, QStringList{});
 }
 
 TEST_F(UrlLoaderTest, ACallbackThatWaitedIsDroppedByCancel)
@@ -801,10 +797,7 @@ TEST_F(UrlLoaderTest, ACallbackThatWaitedIsDroppedByCancel)
         transfer->cancel();
     });
 
-    RecordingDelegate later;
-    loader.connectionWithRequestDelegate(aPost(server.url()), later);
-    EXPECT_TRUE(eventually([&] { return later.hasEnded(); }));
-    EXPECT_EQ(delegate.heard, QStringList{});
+    EXPECT_EQ(heardUntilALaterEnd(loader), QStringList{});
 }
 
 TEST_F(UrlLoaderTest, CancellingATransferThatHasEndedDoesNothing)
@@ -1030,10 +1023,7 @@ TEST_F(IdleTime, DoesNotPassAfterCancel)
 
     transfer->cancel();
 
-    RecordingDelegate later;
-    impatient.connectionWithRequestDelegate(aPost(server.url()), later);
-    EXPECT_TRUE(eventually([&] { return later.hasEnded(); }));
-    EXPECT_EQ(delegate.heard, QStringList{});
+    EXPECT_EQ(heardUntilALaterEnd(impatient), QStringList{});
 }
 
 TEST_F(IdleTime, AServerThatNeverShakesHandsIsAFailure)
