@@ -43,3 +43,5 @@ void OperationQueue::runNext()
     waiting.pop_front();
     run(next);
 }
+
+#include "moc_OperationQueue.cpp"

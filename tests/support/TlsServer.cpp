@@ -218,3 +218,5 @@ void TlsServer::give(QSslSocket &socket, Conversation &conversation)
     }
     end(socket, conversation.answer.then);
 }
+
+#include "moc_TlsServer.cpp"

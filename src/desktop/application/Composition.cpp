@@ -103,3 +103,5 @@ void Composition::windowClosed()
         qtApplication.terminate(nullptr);
     }
 }
+
+#include "moc_Composition.cpp"

@@ -76,3 +76,5 @@ void TerminationSignals::onReadable()
     while (::read(pipeEnds[0], bytes.data(), bytes.size()) > 0) {}
     Q_EMIT received();
 }
+
+#include "moc_TerminationSignals.cpp"

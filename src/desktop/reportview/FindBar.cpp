@@ -171,3 +171,5 @@ void FindBar::say(const QString &outcome)
 }
 
 } // namespace reportview
+
+#include "moc_FindBar.cpp"

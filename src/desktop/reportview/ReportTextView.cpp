@@ -182,3 +182,5 @@ void ReportTextView::openFindBar()
     }
     findBar->open();
 }
+
+#include "moc_ReportTextView.cpp"

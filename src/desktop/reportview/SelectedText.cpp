@@ -29,3 +29,5 @@ QVariant SelectedText::retrieveData(const QString &mimeType, QMetaType /*type*/)
 }
 
 } // namespace reportview
+
+#include "moc_SelectedText.cpp"

@@ -856,3 +856,5 @@ void TextDisplay::goToPreviousSection()
 }
 
 } // namespace reportview
+
+#include "moc_TextDisplay.cpp"

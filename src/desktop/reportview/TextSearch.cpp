@@ -93,3 +93,5 @@ std::optional<Range> TextSearch::searchedNext()
 }
 
 } // namespace reportview
+
+#include "moc_TextSearch.cpp"

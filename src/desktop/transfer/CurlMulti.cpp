@@ -118,3 +118,5 @@ void CurlMulti::reportEnd(CURLMcode code)
         Q_EMIT finished(*result);
     }
 }
+
+#include "moc_CurlMulti.cpp"

@@ -265,3 +265,5 @@ void CurlUrlConnection::close()
     abandonAttempt();
     endListener(*this);
 }
+
+#include "moc_CurlUrlConnection.cpp"

@@ -62,3 +62,5 @@ void CurlUrlLoader::forget(const CurlUrlConnection &transfer)
 {
     std::erase_if(running, [&transfer](const auto &candidate) { return candidate.get() == &transfer; });
 }
+
+#include "moc_CurlUrlLoader.cpp"

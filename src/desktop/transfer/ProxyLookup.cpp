@@ -59,3 +59,5 @@ void ProxyLookup::end()
     process.kill();
     Q_EMIT found(hasAnswered ? firstProxy(process.readAllStandardOutput()) : QByteArray());
 }
+
+#include "moc_ProxyLookup.cpp"

@@ -107,3 +107,5 @@ QSize DescriptionEdit::sizeForLines(int lines) const
     const int margins = 2 * static_cast<int>(std::ceil(document()->documentMargin()) + frameWidth());
     return {fontMetrics().averageCharWidth() * kMinColumns, fontMetrics().lineSpacing() * lines + margins};
 }
+
+#include "moc_DescriptionEdit.cpp"

@@ -82,3 +82,5 @@ void DisclosureButton::adaptToFont()
     const int side = qRound(fontMetrics().height() * kSide);
     setIconSize({side, side});
 }
+
+#include "moc_DisclosureButton.cpp"

@@ -298,3 +298,5 @@ int FoldingPane::animationDuration() const
 {
     return window.style()->styleHint(QStyle::SH_Widget_Animation_Duration, nullptr, &window);
 }
+
+#include "moc_FoldingPane.cpp"

@@ -33,3 +33,5 @@ void HeadlineLabel::setHeadline(const QString &text)
     setAccessibleName(whole);
     setToolTip(shown == whole ? QString() : toolTipText(whole));
 }
+
+#include "moc_HeadlineLabel.cpp"

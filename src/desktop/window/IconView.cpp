@@ -27,3 +27,5 @@ void IconView::paintEvent(QPaintEvent * /*event*/)
     QPainter painter(this);
     window()->windowIcon().paint(&painter, QRect(QPoint(0, 0), sizeHint()));
 }
+
+#include "moc_IconView.cpp"

@@ -52,3 +52,5 @@ bool KeyGuard::isRepetition(const QKeyEvent &press) const
         press.key() == releasedKey && press.timestamp() != 0 && press.timestamp() - releasedAt <= kMaxPairInterval;
     return press.isAutoRepeat() || followsItsRelease;
 }
+
+#include "moc_KeyGuard.cpp"

@@ -387,3 +387,5 @@ void ReportWindow::adaptToPalette()
     framed.setBrush(QPalette::Disabled, QPalette::Base, window);
     ui.emailText->setPalette(framed);
 }
+
+#include "moc_ReportWindow.cpp"

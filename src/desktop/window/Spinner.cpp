@@ -127,3 +127,5 @@ void Spinner::timerEvent(QTimerEvent *event)
     leadingSpoke = (leadingSpoke + 1) % kSpokes;
     update();
 }
+
+#include "moc_Spinner.cpp"
