@@ -23,7 +23,7 @@ BELOW = "ended below the program"
 # How it may come to an end; a run that was not reached has to be accepted.
 ENDS = (ACCEPTED, ALERT, SAID, UNREAD, BELOW, NOT_REACHED)
 # The first calls of main, which no program makes in this order before.
-FIRST_OF_MAIN = ("getuid", "geteuid")
+FIRST_OF_MAIN = ("getuid", "getuid")
 
 
 @dataclasses.dataclass(frozen=True)

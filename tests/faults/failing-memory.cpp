@@ -1,5 +1,6 @@
-// Preloaded into the program: lets one allocation of the main thread fail, counted from SIGUSR1 on, and tells where the
-// program crashes, if it does.
+// Preloaded into the program: lets an allocation of the main thread fail, and tells where the program crashes, if it
+// does. What is counted, from SIGUSR1 on, are the stacks that have not asked for memory before: who asks once more from
+// the very same place goes the very same way without it.
 #include <execinfo.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -11,6 +12,9 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <set>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -18,12 +22,25 @@ std::atomic<bool> armed = false;
 std::atomic<long> counted = 0;
 long failAt = 0;
 
+/// Whether memory is asked for from here for the first time.
+bool isNewStack()
+{
+    static std::set<std::vector<void *>> known;
+    std::vector<void *> frames(200);
+    frames.resize(std::size_t(::backtrace(frames.data(), int(frames.size()))));
+    return known.insert(std::move(frames)).second;
+}
+
 bool mustFail()
 {
     if (!armed || ::gettid() != ::getpid()) {
         return false;
     }
-    return ++counted == failAt;
+    // To look at the stack takes memory, too.
+    armed = false;
+    const bool isNew = isNewStack();
+    armed = true;
+    return isNew && ++counted == failAt;
 }
 
 /// Writes who has called whom into the file that the variable names.
