@@ -60,6 +60,11 @@ std::string trimmed(const std::string &text)
     return text.substr(begin, end - begin);
 }
 
+bool isBlank(const std::string &line)
+{
+    return line == "\r\n" || line == "\n";
+}
+
 bool endsHead(const std::string &line)
 {
     return line.front() == '\r' || line.front() == '\n';
@@ -111,6 +116,7 @@ bool isStatusLine(const std::string &line)
 struct Head {
     bool ended = false;
     bool redirect = false;
+    bool isHttp = true;
     bool clear = true;
     bool chunked = false;
 };
@@ -131,12 +137,12 @@ std::vector<std::optional<std::string>> lengthsFrom(const std::string &value)
 Head headFrom(const std::vector<Line> &lines, std::size_t first, std::size_t blank)
 {
     Head head;
+    const std::string &start = lines[first].text;
+    head.isHttp = isStatusLine(start) && (blank == lines.size() || isBlank(lines[blank].text));
     std::vector<std::optional<std::string>> lengths;
     bool hasLocation = false;
     bool hasCoding = false;
     bool afterFraming = false;
-    const std::string &start = lines[first].text;
-    head.clear = isStatusLine(start);
     for (std::size_t i = first + 1; i < blank; ++i) {
         const std::string &line = lines[i].text;
         if (line.front() == ' ' || line.front() == '\t') {
@@ -163,9 +169,6 @@ Head headFrom(const std::vector<Line> &lines, std::size_t first, std::size_t bla
                 lengths.push_back(length);
             }
         }
-    }
-    if (blank < lines.size() && lines[blank].text != "\r\n" && lines[blank].text != "\n") {
-        head.clear = false;
     }
     for (const auto &length : lengths) {
         head.clear = head.clear && length && length == lengths.front();
@@ -198,6 +201,7 @@ bool isClearBody(const std::string &body)
 Head headFrom(const std::vector<Line> &lines)
 {
     Head head;
+    bool isHttp = true;
     std::size_t first = 0;
     while (first < lines.size() && !head.ended) {
         std::size_t blank = first + 1;
@@ -205,8 +209,10 @@ Head headFrom(const std::vector<Line> &lines)
             ++blank;
         }
         head = headFrom(lines, first, blank);
+        isHttp = isHttp && head.isHttp;
         first = blank + 1;
     }
+    head.clear = head.clear && isHttp;
     return head;
 }
 

@@ -569,6 +569,9 @@ INFORMATIONAL = Group("network: informational answers", "network_world", (
         for status in (100, 102, 103))),
     Situation("100 with a length, then an acceptance", ACCEPTED,
               after_request("HTTP/1.1 100 Continue\r\nContent-Length: 5\r\n\r\n" + EMPTY)),
+    Situation("an informational answer that is none, then an acceptance", FAILED, each=each_answer(*(
+        begins + EMPTY for begins in ("HTTP/1.1 103%Early\r\n\r\n", "HTTP/1.1 100garbage here\r\n\r\n",
+                                      "HTTP/1.1 103 Early\r\n\rX\r\n"))), **FASTER),
     Situation("103 with a length on two lines, then an acceptance", ACCEPTED,
               after_request("HTTP/1.1 103 Early\r\nContent-Length: 0103 a\r\n 20\r\n\r\n" + EMPTY)),
     Situation("100 with bytes", FAILED, after_request("HTTP/1.1 100 Continue\r\nContent-Length: 2\r\n\r\nNO")),

@@ -73,7 +73,7 @@ void AnswerHead::take(QByteArrayView line, long status)
     }
     // libcurl looks at the first byte alone, and what it takes for the end of a head has to be one here.
     if (line.startsWith('\r') || line.startsWith('\n')) {
-        clear = clear && (line == "\r\n" || line == "\n");
+        isHttp = isHttp && (line == "\r\n" || line == "\n");
         ended = !isInterim(status);
         redirect = ended && hasLocation && leadsElsewhere(status);
         atStatusLine = true;
@@ -103,9 +103,12 @@ void AnswerHead::takeBody(QByteArrayView bytes)
 
 void AnswerHead::takeStatusLine(QByteArrayView line)
 {
+    // What an interim answer says of a body is without meaning (RFC 9112 section 6.3). What is none of HTTP before the
+    // answer leaves it open where that begins.
+    const bool wasHttp = isHttp;
     *this = AnswerHead();
     atStatusLine = false;
-    clear = isStatusLine(line);
+    isHttp = wasHttp && isStatusLine(line);
     isOfVersion10 = line.startsWith("HTTP/1.0");
 }
 

@@ -20,11 +20,11 @@ public:
     bool hasEnded() const { return ended; }
     /// Whether the final answer leads elsewhere: 301, 302, 303, 307 or 308 with a Location (RFC 9110 section 15.4).
     bool isRedirect() const { return redirect; }
-    /// Whether it is an answer of HTTP/1.x (RFC 9112 section 4) whose end nobody can mistake: there is no
-    /// Content-Length, or the same number in each (section 6.3); the only transfer coding is "chunked", since no other
-    /// was asked for (section 7), and not in HTTP/1.0 (section 6.1); and the first chunk's size is a number
-    /// (section 7.1).
-    bool isClear() const { return clear; }
+    /// Whether it and the interim ones before it are answers of HTTP/1.x (RFC 9112 section 4), and nobody can mistake
+    /// its end: there is no Content-Length, or the same number in each (section 6.3); the only transfer coding is
+    /// "chunked", since no other was asked for (section 7), and not in HTTP/1.0 (section 6.1); and the first chunk's
+    /// size is a number (section 7.1).
+    bool isClear() const { return isHttp && clear; }
     /// Whether the body says itself where it ends (RFC 9112 section 7.1).
     bool isChunked() const { return chunked; }
 
@@ -39,7 +39,8 @@ private:
     bool ended = false;
     bool redirect = false;
     bool hasLocation = false;
-    bool clear = true;
+    bool isHttp = true; ///< Of this answer and of the interim ones before it: how each begins, and how its head ends.
+    bool clear = true;  ///< What the head says of where the body ends.
     bool isOfVersion10 = false;
     bool hasCoding = false;
     bool chunked = false;

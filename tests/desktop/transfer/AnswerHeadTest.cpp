@@ -69,6 +69,26 @@ TEST(AnswerHead, OfAnInterimAnswerLeavesNothingToTheFinalOneHoweverItEnds)
     EXPECT_FALSE(head.isChunked());
 }
 
+TEST(AnswerHead, IsUnclearAfterAnInterimAnswerThatIsNoneOfHttp)
+{
+    const auto isClearAfter = [](const char *begins, const char *ends) {
+        AnswerHead head;
+        head.take(begins, 103);
+        head.take(ends, 103);
+        head.take("HTTP/1.1 103 Early Hints\r\n", 103);
+        head.take("\r\n", 103);
+        head.take("HTTP/1.1 200 OK\r\n", 200);
+        head.take("Content-Length: 0\r\n", 200);
+        head.take("\r\n", 200);
+        EXPECT_TRUE(head.hasEnded());
+        return head.isClear();
+    };
+    EXPECT_TRUE(isClearAfter("HTTP/1.1 103 Early Hints\r\n", "\r\n"));
+    EXPECT_FALSE(isClearAfter("HTTP/1.1 103%Early\r\n", "\r\n"));
+    EXPECT_FALSE(isClearAfter("HTTP/1.1 100garbage here\r\n", "\r\n"));
+    EXPECT_FALSE(isClearAfter("HTTP/1.1 103 Early Hints\r\n", "\rX\r\n"));
+}
+
 TEST(AnswerHead, OfAnInterimAnswerIsNotTheEnd)
 {
     for (const long status : {100L, 101L, 102L, 103L, 199L}) {
