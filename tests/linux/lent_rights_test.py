@@ -17,8 +17,8 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(
 import runner  # noqa: E402 (found through the path above)
 
 AS_ORDINARY_USER = ("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups")
-REFUSAL = ("korvale-crash-reporter: not to be installed set-user-ID, set-group-ID or with capabilities: "
-           "whoever starts it would read and send files with those rights\n")
+REFUSAL = ("korvale-crash-reporter: not to be given rights by its file (set-user-ID, set-group-ID, capabilities) or by "
+           "a security module: whoever starts it would read and send files with those rights\n")
 # Files' capabilities as the kernel keeps them (linux/capability.h): second revision, effective; permitted and
 # inheritable in two words each. Number 2 lets a program read every file.
 READS_EVERY_FILE = struct.pack("<5I", 0x02000001, 1 << 2, 0, 0, 0)

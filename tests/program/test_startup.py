@@ -2,10 +2,35 @@
 
 import os
 import signal
+import stat
+import sys
 
 from support import CRASH_LOG, ORDINARY_USER, ProgramTest, UPLOAD_FAILED, application_headline, cases, remote_headline
 from trial.screen import descendants, left_in_window
 from trial.waiting import wait_until
+
+# Runs the rest of its command line, with something that an application may leave to whom it starts.
+INHERITED = """
+import fcntl, os, signal, sys
+{}
+os.execvp(sys.argv[1], sys.argv[1:])
+"""
+CLOSED = "os.close(2)"
+ALL_CLOSED = "for number in range(3): os.close(number)"
+FULL = """
+reads, writes = os.pipe()
+os.set_inheritable(reads, True)
+fcntl.fcntl(writes, fcntl.F_SETFL, os.O_NONBLOCK)
+for piece in (b"x" * 4096, b"x"):
+    try:
+        while True:
+            os.write(writes, piece)
+    except BlockingIOError:
+        pass
+fcntl.fcntl(writes, fcntl.F_SETFL, 0)
+os.dup2(writes, 2)
+"""
+BLOCKED = "signal.pthread_sigmask(signal.SIG_BLOCK, signal.valid_signals())"
 
 OTHER_LOG = b"Process: Lantern [12]\n"
 
@@ -250,3 +275,51 @@ class Signals(ProgramTest):
         self.submitted(program)
         self.assertEqual(program.dismiss_alert(), UPLOAD_FAILED)
         self.assert_usable_after_failure(program)
+
+
+class Inherited(ProgramTest):
+    """What the program is started with, by whoever has started it."""
+
+    def launch_with(self, statement):
+        prefix = (*ORDINARY_USER, sys.executable, "-c", INHERITED.format(statement))
+        return self.start(self.crash_log, prefix=prefix).wait_for_window()
+
+    @cases(closed=(CLOSED,), full=(FULL,))
+    def test_a_refusal_is_told_and_the_next_report_accepted_with_a_standard_error_that_is(self, statement):
+        server = self.serve("refuse,accept")
+        program = self.submitted(self.launch_with(statement))
+        self.assertEqual(program.dismiss_alert(), UPLOAD_FAILED)
+        program.submit()
+        self.assert_accepted(program, server, posts=2)
+
+    def test_standard_descriptors_that_are_closed_lead_nowhere(self):
+        program = self.launch_with(ALL_CLOSED)
+        self.assertEqual([os.readlink(f"/proc/{program.pid}/fd/{number}") for number in range(3)], ["/dev/null"] * 3)
+
+    def test_a_full_standard_error_keeps_no_signal_from_ending_the_program(self):
+        self.serve("refuse")
+        program = self.submitted(self.launch_with(FULL))
+        self.assertEqual(program.dismiss_alert(), UPLOAD_FAILED)
+        os.kill(program.pid, signal.SIGTERM)
+        self.assertEqual(program.exit_status(), 0)
+
+    @cases(terminate=(signal.SIGTERM,), interrupt=(signal.SIGINT,), hang_up=(signal.SIGHUP,))
+    def test_a_signal_that_was_blocked_ends_the_program(self, number):
+        program = self.launch_with(BLOCKED)
+        os.kill(program.pid, number)
+        self.assertEqual(program.exit_status(), 0)
+
+    @cases(hang_up=("HUP",), interrupt=("INT",))
+    def test_a_signal_that_was_ignored_stays_ignored(self, name):
+        program = self.launch_with(f"signal.signal(signal.SIG{name}, signal.SIG_IGN)")
+        with open(f"/proc/{program.pid}/status", encoding="ascii") as file:
+            ignored = next(int(line.split()[1], 16) for line in file if line.startswith("SigIgn:"))
+        self.assertTrue(ignored >> (getattr(signal, f"SIG{name}") - 1) & 1)
+
+    @cases(open_to_all=(0,), closed_to_all=(0o777,))
+    def test_the_settings_are_the_users_alone_under_a_umask(self, mask):
+        server = self.serve()
+        program = self.submitted(self.launch_with(f"os.umask({mask})"))
+        self.assert_accepted(program, server)
+        modes = [stat.S_IMODE(os.stat(path).st_mode) for path in (self.home.settings_folder, self.home.settings_path)]
+        self.assertEqual(modes, [0o700, 0o600])

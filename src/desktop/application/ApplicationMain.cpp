@@ -2,6 +2,7 @@
 #include "desktop/application/ApplicationMain.h"
 
 #include "desktop/application/Composition.h"
+#include "desktop/application/InheritedState.h"
 #include "desktop/application/QtProcessInfo.h"
 #include "desktop/application/RootEnvironment.h"
 #include "desktop/application/ToolkitStart.h"
@@ -47,14 +48,15 @@ bool hasLentRights()
 int applicationMain(int argc, char **argv)
 {
     if (hasLentRights()) {
-        std::fputs(
-            "korvale-crash-reporter: not to be installed set-user-ID, set-group-ID or with capabilities: whoever "
-            "starts it would read and send files with those rights\n",
-            stderr);
+        std::fputs("korvale-crash-reporter: not to be given rights by its file (set-user-ID, set-group-ID, "
+                   "capabilities) or by "
+                   "a security module: whoever starts it would read and send files with those rights\n",
+                   stderr);
         return EXIT_FAILURE;
     }
     std::set_terminate(endWithoutMemory);
     keepOnlyHarmlessVariables(platform::systemLocalLookups());
+    putInheritedStateRight();
     // The reader of standard error may be the crashed application, which is gone; a server may hang up.
     std::signal(SIGPIPE, SIG_IGN);
     // Where files may not grow beyond a bound, the settings are not written; a report is sent all the same.

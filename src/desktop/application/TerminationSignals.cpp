@@ -48,10 +48,16 @@ TerminationSignals::TerminationSignals()
     notifier.setEnabled(true);
     connect(&notifier, &QSocketNotifier::activated, this, &TerminationSignals::onReadable);
     for (std::size_t index = 0; index < kSignals.size(); ++index) {
+        struct sigaction &former = formerActions.at(index);
+        ::sigaction(kSignals.at(index), nullptr, &former);
+        // Whoever has started the program with a signal ignored, as nohup(1) does, wants it to live on.
+        if (former.sa_handler == SIG_IGN) {
+            continue;
+        }
         struct sigaction action = {};
         action.sa_handler = writeByte;
         action.sa_flags = SA_RESTART;
-        ::sigaction(kSignals.at(index), &action, &formerActions.at(index));
+        ::sigaction(kSignals.at(index), &action, nullptr);
     }
 }
 

@@ -93,3 +93,19 @@ TEST(TerminationSignals, WithoutAPipeTheyKeepTheirDefault)
 
     EXPECT_EQ(handler(), before);
 }
+
+TEST(TerminationSignals, OneThatIsIgnoredStaysIgnored)
+{
+    const auto handler = [] {
+        struct sigaction action = {};
+        ::sigaction(SIGHUP, nullptr, &action);
+        return action.sa_handler;
+    };
+    const auto former = std::signal(SIGHUP, SIG_IGN);
+    {
+        const TerminationSignals signals;
+        EXPECT_EQ(handler(), SIG_IGN);
+    }
+    EXPECT_EQ(handler(), SIG_IGN);
+    std::signal(SIGHUP, former);
+}

@@ -1,0 +1,46 @@
+// The standard descriptors, signals and rights of new files, put right.
+#include "desktop/application/InheritedState.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+
+namespace {
+
+/// The lowest descriptor that is free is the one that is given (open(2)).
+void openStandardDescriptors()
+{
+    int descriptor = 0;
+    do {
+        descriptor = ::open("/dev/null", O_RDWR);
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    if (descriptor >= 0) {
+        ::close(descriptor);
+    }
+}
+
+/// By a description of the program's own: the flag of the one that it was given is everybody's who has it, as a shell
+/// and its terminal. Only a pipe or a terminal waits for a reader, and can be opened once more; a socket cannot.
+void keepStandardErrorFromWaiting()
+{
+    const int own = ::open("/proc/self/fd/2", O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (own >= 0) {
+        ::dup2(own, STDERR_FILENO);
+        ::close(own);
+    }
+}
+
+} // namespace
+
+void putInheritedStateRight()
+{
+    openStandardDescriptors();
+    keepStandardErrorFromWaiting();
+    sigset_t none;
+    ::sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+    ::alarm(0);
+    ::umask(S_IRWXG | S_IRWXO);
+}

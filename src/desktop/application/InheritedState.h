@@ -1,0 +1,11 @@
+// What a process takes over from whoever has started it.
+#pragma once
+
+/// Puts right what the program is started with and would fail by, as it may be started from a crashing application:
+///  - standard descriptors that are closed lead nowhere, or the first files and sockets that are opened would be taken
+///    for them and written to;
+///  - a write to standard error gives up where nobody reads what is there, instead of waiting for it;
+///  - no signal is blocked and no alarm is set;
+///  - files are made for the user alone.
+/// To be called at the start of main, before anything is kept open.
+void putInheritedStateRight();
