@@ -50,6 +50,8 @@ void FindBar::addWidgets()
     label->setBuddy(field);
     field->setAccessibleName(u"Find in the report"_s);
     field->setClearButtonEnabled(true);
+    // The toolkit (6.4) gives it none.
+    field->findChild<QToolButton *>()->setAccessibleName(u"Clear"_s);
     // What is dropped is for the window around it, which opens files.
     field->setAcceptDrops(false);
     // Words, and no arrows: a style draws these no larger where letters are.
@@ -64,6 +66,9 @@ void FindBar::addWidgets()
         return button;
     };
     status->setMinimumWidth(status->fontMetrics().averageCharWidth() * 18);
+    QSizePolicy policy = status->sizePolicy();
+    policy.setRetainSizeWhenHidden(true);
+    status->setSizePolicy(policy);
     row->addWidget(label);
     row->addWidget(field);
     row->addWidget(newButton(u"Previous"_s, u"Find previous"_s, [this] { find(SearchDirection::Backward); }));
@@ -167,6 +172,8 @@ void FindBar::showFound(Range words, bool wrapped)
 void FindBar::say(const QString &outcome)
 {
     status->setText(outcome);
+    // Without words it is nothing to assistive technology, and keeps its room.
+    status->setVisible(!outcome.isEmpty());
     field->setAccessibleDescription(outcome);
 }
 

@@ -29,7 +29,7 @@ public:
     QAccessible::State state() const override
     {
         QAccessible::State state = QAccessibleWidget::state();
-        state.editable = true;
+        state.editable = isEditable();
         state.selectableText = true;
         return state;
     }
@@ -42,7 +42,7 @@ public:
     void setText(QAccessible::Text kind, const QString &text) override
     {
         if (kind == QAccessible::Value) {
-            field.setText(text);
+            replaceText(0, characterCount(), text);
         }
     }
 
@@ -99,10 +99,14 @@ public:
 
     void replaceText(int start, int end, const QString &text) override
     {
-        field.setText(field.text().replace(start, end - start, text));
+        if (isEditable()) {
+            field.setText(field.text().replace(start, end - start, text));
+        }
     }
 
 private:
+    bool isEditable() const { return field.isEnabled() && !field.isReadOnly(); }
+
     QLineEdit &field;
 };
 

@@ -30,10 +30,12 @@ DescriptionEdit::DescriptionEdit(QWidget *parent)
     // contentsChange is emitted before the change is laid out.
     connect(document(), &QTextDocument::contentsChange, this,
             [this](int position, int /*removedUnits*/, int addedUnits) { wrapUnlessVeryLong(position, addedUnits); });
+    connect(this, &QPlainTextEdit::textChanged, this, &DescriptionEdit::keepLockedText);
 }
 
 void DescriptionEdit::setEditable(bool editable)
 {
+    lockedText = editable ? QString() : typedText();
     setTextInteractionFlags(editable ? Qt::TextEditorInteraction
                                      : Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
     // By role and not by colour, so that it follows the palette.
@@ -80,6 +82,14 @@ void DescriptionEdit::keyPressEvent(QKeyEvent *event)
 bool DescriptionEdit::canInsertFromMimeData(const QMimeData *source) const
 {
     return droppedFiles(*source).isEmpty() && QPlainTextEdit::canInsertFromMimeData(source);
+}
+
+/// The toolkit's interface for assistive technology (6.4) changes a text that is only to be read, too.
+void DescriptionEdit::keepLockedText()
+{
+    if (isReadOnly() && typedText() != lockedText) {
+        setPlainText(lockedText);
+    }
 }
 
 void DescriptionEdit::wrapUnlessVeryLong(int position, int addedUnits)

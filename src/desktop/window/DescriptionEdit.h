@@ -27,9 +27,11 @@ protected:
     bool canInsertFromMimeData(const QMimeData *source) const override;
 
 private:
+    void keepLockedText();
     void wrapUnlessVeryLong(int position, int addedUnits);
     QTextBlock veryLongParagraph(int from, int to) const;
     QSize sizeForLines(int lines) const;
 
+    QString lockedText;  ///< What the user typed, while it is locked.
     QTextBlock veryLong; ///< One that keeps the text from wrapping; not valid while none does.
 };

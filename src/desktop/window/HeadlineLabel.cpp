@@ -31,6 +31,8 @@ void HeadlineLabel::setHeadline(const QString &text)
     const QString shown = withEllipsis(whole, kMaxUnits, kTailUnits);
     setText(leftToRight(breakable(shown)));
     setAccessibleName(whole);
+    // Where there is none, the toolkit takes the tool tip, with its markup.
+    setAccessibleDescription(whole);
     setToolTip(shown == whole ? QString() : toolTipText(whole));
 }
 

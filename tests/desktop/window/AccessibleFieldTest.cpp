@@ -132,3 +132,20 @@ TEST_F(AccessibleFieldTest, TextIsReplacedInPartAndAsAWhole)
     accessible->setText(QAccessible::Value, u"mia@example.org"_s);
     EXPECT_EQ(field.text(), u"mia@example.org"_s);
 }
+
+TEST_F(AccessibleFieldTest, TextIsReadAndNotEditedWhileItIsLocked)
+{
+    const auto assertKept = [this] {
+        EXPECT_FALSE(accessible->state().editable);
+        editable->insertText(2, u"hn"_s);
+        editable->replaceText(5, 12, u"sample"_s);
+        editable->deleteText(0, 5);
+        accessible->setText(QAccessible::Value, u"mia@example.org"_s);
+        EXPECT_EQ(accessible->text(QAccessible::Value), u"jo@example.org"_s);
+    };
+    field.setEnabled(false);
+    assertKept();
+    field.setEnabled(true);
+    field.setReadOnly(true);
+    assertKept();
+}

@@ -3,6 +3,7 @@
 
 #include "support/WindowSupport.h"
 
+#include <QAccessible>
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QTextBlock>
@@ -104,4 +105,20 @@ TEST_F(DescriptionEditTest, UndoingAVeryLongPasteWrapsAgain)
     edit.undo();
     EXPECT_EQ(edit.typedText(), u"before"_s);
     EXPECT_TRUE(wraps());
+}
+
+TEST_F(DescriptionEditTest, LockedTextIsKeptWhateverAssistiveTechnologyDoes)
+{
+    show();
+    QTest::keyClicks(&edit, u"It froze."_s);
+    edit.setEditable(false);
+    QAccessibleInterface *const accessible = QAccessible::queryAccessibleInterface(&edit);
+    accessible->editableTextInterface()->replaceText(0, 9, u"Nothing"_s);
+    EXPECT_EQ(edit.typedText(), u"It froze."_s);
+    accessible->editableTextInterface()->insertText(2, u" never"_s);
+    accessible->editableTextInterface()->deleteText(0, 3);
+    EXPECT_EQ(edit.typedText(), u"It froze."_s);
+    edit.setEditable(true);
+    accessible->editableTextInterface()->insertText(2, u" never"_s);
+    EXPECT_EQ(edit.typedText(), u"It never froze."_s);
 }
