@@ -42,6 +42,8 @@ void QtAlertPanel::runAlertPanel(const QString &title, const QString &message)
     box.setInformativeText(u"<span>"_s + message.toHtmlEscaped() + u"</span>"_s);
     box.setStandardButtons(QMessageBox::Ok);
     box.button(QMessageBox::Ok)->setIcon({});
+    // The report is copied at any time, most of all where it could not be sent.
+    box.addActions(window.actions());
     widen(box);
     box.exec();
 }

@@ -71,6 +71,22 @@ QIcon applicationIcon()
     return icon;
 }
 
+/// Half a character becomes U+FFFD, as it does in what is sent; the clipboard would make a question mark of it.
+void replaceHalves(QString &text)
+{
+    if (text.isValidUtf16()) {
+        return;
+    }
+    for (qsizetype offset = 0; offset < text.size(); ++offset) {
+        const QStringView rest = QStringView(text).sliced(offset);
+        if (rest.size() > 1 && rest[0].isHighSurrogate() && rest[1].isLowSurrogate()) {
+            ++offset;
+        } else if (rest[0].isSurrogate()) {
+            text[offset] = QChar::ReplacementCharacter;
+        }
+    }
+}
+
 /// Shows the title and widens the button to it, so that no later, shorter title moves the buttons beside it.
 void setTitle(QPushButton &button, const QString &title)
 {
@@ -176,6 +192,8 @@ void ReportWindow::setReportSummary(const ReportSummary &summary)
     const QString whole = summaryText(summary);
     ui.summary->setText(leftToRight(breakable(summaryText(shown))));
     ui.summary->setAccessibleName(whole);
+    // Where there is none, the toolkit takes the tool tip, with its markup.
+    ui.summary->setAccessibleDescription(whole);
     ui.summary->setToolTip(toolTipText(whole));
     ui.summary->show();
     ui.disclosureBtn->setAccessibleDescription(whole);
@@ -211,6 +229,7 @@ void ReportWindow::copyReport() const
     const QString text = parts->logText.string();
     report.reserve(report.size() + text.size());
     report += text;
+    replaceHalves(report);
     QGuiApplication::clipboard()->setText(report);
     qCInfo(lcWindow) << "report copied";
 }

@@ -6,6 +6,7 @@
 
 #include <QAccessible>
 #include <QApplication>
+#include <QClipboard>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTextBlock>
@@ -106,6 +107,17 @@ TEST_F(QtAlertPanelTest, AScreenReaderIsGivenEachTextOnce)
         EXPECT_EQ(QAccessible::queryAccessibleInterface(&box)->role(), QAccessible::AlertMessage);
         EXPECT_EQ(accessibleTexts(box), (QStringList{u"Korvale Crash Reporter"_s, kTitle, u"OK"_s, kMessage}));
     }));
+}
+
+TEST_F(QtAlertPanelTest, TheReportIsCopiedByTheWindowsKey)
+{
+    window.controls().logText.setString(u"Process: Harbour\n"_s);
+    window.show();
+    EXPECT_TRUE(runAlert(panel, kTitle, kMessage, [](QMessageBox &box) {
+        ASSERT_TRUE(QTest::qWaitForWindowActive(&box));
+        QTest::keyClick(&box, Qt::Key_C, Qt::ControlModifier | Qt::ShiftModifier);
+    }));
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), u"Report:\nProcess: Harbour\n"_s);
 }
 
 TEST_F(QtAlertPanelTest, ShowsTheTitleInBoldAndTheMessageNot)

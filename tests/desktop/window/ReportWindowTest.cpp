@@ -236,6 +236,15 @@ TEST_F(ReportWindowTest, CopyReportTakesWhatWouldBeSent)
               u"E-mail address:\nada@example.org\n\nDescription:\nIt froze.\n\nReport:\nProcess: Harbour\n"_s);
 }
 
+TEST_F(ReportWindowTest, CopyReportMakesOfHalfACharacterWhatIsSentOfIt)
+{
+    for (const QString &half : {QString(QChar(0xD83D)), QString(QChar(0xDE00))}) {
+        controls.logText.setString(half + u"a\U0001F600"_s + half);
+        window.copyReport();
+        EXPECT_EQ(QGuiApplication::clipboard()->text(), u"Report:\n\uFFFDa\U0001F600\uFFFD"_s);
+    }
+}
+
 TEST_F(ReportWindowTest, CopyReportIsAnActionOfTheWindowAndOfThePane)
 {
     show();
