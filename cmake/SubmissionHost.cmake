@@ -46,11 +46,12 @@ function(check_ipv6_address host result)
     endif()
 endfunction()
 
-# A name or an address that never leaves the machine (RFC 6761 section 6.3, RFC 5735 section 3, RFC 4291 section 2.5).
+# A name or an address that never leaves the machine (RFC 6761 section 6.3, RFC 5735 section 3, RFC 4291 section 2.5), and
+# the names that systems give it in their list of hosts.
 function(check_own_machine host result)
     set(${result} FALSE PARENT_SCOPE)
     string(TOLOWER "${host}" host)
-    if(host MATCHES "(^|[.])localhost[.]?$|^(127|0)[.]|^[0:]*:0*1?$")
+    if(host MATCHES "(^|[.])localhost[.]?$|^localhost[46]?[.]localdomain[46]?[.]?$|^ip6-(localhost|loopback)[.]?$|^(127|0)[.]|^[0:]*:0*1?$")
         set(${result} TRUE PARENT_SCOPE)
     endif()
 endfunction()

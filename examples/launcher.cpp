@@ -105,8 +105,8 @@ std::string now()
 }
 
 /// The crash log's path; nothing when it cannot be written. The reporter takes what stands before the first underscore
-/// for the application's name. A real launcher writes what its own crash handler has collected: valid UTF-8, or the
-/// reporter shows nothing.
+/// for the application's name; by the first two lines desktops know a crash log of ours. A real launcher writes what
+/// its own crash handler has collected: valid UTF-8, or the reporter shows nothing.
 std::optional<std::filesystem::path> writeCrashLog(const Options &options, int signal)
 {
     const std::string name = std::filesystem::path(options.application[0]).filename();
@@ -117,8 +117,9 @@ std::optional<std::filesystem::path> writeCrashLog(const Options &options, int s
         return std::nullopt;
     }
     std::FILE *const file = fdopen(descriptor, "w");
-    std::fprintf(file, "Process:               %s\nDate/Time:             %s\nException Type:        %s\n",
-                 name.c_str(), now().c_str(), strsignal(signal));
+    std::fprintf(file, "Process:               %s\nIdentifier:            com.korvale.%s\n", name.c_str(),
+                 name.c_str());
+    std::fprintf(file, "Date/Time:             %s\nException Type:        %s\n", now().c_str(), strsignal(signal));
     return std::fclose(file) == 0 ? std::optional(path) : std::nullopt;
 }
 

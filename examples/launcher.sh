@@ -30,7 +30,7 @@ name=$(basename "$1")
 # SIGKILL are somebody's wish, and no crash.
 signal=
 if [ "$status" -gt 128 ]; then
-    signal=$(kill -l "$status")
+    signal=$(kill -l "$status" 2>/dev/null)
 fi
 case $signal in
 ABRT | BUS | FPE | ILL | SEGV | SYS | TRAP) ;;
@@ -48,6 +48,7 @@ now=$(date +%Y-%m-%d-%H%M%S)
 crash_log=$folder/${name}_$now.crash
 cat >"$crash_log" <<TEXT || exit "$status"
 Process:               $name
+Identifier:            com.korvale.$name
 Date/Time:             $now
 Exception Type:        SIG$signal
 TEXT

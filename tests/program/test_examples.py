@@ -17,6 +17,7 @@ from trial.waiting import wait_until
 
 LAUNCHER_OPTION = "-remotename"
 CRASHING = "#!/bin/sh\nkill -{signal} $$\n"
+EXITING = "#!/bin/sh\nexit {status}\n"
 LAUNCHERS = {"in_cpp": ("launcher",), "in_shell": ("launcher.sh",)}
 
 
@@ -76,11 +77,11 @@ class Launcher(ProgramTest):
     def run_launcher(self, name, *arguments, environment=None, reporter=None, **options):
         """Runs a launcher to its end, as an ordinary user on the desktop, and gives its exit status."""
         values = dict(self.desktop.environment(), **self.home.environment(), **(environment or {}))
-        launcher = Started(
+        self.launcher = Started(
             [self.launcher_path(name), *options.pop("before", ()), reporter or self.binary, self.reports, *arguments],
             self.subfolder("launcher"), "launcher", values, ORDINARY_USER, **options)
-        self.addCleanup(launcher.end)
-        return launcher.exit_status()
+        self.addCleanup(self.launcher.end)
+        return self.launcher.exit_status()
 
     def reporters(self):
         """The processes that were started on a crash log of this test."""
@@ -185,6 +186,16 @@ class Launcher(ProgramTest):
     )
     def test_reports_nothing_after(self, launcher, crash, status):
         self.assertEqual(self.run_launcher(launcher, self.application(crash=crash)), status)
+        self.assert_nothing_launched()
+
+    @cases(in_cpp=("launcher",), in_shell=("launcher.sh",))
+    def test_takes_a_status_that_is_no_signals_for_an_exit(self, launcher):
+        for status in (128, 200, 255):
+            application = os.path.join(self.folder, f"exits-with-{status}")
+            write(application, EXITING.format(status=status).encode())
+            os.chmod(application, 0o755)
+            self.assertEqual(self.run_launcher(launcher, application), status)
+            self.assertEqual(self.launcher.errors(), "")
         self.assert_nothing_launched()
 
     @cases(**LAUNCHERS)
