@@ -18,10 +18,13 @@ SAID = "a line and exit status 1"
 ALERT = "an alert"
 # Where the crash log cannot be read there is no report to show, and by design no word of it.
 UNREAD = "no word of an unread log"
+WITHOUT_BODY = "Exception in generateFormData:forBoundary."
 # Below the program, at a place that the table names.
 BELOW = "ended below the program"
+# The request goes out all the same, which a server has to refuse; the log says so.
+NO_BODY = "a request without a body"
 # How it may come to an end; a run that was not reached has to be accepted.
-ENDS = (ACCEPTED, ALERT, SAID, UNREAD, BELOW, NOT_REACHED)
+ENDS = (ACCEPTED, NO_BODY, ALERT, SAID, UNREAD, BELOW, NOT_REACHED)
 # The first calls of main, which no program makes in this order before.
 FIRST_OF_MAIN = ("getuid", "getuid")
 
@@ -50,7 +53,7 @@ class Memory:
     name: str
     share: int
     shares: int
-    places: tuple = ()             # the same, by the stack of the crash
+    places: tuple = ()             # the same, by the stack of the crash, or of who got no memory
     end: object = ENDS
     sample: int = 2
 
@@ -135,7 +138,7 @@ class World(attempt.World):
             seen = tried.seen(submit(tried))
             refused, crashed = stack_of(place, "refused"), stack_of(place, "crashed")
             seen.notes += [*refused[:10], *(f"crashed: {line}" for line in crashed[:10])]
-            judge(row, seen, place, tried, "".join(crashed))
+            judge(row, seen, place, tried, "".join(crashed or refused))
             return seen if refused else untouched(seen)
 
 
@@ -214,6 +217,8 @@ def judge(row, seen, place, tried, where):
         if seen.end == end and re.search(pattern, where):
             seen.end = BELOW
             seen.where = words
+    if seen.end == ACCEPTED and place.bodies() == [None] and any(WITHOUT_BODY in line for line in tried.log_lines()):
+        seen.end = NO_BODY
     expected = (1,) if seen.end == ACCEPTED else (0, 1)
     if place.posts() not in expected:
         seen.differences.append(f"{place.posts()} whole POSTs")
