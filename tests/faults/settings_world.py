@@ -308,6 +308,7 @@ def in_turn(world, row):
         stored = attempt.stored(place).get(COUNT)
         if stored != "100":
             differences_seen.append(f"{stored} attempts are counted")
+        differences_seen += place.differing_requests(100)
         return [("", Seen(REFUSED, place.posts(), differences=differences_seen))]
 
 
@@ -326,7 +327,7 @@ def at_once(rounds):
                 before = int(place.home.settings()[COUNT])
                 for tried in pair:
                     tried.press()
-                one = Seen(REFUSED)
+                one = Seen(REFUSED, 2)
                 for tried in pair:
                     end = wait_until(tried.outcome, "the end")
                     if end != REFUSED or not tried.dismiss() or not tried.can_go_on():
@@ -334,6 +335,7 @@ def at_once(rounds):
                 stored = attempt.stored(place)
                 if not before < int(stored.get(COUNT, 0)) <= before + 2 or not is_date(stored.get(DATE, "")):
                     one.differences.append(f"{before} has become {stored}")
+                one.differences += place.differing_requests(2 * (number + 1))
                 seen.append((f"round {number + 1}", one))
         return seen
     return run
@@ -362,6 +364,7 @@ def overlapping(hold_ms):
                 seen.differences.append(f"{OLD_COUNT} has become {stored}")
             if ends != {REFUSED}:
                 seen.differences.append(f"ended as {ends}")
+            seen.differences += place.differing_requests(2)
             return [("", seen)]
     return run
 
