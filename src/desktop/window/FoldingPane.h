@@ -44,7 +44,8 @@ public:
     /// The window's frame; while it is on its way to another one, that one.
     platform::Rect frame() const;
     /// Gives the window the frame. Where only the height changes, the window is resized and never moved, because a
-    /// window may not place itself everywhere; only such a change is animated.
+    /// window may not place itself everywhere; only such a change is animated. At a fractional scale the toolkit (6.4)
+    /// rounds the window's place to a pixel of its own, which may lie one of the screen's beside it.
     void setFrame(const platform::Rect &frame, platform::Animation animation);
 
 protected:
