@@ -225,7 +225,8 @@ final class DatabaseStore implements ReportStore
 
     public function __construct(string $source)
     {
-        $this->database = new PDO($source, options: [PDO::ATTR_ERRMODE => PDO::ERRMODE_EXCEPTION]);
+        // Seconds to connect to each address of the database's host; a connect_timeout in the source would have no effect.
+        $this->database = new PDO($source, options: [PDO::ATTR_TIMEOUT => 5]);
         // An answer must mean that the row is on disk, also where the server's configuration has commits return before
         // (with fsync = off, only the server's administrator can help); and the sender gives up after a minute.
         $this->database->exec("SET synchronous_commit = on; SET statement_timeout = '30s'");

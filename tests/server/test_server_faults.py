@@ -4,7 +4,7 @@ import os
 import signal
 import time
 
-from installation import BOUNDARY, FolderStore, body_of, kill
+from installation import BOUNDARY, FolderStore, SilentDatabase, body_of, kill
 from server_support import ServerTest, chances, name_of
 from support import cases
 from trial.home import read, write
@@ -265,6 +265,22 @@ class Database(FaultTest):
         installation.store.start()
         self.conclude(installation, shown, self.fields(), "refused")
         self.submit_again(program, installation)
+
+    def test_database_does_not_answer(self):
+        installation = self.install(store=self.database(SilentDatabase))
+        # Long before the library's own 30 seconds.
+        self.conclude(installation, self.outcome(self.submit(), seconds=20), self.fields(), "refused")
+        self.assertIn("timeout expired", installation.log())
+
+    def test_database_stops_answering_during_the_insert(self):
+        installation = self.install_database(pool={TERMINATION: "request_terminate_timeout = 1s"})
+        program = self.submit_until_insert(installation)
+        [backend] = installation.store.backends("wait_event_type = 'Lock'")
+        os.kill(backend, signal.SIGSTOP)
+        self.addCleanup(os.kill, backend, signal.SIGCONT)
+        self.let_inserts_go(installation.store)
+        self.conclude(installation, self.outcome(program), self.fields(), "refused")
+        self.assertIn("execution timed out", installation.fpm.errors())
 
     def test_database_killed_during_the_insert(self):
         installation = self.install_database()
