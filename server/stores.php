@@ -30,8 +30,8 @@ interface ReportStore
      */
     public function remove(string $name, ?int $before = null): bool;
 
-    /** Deletes what requests that were ended in the middle left behind before that time. */
-    public function tidy(int $before): void;
+    /** Deletes what was left behind by requests and commands that were ended in the middle. */
+    public function tidy(): void;
 }
 
 /** The store at a folder's path, or at a database's source name: "pgsql:host=... dbname=...". */
@@ -61,8 +61,6 @@ function nameOf(array $fields): string
  */
 final class FolderStore implements ReportStore
 {
-    private const DRAFT = '.draft-';
-
     public function __construct(private readonly string $folder)
     {
         umask(0027);
@@ -105,7 +103,7 @@ final class FolderStore implements ReportStore
     {
         $report = "$this->folder/$name";
         $draft = $this->draftName();
-        $lock = $this->lock(LOCK_EX);
+        $lock = $this->lock($this->folder, LOCK_EX);
         $received = $this->unlessGone($report, filemtime(...));
         if ($received === null || $received >= ($before ?? PHP_INT_MAX)) {
             return false;
@@ -117,14 +115,16 @@ final class FolderStore implements ReportStore
         return true;
     }
 
-    public function tidy(int $before): void
+    public function tidy(): void
     {
-        foreach (scandir($this->folder) as $name) {
-            $path = "$this->folder/$name";
-            $begun = str_starts_with($name, self::DRAFT) ? $this->unlessGone($path, filemtime(...)) : null;
-            if ($begun !== null && $begun < $before) {
-                $this->discard($path);
-            }
+        $lock = $this->lock($this->folder, LOCK_EX);
+        $drafts = preg_grep('/^\.draft-/', scandir($this->folder));
+        fclose($lock);
+        foreach ($drafts as $name) {
+            $draft = "$this->folder/$name";
+            // What is being written gets its name or is given up; what is here after that is nobody's.
+            $lock = $this->unlessGone($draft, fn(string $path): mixed => $this->lock($path, LOCK_EX));
+            $this->discard($draft);
         }
     }
 
@@ -132,7 +132,7 @@ final class FolderStore implements ReportStore
     private function renew(string $report): bool
     {
         // Between the look at it and its new date, nobody may take it for an old one.
-        $lock = $this->lock(LOCK_SH);
+        $lock = $this->lock($this->folder, LOCK_SH);
         if (!is_dir($report)) {
             return false;
         }
@@ -145,7 +145,10 @@ final class FolderStore implements ReportStore
     {
         $draft = $this->draftName();
         try {
+            $making = $this->lock($this->folder, LOCK_SH);
             mkdir($draft, 0750);
+            $writing = $this->lock($draft, LOCK_SH);
+            fclose($making);
             foreach ($fields as $field => $value) {
                 $this->writeFile("$draft/$field", $value);
             }
@@ -178,19 +181,22 @@ final class FolderStore implements ReportStore
         }
     }
 
-    /** Held until the handle goes: whoever deletes reports waits for those who renew one, and they for him. */
-    private function lock(int $kind): mixed
+    /**
+     * Held until the handle goes, when the process is killed at the latest: whoever deletes waits for those who renew a
+     * report or write a draft, and they for him.
+     */
+    private function lock(string $folder, int $kind): mixed
     {
-        $handle = fopen($this->folder, 'rb');
+        $handle = fopen($folder, 'rb');
         if (!flock($handle, $kind)) {
-            throw new ErrorException("$this->folder was not locked");
+            throw new ErrorException("$folder was not locked");
         }
         return $handle;
     }
 
     private function draftName(): string
     {
-        return "$this->folder/" . self::DRAFT . bin2hex(random_bytes(8));
+        return "$this->folder/.draft-" . bin2hex(random_bytes(8));
     }
 
     private function discard(string $draft): void
@@ -225,7 +231,7 @@ final class DatabaseStore implements ReportStore
 
     public function __construct(string $source)
     {
-        // Seconds to connect to each address of the database's host; a connect_timeout in the source would have no effect.
+        // Seconds for each address of the database's host; PDO overrides a connect_timeout in the source.
         $this->database = new PDO($source, options: [PDO::ATTR_TIMEOUT => 5]);
         // An answer must mean that the row is on disk, also where the server's configuration has commits return before
         // (with fsync = off, only the server's administrator can help); and the sender gives up after a minute.
@@ -274,7 +280,7 @@ final class DatabaseStore implements ReportStore
         return $delete->rowCount() > 0;
     }
 
-    public function tidy(int $before): void
+    public function tidy(): void
     {
         // The database itself undoes what was not finished.
     }

@@ -7,14 +7,15 @@ import fcntl
 import json
 import os
 import re
+import signal
 import subprocess
 import time
 
-from installation import ENDPOINT, FolderStore
+from installation import ENDPOINT, FolderStore, children_of
 from server_support import ServerTest, ensure_account, name_of
 from support import cases
 from trial.home import read, write
-from trial.processes import ORDINARY_USER
+from trial.processes import ORDINARY_USER, Started
 from trial.waiting import wait_until
 
 FIRST = {"crashlog": b"first\n", "email": b"jo@example.org"}
@@ -23,12 +24,12 @@ THIRD = {"crashlog": b"third\n", "email": b"\x1b[31m evil@example.org"}
 FOURTH = {"crashlog": b"fourth\n"}
 EITHER_STORE = {"in_a_folder": ("folder",), "in_the_database": ("database",)}
 ADD = """require $argv[1];
-openStore($argv[2])->add(array_map("base64_decode", json_decode(stream_get_contents(STDIN), true)));"""
+openStore($argv[2])->add(array_map("base64_decode", json_decode($argv[3], true)));"""
 # A look at the store, the only report sent again, and what follows from the look.
 REMOVE_AFTER_ADD = """require $argv[1];
 $store = openStore($argv[2]);
 [$found] = iterator_to_array($store->list());
-$store->add(array_map("base64_decode", json_decode(stream_get_contents(STDIN), true)));
+$store->add(array_map("base64_decode", json_decode($argv[3], true)));
 var_dump($store->remove($found["name"], time() - 86400));"""
 # Reports that are sent again for some seconds, each when it is old already; prints those that are missing just after.
 RESEND = """require $argv[1];
@@ -44,6 +45,10 @@ for ($end = microtime(true) + 3; microtime(true) < $end;) {
 }"""
 
 
+def text_of(fields):
+    return json.dumps({name: base64.b64encode(value).decode() for name, value in fields.items()})
+
+
 class Commands(ServerTest):
     def store_with(self, kind, *reports):
         if kind == "database":
@@ -57,9 +62,8 @@ class Commands(ServerTest):
             self.make_older(name_of(fields), 2 * age)
 
     def add(self, fields, script=ADD):
-        text = json.dumps({name: base64.b64encode(value).decode() for name, value in fields.items()})
-        return subprocess.run([*ORDINARY_USER, "php", "-r", script, f"{ENDPOINT}/stores.php", self.store.place],
-                              input=text.encode(), check=True, stdout=subprocess.PIPE, timeout=60).stdout
+        return subprocess.run([*ORDINARY_USER, "php", "-r", script, f"{ENDPOINT}/stores.php", self.store.place,
+                               text_of(fields)], check=True, stdout=subprocess.PIPE, timeout=60).stdout
 
     def make_older(self, name, days):
         if isinstance(self.store, FolderStore):
@@ -82,6 +86,13 @@ class Commands(ServerTest):
 
     def assert_kept(self, *reports):
         self.assertEqual(self.store.reports(), {name_of(fields): fields for fields in reports})
+
+    def comes_to_wait(self, job, *drafts):
+        """Whether the job comes to wait for the lock of the store or of these drafts, rather than to its end."""
+        places = "|".join(str(os.stat(os.path.join(self.store.path, name)).st_ino) for name in ("", *drafts))
+        wait_until(lambda: job.done() or re.search(f"-> FLOCK .*:({places}) ", read("/proc/locks").decode()),
+                   "a lock to be waited for")
+        return not job.done()
 
     @cases(**EITHER_STORE)
     def test_list_names_every_report_oldest_first(self, kind):
@@ -128,10 +139,7 @@ class Commands(ServerTest):
         fcntl.flock(folder, fcntl.LOCK_EX)
         with concurrent.futures.ThreadPoolExecutor() as pool:
             adding = pool.submit(self.add, FIRST)
-            place = f":{os.fstat(folder).st_ino} "
-            wait_until(lambda: adding.done() or re.search(f"-> FLOCK .*{place}", read("/proc/locks").decode()),
-                       "the store to be waited for")
-            is_waiting = not adding.done()
+            is_waiting = self.comes_to_wait(adding)
             os.rename(os.path.join(self.store.path, name_of(FIRST)), os.path.join(self.store.path, ".draft-old"))
             fcntl.flock(folder, fcntl.LOCK_UN)
             adding.result()
@@ -180,15 +188,41 @@ class Commands(ServerTest):
         self.assertEqual(self.output("forget", wanted), b"deleted: %d\n" % is_deleted)
         self.assert_kept(*[] if is_deleted else [fields])
 
-    def test_expire_deletes_old_drafts_and_leaves_new_ones(self):
-        self.store_with("folder")
-        for name, days in (("old", 3), ("new", 0)):
-            draft = os.path.join(self.store.path, f".draft-{name}")
+    @cases(forget=("forget", "jo@example.org"), expire=("expire", "30"))
+    def test_drafts_of_requests_that_were_ended_in_the_middle_are_deleted_by(self, *arguments):
+        self.store_with("folder", FOURTH)
+        for number, fields in enumerate((FIRST, FOURTH, {"email": b"jo@example.org"}, {})):
+            draft = os.path.join(self.store.path, f".draft-{number}")
             os.mkdir(draft)
-            write(f"{draft}/crashlog", b"half")
-            self.make_older(f".draft-{name}", days)
-        self.assertEqual(self.output("expire", "30"), b"deleted: 0\n")
-        self.assertEqual(self.store.drafts(), [".draft-new"])
+            for field, content in fields.items():
+                write(f"{draft}/{field}", content)
+        self.assertEqual(self.output(*arguments), b"deleted: 0\n")
+        self.assertEqual(self.store.drafts(), [])
+        self.assert_kept(FOURTH)
+
+    @cases(
+        forget_when_its_draft_is_made=("mkdir", 1, "forget", "jo@example.org", 1),
+        forget_when_its_draft_is_on_disk=("fsync", 3, "forget", "jo@example.org", 1),
+        expire_when_its_draft_is_on_disk=("fsync", 3, "expire", "30", 0),
+    )
+    def test_a_report_that_is_being_stored_is_waited_for_by(self, call, when, command, argument, deleted):
+        self.store_with("folder")
+        trace = os.path.join(self.folder, "trace")
+        # Stopped after that call of this number.
+        adding = Started(["strace", "--output", trace, "--trace", call, "--inject", f"{call}:signal=STOP:when={when}",
+                          "php", "-r", ADD, f"{ENDPOINT}/stores.php", self.store.place, text_of(FIRST)],
+                         self.folder, "adding", prefix=ORDINARY_USER)
+        self.addCleanup(adding.end)
+        wait_until(lambda: os.path.exists(trace) and b"stopped by SIGSTOP" in read(trace), "the draft")
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            deleting = pool.submit(self.output, command, argument)
+            is_waiting = self.comes_to_wait(deleting, *self.store.drafts())
+            os.kill(children_of(adding.pid)[0], signal.SIGCONT)
+            self.assertEqual(deleting.result(), b"deleted: %d\n" % deleted)
+        self.assertTrue(is_waiting)
+        self.assertEqual(adding.exit_status(), 0)
+        self.assert_kept(*[] if deleted else [FIRST])
+        self.assertEqual(self.store.drafts(), [])
 
     @cases(
         nothing=((), 2),
