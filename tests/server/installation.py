@@ -236,6 +236,8 @@ class Installation:
         if isinstance(self.store, FolderStore):
             os.makedirs(self.store.path, exist_ok=True)
         self.socket = os.path.join(folder, "fpm.socket")
+        self.spool = os.path.join(folder, "spool")
+        os.mkdir(self.spool)
         self.write_configuration(nginx or {}, pool or {})
         self.fpm = self.nginx = None
         self.starts = 0
@@ -260,9 +262,21 @@ class Installation:
             "/run/php/crash-reports.sock": self.socket,
             "/usr/local/lib/crash-reports": self.endpoint,
             "env[REPORT_STORE] = /var/lib/crash-reports": f'env[REPORT_STORE] = "{self.store.place}"',
-            **pool,
+            **{"/var/spool/crash-reports": self.spool, **pool},
         })
         write(f"{folder}/pool.conf", pool_text.encode())
+
+    def run_cron(self):
+        """Runs every command of the sample for cron, at once and as the one user."""
+        lines = changed(read(f"{ENDPOINT}/cron").decode(), {
+            "/usr/local/lib/crash-reports": self.endpoint,
+            "/var/spool/crash-reports": self.spool,
+        }).splitlines()
+        for line in lines:
+            if line and not line.startswith("#"):
+                *_, command = line.split(maxsplit=6)
+                subprocess.run([*ORDINARY_USER, "sh", "-c", command], check=True, stdout=subprocess.DEVNULL, timeout=60,
+                               env={**os.environ, "REPORT_STORE": self.store.place})
 
     def start(self):
         self.start_fpm()

@@ -1,14 +1,17 @@
 """What the endpoint accepts, stores and refuses, of the program and of others."""
 
+import fcntl
 import os
 import re
 import subprocess
+import time
 import unittest
 
-from installation import BOUNDARY, ENDPOINT, PROJECT, RemoteDatabaseStore, body_of, part
+from installation import BOUNDARY, ENDPOINT, PATH, PROJECT, RemoteDatabaseStore, body_of, kill, part
 from server_support import ServerTest, name_of
 from support import cases
 from trial.home import read
+from trial.waiting import wait_until
 
 REPORT = {"crashlog": b"line 1\r\nline 2\n", "email": b"jo@example.org", "info": b"text"}
 
@@ -89,6 +92,32 @@ class TheDocumentedDatabase(ServerTest):
         store.trust()
         self.assertEqual(installation.post(REPORT), (200, b""))
         self.assertEqual(store.reports(), {name_of(REPORT): REPORT})
+
+
+class KilledProcesses(ServerTest):
+    def test_a_body_is_left_behind_by_php_alone_and_deleted_by_cron_after_an_hour(self):
+        installation = self.install()
+        store = os.open(installation.store.path, os.O_RDONLY)
+        # The worker waits for it, and nginx for the worker.
+        fcntl.flock(store, fcntl.LOCK_EX)
+        connection = installation.connect()
+        connection.request("POST", PATH, body_of({"crashlog": bytes(100_000)}),
+                           {"Content-Type": f"multipart/form-data; boundary={BOUNDARY}"})
+        wait_until(lambda: os.listdir(installation.spool), "PHP to keep the body")
+        installation.kill_nginx()
+        for worker in installation.workers():
+            kill(worker)
+        connection.close()
+        os.close(store)
+        self.assertEqual(os.listdir(f"{installation.folder}/bodies"), [])
+
+        [left_behind] = os.listdir(installation.spool)
+        installation.run_cron()
+        self.assertEqual(os.listdir(installation.spool), [left_behind])
+        then = time.time() - 61 * 60
+        os.utime(os.path.join(installation.spool, left_behind), (then, then))
+        installation.run_cron()
+        self.assertEqual(os.listdir(installation.spool), [])
 
 
 class TheForm(ServerTest):

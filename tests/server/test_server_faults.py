@@ -18,6 +18,7 @@ REPORT = {"crashlog": b"Process: Harbour\n" * 1000, "email": b"jo@example.org"}
 # Where lines are added to the pool.
 MEMORY = "php_admin_value[memory_limit] = 128M"
 POST_DATA = "php_admin_flag[enable_post_data_reading] = off\n"
+SPOOL = "/var/spool/crash-reports"
 TERMINATION = "request_terminate_timeout = 50s"
 
 
@@ -190,9 +191,12 @@ class Disk(FaultTest):
         self.conclude_large(installation, "refused", "failed")
 
     def test_disk_of_php_full(self):
-        folder = self.small_disk("temporary", 512)
-        pool = {MEMORY: f"{MEMORY}\nphp_admin_value[sys_temp_dir] = {folder}"}
-        self.conclude_large(self.install(pool=pool), "refused")
+        self.conclude_large(self.install(pool={SPOOL: self.small_disk("spool", 512)}), "refused")
+
+    def test_spool_missing(self):
+        installation = self.install()
+        os.rmdir(installation.spool)
+        self.conclude_large(installation, "refused")
 
     def test_store_missing(self):
         installation = self.install()
