@@ -28,6 +28,26 @@ class TheFiles(unittest.TestCase):
                 self.assertIn(b"\ndeclare(strict_types=1);\n", read(path))
 
 
+def seconds_in(file, before):
+    """The number of seconds that a file of the project has after these words."""
+    text = read(os.path.join(PROJECT, file)).decode()
+    return int(re.search(re.escape(before) + r"(\d+)", text)[1])
+
+
+class TheLimits(unittest.TestCase):
+    def test_the_worker_gives_up_first_then_php_fpm_then_nginx_then_the_program(self):
+        php_fpm = seconds_in("server/php-fpm.conf", "request_terminate_timeout = ")
+        program = seconds_in("src/desktop/transfer/TransferSettings.h", "kIdleLimit = std::chrono::seconds(")
+        self.assertLess(seconds_in("server/php-fpm.conf", "php_admin_value[max_execution_time] = "), php_fpm)
+        self.assertLess(seconds_in("server/stores.php", "PDO::ATTR_TIMEOUT => ")
+                        + seconds_in("server/stores.php", "SET statement_timeout = '"), php_fpm)
+        for limit in ("fastcgi_send_timeout ", "fastcgi_read_timeout "):
+            nginx = seconds_in("server/nginx.conf", limit)
+            # PHP-FPM only looks at its workers every third of its limit.
+            self.assertLess(php_fpm + php_fpm / 3, nginx)
+            self.assertLess(nginx, program)
+
+
 class TheProgram(ServerTest):
     def test_a_report_is_accepted_and_stored_byte_for_byte(self):
         installation = self.install()

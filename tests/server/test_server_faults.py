@@ -19,7 +19,7 @@ REPORT = {"crashlog": b"Process: Harbour\n" * 1000, "email": b"jo@example.org"}
 MEMORY = "php_admin_value[memory_limit] = 128M"
 POST_DATA = "php_admin_flag[enable_post_data_reading] = off\n"
 SPOOL = "/var/spool/crash-reports"
-TERMINATION = "request_terminate_timeout = 50s"
+TERMINATION = "request_terminate_timeout = 36s"
 
 
 class FaultTest(ServerTest):
