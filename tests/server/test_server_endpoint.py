@@ -3,6 +3,7 @@
 import fcntl
 import os
 import re
+import signal
 import subprocess
 import time
 import unittest
@@ -257,6 +258,22 @@ class Refusals(ServerTest):
         head, content = installation.fastcgi(body_of({"crashlog": bytes(3_000_000)}))
         self.assertIn("Status: 500 ", head)
         self.assert_refused(installation, (500, content), 500)
+
+    def test_of_a_report_that_php_is_not_there_for(self):
+        installation = self.install()
+        installation.stop_fpm()
+        answer = installation.post(REPORT)
+        self.assertEqual(answer, (502, b"The report was not stored.\n"))
+        self.assert_nothing_stored(installation)
+
+    def test_of_a_report_that_php_takes_too_long_for(self):
+        installation = self.install(nginx={"fastcgi_read_timeout 55s": "fastcgi_read_timeout 1s"})
+        for worker in installation.workers():
+            os.kill(worker, signal.SIGSTOP)
+            self.addCleanup(os.kill, worker, signal.SIGCONT)
+        answer = installation.post(REPORT)
+        self.assertEqual(answer, (504, b"The report was not stored.\n"))
+        self.assert_nothing_stored(installation)
 
     def test_of_too_many_requests_of_one_address(self):
         installation = self.install(nginx={"burst=20": "burst=2", "rate=30r/m": "rate=1r/m"})
