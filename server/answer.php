@@ -5,18 +5,13 @@
 declare(strict_types=1);
 
 /**
- * The sender takes an empty answer for "accepted", whatever its status, so silence has to be earned: whatever ends a
+ * The sender takes an empty answer for "accepted", an error's as well, so silence has to be earned: whatever ends a
  * request early (a fatal error, a limit, an empty or damaged script) ends it with a line of text.
  */
 final class Answer
 {
     private static int $status = 503;
     private static ?string $refusal = 'The report was not stored.';
-
-    public static function refuseUnlessAccepted(): void
-    {
-        register_shutdown_function(self::send(...));
-    }
 
     /** Ends the request. The reason is one line; the sender's user finds it in the diagnostic log. */
     public static function refuse(int $status, string $reason): never
@@ -33,7 +28,8 @@ final class Answer
         self::$refusal = null;
     }
 
-    private static function send(): void
+    /** Called by PHP itself, however the request ends. */
+    public static function send(): void
     {
         // What warnings may have printed would refuse a stored report, and PHP drops a buffer when memory ran out.
         while (ob_get_level() > 0) {
@@ -48,4 +44,4 @@ final class Answer
     }
 }
 
-Answer::refuseUnlessAccepted();
+register_shutdown_function(Answer::send(...));

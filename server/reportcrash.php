@@ -7,21 +7,9 @@ declare(strict_types=1);
 // Before anything that can fail. The pool's auto_prepend_file has done it already when this file is damaged or empty.
 require_once __DIR__ . '/answer.php';
 
-// The names that the program sends, and the only ones that are stored.
-const FIELDS = ['crashlog', 'email', 'info'];
-const DEFAULT_STORE = '/var/lib/crash-reports';
-const DEFAULT_LIMIT = 33_554_432; // bytes of a request's body
-
-/** A setting of the pool's configuration (env[NAME]). */
-function setting(string $name, string|int $default): string
-{
-    $value = getenv($name, true);
-    return $value === false || $value === '' ? (string) $default : $value;
-}
-
 /**
- * The request's whole body. PHP passes a body that was cut short as if it were whole, so its length is compared with
- * the announced one; it has to be announced for that.
+ * The request's whole body, of so many bytes at most. PHP passes a body that was cut short as if it were whole, so its
+ * length is compared with the announced one; it has to be announced for that.
  */
 function receivedBody(int $limit): string
 {
@@ -87,11 +75,12 @@ function fieldsOf(string $body, string $boundary): array
 
 function storeReport(): void
 {
-    $fields = fieldsOf(receivedBody((int) setting('REPORT_LIMIT', DEFAULT_LIMIT)), announcedBoundary());
+    $limit = (int) (getenv('REPORT_LIMIT', true) ?: 33_554_432);
+    $fields = fieldsOf(receivedBody($limit), announcedBoundary());
     if (!isset($fields['crashlog'])) {
         Answer::refuse(400, 'There is no crash log in the report.');
     }
-    openStore(setting('REPORT_STORE', DEFAULT_STORE))->add($fields);
+    openStore()->add($fields);
 }
 
 try {

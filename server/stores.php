@@ -9,7 +9,9 @@ set_error_handler(static function (int $level, string $message, string $file, in
     throw new ErrorException($message, 0, $level, $file, $line);
 });
 
-/** A report is its fields: "crashlog", and "email" and "info" where the sender gave them; each a string of bytes. */
+/** A report is its fields by name, each a string of bytes: these, the last two where the sender gave them. */
+const FIELDS = ['crashlog', 'email', 'info'];
+
 interface ReportStore
 {
     /**
@@ -34,9 +36,10 @@ interface ReportStore
     public function tidy(): void;
 }
 
-/** The store at a folder's path, or at a database's source name: "pgsql:host=... dbname=...". */
-function openStore(string $place): ReportStore
+/** The store at a folder's path or a database's source name, "pgsql:host=... dbname=..."; without one, the configured. */
+function openStore(?string $place = null): ReportStore
 {
+    $place ??= getenv('REPORT_STORE', true) ?: '/var/lib/crash-reports';
     return str_starts_with($place, 'pgsql:') ? new DatabaseStore($place) : new FolderStore($place);
 }
 
@@ -244,7 +247,7 @@ final class DatabaseStore implements ReportStore
             'INSERT INTO crash_report (name, crashlog, email, info) VALUES (?, ?, ?, ?)
              ON CONFLICT (name) DO UPDATE SET received = now()');
         $insert->bindValue(1, nameOf($fields));
-        foreach (['crashlog', 'email', 'info'] as $index => $field) {
+        foreach (FIELDS as $index => $field) {
             $value = $fields[$field] ?? null;
             $insert->bindValue($index + 2, $value, $value === null ? PDO::PARAM_NULL : PDO::PARAM_LOB);
         }
