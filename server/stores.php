@@ -36,7 +36,7 @@ interface ReportStore
     public function tidy(): void;
 }
 
-/** The store at a folder's path or a database's source name, "pgsql:host=... dbname=..."; without one, the configured. */
+/** The store at a folder's path or a database's source name ("pgsql:..."); without one, the one of the pool. */
 function openStore(?string $place = null): ReportStore
 {
     $place ??= getenv('REPORT_STORE', true) ?: '/var/lib/crash-reports';

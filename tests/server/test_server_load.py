@@ -146,6 +146,10 @@ class Load(ServerTest):
         self.assertGreater(len(accepted), count // 2)
         self.assertGreater(killer.killed, 10)
         self.assertGreater(killer.servers_killed, 0)
+        # What was left behind goes, and no report with it.
+        installation.run_cron()
+        self.assertEqual(installation.store.drafts(), [])
+        self.assert_none_lost(installation, reports, accepted)
 
     def test_none_accepted_is_lost_of_1500_reports_in_the_database(self):
         store = self.database()
