@@ -148,6 +148,7 @@ final class FolderStore implements ReportStore
     {
         $draft = $this->draftName();
         try {
+            // Whoever has the store to himself sees no draft whose writer has not locked it yet.
             $making = $this->lock($this->folder, LOCK_SH);
             mkdir($draft, 0750);
             $writing = $this->lock($draft, LOCK_SH);
@@ -185,8 +186,8 @@ final class FolderStore implements ReportStore
     }
 
     /**
-     * Held until the handle goes, when the process is killed at the latest: whoever deletes waits for those who renew a
-     * report or write a draft, and they for him.
+     * Held until the handle goes, with its process at the latest: whoever deletes waits for those who renew a report or
+     * write a draft, and they for him.
      */
     private function lock(string $folder, int $kind): mixed
     {
