@@ -218,12 +218,10 @@ final class FolderStore implements ReportStore
         clearstatcache(true, $path);
         try {
             return $function($path);
-        } catch (ErrorException $failure) {
+        } catch (ErrorException) {
             clearstatcache(true, $path);
-            if (file_exists($path)) {
-                throw $failure;
-            }
-            return null;
+            // Where there is something after all, it failed for another reason, or a report has come back.
+            return file_exists($path) ? $function($path) : null;
         }
     }
 }

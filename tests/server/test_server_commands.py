@@ -76,11 +76,11 @@ class Commands(ServerTest):
     def command(self, *arguments):
         return [*ORDINARY_USER, f"{ENDPOINT}/reports", "--store", self.store.place, *arguments]
 
-    def run_command(self, *arguments):
-        return subprocess.run(self.command(*arguments), capture_output=True, check=False, timeout=60)
+    def run_command(self, *arguments, prefix=()):
+        return subprocess.run([*prefix, *self.command(*arguments)], capture_output=True, check=False, timeout=60)
 
-    def output(self, *arguments):
-        result = self.run_command(*arguments)
+    def output(self, *arguments, prefix=()):
+        result = self.run_command(*arguments, prefix=prefix)
         self.assertEqual((result.returncode, result.stderr), (0, b""))
         return result.stdout
 
@@ -104,6 +104,14 @@ class Commands(ServerTest):
             ("6", name_of(THIRD), "?[31m?evil@example.org"), ("7", name_of(FOURTH), "")])
         ages = [time.time() - calendar.timegm(time.strptime(line[0], "%Y-%m-%dT%H:%M:%S")) for line in lines]
         self.assertEqual([round(age / 86400) for age in ages], [6, 4, 2, 0])
+
+    def test_list_reads_a_report_that_was_deleted_and_sent_again_at_that_moment(self):
+        self.store_with("folder", FIRST)
+        # Its address is not there when it is first asked for.
+        path = os.path.join(self.store.path, name_of(FIRST), "email")
+        output = self.output("list", prefix=["strace", "--output", os.path.join(self.folder, "trace"), "--trace-path",
+                                             path, "--inject", "openat:error=ENOENT:when=1"])
+        self.assertIn(f"{name_of(FIRST)} jo@example.org\n".encode(), output)
 
     @cases(**EITHER_STORE)
     def test_show_prints_a_field_byte_for_byte(self, kind):
