@@ -83,10 +83,10 @@ qsizetype behindLineEnd(QStringView text, qsizetype end)
     return end + (isPair ? 2 : 1);
 }
 
-/// Whether the line at a multiple of kRowUnits is divided there.
+/// Whether the line at a multiple of kRowUnits that is not the text's start is divided there.
 bool isDivided(QStringView text, qsizetype multiple)
 {
-    return multiple >= kRowUnits && multiple < text.size() && !endsLine(text[multiple].unicode())
+    return multiple < text.size() && !endsLine(text[multiple].unicode())
         && !lineStartBefore(text, multiple, multiple - kRowUnits + 1);
 }
 
@@ -95,8 +95,7 @@ qsizetype rowBegin(QStringView text, qsizetype offset)
 {
     const qsizetype multiple = offset / kRowUnits * kRowUnits;
     const qsizetype following = multiple + kRowUnits;
-    if (following - offset <= kDivisionSearch && isDivided(text, following)
-        && !lineStartBefore(text, following, offset + 1)) {
+    if (following - offset < kDivisionSearch && isDivided(text, following)) {
         const qsizetype division = divisionBefore(text, following);
         if (division <= offset) {
             return division;
@@ -105,7 +104,7 @@ qsizetype rowBegin(QStringView text, qsizetype offset)
     if (const auto start = lineStartBefore(text, offset, multiple)) {
         return *start;
     }
-    if (const auto start = lineStartBefore(text, multiple, std::max<qsizetype>(0, multiple - kRowUnits + 1))) {
+    if (const auto start = lineStartBefore(text, multiple, multiple - kRowUnits + 1)) {
         return *start;
     }
     return divisionBefore(text, multiple);
@@ -161,7 +160,7 @@ qsizetype divisionBefore(QStringView text, qsizetype offset)
     }
     const qsizetype context = contextBegin(text, offset);
     const qsizetype behind = std::min(offset + kDivisionSearch, text.size());
-    QTextBoundaryFinder characters(QTextBoundaryFinder::Grapheme, text.data() + context, behind - context, nullptr, 0);
+    QTextBoundaryFinder characters(QTextBoundaryFinder::Grapheme, text.sliced(context, behind - context));
     const qsizetype limit = std::max<qsizetype>(1, offset - kDivisionSearch + 1);
     std::optional<qsizetype> between;
     for (qsizetype place = offset; place >= limit; --place) {
@@ -193,7 +192,7 @@ Row rowAt(QStringView text, qsizetype offset)
     const qsizetype begin = rowBegin(text, offset);
     const qsizetype limit = std::min(nextMultiple(text, begin), text.size());
     const qsizetype end = lineEndBehind(text, begin, limit);
-    if (end < limit || end == text.size() || endsLine(text[end].unicode())) {
+    if (end == text.size() || endsLine(text[end].unicode())) {
         return {begin, end, behindLineEnd(text, end)};
     }
     const qsizetype division = divisionBefore(text, end);

@@ -11,7 +11,7 @@ namespace {
 
 QTextBoundaryFinder finderFor(QTextBoundaryFinder::BoundaryType type, QStringView text, const Row &row)
 {
-    return {type, text.data() + row.begin, row.next - row.begin, nullptr, 0};
+    return {type, text.sliced(row.begin, row.next - row.begin)};
 }
 
 Range boundedBy(QTextBoundaryFinder::BoundaryType type, QStringView text, qsizetype offset)
@@ -25,7 +25,7 @@ Range boundedBy(QTextBoundaryFinder::BoundaryType type, QStringView text, qsizet
     const qsizetype begin = finder.isAtBoundary() ? finder.position() : finder.toPreviousBoundary();
     finder.setPosition(offset - row.begin);
     const qsizetype end = finder.toNextBoundary();
-    return {row.begin + std::max<qsizetype>(begin, 0), end < 0 ? row.next : row.begin + end};
+    return {row.begin + begin, row.begin + end};
 }
 
 } // namespace
@@ -65,7 +65,7 @@ Range segmentBehind(QStringView text, qsizetype offset, Segment segment)
 
 qsizetype previousCharacter(QStringView text, qsizetype offset)
 {
-    return offset <= 0 ? 0 : segmentAt(text, offset - 1, Segment::Character).begin;
+    return segmentAt(text, offset - 1, Segment::Character).begin;
 }
 
 qsizetype nextCharacter(QStringView text, qsizetype offset)
@@ -85,7 +85,7 @@ qsizetype previousWord(QStringView text, qsizetype offset)
     while (place > 0 && text[row.begin + place].isSpace()) {
         place = words.toPreviousBoundary();
     }
-    return row.begin + std::max<qsizetype>(place, 0);
+    return row.begin + place;
 }
 
 qsizetype nextWord(QStringView text, qsizetype offset)

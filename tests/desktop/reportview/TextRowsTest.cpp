@@ -189,9 +189,86 @@ INSTANTIATE_TEST_SUITE_P(, PartedCharacters,
                                          HostileText{"Selector", u"\u2764\uFE0F"_s},
                                          HostileText{"Family", u"\U0001F468\u200D\U0001F469\u200D\U0001F467"_s},
                                          HostileText{"Flag", u"\U0001F1E9\U0001F1EA"_s},
+                                         HostileText{"FlagOfTheFirstLetter", u"\U0001F1E6\U0001F1E9"_s},
+                                         HostileText{"FlagOfTheLastLetter", u"\U0001F1FF\U0001F1E6"_s},
                                          HostileText{"TwoJamo", u"\u1112\u1161"_s},
                                          HostileText{"ThreeJamo", u"\u1112\u1161\u11AB"_s}),
                          nameOf);
+
+// It begins with the same unit as the letters of a flag.
+TEST(TextRows, PictureThatIsNoFlagLetterPartsNoFlagBehindIt)
+{
+    const QString picture = u"\U0001F201"_s;
+    const QString text = picture + u"\U0001F1E9\U0001F1EA"_s.repeated(5'000);
+    const std::vector<Row> rows = countedRows(text);
+    ASSERT_GT(rows.size(), 2U);
+    for (size_t index = 1; index < rows.size(); ++index) {
+        EXPECT_EQ((rows[index].begin - picture.size()) % 4, 0) << rows[index].begin;
+    }
+}
+
+TEST(TextRows, TextIsDividedBehindTheNextSpaceAmongThe32UnitsBefore)
+{
+    for (qsizetype space = 60; space < 100; ++space) {
+        QString text(200, u'x');
+        text[space] = u' ';
+        EXPECT_EQ(divisionBefore(text, 100), space >= 68 ? space + 1 : 100) << space;
+        text[space - 3] = u' ';
+        EXPECT_EQ(divisionBefore(text, 100), space >= 68 ? space + 1 : 100) << space;
+    }
+    EXPECT_EQ(divisionBefore(u" xxxx", 3), 1);
+    EXPECT_EQ(divisionBefore(u"xxxx", 3), 3);
+}
+
+TEST(TextRows, TextIsNotDividedAtItsEndsAndOutsideThem)
+{
+    for (const QString &text : {u"a bc"_s, u"abc "_s, QChar(0xDCA5) + u"bcd"_s, QString()}) {
+        EXPECT_EQ(divisionBefore(text, text.size()), text.size());
+        EXPECT_EQ(divisionBefore(text, text.size() + 9), text.size());
+        EXPECT_EQ(divisionBefore(text, 0), 0);
+        EXPECT_EQ(divisionBefore(text, -9), 0);
+    }
+    EXPECT_EQ(divisionBefore(QChar(0xDCA5) + u"bcd"_s, 2), 2);
+}
+
+TEST(TextRows, CharacterLongerThanThe32UnitsIsPartedButNoPairOfIt)
+{
+    const QString accents = u'a' + QString(80, QChar(0x301));
+    EXPECT_EQ(divisionBefore(accents, 20), 20) << "near the start of the text";
+    EXPECT_EQ(divisionBefore(accents, 60), 60);
+    const QString pairs = u'a' + u"\U000E0100"_s.repeated(40);
+    for (const qsizetype offset : {1, 41, 79}) {
+        EXPECT_EQ(divisionBefore(pairs, offset), offset);
+        EXPECT_EQ(divisionBefore(pairs, offset + 1), offset) << "inside a pair";
+    }
+    EXPECT_EQ(divisionBefore(u"\U0001F4A5x", 1), 0);
+    // Joined into one: where they are can be told only from the first of them.
+    const QString pictures = u"\U0001F468\u200D"_s.repeated(40);
+    EXPECT_EQ(divisionBefore(pictures, 94), 93);
+    EXPECT_EQ(divisionBefore(pictures, 20), 20);
+}
+
+// Looked at together, none of them must be taken for the others.
+TEST(TextRows, EveryOneOfManyLineEndsSideBySideEndsARow)
+{
+    for (const QString &lineEnd : {u"\n"_s, u"\r"_s, u"\u2028"_s, u"\u2029"_s}) {
+        expectCountedRows(u"x"_s + lineEnd.repeated(200) + u"y"_s);
+        ASSERT_FALSE(testing::Test::HasFatalFailure());
+    }
+}
+
+TEST(TextRows, LineIsFoundAtEitherEndAndOutsideTheText)
+{
+    const QString text = u"\nab\r\ncd"_s;
+    for (const qsizetype offset : {-5, 0}) {
+        EXPECT_EQ(lineAt(text, offset), (Range{0, 1}));
+        EXPECT_EQ(rowAt(text, offset), (Row{0, 0, 1}));
+    }
+    for (const qsizetype offset : {5, 7, 99}) {
+        EXPECT_EQ(lineAt(text, offset), (Range{5, 7}));
+        EXPECT_EQ(rowAt(text, offset), (Row{5, 7, 7}));
+    }
+}
 
 // Where a flag begins can be told from the first one alone, and that may be anywhere.
 TEST(TextRows, EndlessRunOfFlagsIsPartedOnceAtMostAndHasTheSameRowsFromAnyPlace)

@@ -136,6 +136,27 @@ TEST(TextSegments, WordStepsStopBeforeWordsAndAtRowBegins)
     EXPECT_EQ(previousWord(text, 0), 0);
 }
 
+TEST(TextSegments, WordStepsPassOverSpacesAtARowsBegin)
+{
+    EXPECT_EQ(previousWord(u"a b", 2), 0);
+    EXPECT_EQ(previousWord(u"x\n  b", 4), 2);
+    EXPECT_EQ(previousWord(u"x\nb", 3), 2);
+    EXPECT_EQ(nextWord(u"x\n  b", 2), 4);
+    EXPECT_EQ(nextWord(u"x\n  ", 2), 4);
+}
+
+TEST(TextSegments, NothingStandsBeforeTheStartOrBehindTheEnd)
+{
+    for (const QString &text : {u"ab"_s, u""_s, u"\n"_s}) {
+        EXPECT_EQ(previousCharacter(text, 0), 0);
+        EXPECT_EQ(previousCharacter(text, -3), 0);
+        EXPECT_EQ(previousWord(text, 0), 0);
+        EXPECT_EQ(previousWord(text, -3), 0);
+        EXPECT_EQ(nextCharacter(text, text.size()), text.size());
+        EXPECT_EQ(nextWord(text, text.size()), text.size());
+    }
+}
+
 TEST(TextSegments, LastRowIsThereAtTheEndOfTheText)
 {
     EXPECT_EQ(segmentAt(u"a\nbc", 0, Segment::Row), (Range{0, 2}));
