@@ -421,7 +421,6 @@ void RowLayout::drawMark(QPainter &painter, const Mark &mark, QRectF room, const
     QColor outline = color;
     outline.setAlphaF(color.alphaF() * 0.6F);
     painter.setPen(QPen(outline, 1));
-    painter.setBrush(Qt::NoBrush);
     if (isTab(mark)) {
         const qreal middle = std::floor(room.center().y()) + 0.5;
         const qreal head = style.cell / 3;
@@ -449,7 +448,7 @@ void RowLayout::drawMark(QPainter &painter, const Mark &mark, QRectF room, const
 void RowLayout::drawLineEnd(QPainter &painter, QPointF place, bool selected, const RowColors &colors) const
 {
     const QColor &color = selected ? colors.selectedDim : colors.dim;
-    qreal left = place.x() + (rightToLeft ? 0 : contentWidth());
+    const qreal left = place.x() + (rightToLeft ? 0 : contentWidth());
     if (selected) {
         const qreal room = std::max(width() - contentWidth(), style.cell / 2);
         const qreal from = rightToLeft ? place.x() + width() - contentWidth() - room : left;
@@ -458,7 +457,6 @@ void RowLayout::drawLineEnd(QPainter &painter, QPointF place, bool selected, con
     for (const Mark &mark : lineEndMarks) {
         const qreal markWidth = style.markWidth(mark.name);
         drawMark(painter, mark, QRectF(left, place.y(), markWidth, style.rowHeight), color);
-        left += markWidth;
     }
     if (continued) {
         painter.setFont(style.font);

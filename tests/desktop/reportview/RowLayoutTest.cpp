@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 using namespace reportview;
@@ -217,15 +218,40 @@ TEST(RowLayout, RightToLeftCharactersFollowEachOtherToTheLeft)
 
 TEST(RowLayout, MixedDirectionsAreSelectedCharacterByCharacter)
 {
-    const QString text = u"ab \u05E9\u05DC cd"_s;
+    for (const QString &text : {u"ab \u05E9\u05DC cd"_s, u"ab \u062F\u0627 cd"_s}) {
+        RowLayout layout(text, rowAt(text, 0), style());
+        const auto first = layout.spansOf({3, 4});
+        const auto second = layout.spansOf({4, 5});
+        ASSERT_EQ(first.size(), 1U);
+        ASSERT_EQ(second.size(), 1U);
+        // The first letter stands right of the second.
+        EXPECT_NEAR(first[0].left, second[0].right, 0.1);
+        EXPECT_GT(first[0].right, first[0].left + 1);
+    }
+}
+
+TEST(RowLayout, RowKeepsItsDirectionWhereAPieceOfItBeginsWithTheOther)
+{
+    // The first piece ends behind its only space.
+    const QString text = u"\u00E4"_s.repeated(255) + u" \u05E9 abc"_s;
     RowLayout layout(text, rowAt(text, 0), style());
-    const auto first = layout.spansOf({3, 4});
-    const auto second = layout.spansOf({4, 5});
-    ASSERT_EQ(first.size(), 1U);
-    ASSERT_EQ(second.size(), 1U);
-    // The first letter stands right of the second.
-    EXPECT_NEAR(first[0].left, second[0].right, 0.1);
-    EXPECT_GT(first[0].right, first[0].left + 1);
+    const auto letter = layout.spansOf({256, 257});
+    ASSERT_EQ(letter.size(), 1U);
+    EXPECT_NEAR(letter[0].left, 256 * style().cell, 1);
+    const auto latin = layout.spansOf({258, 261});
+    ASSERT_EQ(latin.size(), 1U);
+    EXPECT_GT(latin[0].left, letter[0].right);
+}
+
+TEST(RowLayout, RowFromTheRightIsMeasuredWholeBeforeItIsLookedAt)
+{
+    const QString text = u"\u05E9"_s.repeated(300) + QString(300, QChar(1));
+    RowLayout layout(text, rowAt(text, 0), style());
+    const qreal start = layout.xOf(0);
+    const qreal width = layout.width();
+    layout.measureTo(1e7);
+    EXPECT_NEAR(layout.xOf(0), start, 0.1);
+    EXPECT_NEAR(layout.width(), width, 0.1);
 }
 
 TEST(RowLayout, TabsReachEveryEighthColumn)
@@ -297,13 +323,21 @@ TEST(RowLayout, MarksWidthIsThatOfItsBox)
     EXPECT_NEAR(layout.xOf(3) - layout.xOf(2), style().markWidth(u"STX"_s), 0.1);
     EXPECT_NEAR(layout.xOf(4) - layout.xOf(3), style().markWidth(u"RLO"_s), 0.1);
     EXPECT_NEAR(layout.xOf(6) - layout.xOf(4), style().markWidth(u"E0041"_s), 0.1);
+    EXPECT_NEAR(layout.xOf(7) - layout.xOf(6), style().cell, 0.1);
     EXPECT_NEAR(layout.xOf(7), layout.width(), 0.1);
+
+    const QString apart = QString(QChar(1)) + u"ab"_s + QChar(2) + u"c"_s;
+    RowLayout between(apart, rowAt(apart, 0), style());
+    EXPECT_NEAR(between.xOf(1), style().markWidth(u"SOH"_s), 0.1);
+    EXPECT_NEAR(between.xOf(2) - between.xOf(1), style().cell, 0.1);
+    EXPECT_NEAR(between.xOf(4) - between.xOf(3), style().markWidth(u"STX"_s), 0.1);
 }
 
 TEST(RowLayout, WidthHoldsTheLineEnd)
 {
     const auto widthOfFirstRow = [](const QString &text) { return RowLayout(text, rowAt(text, 0), style()).width(); };
     EXPECT_NEAR(widthOfFirstRow(u"abc\nd"_s), 3 * style().cell, 0.1);
+    EXPECT_NEAR(widthOfFirstRow(u"abc\nd"_s + QChar(1)), 3 * style().cell, 0.1);
     EXPECT_NEAR(widthOfFirstRow(u"abc\r\nd"_s), 3 * style().cell + style().markWidth(u"CR"_s), 0.1);
     const QString divided(3 * kRowUnits, u'x');
     const Row first = rowAt(divided, 0);
@@ -332,6 +366,9 @@ TEST(RowLayout, TabIsAnArrowToItsEnd)
     const qreal end = layout.xOf(1);
     const QRect arrow = inkOf(image, 0, end);
     EXPECT_GT(tip(image, 0, end), 0.75 * end);
+    EXPECT_LT(tip(image, 0, end), arrow.right()) << "its head is open towards where the tab began";
+    const int shaft = inkOf(image, arrow.left(), arrow.left() + 1).center().y();
+    EXPECT_NEAR(shaft - arrow.top(), arrow.bottom() - shaft, 1) << "one half of the head above, the other below";
     EXPECT_NEAR(arrow.center().y(), style().rowHeight / 2, 1);
     EXPECT_NEAR(arrow.left(), end - 1 - arrow.right(), 2);
     EXPECT_GT(arrow.left(), 0);
@@ -346,6 +383,43 @@ TEST(RowLayout, TabIsAnArrowToItsEnd)
     EXPECT_LT(tip(other, left + 1, right), left + (right - left) / 4);
     const QRect otherArrow = inkOf(other, left + 1, right);
     EXPECT_NEAR(otherArrow.left() - left, right - 1 - otherArrow.right(), 2);
+    EXPECT_GT(tip(other, left + 1, right), otherArrow.left());
+}
+
+TEST(RowLayout, SelectionAndMarksStandInEveryPiece)
+{
+    // The first piece is of 64 letters.
+    const QString text = QString(70, u'H') + QChar(1) + u'H';
+    RowLayout layout(text, rowAt(text, 0), style());
+    const auto lightest = [&layout](const QImage &image, qsizetype offset) {
+        int red = 0;
+        const int right = static_cast<int>(layout.xOf(offset + 1)) - 1;
+        for (int x = static_cast<int>(std::ceil(layout.xOf(offset))) + 1; x < right; ++x) {
+            for (int y = 0; y < image.height(); ++y) {
+                red = std::max(red, image.pixelColor(x, y).red());
+            }
+        }
+        return red;
+    };
+    const auto background = [&layout](const QImage &image, qsizetype offset) {
+        return image.pixelColor(static_cast<int>(layout.xOf(offset)) + 2, image.height() - 1);
+    };
+    const QImage image = drawn(text, {62, 67});
+    for (const qsizetype offset : {62, 63, 64, 66}) {
+        EXPECT_EQ(background(image, offset), QColor(Qt::blue)) << offset;
+        EXPECT_GT(lightest(image, offset), 200) << offset;
+    }
+    for (const qsizetype offset : {61, 67, 69}) {
+        EXPECT_EQ(background(image, offset), QColor(Qt::white)) << offset;
+    }
+    const QRect box = inkOf(image, layout.xOf(70) + 1, layout.xOf(71));
+    EXPECT_GT(box.width(), (layout.xOf(71) - layout.xOf(70)) * 0.7);
+    const QImage mark = drawn(text, {70, 71});
+    EXPECT_EQ(background(mark, 70), QColor(Qt::blue));
+    const int begin = static_cast<int>(std::ceil(layout.xOf(70)));
+    const QRect room(begin, 0, static_cast<int>(layout.xOf(71)) - begin, mark.height());
+    EXPECT_EQ(mark.copy(room), drawn(text, {69, 72}).copy(room));
+    EXPECT_NE(mark.copy(room), drawn(text, {71, 72}).copy(room));
 }
 
 TEST(RowLayout, RowThatGoesOnEndsWithAnEllipsis)
@@ -365,6 +439,11 @@ TEST(RowLayout, RowThatGoesOnEndsWithAnEllipsis)
     EXPECT_GE(ellipsis.left(), 100);
     EXPECT_LE(ellipsis.right(), 100 + style().cell);
     EXPECT_GT(ellipsis.top(), style().rowHeight / 2) << "dots at the foot of the row";
+    for (int x = ellipsis.left(); x <= ellipsis.right(); ++x) {
+        for (int y = ellipsis.top(); y <= ellipsis.bottom(); ++y) {
+            EXPECT_GE(image.pixelColor(x, y).red(), QColor(Qt::darkGray).red()) << "no text, and dimmer";
+        }
+    }
 }
 
 TEST(RowLayout, OnlyWhatIsAskedForIsDrawn)
@@ -462,6 +541,12 @@ TEST(RowLayout, CharacterUnderAPlaceIsTheOneWhoseRoomItIs)
         EXPECT_EQ(layout.offsetAt(-5), 0);
         EXPECT_EQ(layout.offsetAt(100 * style().cell), 8);
     }
+    const QString longer(200, u'x');
+    for (const int index : {63, 64, 65, 128, 150}) {
+        RowLayout layout(longer, rowAt(longer, 0), style());
+        EXPECT_EQ(layout.characterAt(index * style().cell), index);
+        EXPECT_EQ(layout.characterAt(index * style().cell), index) << "now that its pieces are there";
+    }
     const QString empty;
     EXPECT_EQ(RowLayout(empty, rowAt(empty, 0), style()).characterAt(5), 0);
     EXPECT_EQ(RowLayout(empty, rowAt(empty, 0), style()).offsetAt(5), 0);
@@ -477,6 +562,24 @@ TEST(RowLayout, HalvesOfRightToLeftCharactersAreMirrored)
     EXPECT_EQ(layout.offsetAt(right - 0.8 * (right - next)), 1);
     EXPECT_EQ(layout.characterAt(right - 0.8 * (right - next)), 0);
     EXPECT_EQ(layout.characterAt(next - 1), 1);
+    const QString pairs = u"\U00010900\U00010901\U00010902"_s;
+    RowLayout ofPairs(pairs, rowAt(pairs, 0), style());
+    const qreal begin = ofPairs.xOf(2);
+    const qreal end = ofPairs.xOf(4);
+    EXPECT_EQ(ofPairs.offsetAt(begin - 0.2 * (begin - end)), 2);
+    EXPECT_EQ(ofPairs.offsetAt(begin - 0.8 * (begin - end)), 4);
+}
+
+TEST(RowLayout, SpacesRunAsTheLettersAroundThem)
+{
+    for (const auto &[text, space] : std::vector<std::pair<QString, qsizetype>>{
+             {u"\u05E9 \u05DC"_s, 1}, {u"a b\u05E9"_s, 1}, {u"a \u05E9 \u05DC b"_s, 3}}) {
+        RowLayout layout(text, rowAt(text, 0), style());
+        const qreal begin = layout.xOf(space);
+        const qreal end = layout.xOf(space + 1);
+        EXPECT_EQ(layout.offsetAt(begin + 0.2 * (end - begin)), space);
+        EXPECT_EQ(layout.offsetAt(begin + 0.8 * (end - begin)), space + 1);
+    }
 }
 
 TEST(RowLayout, LongRowOfOtherLettersIsMeasuredAsFarAsItIsLookedAt)
@@ -500,6 +603,7 @@ TEST(RowLayout, SpansAreTheCharactersFromLeftToRight)
     ASSERT_FALSE(spans.empty());
     EXPECT_NEAR(spans.front().left, 60 * style().cell, 0.1);
     EXPECT_NEAR(spans.back().right, 70 * style().cell, 0.1);
+    EXPECT_NEAR(widthOf(layout, {60, 70}), 10 * style().cell, 0.1);
     EXPECT_TRUE(layout.spansOf({5, 5}).empty());
 
     const QString mixed = u"ab \u05E9\u05DC\u05D5 cd"_s;
