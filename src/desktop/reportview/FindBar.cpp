@@ -61,7 +61,6 @@ void FindBar::addWidgets()
         button->setAutoRaise(true);
         button->setAccessibleName(name);
         button->setToolTip(name);
-        button->setFocusPolicy(Qt::TabFocus);
         connect(button, &QToolButton::clicked, this, press);
         return button;
     };

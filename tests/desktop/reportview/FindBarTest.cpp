@@ -4,6 +4,7 @@
 #include "ViewSupport.h"
 #include "desktop/reportview/ReportTextView.h"
 
+#include <QDeadlineTimer>
 #include <QDialog>
 #include <QDragEnterEvent>
 #include <QLabel>
@@ -217,6 +218,30 @@ TEST_F(FindBarTest, EscapePressedTwiceOrHeldDoesNotCloseTheWindow)
     EXPECT_TRUE(dialog.isVisible());
 }
 
+TEST_F(FindBarTest, EscapeLongAfterTheBarWasClosedIsTheWindows)
+{
+    show(u"abc"_s);
+    find(u"b"_s);
+    const int usual = QApplication::doubleClickInterval();
+    QApplication::setDoubleClickInterval(1);
+    press(Qt::Key_Escape);
+    const QDeadlineTimer later(5);
+    ASSERT_TRUE(eventually([&later] { return later.hasExpired(); }));
+    press(Qt::Key_Escape);
+    QApplication::setDoubleClickInterval(usual);
+    EXPECT_FALSE(dialog.isVisible());
+}
+
+TEST_F(FindBarTest, KeysThatTheBarDoesNotKnowAreLeftToTheWindow)
+{
+    show(u"abc"_s);
+    find(u"b"_s);
+    QKeyEvent key(QEvent::KeyPress, Qt::Key_F9, {});
+    QApplication::sendEvent(bar(), &key);
+    EXPECT_FALSE(key.isAccepted());
+    EXPECT_TRUE(bar()->isVisible());
+}
+
 TEST_F(FindBarTest, EscapeWithoutABarIsTheWindows)
 {
     show(u"abc"_s);
@@ -250,6 +275,17 @@ TEST_F(FindBarTest, ButtonsFindAndCloseAndLeaveTheKeyboardInTheField)
     click(u"Close the find bar"_s);
     EXPECT_FALSE(bar()->isVisible());
     EXPECT_TRUE(display->hasFocus());
+}
+
+// Whoever speaks to the program says what stands on a button.
+TEST_F(FindBarTest, NamesOfTheButtonsHoldWhatStandsOnThem)
+{
+    show(u"abc"_s);
+    press(Qt::Key_F, Qt::ControlModifier);
+    for (const QString &name : {u"Find previous"_s, u"Find next"_s, u"Close the find bar"_s}) {
+        EXPECT_FALSE(button(name).text().isEmpty());
+        EXPECT_TRUE(name.contains(button(name).text(), Qt::CaseInsensitive));
+    }
 }
 
 TEST_F(FindBarTest, ButtonsAreReachedByTab)
@@ -419,6 +455,16 @@ TEST_F(FindBarTest, CaretThatWasMovedIsWhereTheSearchGoesOn)
     EXPECT_EQ(selectedAfter(1, Qt::Key_F3), (std::vector<Range>{{16, 17}}));
 }
 
+TEST_F(FindBarTest, PlaceOfWordsInATextThatWasReplacedIsForgotten)
+{
+    show(u"cafe\u0301"_s);
+    find(u"e"_s);
+    ASSERT_EQ(display->selection(), (Range{3, 5}));
+    view->setString(u"xxxxe we"_s);
+    display->select(3, 5);
+    EXPECT_EQ(selectedAfter(1, Qt::Key_F3), (std::vector<Range>{{7, 8}}));
+}
+
 TEST_F(FindBarTest, FoundWordsStayInTheFieldWhenTheBarIsOpenedAgain)
 {
     show(u"cafe\u0301 one"_s);
@@ -436,16 +482,23 @@ TEST_F(FindBarTest, SelectedWordsAreTakenOver)
     display->select(4, 10);
     press(Qt::Key_F, Qt::ControlModifier);
     EXPECT_EQ(field()->text(), u"two"_s);
+    display->select(0, 7);
+    press(Qt::Key_F, Qt::ControlModifier);
+    EXPECT_EQ(field()->text(), u"one two"_s);
 }
 
 TEST_F(FindBarTest, SearchInATextThatIsReplacedEndsWithoutAWord)
 {
-    show(QString(qsizetype(64) * 1024 * 1024, u'x'));
+    const QString replaced(qsizetype(16) * 1024 * 1024, u'x');
+    show(replaced);
     find(u"y"_s);
     EXPECT_TRUE(says(u"Searching…"_s));
     view->setString(u"one y"_s);
     EXPECT_TRUE(says(QString()));
-    QCoreApplication::processEvents();
+    // One that begins later ends later.
+    TextSearch another;
+    another.start(replaced, u"y"_s, 0, SearchDirection::Forward);
+    ASSERT_TRUE(eventually([&another] { return !another.isRunning(); }));
     EXPECT_TRUE(says(QString()));
     EXPECT_TRUE(display->selection().isEmpty());
     press(Qt::Key_Return);

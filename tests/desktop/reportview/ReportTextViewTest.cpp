@@ -2,6 +2,7 @@
 #include "desktop/reportview/ReportTextView.h"
 
 #include "ViewSupport.h"
+#include "desktop/reportview/FindBar.h"
 
 #include <QAction>
 #include <QApplication>
@@ -127,6 +128,13 @@ TEST_F(ReportTextViewTest, TextIsSharedAndNotCopied)
     EXPECT_EQ(display()->text().constData(), text.constData());
 }
 
+TEST_F(ReportTextViewTest, TextCanHaveTheKeyboardAsSoonAsTheViewIsShown)
+{
+    view.show();
+    ASSERT_NE(display(), nullptr);
+    EXPECT_TRUE(display()->isVisible());
+}
+
 TEST_F(ReportTextViewTest, LettersAreAsLargeAsTheProgramsOthers)
 {
     show();
@@ -232,6 +240,23 @@ TEST_F(ReportTextViewTest, ActionsOfTheViewStandInTheMenu)
     EXPECT_EQ(titles, (QStringList{u"&Copy"_s, u"Select &All"_s, u""_s, u"&Find…"_s, u""_s, u"Copy Report"_s}));
 }
 
+TEST_F(ReportTextViewTest, FindInTheMenuOpensTheBar)
+{
+    view.setString(u"abc"_s);
+    show();
+    QTimer::singleShot(0, [] {
+        auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+        menu->actions().last()->trigger();
+        menu->close();
+    });
+    QWidget &viewport = *display()->viewport();
+    QContextMenuEvent event(QContextMenuEvent::Mouse, QPoint(5, 5), viewport.mapToGlobal(QPoint(5, 5)));
+    QApplication::sendEvent(&viewport, &event);
+    const auto *bar = view.findChild<FindBar *>();
+    ASSERT_NE(bar, nullptr);
+    EXPECT_TRUE(bar->isVisible());
+}
+
 TEST_F(ReportTextViewTest, SystemsNewFixedFontIsTakenOn)
 {
     view.setString(u"abc"_s);
@@ -301,4 +326,18 @@ TEST_F(ReportTextViewTest, LeastAndUsualSizesHaveRoomForText)
     EXPECT_GE(view.sizeHint().height(), 16 * metrics.lineSpacing());
     EXPECT_LT(view.minimumSizeHint().width(), view.sizeHint().width());
     EXPECT_GE(view.minimumSizeHint().height(), 4 * metrics.lineSpacing());
+}
+
+// Of its frame and margins: half a line above and below, and a column at each side.
+TEST_F(ReportTextViewTest, DisplayHasRoomForItsLinesAndWhatIsAroundThem)
+{
+    const QFontMetrics metrics(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    show();
+    view.resize(view.sizeHint());
+    QCoreApplication::processEvents();
+    EXPECT_EQ(display()->height(), (16 + 1) * metrics.lineSpacing());
+    EXPECT_EQ(display()->width(), (80 + 2) * metrics.horizontalAdvance(u'0'));
+    view.resize(view.minimumSizeHint());
+    QCoreApplication::processEvents();
+    EXPECT_EQ(display()->height(), (4 + 1) * metrics.lineSpacing());
 }

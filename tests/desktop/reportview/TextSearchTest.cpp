@@ -115,11 +115,28 @@ TEST_F(TextSearchTest, FindsWhatStandsAcrossTheBordersOfBlocks)
 
 TEST_F(TextSearchTest, LargeTextIsSearchedInSeveralTurnsOfTheEventLoop)
 {
-    const QString text(qsizetype(64) * 1024 * 1024, u'x');
-    search.start(text, u"y"_s, 0, kForward);
-    EXPECT_TRUE(search.isRunning());
-    EXPECT_EQ(misses, 0);
-    EXPECT_TRUE(eventually([this] { return misses == 1; }));
+    const QString text(qsizetype(32) * 1024 * 1024, u'x');
+    for (const auto direction : {kForward, kBackward}) {
+        misses = 0;
+        search.start(text, u"y"_s, direction == kForward ? 0 : text.size(), direction);
+        EXPECT_TRUE(search.isRunning());
+        EXPECT_EQ(misses, 0);
+        EXPECT_TRUE(eventually([this] { return misses == 1; }));
+    }
+}
+
+TEST_F(TextSearchTest, FirstUnitOfATextOfWholeBlocksIsFound)
+{
+    const QString text = u'y' + QString(65'536, u'x');
+    EXPECT_EQ(result(text, u"y"_s, text.size(), kBackward), (Found{{0, 1}, false}));
+}
+
+TEST_F(TextSearchTest, WhatStandsBehindThePlaceIsNotFoundBackwardBeforeTheStart)
+{
+    QString text(140'000, u'x');
+    text.replace(10, 6, u"needle"_s);
+    text.replace(139'990, 6, u"needle"_s);
+    EXPECT_EQ(result(text, u"needle"_s, 135'000, kBackward), (Found{{10, 16}, false}));
 }
 
 TEST_F(TextSearchTest, StoppedSearchSaysNothing)
