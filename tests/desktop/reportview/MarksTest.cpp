@@ -132,9 +132,28 @@ TEST(Marks, JoinersThatGiveAPictureItsShapeAreNotMarked)
     EXPECT_EQ(namesIn(u"\u0915\u094D\u200D\u0937 \u845B\U000E0100 \u1820\u180B"_s), QStringList());
 }
 
+TEST(Marks, EverySelectorBehindWhatItShapesIsNotMarked)
+{
+    constexpr std::array<std::pair<char32_t, char32_t>, 4> kSelectors = {
+        {{0x180B, 0x180D}, {0x180F, 0x180F}, {0xFE00, 0xFE0F}, {0xE0100, 0xE01EF}}};
+    for (const auto &[first, last] : kSelectors) {
+        for (char32_t code = first; code <= last; ++code) {
+            EXPECT_EQ(namesIn(u"\u1820"_s + character(code)), QStringList()) << std::hex << uint(code);
+        }
+    }
+    EXPECT_EQ(namesIn(u"\u1820\u180E\u1820"_s + character(0xE00FF)), (QStringList{u"MVS"_s, u"E00FF"_s}));
+}
+
+TEST(Marks, HalfBehindALetterIsMarked)
+{
+    EXPECT_EQ(namesIn(u"\u00E9"_s + QChar(0xDCA5)), QStringList{u"DCA5"_s});
+    EXPECT_EQ(namesIn(u"\u00E9"_s + QChar(0xD83D) + u'\u00E9'), QStringList{u"D83D"_s});
+}
+
 TEST(Marks, JoinersWithNothingToShapeAreMarked)
 {
     EXPECT_EQ(namesIn(u"a\u200Db\u200C\uFE0F"_s), (QStringList{u"ZWJ"_s, u"ZWNJ"_s, u"FE0F"_s}));
+    EXPECT_EQ(namesIn(u"\u00E9\u200D\u0436\uFE0F"_s), (QStringList{u"ZWJ"_s, u"FE0F"_s}));
     EXPECT_EQ(namesIn(u"\u200D"_s), QStringList{u"ZWJ"_s});
     EXPECT_EQ(namesIn(u"\u200B\u200D"_s), (QStringList{u"ZWSP"_s, u"ZWJ"_s}));
 }

@@ -394,6 +394,9 @@ TEST_F(TextDisplayAccessibleTest, ThereIsOneSelectionAtMost)
     EXPECT_EQ(display.selection(), (Range{4, 7}));
     text->setSelection(0, 4, -1);
     EXPECT_EQ(display.selection(), (Range{4, 13}));
+    text->setSelection(0, 4, 0);
+    EXPECT_EQ(display.selection(), (Range{0, 4}));
+    EXPECT_EQ(text->cursorPosition(), 0);
 }
 
 TEST_F(TextDisplayAccessibleTest, EndOfTheTextHasAnOffsetOfItsOwn)

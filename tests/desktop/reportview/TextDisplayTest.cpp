@@ -427,6 +427,9 @@ TEST_F(TextDisplayTest, DraggingAfterADoubleClickSelectsWords)
     QMouseEvent twice(QEvent::MouseButtonDblClick, placeOf(9), viewport.mapToGlobal(placeOf(9)), Qt::LeftButton,
                       Qt::LeftButton, {});
     QApplication::sendEvent(&viewport, &twice);
+    dragTo(placeOf(10));
+    EXPECT_EQ(selected(), u"three"_s);
+    EXPECT_EQ(display.caret(), 13) << "behind the word until it is left to the other side";
     dragTo(placeOf(15));
     EXPECT_EQ(selected(), u"three four"_s);
     dragTo(placeOf(5));
@@ -921,6 +924,7 @@ TEST_F(TextDisplayTest, WheelMovesAsManyRowsAsTheSystemSays)
     EXPECT_EQ(firstRow(), threeLines);
     turnWheel(bar(), {0, -120});
     EXPECT_EQ(firstRow(), 2 * threeLines);
+    EXPECT_EQ(bar().value(), 2 * threeLines) << "the bar makes no step of its own";
     turnWheel(bar(), {0, 240});
     EXPECT_EQ(firstRow(), 0);
     // Half a row is no row yet.
