@@ -11,6 +11,7 @@
 
 #include <sys/auxv.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -64,7 +65,7 @@ int applicationMain(int argc, char **argv)
     QtProcessInfo processInfo(argc, argv);
     // The toolkit is given the program's name alone: it would take options it knows, and their values, from a command
     // line whose words are not meant for it.
-    int toolkitArgumentCount = argc > 0 ? 1 : 0;
+    int toolkitArgumentCount = std::min(argc, 1);
     const std::unique_ptr<QApplication> toolkit = startedToolkit(toolkitArgumentCount, argv);
     Composition application(processInfo);
     QMetaObject::invokeMethod(&application, &Composition::launch, Qt::QueuedConnection);

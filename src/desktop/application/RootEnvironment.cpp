@@ -7,12 +7,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
+#include <iterator>
 #include <string_view>
 
 namespace {
 
-constexpr std::array<std::string_view, 19> kHarmless = {
+constexpr std::string_view kHarmless[] = {
     // the display, and the launcher's word that the window may come to the front
     "DISPLAY", "WAYLAND_DISPLAY", "XAUTHORITY", "XDG_SESSION_TYPE", "XDG_ACTIVATION_TOKEN", "DESKTOP_STARTUP_ID",
     "QT_QPA_PLATFORM", "QT_SCALE_FACTOR", "QT_FONT_DPI",
@@ -37,7 +37,7 @@ bool isHarmless(const QByteArray &name)
     if (name == "QT_QPA_PLATFORM") {
         return std::ranges::all_of(qgetenv("QT_QPA_PLATFORM").split(';'), isDesktop);
     }
-    return name.startsWith("LC_") || std::ranges::find(kHarmless, name.toStdString()) != kHarmless.end();
+    return name.startsWith("LC_") || std::ranges::find(kHarmless, name.toStdString()) != std::end(kHarmless);
 }
 
 QList<QByteArray> variableNames()

@@ -28,7 +28,6 @@ QString escaped(QChar control)
 QString onOneLine(const QString &text)
 {
     QString line;
-    line.reserve(text.size());
     for (const QChar character : text) {
         if (character.category() == QChar::Other_Control) {
             line += escaped(character);

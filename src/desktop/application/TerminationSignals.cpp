@@ -13,24 +13,16 @@ namespace {
 
 constexpr std::array kSignals = {SIGTERM, SIGINT, SIGHUP};
 
-/// Ends of a pipe: the handler writes a byte and the event loop reads it (the way that signal-safety(7) leaves open).
-std::array<int, 2> pipeEnds = {-1, -1};
+/// Of a pipe: the handler writes a byte and the event loop reads it (the way that signal-safety(7) leaves open). Opened
+/// before there is a handler.
+int writeEnd;
 
 std::array<struct sigaction, kSignals.size()> formerActions;
-
-int readEndOfNewPipe()
-{
-    // Not blocking on either side: a handler must never wait, and one byte in the pipe is enough.
-    if (::pipe2(pipeEnds.data(), O_NONBLOCK | O_CLOEXEC) != 0) {
-        pipeEnds = {-1, -1};
-    }
-    return pipeEnds[0];
-}
 
 void writeByte(int /*signal*/)
 {
     const int error = errno;
-    [[maybe_unused]] const ssize_t written = ::write(pipeEnds[1], "", 1);
+    [[maybe_unused]] const ssize_t written = ::write(writeEnd, "", 1);
     errno = error;
 }
 
@@ -39,12 +31,14 @@ void writeByte(int /*signal*/)
 TerminationSignals::TerminationSignals()
     : notifier(QSocketNotifier::Read)
 {
-    const int readEnd = readEndOfNewPipe();
-    if (readEnd < 0) {
+    std::array<int, 2> ends = {};
+    // Not blocking on either side: a handler must never wait, and one byte in the pipe is enough.
+    if (::pipe2(ends.data(), O_NONBLOCK | O_CLOEXEC) != 0) {
         // Without a pipe the signals keep their default, which ends the program as well.
         return;
     }
-    notifier.setSocket(readEnd);
+    writeEnd = ends.back();
+    notifier.setSocket(ends.front());
     notifier.setEnabled(true);
     connect(&notifier, &QSocketNotifier::activated, this, &TerminationSignals::onReadable);
     for (std::size_t index = 0; index < kSignals.size(); ++index) {
@@ -63,23 +57,20 @@ TerminationSignals::TerminationSignals()
 
 TerminationSignals::~TerminationSignals()
 {
-    if (pipeEnds[0] < 0) {
+    if (!notifier.isValid()) {
         return;
     }
     for (std::size_t index = 0; index < kSignals.size(); ++index) {
         ::sigaction(kSignals.at(index), &formerActions.at(index), nullptr);
     }
-    notifier.setEnabled(false);
-    for (int &end : pipeEnds) {
-        ::close(end);
-        end = -1;
-    }
+    ::close(static_cast<int>(notifier.socket()));
+    ::close(writeEnd);
 }
 
 void TerminationSignals::onReadable()
 {
-    std::array<char, 16> bytes = {};
-    while (::read(pipeEnds[0], bytes.data(), bytes.size()) > 0) {}
+    char byte = 0;
+    while (::read(static_cast<int>(notifier.socket()), &byte, sizeof byte) > 0) {}
     Q_EMIT received();
 }
 

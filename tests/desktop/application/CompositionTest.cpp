@@ -2,8 +2,10 @@
 #include "desktop/application/Composition.h"
 
 #include "desktop/reportview/ReportTextView.h"
+#include "desktop/reportview/TextDisplay.h"
 #include "desktop/window/HeadlineLabel.h"
 #include "support/EventLoop.h"
+#include "support/SampleHome.h"
 #include "support/WindowSupport.h"
 
 #include <QApplication>
@@ -19,6 +21,7 @@
 #include <QTimer>
 #include <QToolButton>
 
+#include <csignal>
 #include <functional>
 #include <utility>
 #include <vector>
@@ -128,11 +131,31 @@ protected:
         return QCoreApplication::exec();
     }
 
+    void expectToQuitOnceItIsShown(const std::function<void()> &end)
+    {
+        start({crashLog(u"Harbour_1.crash"_s, "harbour")});
+        QSignalSpy quitting(qApp, &QCoreApplication::aboutToQuit);
+        bool wasShown = false;
+        QTimer look;
+        QObject::connect(&look, &QTimer::timeout, [&] {
+            if (reportWindow().isVisible()) {
+                wasShown = true;
+                end();
+            }
+        });
+        look.start(1);
+
+        EXPECT_EQ(run(), 0);
+
+        EXPECT_TRUE(wasShown);
+        EXPECT_EQ(quitting.count(), 1);
+    }
+
     /// The system opens the file onto the application.
     static void open(const QString &path)
     {
         QFileOpenEvent event(path);
-        QCoreApplication::sendEvent(qApp, &event);
+        EXPECT_TRUE(QCoreApplication::sendEvent(qApp, &event)) << "nobody has taken it";
     }
 
     static void drop(const QStringList &paths)
@@ -232,6 +255,15 @@ TEST_F(CompositionTest, RemoteNameAndLogOfTheCommandLineAreShownWithoutAnAlert)
     EXPECT_EQ(alerts.titles, QStringList());
 }
 
+TEST_F(CompositionTest, AlertBeforeTheWindowHasItsIcon)
+{
+    QApplication::setWindowIcon({});
+
+    start();
+
+    EXPECT_FALSE(QApplication::windowIcon().isNull());
+}
+
 // Files that come later
 
 TEST_F(CompositionTest, FileThatTheSystemOpensLaterReplacesTheReportAlone)
@@ -253,6 +285,22 @@ TEST_F(CompositionTest, WindowSaysWhatWouldBeSentAndFollowsALaterFile)
     open(crashLog(u"Beacon_1.crash"_s, "caf\xC3\xA9"));
 
     EXPECT_EQ(summary.accessibleName(), u"Beacon_1.crash (5 bytes), sent to localhost"_s);
+}
+
+TEST_F(CompositionTest, KeyGoesToTheLogThatWasAppendedToTheReport)
+{
+    SampleHome home;
+    home.writeApplicationLog(u"Harbour.1.log"_s, "opened");
+    startWithReport();
+    child<QToolButton>(reportWindow(), "disclosureBtn").click();
+    ASSERT_TRUE(eventually([] { return paneIsShown(); }));
+    auto *display = reportWindow().findChild<reportview::TextDisplay *>();
+    ASSERT_NE(display, nullptr);
+    display->setFocus();
+
+    QTest::keyClick(display, Qt::Key_PageDown, Qt::ControlModifier);
+
+    EXPECT_EQ(report().sliced(display->caret()), u"Log 1:\nopened"_s);
 }
 
 TEST_F(CompositionTest, DroppedFilesReplaceTheReportInTheirOrder)
@@ -369,20 +417,10 @@ TEST_F(CompositionTest, LaunchingWithoutAReportQuitsAndShowsNothing)
 
 TEST_F(CompositionTest, ClosingTheWindowQuits)
 {
-    start({crashLog(u"Harbour_1.crash"_s, "harbour")});
-    QSignalSpy quitting(qApp, &QCoreApplication::aboutToQuit);
-    bool wasShown = false;
-    QTimer look;
-    QObject::connect(&look, &QTimer::timeout, [&] {
-        if (reportWindow().isVisible()) {
-            wasShown = true;
-            reportWindow().close();
-        }
-    });
-    look.start(1);
+    expectToQuitOnceItIsShown([] { reportWindow().close(); });
+}
 
-    EXPECT_EQ(run(), 0);
-
-    EXPECT_TRUE(wasShown);
-    EXPECT_EQ(quitting.count(), 1);
+TEST_F(CompositionTest, SignalThatAsksForTheEndQuits)
+{
+    expectToQuitOnceItIsShown([] { std::raise(SIGTERM); });
 }

@@ -58,6 +58,20 @@ TEST_F(QtApplicationTest, ActivateGivesTheWindowTheKeyboard)
     EXPECT_TRUE(QTest::qWaitForWindowActive(&window));
 }
 
+TEST_F(QtApplicationTest, ActivateBringsTheWindowToTheFront)
+{
+    QWidget desktop;
+    window.setParent(&desktop);
+    const QWidget other(&desktop);
+    desktop.show();
+    ASSERT_EQ(desktop.childAt(0, 0), &other);
+
+    application.activateIgnoringOtherApps();
+
+    EXPECT_EQ(desktop.childAt(0, 0), &window);
+    window.setParent(nullptr);
+}
+
 TEST_F(QtApplicationTest, ActivateLeavesNothingOfTheLaunchersWordToOtherPrograms)
 {
     const ScopedVariable token("XDG_ACTIVATION_TOKEN", "token");

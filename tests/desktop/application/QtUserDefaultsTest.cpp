@@ -512,6 +512,74 @@ TEST_F(UserDefaultsTest, WhatAnotherProcessHasStoredMeanwhileIsRead)
     EXPECT_EQ(defaults.objectForKey(kDate), QVariant(u"soon"_s));
 }
 
+TEST_F(UserDefaultsTest, WhatAnotherProcessStoresAfterThisOneCounts)
+{
+    StoredDefaults defaults;
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+
+    aFileWith("crashSubmissionCount=112");
+
+    EXPECT_EQ(defaults.integerForKey(kCount), 112);
+}
+
+TEST_F(UserDefaultsTest, WhatAnotherProcessHasStoredMeanwhileStays)
+{
+    StoredDefaults defaults;
+    aFileWith("somethingElse=kept");
+
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+
+    EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
+    EXPECT_TRUE(stored().contains("somethingElse=kept\n"));
+}
+
+TEST_F(UserDefaultsTest, TheStoreKeepsItsPermissions)
+{
+    constexpr auto kOurs = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser;
+    for (const auto permissions : {kOurs, kOurs | QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther}) {
+        aFileWith("crashSubmissionCount=3");
+        ASSERT_TRUE(QFile::setPermissions(path(), permissions));
+        StoredDefaults defaults;
+
+        defaults.setIntegerForKey(4, kCount);
+        defaults.synchronize();
+
+        EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
+        EXPECT_EQ(QFile::permissions(path()), permissions);
+    }
+}
+
+TEST_F(UserDefaultsTest, WhatAKilledProcessHasWrittenHalfwayIsClearedAway)
+{
+    write(path() + u".new"_s, "[General]\nhalf=");
+    write(path() + u".new.lock"_s, "");
+    StoredDefaults defaults;
+
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+
+    EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=4\n");
+    EXPECT_EQ(QDir(QFileInfo(path()).path()).entryList(QDir::Files | QDir::Hidden),
+              QStringList{u"CrashReporter.conf"_s});
+}
+
+TEST_F(UserDefaultsTest, WhatCannotBeClearedAwayIsNotWaitedFor)
+{
+    aFileWith("crashSubmissionCount=3");
+    QDir().mkpath(path() + u".new.lock"_s);
+    StoredDefaults defaults;
+    defaults.setIntegerForKey(4, kCount);
+    QElapsedTimer clock;
+    clock.start();
+
+    defaults.synchronize();
+
+    EXPECT_LT(clock.elapsed(), 10'000) << "the toolkit would wait for 30 seconds";
+    EXPECT_TRUE(stored().contains("crashSubmissionCount=3\n"));
+}
+
 TEST_F(UserDefaultsTest, ALockOfAKilledProcessHoldsNobodyUp)
 {
     // Killed after it had made the file and before it had written its ID there.

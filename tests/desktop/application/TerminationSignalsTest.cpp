@@ -14,6 +14,17 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+auto handlerOf(int number)
+{
+    struct sigaction action = {};
+    ::sigaction(number, nullptr, &action);
+    return action.sa_handler;
+}
+
+} // namespace
+
 TEST(TerminationSignals, EachIsReceivedInTheEventLoop)
 {
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
@@ -30,18 +41,14 @@ TEST(TerminationSignals, EachIsReceivedInTheEventLoop)
 
 TEST(TerminationSignals, FormerHandlingComesBack)
 {
-    struct sigaction before = {};
-    ::sigaction(SIGTERM, nullptr, &before);
-    {
-        const TerminationSignals signals;
-        struct sigaction during = {};
-        ::sigaction(SIGTERM, nullptr, &during);
-        ASSERT_NE(during.sa_handler, before.sa_handler);
+    for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+        const auto before = handlerOf(number);
+        {
+            const TerminationSignals signals;
+            ASSERT_NE(handlerOf(number), before);
+        }
+        EXPECT_EQ(handlerOf(number), before);
     }
-
-    struct sigaction after = {};
-    ::sigaction(SIGTERM, nullptr, &after);
-    EXPECT_EQ(after.sa_handler, before.sa_handler);
 }
 
 TEST(TerminationSignals, NothingStaysOpen)
@@ -75,23 +82,18 @@ TEST(TerminationSignals, MoreThanAPipeHoldsNeitherBlockNorChangeTheErrorNumber)
 
 TEST(TerminationSignals, WithoutAPipeTheyKeepTheirDefault)
 {
-    const auto handler = [] {
-        struct sigaction action = {};
-        ::sigaction(SIGTERM, nullptr, &action);
-        return action.sa_handler;
-    };
-    const auto before = handler();
+    const auto before = handlerOf(SIGTERM);
     rlimit limit = {};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit none = {.rlim_cur = 0, .rlim_max = limit.rlim_max};
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
     {
         const TerminationSignals signals;
-        EXPECT_EQ(handler(), before);
+        EXPECT_EQ(handlerOf(SIGTERM), before);
     }
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
 
-    EXPECT_EQ(handler(), before);
+    EXPECT_EQ(handlerOf(SIGTERM), before);
 }
 
 TEST(TerminationSignals, OneThatIsIgnoredStaysIgnored)
