@@ -171,5 +171,4 @@ void QtDisclosureButton::setState(int state)
 {
     const QSignalBlocker noAction(triangle);
     triangle.setChecked(state == platform::kStateOn);
-    triangle.update();
 }

@@ -9,10 +9,14 @@
 #include <QClipboard>
 #include <QDragEnterEvent>
 #include <QMimeData>
+#include <QRegion>
 #include <QScrollBar>
+#include <QTransform>
 #include <QUrl>
 
+#include <algorithm>
 #include <initializer_list>
+#include <numeric>
 
 using namespace Qt::StringLiterals;
 
@@ -58,6 +62,27 @@ public:
 private:
     QMetaObject::Connection connection;
 };
+
+/// The pixels that are more red than anything else.
+QRegion redIn(const QImage &image)
+{
+    QRegion red;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            const QColor color = image.pixelColor(x, y);
+            if (color.red() > 2 * std::max(color.green(), color.blue())) {
+                red += QRect(x, y, 1, 1);
+            }
+        }
+    }
+    return red;
+}
+
+int areaOf(const QRegion &region)
+{
+    return std::accumulate(region.begin(), region.end(), 0,
+                           [](int area, const QRect &part) { return area + part.width() * part.height(); });
+}
 
 class PaintCounter : public QObject
 {
@@ -171,6 +196,50 @@ TEST_F(ReportWindowTest, SpinnerIsAProgressBarThatIsBusyWhileSending)
     EXPECT_EQ(value->currentValue(), before) << "nobody but the transfer moves it";
 }
 
+TEST_F(ReportWindowTest, WindowComesUpAlsoFromBehindAnotherOneAndFromTheTaskBar)
+{
+    QWidget other;
+    other.show();
+    other.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&other));
+    window.showMinimized();
+
+    controls.mainWindow.makeKeyAndOrderFront(nullptr);
+
+    EXPECT_TRUE(QTest::qWaitForWindowActive(&window));
+    EXPECT_TRUE(window.isVisible());
+    EXPECT_FALSE(window.isMinimized());
+}
+
+TEST_F(ReportWindowTest, WindowIsPaintedAgainWithTheSameFrameWhereThatIsAskedFor)
+{
+    show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+    QCoreApplication::processEvents();
+    const platform::Rect frame = controls.mainWindow.frame();
+    for (const auto display : {platform::Display::Off, platform::Display::On}) {
+        PaintCounter counter;
+        window.installEventFilter(&counter);
+
+        controls.mainWindow.setFrameDisplayAnimate(frame, display, platform::Animation::Off);
+        QCoreApplication::processEvents();
+
+        EXPECT_EQ(counter.paints > 0, display == platform::Display::On);
+    }
+}
+
+TEST_F(ReportWindowTest, IconIsTheWindows)
+{
+    show();
+    auto &icon = child<QWidget>(window, "iconView");
+    QPixmap red(64, 64);
+    red.fill(Qt::red);
+    window.setWindowIcon(red);
+    const QImage shown = icon.grab().toImage();
+    const QPoint centre(icon.sizeHint().width() / 2, icon.sizeHint().height() / 2);
+    EXPECT_EQ(shown.pixelColor(centre), QColor(Qt::red));
+}
+
 // What would be sent, and where to
 
 TEST_F(ReportWindowTest, SummarySaysWhatWouldBeSentAndWhereTo)
@@ -186,6 +255,7 @@ TEST_F(ReportWindowTest, SummarySaysWhatWouldBeSentAndWhereTo)
 TEST_F(ReportWindowTest, SummaryFollowsAnotherFile)
 {
     window.setReportSummary({u"/logs/Harbour_1.crash"_s, 52'400, 1, u"crash.example.org"_s});
+    EXPECT_EQ(shownIn(summary), u"Harbour_1.crash (52.4 kB, with 1 application log), sent to crash.example.org"_s);
     window.setReportSummary({u"/logs/Beacon_2.crash"_s, 7, 0, u"crash.example.org"_s});
     EXPECT_EQ(shownIn(summary), u"Beacon_2.crash (7 bytes), sent to crash.example.org"_s);
 }
@@ -832,6 +902,32 @@ TEST_F(ReportWindowTest, TrianglesArrowFollowsItsState)
     EXPECT_NE(triangle.grab().toImage(), closed);
     controls.disclosureBtn.setState(platform::kStateOff);
     EXPECT_EQ(triangle.grab().toImage(), closed);
+}
+
+TEST_F(ReportWindowTest, TrianglePointsToTheRightAndWhereThePaneIsShownDown)
+{
+    QPalette palette = triangle.palette();
+    palette.setColor(QPalette::ButtonText, Qt::red);
+    triangle.setPalette(palette);
+    QFont large = triangle.font();
+    large.setPixelSize(60);
+    triangle.setFont(large);
+    triangle.setText({});
+    show();
+    for (const bool isDown : {false, true}) {
+        controls.disclosureBtn.setState(isDown ? platform::kStateOn : platform::kStateOff);
+        const QRegion red = redIn(triangle.grab().toImage());
+        // The point is to the right or down; beside it the two halves are alike.
+        const QTransform toTheRight = isDown ? QTransform(0, 1, 1, 0, 0, 0) : QTransform();
+        const QRegion turned = toTheRight.map(red);
+        const QRect box = turned.boundingRect();
+        EXPECT_NEAR(box.width() * 3, box.height() * 2, 6);
+        const QRect left(box.topLeft(), QSize(box.width() / 2, box.height()));
+        const QRect upper(box.topLeft(), QSize(box.width(), box.height() / 2));
+        EXPECT_NEAR(areaOf(turned), box.width() * box.height() / 2, box.height());
+        EXPECT_NEAR(areaOf(turned & left), areaOf(turned) * 3 / 4, box.height());
+        EXPECT_NEAR(areaOf(turned & upper), areaOf(turned) / 2, box.height());
+    }
 }
 
 // What the user types
