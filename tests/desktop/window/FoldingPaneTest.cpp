@@ -302,6 +302,16 @@ TEST_F(FoldingPaneTest, HeightThatTheUserGaveTheWindowOutlastsFolding)
     EXPECT_EQ(description.height(), descriptionHeight);
 }
 
+TEST_F(FoldingPaneTest, HeightThatIsAUnitOffIsTheOneThatWasGivenAndAnyOtherTheUsers)
+{
+    show();
+    const QSize given = window.size();
+    window.resize(given.width(), given.height() + 1);
+    EXPECT_EQ(controls.mainWindow.frame().height, given.height());
+    window.resize(given.width(), given.height() + 2);
+    EXPECT_EQ(controls.mainWindow.frame().height, given.height() + 2);
+}
+
 TEST_F(FoldingPaneTest, UserCannotMakeTheWindowTooSmallForItsControls)
 {
     show();
