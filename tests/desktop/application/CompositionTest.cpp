@@ -84,7 +84,11 @@ private:
 class CompositionTest : public testing::Test
 {
 protected:
-    CompositionTest() { QApplication::setQuitOnLastWindowClosed(false); }
+    CompositionTest()
+    {
+        QApplication::setQuitOnLastWindowClosed(false);
+        systems.home = folder.path();
+    }
     ~CompositionTest() override { QApplication::setQuitOnLastWindowClosed(true); }
 
     /// Writes a crash log and returns its path.
@@ -182,6 +186,8 @@ protected:
     static bool paneIsShown() { return child<ReportTextView>(reportWindow(), "logText").isVisible(); }
 
     QTemporaryDir folder;
+    ScriptedLookups systems;
+    const LookupsScope scope{systems};
     std::unique_ptr<QtProcessInfo> processInfo;
     std::unique_ptr<Composition> application;
 };

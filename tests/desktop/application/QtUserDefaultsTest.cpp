@@ -47,7 +47,11 @@ const QString kDate = u"lastCrashSubmissionDate"_s;
 class UserDefaultsTest : public testing::Test
 {
 protected:
-    UserDefaultsTest() { QSettings::setPath(QSettings::NativeFormat, QSettings::SystemScope, everyone.path()); }
+    UserDefaultsTest()
+    {
+        QSettings::setPath(QSettings::NativeFormat, QSettings::SystemScope, everyone.path());
+        systems.home = user.path();
+    }
 
     QString path() const { return user.filePath(u"Korvale/CrashReporter.conf"_s); }
 
@@ -76,6 +80,8 @@ protected:
     const QTemporaryDir user;
     const ScopedVariable configured{"XDG_CONFIG_HOME", user.path().toUtf8()};
     const QTemporaryDir everyone;
+    ScriptedLookups systems;
+    const LookupsScope scope{systems};
 };
 
 } // namespace
