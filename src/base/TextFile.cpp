@@ -57,10 +57,12 @@ std::optional<QByteArray> fileSystemRepresentation(const QString &path)
     return utf8FromText(path);
 }
 
-int openForReading(const QByteArray &path)
+/// Not blocking, because opening a FIFO would otherwise wait for its writer.
+constexpr int kForReading = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+
+int openByPath(const char *path, int flags)
 {
-    // Not blocking, because opening a FIFO would otherwise wait for its writer.
-    return ::open(path.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    return ::open(path, flags);
 }
 
 ssize_t readSome(const FileDescriptor &file, char *into, qsizetype maxCount)
@@ -149,14 +151,14 @@ std::optional<QString> decodeToEnd(const FileDescriptor &file, qsizetype sizeHin
 
 /// Opens the regular file at the path and returns what reading it to its end returns.
 template<class Content>
-std::optional<Content> readRegularFile(const QString &path, qsizetype maxBytes,
+std::optional<Content> readRegularFile(const QString &path, qsizetype maxBytes, FileOpener *open,
                                        std::optional<Content> (*read)(const FileDescriptor &, qsizetype, qsizetype))
 {
     const std::optional<QByteArray> name = fileSystemRepresentation(path);
     if (!name) {
         return notTaken(path, "it is not a name that a file can have");
     }
-    const FileDescriptor file(openForReading(*name));
+    const FileDescriptor file(open(name->constData(), kForReading));
     struct stat status = {};
     if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
         return notTaken(path, std::strerror(errno));
@@ -191,10 +193,15 @@ bool fileExists(const QString &path)
 
 std::optional<QByteArray> contentsOfRegularFile(const QString &path, qsizetype maxBytes)
 {
-    return readRegularFile(path, maxBytes, &readToEnd);
+    return readRegularFile(path, maxBytes, &openByPath, &readToEnd);
 }
 
 std::optional<QString> textOfFile(const QString &path, qsizetype maxBytes)
 {
-    return readRegularFile(path, maxBytes, &decodeToEnd);
+    return textOfFile(path, maxBytes, &openByPath);
+}
+
+std::optional<QString> textOfFile(const QString &path, qsizetype maxBytes, FileOpener *open)
+{
+    return readRegularFile(path, maxBytes, open, &decodeToEnd);
 }

@@ -1,6 +1,7 @@
 // What Linux knows about its users, the standard directories and its clocks.
 #include "linux/LinuxLocalLookups.h"
 
+#include "base/TextFile.h"
 #include "base/Utf8.h"
 #include "linux/FileRights.h"
 #include "platform/StandardDirectories.h"
@@ -263,14 +264,16 @@ std::clock_t LinuxLocalLookups::processorTime() const
     return std::clock();
 }
 
-std::unique_ptr<platform::Object> LinuxLocalLookups::takeFileRightsOfUser(const QString &name) const
+std::optional<QString> LinuxLocalLookups::textOfFileOfUser(const QString &user, const QString &path,
+                                                           qsizetype maxBytes) const
 {
-    const std::optional<Account> account = accountNamed(name);
+    const std::optional<Account> account = accountNamed(user);
     if (!account) {
-        return nullptr;
+        return std::nullopt;
     }
-    auto rights = std::make_unique<FileRights>(account->userId, account->groupId, groupsOf(name, account->groupId));
-    return rights->areTaken() ? std::move(rights) : nullptr;
+    // Until it is read to its end: some files of the system's look at who reads them, too.
+    const FileRights rights(account->userId, account->groupId, groupsOf(user, account->groupId));
+    return rights.areTaken() ? textOfFile(path, maxBytes, &openByRightsAlone) : std::nullopt;
 }
 
 const platform::LocalLookups &platform::systemLocalLookups()

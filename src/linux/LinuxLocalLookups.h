@@ -29,7 +29,8 @@ public:
     QString globallyUniqueString() const override;
     std::time_t calendarTime() const override;
     std::clock_t processorTime() const override;
-    /// By the thread's filesystem user and group ID and its groups (credentials(7)). There are none of a user whom the
-    /// process's user namespace does not have (user_namespaces(7)).
-    std::unique_ptr<platform::Object> takeFileRightsOfUser(const QString &name) const override;
+    /// By the thread's effective IDs, groups and capabilities (credentials(7)); nothing is read through links of procfs
+    /// nor in it, of a user whom the process's user namespace does not have (user_namespaces(7)), or before Linux 5.6.
+    std::optional<QString> textOfFileOfUser(const QString &user, const QString &path,
+                                            qsizetype maxBytes) const override;
 };

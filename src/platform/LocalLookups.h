@@ -9,7 +9,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
-#include <memory>
 #include <optional>
 #include <span>
 
@@ -73,10 +72,13 @@ public:
     virtual std::time_t calendarTime() const = 0;
     /// The processor time that the process has used, in clock ticks (as clock(3) does).
     virtual std::clock_t processorTime() const = 0;
-    /// Takes on the named user's rights to files, for this thread, as long as the result lives: for a process of root's
-    /// that opens what a user may have planted. A null pointer when they cannot be taken on; then nothing of that
-    /// user's may be opened.
-    virtual std::unique_ptr<Object> takeFileRightsOfUser(const QString & /*name*/) const { return nullptr; }
+    /// What textOfFile() returns, opened and read with the named user's rights and no others: for a process of root's
+    /// that reads what this user may have planted. std::nullopt also when they cannot be taken on.
+    virtual std::optional<QString> textOfFileOfUser(const QString & /*user*/, const QString & /*path*/,
+                                                    qsizetype /*maxBytes*/) const
+    {
+        return std::nullopt;
+    }
 };
 
 /// The lookups of the system that the program was built for. Each system's sources define it; what is linked chooses.

@@ -6,7 +6,6 @@
 #include "platform/LocalLookups.h"
 
 #include <array>
-#include <memory>
 #include <optional>
 
 using namespace Qt::StringLiterals;
@@ -39,20 +38,16 @@ qsizetype maxBytes(const ApplicationLog &log)
     return static_cast<qsizetype>(3 * log.bound());
 }
 
-/// The text of the file at the path. Root opens it with the rights of the user at the console, whose file it is: a link
+/// The text of the file at the path. Root reads it with the rights of the user at the console, whose file it is: a link
 /// that this user has planted must not show and send what only root may read.
 std::optional<QString> textWithItsUsersRights(const QString &path, qsizetype maximum)
 {
     const platform::LocalLookups &lookups = platform::systemLocalLookups();
-    std::unique_ptr<platform::Object> rights;
-    if (lookups.realUserId() == platform::kRootUserId) {
-        const std::optional<QString> user = KVLocalPaths::currentConsoleUser();
-        rights = user ? lookups.takeFileRightsOfUser(*user) : nullptr;
-        if (!rights) {
-            return std::nullopt;
-        }
+    if (lookups.realUserId() != platform::kRootUserId) {
+        return fileExists(path) ? textOfFile(path, maximum) : std::nullopt;
     }
-    return fileExists(path) ? textOfFile(path, maximum) : std::nullopt;
+    const std::optional<QString> user = KVLocalPaths::currentConsoleUser();
+    return user ? lookups.textOfFileOfUser(*user, path, maximum) : std::nullopt;
 }
 
 /// The text of the log, if it may be appended to a report of the running length.

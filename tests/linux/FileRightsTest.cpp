@@ -1,4 +1,6 @@
 // A user's rights to files, taken on by root; run as root of the system or of a namespace that has all users.
+#include "linux/FileRights.h"
+
 #include "base/TextFile.h"
 #include "linux/LinuxLocalLookups.h"
 #include "support/PrintQt.h"
@@ -8,15 +10,22 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <grp.h>
 #include <linux/capability.h>
+#include <linux/securebits.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <csignal>
+#include <future>
+#include <thread>
 
 using namespace Qt::StringLiterals;
 
@@ -38,35 +47,32 @@ bool drop(int capability)
     return ::syscall(SYS_capset, &header, sets.data()) == 0;
 }
 
-/// Whether groups that no user has are the process's again after a user's rights.
-bool groupsComeBack(const LinuxLocalLookups &lookups)
+/// What the system says of the calling thread's IDs, groups and capabilities.
+QList<QByteArray> rightsOfThread()
 {
-    const std::array<gid_t, 2> before = {4711, 4712};
-    std::array<gid_t, 3> after = {};
-    if (::setgroups(before.size(), before.data()) != 0 || !lookups.takeFileRightsOfUser(kUser)) {
-        return false;
-    }
-    return ::getgroups(after.size(), after.data()) == 2 && after[0] == before[0] && after[1] == before[1];
+    QFile status(u"/proc/thread-self/status"_s);
+    EXPECT_TRUE(status.open(QFile::ReadOnly));
+    QList<QByteArray> lines = status.readAll().split('\n');
+    lines.removeIf([](const QByteArray &line) {
+        return !line.startsWith("Uid:") && !line.startsWith("Gid:") && !line.startsWith("Groups:")
+            && !line.startsWith("Cap");
+    });
+    EXPECT_EQ(lines.size(), 8);
+    return lines;
 }
 
-/// Whether a process without groups has none after a user's rights.
-bool noGroupsComeBack(const LinuxLocalLookups &lookups)
+/// Whether a user's rights are taken on and the thread's own are the same afterwards, to the last word.
+bool rightsComeBack()
 {
-    if (::setgroups(0, nullptr) != 0 || !lookups.takeFileRightsOfUser(kUser)) {
-        return false;
-    }
-    return ::getgroups(0, nullptr) == 0;
+    const QList<QByteArray> before = rightsOfThread();
+    const bool taken = FileRights(kUserId, kUserId, {4711}).areTaken();
+    return taken && rightsOfThread() == before;
 }
 
-/// How many groups the process has with the user's rights, where the file is the system's list of groups.
-int groupsByList(const LinuxLocalLookups &lookups, const QString &list)
+/// The same where these are the groups of the process.
+bool groupsComeBack(const std::vector<gid_t> &groups)
 {
-    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0
-        || ::mount(list.toLocal8Bit().constData(), "/etc/group", nullptr, MS_BIND, nullptr) != 0) {
-        return -1;
-    }
-    const auto rights = lookups.takeFileRightsOfUser(kUser);
-    return rights ? ::getgroups(0, nullptr) : -1;
+    return ::setgroups(groups.size(), groups.data()) == 0 && rightsComeBack();
 }
 
 /// Moves the process into a user namespace whose only user has that ID there; it may set no groups in it.
@@ -110,15 +116,34 @@ protected:
     }
 
     /// What is read of the file with the user's rights.
-    std::optional<QByteArray> readByUser(const QString &path) const
+    std::optional<QString> readByUser(const QString &path) const
     {
-        const auto rights = lookups.takeFileRightsOfUser(kUser);
-        EXPECT_NE(rights, nullptr);
-        return contentsOfRegularFile(path);
+        return lookups.textOfFileOfUser(kUser, path, kAnySize);
+    }
+
+    /// Of how many groups the user reads the files, where this is the system's list of groups.
+    int groupsByList(const QString &list, gid_t first, int count) const
+    {
+        if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0
+            || ::mount(list.toLocal8Bit().constData(), "/etc/group", nullptr, MS_BIND, nullptr) != 0) {
+            return -1;
+        }
+        int read = 0;
+        for (gid_t group = first; group < first + static_cast<gid_t>(count); ++group) {
+            read += readByUser(file(u"of-a-group"_s, 0, group, 0040)) ? 1 : 0;
+        }
+        return read;
     }
 
     const QTemporaryDir folder;
+    const QString ofUser = file(u"of-the-user"_s, kUserId, 0, 0600);
+    const QString ofAll = file(u"of-all"_s, 0, 0, 0644);
     const LinuxLocalLookups lookups;
+};
+
+/// What is read with a user's rights; a memcheck that does not know openat2(2) reads nothing.
+class UsersFile : public FileRightsTest
+{
 };
 
 } // namespace
@@ -132,7 +157,7 @@ TEST_F(FileRightsTest, UserOfTheProcessIsTheRealOneAndNotTheEffectiveOne)
     EXPECT_EQ(id, 0U);
 }
 
-TEST_F(FileRightsTest, WhatOnlyRootMayReadIsNotRead)
+TEST_F(UsersFile, ThatOnlyRootMayReadIsNotRead)
 {
     const QString path = file(u"of-root"_s, 0, 0, 0600);
 
@@ -140,7 +165,7 @@ TEST_F(FileRightsTest, WhatOnlyRootMayReadIsNotRead)
     EXPECT_EQ(contentsOfRegularFile(path), "content") << "root's own rights are back";
 }
 
-TEST_F(FileRightsTest, LinkOfTheUsersToWhatOnlyRootMayReadIsNotRead)
+TEST_F(UsersFile, LinkedToWhatOnlyRootMayReadIsNotRead)
 {
     const QString link = folder.filePath(u"link"_s);
     ASSERT_TRUE(QFile::link(file(u"of-root"_s, 0, 0, 0600), link));
@@ -149,75 +174,180 @@ TEST_F(FileRightsTest, LinkOfTheUsersToWhatOnlyRootMayReadIsNotRead)
     EXPECT_EQ(readByUser(link), std::nullopt);
 }
 
-TEST_F(FileRightsTest, UsersOwnFileIsReadAndRootsRightToEveryFileComesBack)
+TEST_F(UsersFile, IsReadAndRootsRightToEveryFileComesBack)
 {
-    const QString path = file(u"of-the-user"_s, kUserId, 0, 0600);
-
-    EXPECT_EQ(readByUser(path), "content");
-    EXPECT_EQ(contentsOfRegularFile(path), "content");
+    EXPECT_EQ(readByUser(ofUser), u"content"_s);
+    EXPECT_EQ(contentsOfRegularFile(ofUser), "content");
 }
 
-TEST_F(FileRightsTest, GroupsAreTheUsersAndNotRoots)
+TEST_F(UsersFile, OfAGroupIsReadWhereTheGroupIsTheUsersAndNotRoots)
 {
-    EXPECT_EQ(readByUser(file(u"of-the-users-group"_s, 0, kUserId, 0640)), "content");
+    EXPECT_EQ(readByUser(file(u"of-the-users-group"_s, 0, kUserId, 0640)), u"content"_s);
     EXPECT_EQ(readByUser(file(u"of-roots-group"_s, 0, 0, 0640)), std::nullopt);
 }
 
-TEST_F(FileRightsTest, NobodyOfThatNameHasNoRights)
+TEST_F(UsersFile, LinkedToAnotherOfTheUsersIsRead)
 {
-    EXPECT_EQ(lookups.takeFileRightsOfUser(u"no such user"_s), nullptr);
+    const QString link = folder.filePath(u"link"_s);
+    ASSERT_TRUE(QFile::link(ofUser, link));
+    ASSERT_EQ(::lchown(link.toLocal8Bit().constData(), kUserId, kUserId), 0);
+
+    EXPECT_EQ(readByUser(link), u"content"_s);
 }
 
-TEST_F(FileRightsTest, GroupsOfTheProcessComeBack)
+TEST_F(UsersFile, LinkedToWhatTheProcessHasOpenIsNotRead)
 {
-    EXPECT_EXIT(_exit(groupsComeBack(lookups) ? 0 : 1), testing::ExitedWithCode(0), "");
+    const QString unreachable = folder.filePath(u"private"_s);
+    ASSERT_EQ(::mkdir(unreachable.toLocal8Bit().constData(), 0700), 0);
+    const QString path = file(u"private/of-all"_s, 0, 0, 0644);
+    const int opened = ::open(path.toLocal8Bit().constData(), O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(opened, 0);
+
+    EXPECT_EQ(readByUser(path), std::nullopt);
+    EXPECT_EQ(readByUser(u"/proc/self/fd/%1"_s.arg(opened)), std::nullopt);
+    EXPECT_EQ(readByUser(u"/dev/fd/%1"_s.arg(opened)), std::nullopt);
+    EXPECT_EQ(readByUser(u"/proc/self/root"_s + ofUser), std::nullopt) << "though the user may read that one";
+    ::close(opened);
 }
 
-TEST_F(FileRightsTest, ProcessWithoutGroupsHasNoneAfterwards)
+TEST_F(UsersFile, ThatTellsOfAProcessIsNotRead)
 {
-    EXPECT_EXIT(_exit(noGroupsComeBack(lookups) ? 0 : 1), testing::ExitedWithCode(0), "");
+    // Everybody may read these two, but not everybody is told of this process.
+    EXPECT_EQ(readByUser(u"/proc/self/maps"_s), std::nullopt);
+    EXPECT_EQ(readByUser(u"/proc/version"_s), std::nullopt);
+    errno = 0;
+    EXPECT_LT(openByRightsAlone("/proc/version", O_RDONLY | O_CLOEXEC), 0);
+    EXPECT_EQ(errno, EACCES);
 }
 
-TEST_F(FileRightsTest, GroupsAreAllThatTheUserIsIn)
+TEST_F(UsersFile, ThatIsRefusedIsClosed)
 {
+    const int before = ::dup(STDERR_FILENO);
+    EXPECT_LT(openByRightsAlone("/proc/version", O_RDONLY | O_CLOEXEC), 0);
+    const int after = ::dup(STDERR_FILENO);
+
+    EXPECT_EQ(after, before + 1);
+    ::close(before);
+    ::close(after);
+}
+
+TEST_F(UsersFile, LargerThanMaxBytesIsNotRead)
+{
+    EXPECT_EQ(lookups.textOfFileOfUser(kUser, ofUser, 7), u"content"_s);
+    EXPECT_EQ(lookups.textOfFileOfUser(kUser, ofUser, 6), std::nullopt);
+}
+
+TEST_F(UsersFile, OfAUserWhomNobodyKnowsIsNotRead)
+{
+    EXPECT_EQ(lookups.textOfFileOfUser(u"no such user"_s, ofAll, kAnySize), std::nullopt);
+}
+
+TEST_F(FileRightsTest, AreTheEffectiveOnesAndWithoutCapabilities)
+{
+    const FileRights rights(kUserId, kUserId + 1, {4711, 4712});
+    ASSERT_TRUE(rights.areTaken());
+
+    const QList<QByteArray> lines = rightsOfThread();
+    EXPECT_EQ(lines[0], "Uid:\t0\t65534\t0\t65534") << "real, effective, saved, for files";
+    EXPECT_EQ(lines[1], "Gid:\t0\t65535\t0\t65535");
+    EXPECT_EQ(lines[2].trimmed(), "Groups:\t4711 4712");
+    EXPECT_EQ(lines[5], "CapEff:\t0000000000000000");
+}
+
+TEST_F(FileRightsTest, OfTheProcessComeBackToTheLastOne)
+{
+    EXPECT_TRUE(rightsComeBack());
+    for (const std::vector<gid_t> &groups : {std::vector<gid_t>(), {4712, 4711}, std::vector<gid_t>(300, 4711)}) {
+        EXPECT_EXIT(_exit(groupsComeBack(groups) ? 0 : 1), testing::ExitedWithCode(0), "") << groups.size();
+    }
+    EXPECT_EXIT(_exit(::setegid(4711) == 0 && rightsComeBack() ? 0 : 1), testing::ExitedWithCode(0), "");
+    // What had no effect before has none afterwards.
+    EXPECT_EXIT(_exit(drop(CAP_SYS_PTRACE) && rightsComeBack() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(FileRightsTest, OfTheProcessComeBackAlsoWhereTheUsersAreNotTaken)
+{
+    const auto noneTaken = [] {
+        const QList<QByteArray> before = rightsOfThread();
+        const bool taken = FileRights(kUserId, kUserId, {4711}).areTaken();
+        return !taken && rightsOfThread() == before;
+    };
+    EXPECT_EXIT(_exit(drop(CAP_SETUID) && noneTaken() ? 0 : 1), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(_exit(drop(CAP_SETGID) && noneTaken() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(UsersFile, IsReadWithoutCapabilitiesThatTheKernelIsToldToLeave)
+{
+    const QString secret = file(u"of-root"_s, 0, 0, 0600);
+    const auto staysHidden = [&] {
+        return ::prctl(PR_SET_SECUREBITS, SECBIT_NO_SETUID_FIXUP) == 0 && readByUser(secret) == std::nullopt
+            && readByUser(ofUser) == u"content"_s && rightsComeBack();
+    };
+    EXPECT_EXIT(_exit(staysHidden() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(FileRightsTest, AnotherThreadKeepsItsOwn)
+{
+    std::promise<void> taken;
+    std::future<QList<QByteArray>> seen = std::async(std::launch::async, [&taken] {
+        taken.get_future().wait();
+        return rightsOfThread();
+    });
+    const QList<QByteArray> before = rightsOfThread();
+    {
+        const FileRights rights(kUserId, kUserId, {});
+        taken.set_value();
+        EXPECT_EQ(seen.get(), before);
+    }
+}
+
+TEST_F(FileRightsTest, ProcessThatCannotHaveItsOwnBackEnds)
+{
+    const auto loseOwn = [] {
+        const FileRights rights(kUserId, kUserId, {});
+        return ::setresuid(kUserId, kUserId, kUserId);
+    };
+    EXPECT_EXIT(_exit(loseOwn()), testing::KilledBySignal(SIGABRT), "the rights of the process do not come back");
+}
+
+TEST_F(UsersFile, OfAnyGroupThatTheUserIsInIsRead)
+{
+    constexpr gid_t kFirst = 5000;
     constexpr int kGroups = 100;
     const QString list = file(u"group"_s, 0, 0, 0644);
     QFile output(list);
     ASSERT_TRUE(output.open(QFile::WriteOnly | QFile::Truncate));
-    for (int number = 0; number < kGroups; ++number) {
-        output.write("group" + QByteArray::number(number) + ":x:" + QByteArray::number(5000 + number) + ":nobody\n");
+    for (gid_t group = kFirst; group < kFirst + kGroups; ++group) {
+        output.write("group" + QByteArray::number(group) + ":x:" + QByteArray::number(group) + ":nobody\n");
     }
     output.close();
 
-    // The user's own group is one more.
-    EXPECT_EXIT(_exit(groupsByList(lookups, list)), testing::ExitedWithCode(kGroups + 1), "");
+    // The one after the last is not the user's.
+    EXPECT_EXIT(_exit(groupsByList(list, kFirst, kGroups + 1)), testing::ExitedWithCode(kGroups), "");
 }
 
-TEST_F(FileRightsTest, AreNotTakenWithoutTheRightToChangeTheUserOrTheGroup)
+TEST_F(UsersFile, IsNotReadWithoutTheRightToChangeTheUserOrTheGroup)
 {
+    ASSERT_EQ(readByUser(ofAll), u"content"_s);
     for (const int missing : {CAP_SETUID, CAP_SETGID}) {
-        EXPECT_EXIT(_exit(drop(missing) && !lookups.takeFileRightsOfUser(kUser) ? 0 : 1), testing::ExitedWithCode(0),
-                    "")
-            << missing;
+        EXPECT_EXIT(_exit(drop(missing) && !readByUser(ofAll) ? 0 : 1), testing::ExitedWithCode(0), "") << missing;
     }
 }
 
-TEST_F(FileRightsTest, AreNotTakenOfAUserWhomTheNamespaceDoesNotHave)
+TEST_F(UsersFile, OfAUserWhomTheNamespaceDoesNotHaveIsNotRead)
 {
     for (const uid_t other : {uid_t(0), kUserId - 1, kUserId + 1}) {
-        EXPECT_EXIT(_exit(enterNamespaceOf(other) && !lookups.takeFileRightsOfUser(kUser) ? 0 : 1),
-                    testing::ExitedWithCode(0), "")
+        EXPECT_EXIT(_exit(enterNamespaceOf(other) && !readByUser(ofAll) ? 0 : 1), testing::ExitedWithCode(0), "")
             << other;
     }
 }
 
-TEST_F(FileRightsTest, AreNotTakenWhereGroupsCannotBeSet)
+TEST_F(UsersFile, IsNotReadWhereGroupsCannotBeSet)
 {
-    EXPECT_EXIT(_exit(enterNamespaceOf(kUserId) && !lookups.takeFileRightsOfUser(kUser) ? 0 : 1),
-                testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(_exit(enterNamespaceOf(kUserId) && !readByUser(ofAll) ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
-TEST_F(FileRightsTest, AreTheUsersWithoutProcToo)
+TEST_F(UsersFile, IsReadAlikeWithoutProc)
 {
     const QString path = file(u"of-root"_s, 0, 0, 0600);
 

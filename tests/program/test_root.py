@@ -2,6 +2,7 @@
 
 import os
 import re
+import subprocess
 
 from support import ADDRESS, APPLICATION_LOGS, CRASH_LOG, ProgramTest, cases
 from test_home import states_below
@@ -115,6 +116,53 @@ class Root(ProgramTest):
         os.symlink(self.secret, self.path_of_log(".1.log"))
         program = self.submitted_by_keyboard(self.launch_as_root())
         self.assert_report_with(program, ".task.1.log", ".2.log", ".task.2.log")
+
+    def folder_behind_roots_own(self):
+        """Its file may be read by everybody, and the folder above it be entered by root alone."""
+        folder = os.path.join(self.subfolder("private"), "work")
+        os.mkdir(folder)
+        secret = os.path.join(folder, "secret")
+        write(secret, SECRET)
+        os.chmod(secret, 0o644)
+        os.chmod(os.path.dirname(folder), 0o700)
+        return folder
+
+    def process_of_roots(self, folder):
+        other = subprocess.Popen(["sleep", "600"], cwd=folder)
+        self.addCleanup(other.wait)
+        self.addCleanup(other.kill)
+        return f"/proc/{other.pid}"
+
+    def assert_left_out(self, target, environment=()):
+        self.server = self.serve()
+        os.remove(self.path_of_log(".1.log"))
+        os.symlink(target, self.path_of_log(".1.log"))
+        program = self.submitted_by_keyboard(self.launch_as_root(environment=environment))
+        self.assert_report_with(program, ".task.1.log", ".2.log", ".task.2.log")
+
+    def test_a_log_that_leads_to_a_secret_of_the_kernels_is_left_out(self):
+        key = "/proc/sys/net/ipv4/tcp_fastopen_key"
+        write(key, b"deadbeef-00112233-44556677-8899aabb")
+        self.assertTrue(read(key))
+        self.assert_left_out(key)
+
+    def test_a_log_that_leads_into_the_folder_that_root_was_in_is_left_out(self):
+        self.assert_left_out("/proc/self/cwd/secret", ("-C", self.folder_behind_roots_own()))
+
+    def test_a_log_that_leads_into_the_folder_that_another_process_of_roots_is_in_is_left_out(self):
+        self.assert_left_out(self.process_of_roots(self.folder_behind_roots_own()) + "/cwd/secret")
+
+    @cases(itself=(False,), another=(True,))
+    def test_a_log_that_leads_to_what_the_system_knows_of_a_process_of_roots_is_left_out_for(self, another):
+        self.assert_left_out((self.process_of_roots("/") if another else "/proc/self") + "/maps")
+
+    def test_a_log_that_leads_to_another_file_of_the_users_is_appended(self):
+        self.server = self.serve()
+        moved = os.path.join(self.home.path, "moved")
+        os.rename(self.path_of_log(".1.log"), moved)
+        os.chmod(moved, 0o600)
+        os.symlink(moved, self.path_of_log(".1.log"))
+        self.assert_report_with(self.submitted_by_keyboard(self.launch_as_root()), *APPLICATION_LOGS)
 
     # Whose settings
 

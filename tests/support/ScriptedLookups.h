@@ -1,11 +1,13 @@
 // Lookups whose answers a test writes down, and which note every question in the order it was asked.
 #pragma once
 
+#include "base/TextFile.h"
 #include "platform/StandardDirectories.h"
+
+#include <fcntl.h>
 
 #include <algorithm>
 #include <deque>
-#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -40,8 +42,8 @@ public:
     mutable std::deque<QString> uniqueStrings = {QStringLiteral("unique")};
     std::time_t seconds = 1'700'000'000;
     std::clock_t ticks = 4711;
-    /// What stands for a user's rights to files, until it is destroyed; the rights are refused where this gives none.
-    std::function<std::unique_ptr<platform::Object>()> fileRights = [] { return std::make_unique<platform::Object>(); };
+    /// What a file is opened by with a user's rights; these are refused where there is none.
+    FileOpener *openOfUser = [](const char *path, int flags) { return ::open(path, flags); };
 
     QStringList searchPathForDirectoriesInDomains(std::uint64_t kind, std::uint64_t domainMask) const override
     {
@@ -127,10 +129,10 @@ public:
         return ticks;
     }
 
-    std::unique_ptr<platform::Object> takeFileRightsOfUser(const QString &user) const override
+    std::optional<QString> textOfFileOfUser(const QString &user, const QString &path, qsizetype maxBytes) const override
     {
-        note("file rights of " + user.toStdString());
-        return fileRights();
+        note("file of " + user.toStdString() + " up to " + std::to_string(maxBytes));
+        return openOfUser ? textOfFile(path, maxBytes, openOfUser) : std::nullopt;
     }
 
 private:
