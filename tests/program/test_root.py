@@ -59,6 +59,7 @@ class Root(ProgramTest):
         super().setUp()
         os.chmod(self.folder, 0o711)
         self.home_of_root = Home(self.subfolder("root"))
+        self.configuration = os.path.join(self.home_of_root.path, ".config")
         self.secret = os.path.join(self.folder, "secret")
         write(self.secret, SECRET)
         os.chmod(self.secret, 0o600)
@@ -190,6 +191,68 @@ class Root(ProgramTest):
         os.symlink(self.secret, self.home_of_root.settings_path)
         self.assert_accepted(self.submitted_by_keyboard(program), self.server)
         self.assertEqual(read(self.secret), SECRET)
+
+    def link_configuration_to_the_users(self):
+        """Root's own link, to a folder in the user's home."""
+        folder = os.path.join(self.home.path, "of-the-user")
+        os.mkdir(folder)
+        os.rmdir(self.configuration)
+        os.symlink(folder, self.configuration)
+        return folder
+
+    def test_nothing_is_kept_through_a_link_of_roots_into_the_users_home(self):
+        self.server = self.serve()
+        folder = self.link_configuration_to_the_users()
+        self.assert_accepted(self.submitted_by_keyboard(self.launch_as_root()), self.server)
+        self.assertEqual(os.listdir(folder), [])
+
+    def plant_settings_folder(self, place):
+        """A folder of the user's in the place of the program's, in which the settings are a link to root's file."""
+        planted = os.path.join(place, "Korvale")
+        os.mkdir(planted)
+        os.symlink(self.secret, os.path.join(planted, "CrashReporter.conf"))
+        give(planted, USER_ID)
+
+    def test_nothing_is_kept_where_the_user_plants_a_folder_behind_a_link_of_roots_after_the_start(self):
+        self.server = self.serve()
+        folder = self.link_configuration_to_the_users()
+        program = self.launch_as_root()
+        self.plant_settings_folder(folder)
+        self.assert_accepted(self.submitted_by_keyboard(program), self.server)
+        self.assertEqual(read(self.secret), SECRET)
+
+    def test_nothing_is_kept_where_a_folder_has_been_planted_after_the_start(self):
+        self.server = self.serve()
+        program = self.launch_as_root()
+        self.plant_settings_folder(self.configuration)
+        self.assert_accepted(self.submitted_by_keyboard(program), self.server)
+        self.assertEqual(read(self.secret), SECRET)
+
+    @cases(others_the_configuration=(".config", 0o707), the_group_the_configuration=(".config", 0o770),
+           others_the_programs=(".config/Korvale", 0o707), the_group_the_programs=(".config/Korvale", 0o770),
+           others_the_home=("", 0o703))
+    def test_nothing_is_kept_where_a_folder_may_be_written_by(self, place, mode):
+        self.server = self.serve()
+        os.makedirs(self.home_of_root.settings_folder)
+        os.chmod(os.path.join(self.home_of_root.path, place), mode)
+        self.assert_accepted(self.submitted_by_keyboard(self.launch_as_root()), self.server)
+        self.assertEqual(os.listdir(self.home_of_root.settings_folder), [])
+
+    def test_no_settings_of_another_owner_are_read(self):
+        self.server = self.serve()
+        self.home_of_root.write_settings("[General]\ncrashSubmissionCount=7\n")
+        os.chown(self.home_of_root.settings_path, USER_ID, USER_ID)
+        self.assert_accepted(self.submitted_by_keyboard(self.launch_as_root()), self.server)
+        self.assertEqual(self.home_of_root.settings()["crashSubmissionCount"], "7")
+
+    def test_roots_settings_are_kept_where_folders_are_made_without_a_mask(self):
+        self.server = self.serve()
+        os.rmdir(self.configuration)
+        masked = self.launch_as_root(trace=("bash", "-c", 'umask 0 && exec "$@"', "bash"))
+        self.assert_accepted(self.submitted_by_keyboard(masked), self.server)
+        self.assertEqual(self.home_of_root.settings()["crashSubmissionCount"], "1")
+        for folder in (self.home_of_root.settings_folder, self.configuration):
+            self.assertEqual(os.stat(folder).st_mode & 0o777, 0o700, folder)
 
     # Whose programs
 

@@ -4,7 +4,6 @@
 #include "base/PathText.h"
 #include "base/TextFile.h"
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QLockFile>
@@ -13,6 +12,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <utility>
@@ -49,24 +49,46 @@ std::optional<QString> configurationFolder(const platform::LocalLookups &lookups
     return byAppendingPathComponent(lookups.homeDirectory(), u".config"_s);
 }
 
-/// Whether writing to the path replaces nothing but settings: the toolkit writes a new file in the place of what a link
+/// Whether writing to the path replaces nothing but a file: the toolkit writes a new one in the place of what a link
 /// leads to, be it a device.
-bool canBeAStore(const QString &path)
+bool canBeReplaced(const QString &path)
 {
     const QFileInfo info(path);
     return !info.exists() || info.isFile();
 }
 
-/// Whether anything is another user's where root's settings lie: a link would lead root's writing anywhere, and in a
-/// folder that user may put one at any time.
-bool isPartlyForeign(const QString &folder)
+/// Whether nobody but root decides what lies there and what it leads to.
+bool isRootsAlone(const struct stat &status)
 {
-    const QString ours = folder + u'/' + kOrganisation;
-    const QStringList places = {folder, ours, ours + u'/' + kApplication + u".conf"_s};
-    return std::ranges::any_of(places, [](const QString &place) {
+    const bool isShared = S_ISDIR(status.st_mode) && (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    return status.st_uid == platform::kRootUserId && !S_ISLNK(status.st_mode) && !isShared;
+}
+
+/// Whether a user may lead root to another file than the store: by a link, or where that user may put one at any time.
+/// What is not there yet, root makes. Only the home itself, which the account names, may be a link.
+bool mayBeLedElsewhere(const QString &store)
+{
+    const QString ours = QFileInfo(store).path();
+    const QString configuration = QFileInfo(ours).path();
+    struct stat home = {};
+    if (::stat(QFile::encodeName(QFileInfo(configuration).path()).constData(), &home) != 0 || !isRootsAlone(home)) {
+        return true;
+    }
+    return std::ranges::any_of(QStringList{configuration, ours, store}, [](const QString &place) {
         struct stat status = {};
-        return ::lstat(QFile::encodeName(place).constData(), &status) == 0 && status.st_uid != platform::kRootUserId;
+        return ::lstat(QFile::encodeName(place).constData(), &status) == 0 ? !isRootsAlone(status) : errno != ENOENT;
     });
+}
+
+/// For the user alone, whatever the mask, as the XDG Base Directory Specification asks for.
+bool makeFolder(const QString &path)
+{
+    if (QFileInfo(path).isDir()) {
+        return true;
+    }
+    // Another process may be making it, too.
+    return makeFolder(QFileInfo(path).path())
+        && (::mkdir(QFile::encodeName(path).constData(), S_IRWXU) == 0 || QFileInfo(path).isDir());
 }
 
 /// Keeps other processes from writing the store, for as long as the lock lives; nothing where they cannot be kept from
@@ -74,7 +96,7 @@ bool isPartlyForeign(const QString &folder)
 std::unique_ptr<QLockFile> lockOf(const QString &store)
 {
     const QString path = store + u".lock"_s;
-    if (!canBeAStore(path) || !QDir().mkpath(QFileInfo(store).path())) {
+    if (!canBeReplaced(path) || !makeFolder(QFileInfo(store).path())) {
         return nullptr;
     }
     auto lock = std::make_unique<QLockFile>(path);
@@ -135,13 +157,15 @@ bool replaceStore(const QString &store, const QVariantMap &values)
     return std::rename(QFile::encodeName(fresh).constData(), QFile::encodeName(file).constData()) == 0;
 }
 
+bool canBeAStore(const QString &path, bool isRoots)
+{
+    return canBeReplaced(path) && !(isRoots && mayBeLedElsewhere(path));
+}
+
 std::unique_ptr<QSettings> openedStore(const platform::LocalLookups &lookups)
 {
     const std::optional<QString> folder = configurationFolder(lookups);
-    if (!folder || !canBeAStore(*folder + u'/' + kOrganisation + u'/' + kApplication + u".conf"_s)) {
-        return nullptr;
-    }
-    if (isRoot(lookups) && isPartlyForeign(*folder)) {
+    if (!folder || !canBeAStore(*folder + u'/' + kOrganisation + u'/' + kApplication + u".conf"_s, isRoot(lookups))) {
         return nullptr;
     }
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, *folder);
@@ -155,7 +179,8 @@ std::unique_ptr<QSettings> openedStore(const platform::LocalLookups &lookups)
 } // namespace
 
 QtUserDefaults::QtUserDefaults(const platform::LocalLookups &lookups)
-    : settings(openedStore(lookups))
+    : isRoots(isRoot(lookups))
+    , settings(openedStore(lookups))
 {
 }
 
@@ -187,13 +212,15 @@ void QtUserDefaults::setObjectForKey(const QVariant &value, const QString &key)
 void QtUserDefaults::synchronize()
 {
     if (!settings) {
-        qCInfo(lcSettings) << "nothing is kept: there is no folder for the settings, or no regular file";
+        qCInfo(lcSettings)
+            << "nothing is kept: there is no folder for the settings, or no regular file, or not root's alone";
         return;
     }
     const QString store = settings->fileName();
-    const std::unique_ptr<QLockFile> lock = canBeAStore(store) ? lockOf(store) : nullptr;
+    const std::unique_ptr<QLockFile> lock = canBeAStore(store, isRoots) ? lockOf(store) : nullptr;
     if (!lock) {
-        qCInfo(lcSettings) << store << "is not written: it or its lock is no regular file, or is locked";
+        qCInfo(lcSettings) << store
+                           << "is not written: it or its lock is no regular file, or not root's alone, or is locked";
         return;
     }
     settings->sync();
@@ -216,7 +243,7 @@ QVariant QtUserDefaults::valueForKey(const QString &key) const
     if (const auto found = unsaved.constFind(key); found != unsaved.constEnd()) {
         return *found;
     }
-    if (!settings || !canBeAStore(settings->fileName())) {
+    if (!settings || !canBeAStore(settings->fileName(), isRoots)) {
         return {};
     }
     // Another window may have submitted since: what counts is what is stored now.

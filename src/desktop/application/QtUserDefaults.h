@@ -15,6 +15,10 @@
 /// Only a regular file is a store, or a link to one. Where there is anything else, where the user has no home, or while
 /// another process holds the store locked, nothing is stored and nothing is touched: what was set is known to this
 /// object alone. A file is replaced as a whole, by one that was written and looked at beside it, or not at all.
+///
+/// Root's settings are in the home that its account names, and are kept only while nobody else may lead root to another
+/// file: from this home on there are no links, everything is root's, and nobody else may write a folder. It is looked
+/// at before each reading and writing.
 class QtUserDefaults : public platform::UserDefaults
 {
 public:
@@ -30,6 +34,7 @@ public:
 private:
     QVariant valueForKey(const QString &key) const;
 
+    const bool isRoots;
     std::unique_ptr<QSettings> settings; ///< Only read; none where nothing can be stored.
     QVariantMap unsaved;                 ///< What was set since the store was last written.
 };

@@ -425,49 +425,97 @@ TEST_F(UserDefaultsTest, RootsStoreIsInTheHomeOfItsAccountWhateverTheEnvironment
     defaults.setIntegerForKey(5, kCount);
     defaults.synchronize();
 
-    EXPECT_TRUE(QFileInfo(home.filePath(u".config/Korvale/CrashReporter.conf"_s)).isFile());
+    // What an ordinary user makes is never root's.
+    EXPECT_EQ(QFileInfo(home.filePath(u".config/Korvale/CrashReporter.conf"_s)).isFile(), geteuid() == 0);
     EXPECT_EQ(stored(), "no file") << "nothing of root's in the folder that XDG_CONFIG_HOME names";
 }
 
-TEST_F(UserDefaultsTest, RootFollowsALinkOfItsOwnAndNoneOfAnotherOwner)
+TEST_F(UserDefaultsTest, RootKeepsNothingThroughALinkNotEvenThroughOneOfItsOwn)
 {
-    // What an ordinary user makes is never root's.
-    for (const bool isRoots : {geteuid() == 0, false}) {
+    for (const QString &place : {u".config"_s, u".config/Korvale"_s, u".config/Korvale/CrashReporter.conf"_s}) {
         const QTemporaryDir home;
         const QTemporaryDir elsewhere;
-        ASSERT_TRUE(QFile::link(elsewhere.path(), home.filePath(u".config"_s)));
-        if (!isRoots && geteuid() == 0) {
-            ASSERT_EQ(lchown(home.filePath(u".config"_s).toLocal8Bit().constData(), 4321, 4321), 0);
+        const QString target = elsewhere.filePath(u"target"_s);
+        if (place.endsWith(u".conf")) {
+            write(target, "[General]\ncrashSubmissionCount=7\n");
+        } else {
+            ASSERT_TRUE(QDir().mkdir(target));
         }
+        ASSERT_TRUE(QDir().mkpath(QFileInfo(home.filePath(place)).path()));
+        ASSERT_TRUE(QFile::link(target, home.filePath(place)));
         const RootsLookups lookups(home.path());
 
         QtUserDefaults defaults(lookups);
+        EXPECT_EQ(defaults.integerForKey(kCount), 0) << place.toStdString();
         defaults.setIntegerForKey(5, kCount);
         defaults.synchronize();
 
-        EXPECT_EQ(QFileInfo::exists(elsewhere.filePath(u"Korvale/CrashReporter.conf"_s)), isRoots);
         EXPECT_EQ(defaults.integerForKey(kCount), 5);
+        EXPECT_TRUE(QDir(target).isEmpty());
+        if (QFile file(target); place.endsWith(u".conf")) {
+            ASSERT_TRUE(file.open(QFile::ReadOnly));
+            EXPECT_EQ(file.readAll(), "[General]\ncrashSubmissionCount=7\n");
+        }
     }
 }
 
-TEST_F(UserDefaultsTest, RootWritesIntoNoFolderOfAnotherOwner)
+TEST_F(UserDefaultsTest, RootKeepsNothingWithoutAHomeThatIsThere)
 {
-    // Root's writing is tried by root alone; what an ordinary user makes is another's all the same.
     const QTemporaryDir home;
-    ASSERT_TRUE(QDir().mkpath(home.filePath(u".config/Korvale"_s)));
-    if (geteuid() == 0) {
-        ASSERT_EQ(chown(home.filePath(u".config/Korvale"_s).toLocal8Bit().constData(), 4321, 4321), 0);
-    }
-    const RootsLookups lookups(home.path());
-    QtUserDefaults defaults(lookups);
-    const QString target = home.filePath(u"of-root"_s);
-    ASSERT_TRUE(QFile::link(target, home.filePath(u".config/Korvale/CrashReporter.conf"_s)));
+    const RootsLookups lookups(home.filePath(u"gone"_s));
 
+    QtUserDefaults defaults(lookups);
     defaults.setIntegerForKey(5, kCount);
     defaults.synchronize();
 
-    EXPECT_FALSE(QFileInfo::exists(target)) << "the link was made after the store was looked at";
-    EXPECT_EQ(defaults.integerForKey(kCount), 5);
+    EXPECT_TRUE(QDir(home.path()).isEmpty());
+}
+
+TEST_F(UserDefaultsTest, RootLooksAgainBeforeEachReadingAndWriting)
+{
+    const QTemporaryDir home;
+    const QString ours = home.filePath(u".config/Korvale"_s);
+    const QString file = ours + u"/CrashReporter.conf"_s;
+    const RootsLookups lookups(home.path());
+    QtUserDefaults defaults(lookups);
+    defaults.setIntegerForKey(5, kCount);
+    defaults.synchronize();
+    if (geteuid() != 0) {
+        // What an ordinary user makes is another's from the beginning.
+        EXPECT_FALSE(QFileInfo::exists(ours));
+        return;
+    }
+    ASSERT_EQ(defaults.integerForKey(kCount), 5);
+
+    write(file, "[General]\ncrashSubmissionCount=7\n");
+    ASSERT_EQ(chown(ours.toLocal8Bit().constData(), 4321, 4321), 0);
+    EXPECT_EQ(defaults.integerForKey(kCount), 0);
+
+    const QString target = home.filePath(u"of-root"_s);
+    ASSERT_TRUE(QFile::remove(file));
+    ASSERT_TRUE(QFile::link(target, file));
+    defaults.setIntegerForKey(6, kCount);
+    defaults.synchronize();
+    EXPECT_FALSE(QFileInfo::exists(target));
+    EXPECT_EQ(defaults.integerForKey(kCount), 6);
+}
+
+TEST_F(UserDefaultsTest, FoldersThatAreMadeAreTheUsersAloneWhateverTheMask)
+{
+    const QString folder = user.filePath(u"new/folders"_s);
+    const ScopedVariable elsewhere("XDG_CONFIG_HOME", folder.toUtf8());
+    const mode_t mask = umask(0);
+    StoredDefaults defaults;
+    defaults.setIntegerForKey(5, kCount);
+    defaults.synchronize();
+    umask(mask);
+
+    EXPECT_EQ(StoredDefaults().integerForKey(kCount), 5);
+    for (const QString &made : {user.filePath(u"new"_s), folder, folder + u"/Korvale"_s}) {
+        struct stat status = {};
+        ASSERT_EQ(stat(made.toLocal8Bit().constData(), &status), 0);
+        EXPECT_EQ(status.st_mode & 0777, 0700U) << made.toStdString();
+    }
 }
 
 TEST_F(UserDefaultsTest, WithoutAHomeNothingIsStoredAndNothingFails)
