@@ -66,20 +66,70 @@ refuseSudo() {
     fi
 }
 
-# Installs what is missing of the sections, and touches nothing when all of it is there.
+# Installs what is missing of the sections, grants the IDs that its tests need, and touches nothing when all of it is
+# there.
 ensurePackages() {
     (($#)) || fail "ensurePackages needs the sections"
     refuseSudo
     command -v dpkg-query >/dev/null || fail "this needs Debian's packages of scripts/packages; here is no dpkg."
     local missing
     mapfile -t missing < <(missingPackages "$@")
-    ((${#missing[@]})) || return 0
-    if ((EUID != 0)) && ! command -v sudo >/dev/null; then
-        fail "these packages are missing, and there is no sudo to install them with: ${missing[*]}
-Ask an administrator to run: apt-get install --no-install-recommends ${missing[*]}"
+    if ((${#missing[@]})); then
+        installMissing "${missing[@]}"
     fi
-    say "installing ${missing[*]}"
-    installPackages "${missing[@]}"
+    if ((EUID != 0)) && usesSubordinateIds "$@"; then
+        ensureSubordinateIds
+    fi
+}
+
+installMissing() {
+    if ((EUID != 0)) && ! command -v sudo >/dev/null; then
+        fail "these packages are missing, and there is no sudo to install them with: $*
+Ask an administrator to run: apt-get install --no-install-recommends $*"
+    fi
+    say "installing $*"
+    installPackages "$@"
+}
+
+# How many users a namespace has that looks like a whole system.
+readonly kSubordinateIds=65536
+
+# Whether what the sections are for has users of its own in a namespace, which newuidmap gives out.
+usesSubordinateIds() {
+    local section
+    for section in "$@"; do
+        packagesOf "$section"
+    done | grep --line-regexp --quiet uidmap
+}
+
+# Whether the file (subuid(5)) has a range for the user, by name or by number.
+hasRange() {
+    awk -F : -v name="$(id --user --name)" -v number="$(id --user)" \
+        '$1 == name || $1 == number { found = 1 } END { exit !found }' "$1" 2>/dev/null
+}
+
+# The range behind all that the file gives out, and never below where Debian begins.
+nextRange() {
+    { cat "$1" 2>/dev/null || true; } | awk -F : -v first=100000 -v count="$kSubordinateIds" \
+        '$2 + $3 > first { first = $2 + $3 } END { printf "%d-%d\n", first, first + count - 1 }'
+}
+
+# Grants the user of this process subordinate IDs, the other users of its namespaces, where it has none: not every account
+# is made with some.
+ensureSubordinateIds() {
+    local command=()
+    hasRange /etc/subuid || command+=(--add-subuids "$(nextRange /etc/subuid)")
+    hasRange /etc/subgid || command+=(--add-subgids "$(nextRange /etc/subgid)")
+    ((${#command[@]})) || return 0
+    command=(usermod "${command[@]}" "$(id --user --name)")
+    if ((EUID != 0)) && ! command -v sudo >/dev/null; then
+        fail "this needs subordinate IDs (subuid(5)), and there is no sudo to grant them with.
+Ask an administrator to run: ${command[*]}"
+    fi
+    say "granting subordinate IDs: ${command[*]}"
+    # It takes files that are there.
+    asAdministrator touch /etc/subuid /etc/subgid
+    asAdministrator env PATH="$PATH:/usr/sbin" "${command[@]}"
 }
 
 # Configures the preset, with further arguments of cmake.
