@@ -238,7 +238,7 @@ class Root(ProgramTest):
         self.assert_accepted(self.submitted_by_keyboard(self.launch_as_root()), self.server)
         self.assertEqual(os.listdir(self.home_of_root.settings_folder), [])
 
-    def test_no_settings_of_another_owner_are_read(self):
+    def test_settings_of_another_owner_are_left_alone(self):
         self.server = self.serve()
         self.home_of_root.write_settings("[General]\ncrashSubmissionCount=7\n")
         os.chown(self.home_of_root.settings_path, USER_ID, USER_ID)
