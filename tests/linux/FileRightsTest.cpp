@@ -216,14 +216,14 @@ TEST_F(UsersFile, ThatTellsOfAProcessIsNotRead)
     EXPECT_EQ(readByUser(u"/proc/self/maps"_s), std::nullopt);
     EXPECT_EQ(readByUser(u"/proc/version"_s), std::nullopt);
     errno = 0;
-    EXPECT_LT(openByRightsAlone("/proc/version", O_RDONLY | O_CLOEXEC), 0);
+    EXPECT_EQ(openByRightsAlone("/proc/version", O_RDONLY | O_CLOEXEC), -1);
     EXPECT_EQ(errno, EACCES);
 }
 
 TEST_F(UsersFile, ThatIsRefusedIsClosed)
 {
     const int before = ::dup(STDERR_FILENO);
-    EXPECT_LT(openByRightsAlone("/proc/version", O_RDONLY | O_CLOEXEC), 0);
+    EXPECT_EQ(openByRightsAlone("/proc/version", O_RDONLY | O_CLOEXEC), -1);
     const int after = ::dup(STDERR_FILENO);
 
     EXPECT_EQ(after, before + 1);
