@@ -27,6 +27,10 @@ PLACES = (
     (r"write\(\d+<anon_inode:\[eventfd\]>", SENDING, LOST_WAKING),
     (r"clone3\(", NO_WINDOW, "the toolkit waits for a thread that was not made"),
     (r"clone3\(", SENDING, "the toolkit reads the display's events in a thread, and goes on alone"),
+    # Of an open file neither can fail.
+    (r"fcntl\(\d+<socket:[^)]*F_[GS]ETFL", SENDING, "libcurl goes on with a socket that waits"),
+    # The system closes it also where it says that it could not; strace does not.
+    (r"close\(\d+<pipe:", SENDING, "who waits for a pipe's end waits for one that strace has left open"),
     (r"getrandom\(", "ended by SIGABRT", "the C library's arc4random ends a program that gets no random numbers"),
 )
 
@@ -106,9 +110,10 @@ SYSTEM = Group("calls: system", "calls_world", prints_runs=True, rows=(
         "close": ("EIO", "EINTR"), "fcntl": ("EMFILE", "EAGAIN"), "ioctl": ("ENOTTY",), "pipe2": DESCRIPTORS,
         "eventfd2": (*DESCRIPTORS, "ENODEV"), "poll": ("EINTR", "ENOMEM"), "ppoll": ("EINTR", "ENOMEM"),
         "inotify_init1": DESCRIPTORS, "memfd_create": DESCRIPTORS}),
+    # Not brk(2): the system gives back where the memory ends, and an error in its place is taken for that.
     Calls("memory is asked of the system", {
         "mmap": ("ENOMEM", "EAGAIN", "ENFILE", "ENODEV"), "mprotect": ("ENOMEM", "EACCES"), "munmap": ("ENOMEM",),
-        "brk": ("ENOMEM",), "mremap": ("ENOMEM", "EAGAIN"), "madvise": ("ENOMEM", "EAGAIN"),
+        "mremap": ("ENOMEM", "EAGAIN"), "madvise": ("ENOMEM", "EAGAIN"),
         "shmget": ("ENOMEM", "ENOSPC"), "shmat": ("ENOMEM", "EACCES")}),
     Calls("processes and threads are made", places=PLACES, errors={
         "clone3": ("EAGAIN", "ENOMEM", "ENOSPC"), "clone": ("EAGAIN", "ENOMEM", "ENOSPC"),
