@@ -50,8 +50,8 @@ int applicationMain(int argc, char **argv)
 {
     if (hasLentRights()) {
         std::fputs("korvale-crash-reporter: not to be given rights by its file (set-user-ID, set-group-ID, "
-                   "capabilities) or by "
-                   "a security module: whoever starts it would read and send files with those rights\n",
+                   "capabilities) or by a security module: whoever starts it would read and send files with those "
+                   "rights\n",
                    stderr);
         return EXIT_FAILURE;
     }
