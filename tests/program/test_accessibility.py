@@ -125,7 +125,8 @@ class Tree(ProgramTest):
         program = self.launch()
         program.press("Report details")
         wait_until(lambda: program.screen.is_shown("Report"), "the report pane")
-        program.click("Report")
+        # A click could miss the pane, which is still unfolding.
+        Atspi.Component.grab_focus(program.screen.find("Report"))
         wait_until(lambda: program.screen.has_focus("Report"), "the focus on the report")
         program.key("ctrl+f")
         wait_until(lambda: program.screen.is_shown("Find in the report"), "the find bar")
