@@ -142,7 +142,9 @@ private:
             return Meaning::Unclear;
         }
         if (status == 204 || status == 304) {
-            return codings.empty() && lengths.empty() ? Meaning::Accepted : Meaning::Unclear;
+            // It ends with its head, whatever that says (RFC 9112 section 6.3); a reader may take it for an error.
+            odd = odd || !codings.empty() || !lengths.empty();
+            return Meaning::Accepted;
         }
         if (!codings.empty()) {
             return meaningOfChunks();
