@@ -93,6 +93,9 @@ void AnswerHead::take(QByteArrayView line, long status)
 
 void AnswerHead::takeBody(QByteArrayView bytes)
 {
+    if (!bytes.isEmpty()) {
+        lastByte = bytes.back();
+    }
     if (!chunked || !clear || chunkSize.endsWith('\n')) {
         return;
     }

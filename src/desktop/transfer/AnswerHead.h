@@ -27,6 +27,9 @@ public:
     bool isClear() const { return isHttp && clear; }
     /// Whether the body says itself where it ends (RFC 9112 section 7.1).
     bool isChunked() const { return chunked; }
+    /// Whether a body in chunks, as far as it has come, lacks the line feed of its last line (RFC 9112 section 7.1):
+    /// libcurl (7.88) takes it for complete at the carriage return.
+    bool lacksLineFeed() const { return chunked && lastByte == '\r'; }
 
 private:
     void takeStatusLine(QByteArrayView line);
@@ -45,5 +48,6 @@ private:
     bool hasCoding = false;
     bool chunked = false;
     std::optional<qint64> length;
+    char lastByte = 0;    ///< Of the body as it came.
     QByteArray chunkSize; ///< The line of the first chunk's size, as far as it has come.
 };

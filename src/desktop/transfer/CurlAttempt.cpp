@@ -88,7 +88,7 @@ qint64 CurlAttempt::bytesAcknowledged() const
 
 TransferEnd CurlAttempt::end(CURLcode result) const
 {
-    return {.completed = result == CURLE_OK,
+    return {.completed = result == CURLE_OK && !head.lacksLineFeed(),
             .headEnded = head.hasEnded(),
             .isRedirect = head.isRedirect(),
             .headIsClear = head.isClear(),

@@ -69,6 +69,21 @@ TEST(AnswerHead, OfAnInterimAnswerLeavesNothingToTheFinalOneHoweverItEnds)
     EXPECT_FALSE(head.isChunked());
 }
 
+TEST(AnswerHead, InChunksLacksTheLineFeedOfItsLastLineUntilItHasCome)
+{
+    AnswerHead head = headOf(200, {"Transfer-Encoding: chunked", ""});
+    EXPECT_FALSE(head.lacksLineFeed());
+    head.takeBody("0\r\nX: 1\r\n\r");
+    EXPECT_TRUE(head.lacksLineFeed());
+    head.takeBody("");
+    EXPECT_TRUE(head.lacksLineFeed());
+    head.takeBody("\n");
+    EXPECT_FALSE(head.lacksLineFeed());
+    AnswerHead whole = headOf(200, {"Content-Length: 1", ""});
+    whole.takeBody("\r");
+    EXPECT_FALSE(whole.lacksLineFeed());
+}
+
 TEST(AnswerHead, IsUnclearAfterAnInterimAnswerThatIsNoneOfHttp)
 {
     const auto isClearAfter = [](const char *begins, const char *ends) {
