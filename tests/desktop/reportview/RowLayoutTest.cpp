@@ -102,6 +102,14 @@ protected:
     }
 };
 
+/// Where the characters are drawn, which have to stand side by side.
+RowLayout::Span onlySpanOf(RowLayout &layout, Range characters)
+{
+    const auto spans = layout.spansOf(characters);
+    EXPECT_EQ(spans.size(), 1U);
+    return spans.empty() ? RowLayout::Span() : spans.front();
+}
+
 } // namespace
 
 TEST_P(HostileLayouts, EveryCharacterHasRoomOfItsOwn)
@@ -220,13 +228,11 @@ TEST(RowLayout, MixedDirectionsAreSelectedCharacterByCharacter)
 {
     for (const QString &text : {u"ab \u05E9\u05DC cd"_s, u"ab \u062F\u0627 cd"_s}) {
         RowLayout layout(text, rowAt(text, 0), style());
-        const auto first = layout.spansOf({3, 4});
-        const auto second = layout.spansOf({4, 5});
-        ASSERT_EQ(first.size(), 1U);
-        ASSERT_EQ(second.size(), 1U);
+        const RowLayout::Span first = onlySpanOf(layout, {3, 4});
+        const RowLayout::Span second = onlySpanOf(layout, {4, 5});
         // The first letter stands right of the second.
-        EXPECT_NEAR(first[0].left, second[0].right, 0.1);
-        EXPECT_GT(first[0].right, first[0].left + 1);
+        EXPECT_NEAR(first.left, second.right, 0.1);
+        EXPECT_GT(first.right, first.left + 1);
     }
 }
 
@@ -235,12 +241,9 @@ TEST(RowLayout, RowKeepsItsDirectionWhereAPieceOfItBeginsWithTheOther)
     // The first piece ends behind its only space.
     const QString text = u"\u00E4"_s.repeated(255) + u" \u05E9 abc"_s;
     RowLayout layout(text, rowAt(text, 0), style());
-    const auto letter = layout.spansOf({256, 257});
-    ASSERT_EQ(letter.size(), 1U);
-    EXPECT_NEAR(letter[0].left, 256 * style().cell, 1);
-    const auto latin = layout.spansOf({258, 261});
-    ASSERT_EQ(latin.size(), 1U);
-    EXPECT_GT(latin[0].left, letter[0].right);
+    const RowLayout::Span letter = onlySpanOf(layout, {256, 257});
+    EXPECT_NEAR(letter.left, 256 * style().cell, 1);
+    EXPECT_GT(onlySpanOf(layout, {258, 261}).left, letter.right);
 }
 
 TEST(RowLayout, RowFromTheRightIsMeasuredWholeBeforeItIsLookedAt)
@@ -622,14 +625,12 @@ TEST(RowLayout, DigitsRunLeftToRightWithinTheOtherDirection)
 {
     const QString text = u"\u05E9 12 \u05DC"_s;
     RowLayout layout(text, rowAt(text, 0), style());
-    const auto one = layout.spansOf({2, 3});
-    const auto two = layout.spansOf({3, 4});
-    ASSERT_EQ(one.size(), 1U);
-    ASSERT_EQ(two.size(), 1U);
-    EXPECT_NEAR(one[0].right, two[0].left, 0.5);
-    EXPECT_EQ(layout.characterAt((one[0].left + one[0].right) / 2), 2);
-    EXPECT_EQ(layout.offsetAt(one[0].left + 1), 2);
-    EXPECT_EQ(layout.offsetAt(two[0].right - 1), 4);
+    const RowLayout::Span one = onlySpanOf(layout, {2, 3});
+    const RowLayout::Span two = onlySpanOf(layout, {3, 4});
+    EXPECT_NEAR(one.right, two.left, 0.5);
+    EXPECT_EQ(layout.characterAt((one.left + one.right) / 2), 2);
+    EXPECT_EQ(layout.offsetAt(one.left + 1), 2);
+    EXPECT_EQ(layout.offsetAt(two.right - 1), 4);
 }
 
 TEST(RowLayout, CombiningMarkBehindManyPlainLettersBelongsToTheLastOne)
