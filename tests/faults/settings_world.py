@@ -327,7 +327,8 @@ def at_once(rounds):
                 before = int(place.home.settings()[COUNT])
                 for tried in pair:
                     tried.press()
-                one = Seen(REFUSED, 2)
+                sent = place.posts()
+                one = Seen(REFUSED)
                 for tried in pair:
                     end = wait_until(tried.outcome, "the end")
                     if end != REFUSED or not tried.dismiss() or not tried.can_go_on():
@@ -335,6 +336,7 @@ def at_once(rounds):
                 stored = attempt.stored(place)
                 if not before < int(stored.get(COUNT, 0)) <= before + 2 or not is_date(stored.get(DATE, "")):
                     one.differences.append(f"{before} has become {stored}")
+                one.posts = place.posts() - sent
                 one.differences += place.differing_requests(2 * (number + 1))
                 seen.append((f"round {number + 1}", one))
         return seen
