@@ -42,5 +42,6 @@ void putInheritedStateRight()
     ::sigemptyset(&none);
     ::sigprocmask(SIG_SETMASK, &none, nullptr);
     ::alarm(0);
-    ::umask(S_IRWXG | S_IRWXO);
+    const mode_t inherited = ::umask(S_IRWXG | S_IRWXO);
+    ::umask((inherited & (S_IRWXG | S_IRWXO)) | S_IWGRP | S_IWOTH);
 }

@@ -6,6 +6,7 @@
 ///    for them and written to;
 ///  - a write to standard error gives up where nobody reads what is there, instead of waiting for it;
 ///  - no signal is blocked and no alarm is set;
-///  - files are made for the user alone.
+///  - what is made can be used by the user, and changed by nobody else; others may read it as they otherwise may, or
+///    what a library writes for root into a cache that everybody shares would serve root alone.
 /// To be called at the start of main, before anything is kept open.
 void putInheritedStateRight();

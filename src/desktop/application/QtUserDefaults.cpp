@@ -142,6 +142,10 @@ bool replaceStore(const QString &store, const QVariantMap &values)
     if (!isFree(fresh) || !isFree(fresh + u".lock"_s) || (QFileInfo::exists(file) && !QFileInfo(file).isWritable())) {
         return false;
     }
+    // For the user alone from the beginning; the toolkit keeps the permissions of the file that it writes anew.
+    if (!QFile(fresh).open(QIODevice::NewOnly, QFile::ReadOwner | QFile::WriteOwner)) {
+        return false;
+    }
     QSettings writer(fresh, QSettings::IniFormat);
     for (const auto &[key, value] : values.asKeyValueRange()) {
         writer.setValue(key, value);

@@ -122,13 +122,15 @@ TEST(InheritedState, NoAlarmIsSet)
     EXPECT_EXIT(setAndLook(), testing::ExitedWithCode(kAsExpected), "");
 }
 
-TEST(InheritedState, FilesAreMadeForTheUserAlone)
+TEST(InheritedState, WhatIsMadeCanBeUsedByTheUserAndChangedByNobodyElse)
 {
-    for (const mode_t inherited : {mode_t(0), mode_t(0777)}) {
-        const auto setAndLook = [inherited] {
-            ::umask(inherited);
+    // A library's cache that root has written, for one, has to stay readable to everybody.
+    constexpr std::pair<mode_t, mode_t> kCases[] = {{0, 0022}, {0777, 0077}, {0027, 0027}, {0022, 0022}};
+    for (const auto &[inherited, expected] : kCases) {
+        const auto setAndLook = [mask = inherited, wanted = expected] {
+            ::umask(mask);
             putInheritedStateRight();
-            endAs(::umask(0) == 0077);
+            endAs(::umask(0) == wanted);
         };
         EXPECT_EXIT(setAndLook(), testing::ExitedWithCode(kAsExpected), "") << inherited;
     }

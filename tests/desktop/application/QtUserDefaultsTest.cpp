@@ -500,7 +500,14 @@ TEST_F(UserDefaultsTest, RootLooksAgainBeforeEachReadingAndWriting)
     EXPECT_EQ(defaults.integerForKey(kCount), 6);
 }
 
-TEST_F(UserDefaultsTest, FoldersThatAreMadeAreTheUsersAloneWhateverTheMask)
+/// Who may do what with it; 0 where it is not there.
+mode_t modeOf(const QString &path)
+{
+    struct stat status = {};
+    return stat(path.toLocal8Bit().constData(), &status) == 0 ? status.st_mode & 0777 : 0;
+}
+
+TEST_F(UserDefaultsTest, WhatIsMadeIsTheUsersAloneWhateverTheMask)
 {
     const QString folder = user.filePath(u"new/folders"_s);
     const ScopedVariable elsewhere("XDG_CONFIG_HOME", folder.toUtf8());
@@ -512,10 +519,11 @@ TEST_F(UserDefaultsTest, FoldersThatAreMadeAreTheUsersAloneWhateverTheMask)
 
     EXPECT_EQ(StoredDefaults().integerForKey(kCount), 5);
     for (const QString &made : {user.filePath(u"new"_s), folder, folder + u"/Korvale"_s}) {
-        struct stat status = {};
-        ASSERT_EQ(stat(made.toLocal8Bit().constData(), &status), 0);
-        EXPECT_EQ(status.st_mode & 0777, 0700U) << made.toStdString();
+        EXPECT_EQ(modeOf(made), 0700U) << made.toStdString();
     }
+    const QFileInfoList files = QDir(folder + u"/Korvale"_s).entryInfoList(QDir::Files);
+    ASSERT_EQ(files.size(), 1);
+    EXPECT_EQ(modeOf(files.first().filePath()), 0600U);
 }
 
 TEST_F(UserDefaultsTest, WithoutAHomeNothingIsStoredAndNothingFails)
