@@ -8,6 +8,7 @@
 #include "support/ThrowawayAuthority.h"
 #include "support/TlsServer.h"
 
+#include <QRandomGenerator>
 #include <QTcpServer>
 
 #include <gtest/gtest.h>
@@ -34,12 +35,19 @@ inline platform::UrlRequest aPost(const QUrl &url, const std::optional<QByteArra
     return {url, "POST", {{"Content-Type", "text/plain"}}, body};
 }
 
-/// Nothing listens there any more.
-inline quint16 aClosedPort()
+/// Nobody listens there at either address of loopback, and it is none of those that the system chooses by itself for
+/// somebody else meanwhile (ip(7), ip_local_port_range). 0 where there is none.
+inline quint16 aFreePort()
 {
-    QTcpServer server;
-    server.listen(QHostAddress::LocalHost);
-    return server.serverPort();
+    for (int tries = 0; tries < 1000; ++tries) {
+        const auto port = static_cast<quint16>(QRandomGenerator::system()->bounded(10'000, 30'000));
+        QTcpServer ipv4;
+        QTcpServer ipv6;
+        if (ipv4.listen(QHostAddress::LocalHost, port) && ipv6.listen(QHostAddress::LocalHostIPv6, port)) {
+            return port;
+        }
+    }
+    return 0;
 }
 
 inline QUrl withPort(quint16 port)

@@ -110,7 +110,7 @@ protected:
         return GetParam() == QHostAddress::LocalHost ? QHostAddress::LocalHostIPv6 : QHostAddress::LocalHost;
     }
 
-    TlsServer good{u"localhost"_s, GetParam()};
+    TlsServer good{u"localhost"_s, GetParam(), aFreePort()};
 };
 
 } // namespace
@@ -207,10 +207,7 @@ protected:
 TEST_F(LostAddresses, EachIsTriedOnceWhenAllHangUp)
 {
     const auto hangUp = [](QTcpSocket &socket) { socket.disconnectFromHost(); };
-    QTcpServer free;
-    ASSERT_TRUE(free.listen(QHostAddress::LocalHostIPv6));
-    const quint16 port = free.serverPort();
-    free.close();
+    const quint16 port = aFreePort();
     const PlainServer first(QHostAddress::LocalHostIPv6, port, hangUp);
     const PlainServer second(QHostAddress::LocalHost, port, hangUp);
 
@@ -250,7 +247,7 @@ TEST_F(LostAddresses, AreNamedToWhoAsks)
 
 TEST_F(LostAddresses, ADeadOneIsLeftBehindWhenTheOtherHangsUp)
 {
-    const DeadAddress dead(AF_INET6);
+    const DeadAddress dead(AF_INET6, aFreePort());
     const PlainServer closing(QHostAddress::LocalHost, dead.port(),
                               [](QTcpSocket &socket) { socket.disconnectFromHost(); });
 

@@ -161,7 +161,7 @@ TEST_F(Diagnostics, AreSilentUnlessAskedFor)
 {
     const LogLines log({});
 
-    heardAfter(aPost(withPort(aClosedPort())));
+    heardAfter(aPost(withPort(aFreePort())));
 
     EXPECT_EQ(LogLines::text(), QString());
 }
@@ -206,7 +206,7 @@ TEST_F(Diagnostics, TellWhyThereIsNoTransfer)
 
 TEST_F(Diagnostics, TellOfOneAddressThatRefusesOnce)
 {
-    const QUrl url = withPort(aClosedPort());
+    const QUrl url = withPort(aFreePort());
 
     const QStringList steps = stepsOf(aPost(url), kFailed);
 
@@ -219,7 +219,7 @@ TEST_F(Diagnostics, TellOfOneAddressThatRefusesOnce)
 
 TEST_F(Diagnostics, NameTheReasonOfAFailure)
 {
-    EXPECT_TRUE(loggedAfter(aPost(withPort(aClosedPort()))).contains(u"Connection refused"_s));
+    EXPECT_TRUE(loggedAfter(aPost(withPort(aFreePort()))).contains(u"Connection refused"_s));
 
     delegate.heard.clear();
     QUrl nameless = server.url();
