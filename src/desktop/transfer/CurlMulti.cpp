@@ -88,10 +88,7 @@ void CurlMulti::watch(curl_socket_t socket, int what)
 CurlMulti::Notifier CurlMulti::notifier(curl_socket_t socket, QSocketNotifier::Type type, int event)
 {
     Notifier made(new QSocketNotifier(socket, type, this));
-    connect(made.get(), &QSocketNotifier::activated, this, [this, socket, event] {
-        act(socket, event);
-        Q_EMIT acted();
-    });
+    connect(made.get(), &QSocketNotifier::activated, this, [this, socket, event] { act(socket, event); });
     return made;
 }
 
@@ -99,6 +96,7 @@ void CurlMulti::act(curl_socket_t socket, int event)
 {
     int running = 0;
     reportEnd(curl.multiSocketAction(multi, socket, event, &running));
+    Q_EMIT acted();
 }
 
 void CurlMulti::reportEnd(CURLMcode code)

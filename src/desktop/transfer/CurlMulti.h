@@ -34,7 +34,7 @@ public:
     bool onlyWrites() const;
 
 Q_SIGNALS:
-    /// A socket became readable or writable, and libcurl has acted on that.
+    /// A socket became readable or writable, or a time of libcurl's has come, and libcurl has acted on that.
     void acted();
     /// The transfer of the only handle has ended.
     void finished(CURLcode result);

@@ -690,6 +690,20 @@ TEST_F(HeldUpAnswer, ComesInOnePieceOf64KibibytesAtMost)
     EXPECT_EQ(sizesAfter(65'536), QStringList{u"65536"_s});
 }
 
+TEST_F(HeldUpAnswer, IsHeardAtOnceWhenOnlyTheRestOfTheRequestIsLeft)
+{
+    // What libcurl has held back is handed over without a word from the server, which neither reads nor writes.
+    server.willAnswer({{answered("500 Error", QByteArray(65'537, 'x')).bytes, Then::StopReading, After::Head}});
+    operations.perform([this] {
+        start(aPost(server.url(), QByteArray(32 * kMebibyte, 'x')));
+        eventually([] { return false; }, 200ms);
+    });
+
+    EXPECT_TRUE(eventually([this] { return delegate.hasEnded(); }));
+    EXPECT_EQ(delegate.bytes, 65'537);
+    EXPECT_EQ(delegate.heard.last(), u"finished"_s);
+}
+
 TEST_F(HeldUpAnswer, ComesInTwoPiecesBeyondThat)
 {
     EXPECT_EQ(sizesAfter(65'537).size(), 2);
