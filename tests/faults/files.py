@@ -223,6 +223,24 @@ def with_logs(lay, report=None, crash=CRASH_LOG):
     return make
 
 
+def first_log(left, inject, change=None, behind=None):
+    """The first of two application logs, of which this is left, is traced, and changed behind a call."""
+    def make(place):
+        path, other = (os.path.join(place.home.logs, f"Harbour{suffix}") for suffix in (".1.log", ".2.log"))
+        write(path, FIRST_LOG)
+        write(other, b"the second")
+        kept = {".2.log": b"the second"} if left is None else {".1.log": left, ".2.log": b"the second"}
+        after = {behind: lambda: change(path)} if change else {}
+        return Made(place.crash_log(), expected_report(CRASH_LOG, kept), inject=(CALLS, f"inject={inject}"),
+                    traced=path, after=after)
+    return make
+
+
+def first_log_changed(change, behind, held, left=None):
+    return first_log(left, held, change, behind)
+
+
+FIRST_LOG = b"10:14:59 the first\n" * 3
 SUFFIXES = tuple(suffix for suffix, _, _ in APPLICATION_LOGS)
 
 
@@ -373,4 +391,29 @@ OWN_LOGS = Group("files: the application's logs", "files_world", (
         CRASH_LOG + b"\nLog 2:\ntwo")),
 ))
 
-GROUPS = (LOG_FILES, READING, OWN_LOGS)
+READING_OWN = Group("files: while one of the application's logs is read", "files_world", (
+    File("a log grows behind its opening", ACCEPTED, first_log_changed(append, **BEHIND_OPEN, left=FIRST_LOG + MORE)),
+    File("a log grows when its size is known", ACCEPTED,
+         first_log_changed(append, **BEHIND_SIZE, left=FIRST_LOG + MORE)),
+    File("a log is cut when its size is known", ACCEPTED,
+         first_log_changed(cut_to(10), **BEHIND_SIZE, left=FIRST_LOG[:10])),
+    File("a log is emptied when its size is known", ACCEPTED,
+         first_log_changed(cut_to(0), **BEHIND_SIZE, left=b"")),
+    File("a log disappears behind its opening", ACCEPTED, first_log_changed(os.remove, **BEHIND_OPEN, left=FIRST_LOG)),
+    File("a log disappears between the test whether it exists and its opening", ACCEPTED,
+         first_log_changed(os.remove, **BEHIND_TEST)),
+    File("another file takes a log's place there", ACCEPTED,
+         first_log_changed(replace_by(content(OTHER)), **BEHIND_TEST, left=OTHER)),
+    File("something else takes a log's place there", ACCEPTED, each=tuple(
+        (what, first_log_changed(replace_by(lay), **BEHIND_TEST)) for what, lay in NO_TEXT.items()
+        if what in ("directory", "FIFO", "socket", "dangling link", "link to a device that never ends"))),
+    File("a call on a log fails", ACCEPTED, each=tuple(
+        (fault, first_log(None, fault)) for fault in (
+            "newfstatat:error=EIO:when=1", "openat:error=EMFILE:when=1", "openat:error=EINTR:when=1",
+            "newfstatat:error=EIO:when=2", "read:error=EIO:when=1", "read:error=ESTALE:when=1",
+            "read:error=EIO:when=2"))),
+    File("reads of a log are interrupted by signals", ACCEPTED, each=tuple(
+        (when, first_log(FIRST_LOG, f"read:error=EINTR:when={when}")) for when in ("1", "2", "1..20"))),
+))
+
+GROUPS = (LOG_FILES, READING, OWN_LOGS, READING_OWN)

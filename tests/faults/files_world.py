@@ -16,8 +16,9 @@ class Made:
     path: object                   # of the crash log, as the command line names it
     report: bytes = None           # what has to arrive, where the report can be sent
     folder: str = None             # in which the program is started
-    inject: tuple = ()             # strace's expressions, for the calls that touch the crash log
-    after: dict = dataclasses.field(default_factory=dict)  # done once a call on the crash log has been made
+    inject: tuple = ()             # strace's expressions, for the calls that touch the file that is traced
+    traced: str = None             # the file; the crash log where none is named
+    after: dict = dataclasses.field(default_factory=dict)  # done once a call on that file has been made
     address_space: int = None      # the bound on it, in bytes
 
 
@@ -70,7 +71,7 @@ class World(attempt.World):
 
 
 def start(place, made):
-    trace = Trace(place.folder, *made.inject, paths=[made.path] if made.inject else ())
+    trace = Trace(place.folder, *made.inject, paths=[made.traced or made.path] if made.inject else ())
     limit = ("prlimit", f"--as={made.address_space}") if made.address_space else ()
     tried = place.report(made.path, environment=("-C", made.folder) if made.folder else (),
                          prefix=(*limit, *(trace.prefix() if made.inject else ())))
