@@ -1,9 +1,12 @@
-// A window to drag files from: the files that the command line names, from anywhere in it.
+// A window to drag files from: the files that the command line names, from anywhere in it. Says what becomes of them
+// where the pointer is: "copy" where they are welcome.
 #include <QApplication>
 #include <QDrag>
 #include <QMimeData>
 #include <QUrl>
 #include <QWidget>
+
+#include <cstdio>
 
 namespace {
 
@@ -24,6 +27,10 @@ protected:
         auto *files = new QMimeData;
         files->setUrls(urls);
         drag->setMimeData(files);
+        connect(drag, &QDrag::actionChanged, [](Qt::DropAction action) {
+            std::puts(action == Qt::CopyAction ? "copy" : "nothing");
+            std::fflush(stdout);
+        });
         drag->exec(Qt::CopyAction);
     }
 
