@@ -499,6 +499,16 @@ TEST_F(UrlLoaderTest, AnEmptyAnswerThatEndsAfterTheWholeReportIsAnAcceptanceWhen
     EXPECT_EQ(heardAfter(aPost(server.url(), seenToItsEnd(256 * 1024))), kFinished);
 }
 
+TEST_F(UrlLoaderTest, TheReportIsSentToItsEndWhateverStatusAnEmptyAnswerBeginsWith)
+{
+    // So that the system takes over less than the whole report at once.
+    server.limitReceiveBuffer(16 * 1024);
+    server.willAnswer({before("HTTP/1.1 500 Internal Server Error\r\nTransfer-Encoding: chunked\r\n\r\n",
+                              [](QSslSocket &socket) { socket.write("0\r\n\r\n"); })});
+
+    EXPECT_EQ(heardAfter(aPost(server.url(), seenToItsEnd(kMebibyte))), kFinished);
+}
+
 TEST_F(UrlLoaderTest, AnEmptyAnswerToAReportThatTheSystemStillHoldsIsAFailure)
 {
     server.limitReceiveBuffer(16 * 1024);
