@@ -5,7 +5,7 @@ import subprocess
 import sys
 
 from trial.processes import Started
-from trial.waiting import wait_until
+from trial.waiting import WaitedInVain, wait_until
 
 # Whoever reaches the socket may speak: it lies in a private folder, and to a bus, a program one user namespace
 # deeper is somebody else than who it says it is.
@@ -56,9 +56,18 @@ class AccessibilityBus:
         }
 
     def start_registry(self, folder, environment):
-        self.registry = Started([REGISTRY], folder, "registry", environment)
-        # It says that it is running a moment before it can be found.
-        wait_until(lambda: self.has_owner(REGISTRY_NAME), "the registry of accessible programs")
+        # On a busy machine it was seen once in some hundred starts not to come up at all.
+        for name in ("registry", "registry-again"):
+            self.registry = Started([REGISTRY], folder, name, environment)
+            try:
+                # It says that it is running a moment before it can be found.
+                wait_until(lambda: self.has_owner(REGISTRY_NAME), "the registry of accessible programs")
+                return
+            except WaitedInVain as failure:
+                state = "runs" if self.registry.is_running() else "has ended"
+                failed = WaitedInVain(f"{failure}, which {state}: {self.registry.errors()}")
+                self.registry.end()
+        raise failed
 
     def has_owner(self, name):
         asked = subprocess.run(
