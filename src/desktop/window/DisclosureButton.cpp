@@ -5,6 +5,7 @@
 
 #include <QEvent>
 #include <QPainter>
+#include <QPainterPath>
 #include <QStyleOptionToolButton>
 
 namespace {
@@ -29,9 +30,9 @@ QPixmap trianglePixmap(const QSize &size, double pixelRatio, const QColor &color
     pixmap.fill(Qt::transparent);
     QPainter painter(&pixmap);
     painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(color);
-    painter.drawPolygon(triangle(size.width(), down));
+    QPainterPath path;
+    path.addPolygon(triangle(size.width(), down));
+    painter.fillPath(path, color);
     return pixmap;
 }
 
