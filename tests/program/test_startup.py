@@ -11,7 +11,7 @@ from trial.waiting import wait_until
 
 # Runs the rest of its command line, with something that an application may leave to whom it starts.
 INHERITED = """
-import fcntl, os, signal, sys
+import fcntl, os, signal, socket, sys
 {}
 os.execvp(sys.argv[1], sys.argv[1:])
 """
@@ -30,6 +30,19 @@ for piece in (b"x" * 4096, b"x"):
 fcntl.fcntl(writes, fcntl.F_SETFL, 0)
 os.dup2(writes, 2)
 """
+FULL_SOCKET = """
+reads, writes = socket.socketpair()
+reads.set_inheritable(True)
+writes.setblocking(False)
+try:
+    while True:
+        writes.send(b"x" * 4096)
+except BlockingIOError:
+    pass
+writes.setblocking(True)
+os.dup2(writes.fileno(), 2)
+"""
+SYSTEM_LOG = (sys.executable, os.path.join(os.path.dirname(os.path.abspath(__file__)), "system_log.py"))
 BLOCKED = "signal.pthread_sigmask(signal.SIG_BLOCK, signal.valid_signals())"
 
 OTHER_LOG = b"Process: Lantern [12]\n"
@@ -284,7 +297,7 @@ class Inherited(ProgramTest):
         prefix = (*ORDINARY_USER, sys.executable, "-c", INHERITED.format(statement))
         return self.start(self.crash_log, prefix=prefix).wait_for_window()
 
-    @cases(closed=(CLOSED,), full=(FULL,))
+    @cases(closed=(CLOSED,), full=(FULL,), a_full_socket=(FULL_SOCKET,))
     def test_a_refusal_is_told_and_the_next_report_accepted_with_a_standard_error_that_is(self, statement):
         server = self.serve("refuse,accept")
         program = self.submitted(self.launch_with(statement))
@@ -292,13 +305,38 @@ class Inherited(ProgramTest):
         program.submit()
         self.assert_accepted(program, server, posts=2)
 
+    def test_a_system_log_that_takes_nothing_is_not_waited_for(self):
+        self.serve("refuse")
+        program = self.start(self.crash_log, prefix=("unshare", "--mount", *SYSTEM_LOG, "full", *ORDINARY_USER))
+        self.submitted(program.wait_for_window())
+        self.assertEqual(program.dismiss_alert(), UPLOAD_FAILED)
+        os.kill(program.pid, signal.SIGTERM)
+        self.assertEqual(program.exit_status(), 0)
+        self.assertIn("Returned data:", program.errors())
+
+    def test_the_system_log_is_told_what_standard_error_is(self):
+        self.serve("refuse")
+        path = os.path.join(self.subfolder("log"), "messages")
+        program = self.start(self.crash_log, prefix=("unshare", "--mount", *SYSTEM_LOG, "read", path, *ORDINARY_USER))
+        self.submitted(program.wait_for_window())
+        self.assertEqual(program.dismiss_alert(), UPLOAD_FAILED)
+        said = wait_until(program.errors, "a line")
+        self.assertRegex(said, rf"^korvale-crash-reporter\[{program.pid}\]: Returned data: ")
+        wait_until(lambda: os.path.getsize(path), "the system's log to be told")
+        with open(path, encoding="utf-8") as file:
+            told = file.read()
+        # RFC 3164, section 4.1: a notice (5) of a user's program (1), and the time.
+        self.assertRegex(told, r"^<13>[A-Z][a-z]{2} [ 123]\d \d\d:\d\d:\d\d korvale")
+        self.assertTrue(told.endswith(said), told)
+
     def test_standard_descriptors_that_are_closed_lead_nowhere(self):
         program = self.launch_with(ALL_CLOSED)
         self.assertEqual([os.readlink(f"/proc/{program.pid}/fd/{number}") for number in range(3)], ["/dev/null"] * 3)
 
-    def test_a_full_standard_error_keeps_no_signal_from_ending_the_program(self):
+    @cases(pipe=(FULL,), socket=(FULL_SOCKET,))
+    def test_a_full_standard_error_keeps_no_signal_from_ending_the_program(self, statement):
         self.serve("refuse")
-        program = self.submitted(self.launch_with(FULL))
+        program = self.submitted(self.launch_with(statement))
         self.assertEqual(program.dismiss_alert(), UPLOAD_FAILED)
         os.kill(program.pid, signal.SIGTERM)
         self.assertEqual(program.exit_status(), 0)

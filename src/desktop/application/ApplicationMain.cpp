@@ -5,6 +5,7 @@
 #include "desktop/application/InheritedState.h"
 #include "desktop/application/QtProcessInfo.h"
 #include "desktop/application/RootEnvironment.h"
+#include "desktop/application/StandardError.h"
 #include "desktop/application/ToolkitStart.h"
 
 #include <QApplication>
@@ -13,7 +14,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <memory>
@@ -37,7 +37,7 @@ bool hasLentRights()
             std::rethrow_exception(exception);
         }
     } catch (const std::bad_alloc &) {
-        std::fputs("korvale-crash-reporter: there is no memory to go on\n", stderr);
+        writeToStandardError("korvale-crash-reporter: there is no memory to go on\n");
         std::_Exit(EXIT_FAILURE);
     } catch (...) {
     }
@@ -49,15 +49,15 @@ bool hasLentRights()
 int applicationMain(int argc, char **argv)
 {
     if (hasLentRights()) {
-        std::fputs("korvale-crash-reporter: not to be given rights by its file (set-user-ID, set-group-ID, "
-                   "capabilities) or by a security module: whoever starts it would read and send files with those "
-                   "rights\n",
-                   stderr);
+        writeToStandardError("korvale-crash-reporter: not to be given rights by its file (set-user-ID, set-group-ID, "
+                             "capabilities) or by a security module: whoever starts it would read and send files with "
+                             "those rights\n");
         return EXIT_FAILURE;
     }
     std::set_terminate(endWithoutMemory);
     keepOnlyHarmlessVariables(platform::systemLocalLookups());
     putInheritedStateRight();
+    writeToolkitMessagesToStandardError();
     // The reader of standard error may be the crashed application, which is gone; a server may hang up.
     std::signal(SIGPIPE, SIG_IGN);
     // Where files may not grow beyond a bound, the settings are not written; a report is sent all the same.

@@ -22,7 +22,8 @@ void openStandardDescriptors()
 }
 
 /// By a description of the program's own: the flag of the one that it was given is everybody's who has it, as a shell
-/// and its terminal. Only a pipe or a terminal waits for a reader, and can be opened once more; a socket cannot.
+/// and its terminal. A pipe and a terminal can be opened once more; a socket cannot, and is asked not to wait with each
+/// write of the program's own.
 void keepStandardErrorFromWaiting()
 {
     const int own = ::open("/proc/self/fd/2", O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);

@@ -1,9 +1,20 @@
-// The diagnostic log over syslog(3).
+// The diagnostic log, sent to the system's log as syslog(3) does, but that nothing is waited for.
 #include "desktop/application/SyslogDiagnosticLog.h"
 
-#include <QByteArray>
+#include "desktop/application/StandardError.h"
 
+#include <QByteArray>
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QLocale>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
@@ -38,14 +49,38 @@ QString onOneLine(const QString &text)
     return line;
 }
 
-} // namespace
-
-SyslogDiagnosticLog::SyslogDiagnosticLog()
+/// What the system's log expects before a message (RFC 3164, section 4.1): its kind, and the time in English.
+QByteArray head()
 {
-    openlog(kProgram, LOG_PERROR | LOG_PID, LOG_USER);
+    const QDateTime now = QDateTime::currentDateTime();
+    const QString time = QLocale::c().toString(now, u"MMM %1 hh:mm:ss"_s).arg(now.date().day(), 2);
+    return '<' + QByteArray::number(LOG_USER | LOG_NOTICE) + '>' + time.toLatin1() + ' ';
 }
+
+/// By a socket of its own each time, as lines are few and the log may have been started anew.
+void sendToSystemLog(const QByteArray &message)
+{
+    const int log = ::socket(AF_UNIX, SOCK_DGRAM, 0);
+    if (log < 0) {
+        return;
+    }
+    ::fcntl(log, F_SETFD, FD_CLOEXEC);
+    ::fcntl(log, F_SETFL, O_NONBLOCK);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::ranges::copy(_PATH_LOG, address.sun_path);
+    if (::connect(log, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) {
+        ::send(log, message.constData(), static_cast<size_t>(message.size()), 0);
+    }
+    ::close(log);
+}
+
+} // namespace
 
 void SyslogDiagnosticLog::log(const QString &line)
 {
-    syslog(LOG_NOTICE, "%s", onOneLine(line).toUtf8().constData());
+    const QByteArray message = kProgram + QByteArray("[") + QByteArray::number(QCoreApplication::applicationPid())
+        + "]: " + onOneLine(line).toUtf8();
+    sendToSystemLog(head() + message);
+    writeToStandardError(message + '\n');
 }

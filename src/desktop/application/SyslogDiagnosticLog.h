@@ -1,4 +1,4 @@
-// The diagnostic log over syslog(3).
+// The diagnostic log, in the system's log.
 #pragma once
 
 #include "platform/DiagnosticLog.h"
@@ -6,9 +6,8 @@
 class SyslogDiagnosticLog : public platform::DiagnosticLog
 {
 public:
-    SyslogDiagnosticLog();
-
-    /// One line to the system's log and to standard error, as UTF-8; control characters are written as escapes, so
-    /// that whatever comes from outside stays one line.
+    /// One line to the system's log (a notice of a user's program) and to standard error, as UTF-8; control characters
+    /// are written as escapes, so that whatever comes from outside stays one line. A log that does not take it at once
+    /// goes without: syslog(3) would wait for it, the window with it.
     void log(const QString &line) override;
 };

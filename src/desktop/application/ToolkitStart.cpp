@@ -1,11 +1,12 @@
 // The start of the toolkit, and a clear end where it cannot start.
 #include "desktop/application/ToolkitStart.h"
 
+#include "desktop/application/StandardError.h"
+
 #include <QLocale>
 #include <QSessionManager>
 #include <QStringList>
 
-#include <cstdio>
 #include <cstdlib>
 
 using namespace Qt::StringLiterals;
@@ -28,8 +29,8 @@ void collectUpToTheFatalMessage(QtMsgType type, const QMessageLogContext & /*con
         return;
     }
     const QString reason = messages().join(u"; "_s);
-    std::fprintf(stderr, "korvale-crash-reporter: the report window cannot be shown on this display: %s\n",
-                 reason.toUtf8().constData());
+    writeToStandardError("korvale-crash-reporter: the report window cannot be shown on this display: " + reason.toUtf8()
+                         + '\n');
     std::_Exit(EXIT_FAILURE);
 }
 
