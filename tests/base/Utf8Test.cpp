@@ -133,6 +133,9 @@ TEST(Utf8, PairAtAnyPlaceOfALongTextStaysWhole)
         EXPECT_EQ(appended(QString::fromLatin1(start) + u"\U0001F600\U0001F600"_s + QString::fromLatin1(end)),
                   start + "\xF0\x9F\x98\x80\xF0\x9F\x98\x80" + end)
             << before;
+        EXPECT_EQ(appended(QString::fromLatin1(start) + QChar(0xD83D) + u"\U0001F600"_s + QString::fromLatin1(end)),
+                  start + "\xEF\xBF\xBD\xF0\x9F\x98\x80" + end)
+            << "behind half a pair, " << before;
     }
 }
 
