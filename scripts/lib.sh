@@ -62,7 +62,7 @@ installPackages() (
 # With sudo around a whole script, build/ would belong to root and stop the next run without it.
 refuseSudo() {
     if ((EUID == 0)) && [[ ${SUDO_UID:-0} != 0 && $(stat -c %u "$root") == "${SUDO_UID:-}" ]]; then
-        fail "run this as yourself, without sudo; it calls sudo for apt-get alone."
+        fail "run this as yourself, without sudo; it calls sudo for the little that needs it."
     fi
 }
 

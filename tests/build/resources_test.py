@@ -6,6 +6,7 @@ import re
 import shutil
 import struct
 import tempfile
+from email.utils import parsedate_to_datetime
 
 from support import APPLICATION_ID, PROJECT, BuildTest, generated, main, read, run
 
@@ -100,6 +101,8 @@ class Version(BuildTest):
     def test_of_the_package_is_the_projects(self):
         heading = read(PROJECT, "debian", "changelog").split("\n", 1)[0]
         self.assertIn(f"korvale-crash-reporter ({project_version()}) ", heading)
+        written = re.search(r"^ -- .*>  (.*)$", read(PROJECT, "debian", "changelog"), re.MULTILINE)[1]
+        self.assertEqual(parsedate_to_datetime(written).date().isoformat(), release_date())
 
     def test_stands_in_the_changelog_for_every_release_of_the_metainfo(self):
         releases = re.findall(r'<release version="([^"]*)" date="([^"]*)"', read(METAINFO))

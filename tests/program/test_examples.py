@@ -17,8 +17,20 @@ from trial.waiting import wait_until
 
 LAUNCHER_OPTION = "-remotename"
 CRASHING = "#!/bin/sh\nkill -{signal} $$\n"
+# Not in a shell, for one may unblock all signals when it starts.
+STAND_IN = """#!/usr/bin/python3
+import os, shutil
+shutil.copyfile("/proc/self/status", "{status}.part")
+os.rename("{status}.part", "{status}")
+"""
 EXITING = "#!/bin/sh\nexit {status}\n"
 LAUNCHERS = {"in_cpp": ("launcher",), "in_shell": ("launcher.sh",)}
+
+
+def signals(status, field):
+    """The signals of a mask in a process's status."""
+    mask = int(re.search(rf"(?m)^{field}:\t(\w+)$", read(status).decode())[1], 16)
+    return [number for number in range(1, 65) if mask >> (number - 1) & 1]
 
 
 class Orphan:
@@ -37,11 +49,6 @@ class Orphan:
         """Where each of its descriptors leads."""
         folder = f"/proc/{self.pid}/fd"
         return {int(number): os.readlink(os.path.join(folder, number)) for number in os.listdir(folder)}
-
-    def signals(self, field):
-        """The signals of a mask in its status."""
-        mask = int(re.search(rf"(?m)^{field}:\t(\w+)$", read(f"/proc/{self.pid}/status").decode())[1], 16)
-        return [number for number in range(1, 65) if mask >> (number - 1) & 1]
 
     def end(self):
         if self.is_running():
@@ -155,10 +162,16 @@ class Launcher(ProgramTest):
         def trouble_signals():
             signal.signal(signal.SIGUSR1, signal.SIG_IGN)
             signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGUSR2])
-        self.run_launcher(launcher, self.application(), preexec_fn=trouble_signals)
-        process = self.launched().process
-        self.assertNotIn(signal.SIGUSR1, process.signals("SigIgn"))
-        self.assertNotIn(signal.SIGUSR2, process.signals("SigBlk"))
+        # In the place of the reporter, which blocks none itself.
+        folder = self.subfolder("stand-in")
+        os.chmod(folder, 0o777)
+        stand_in, status = os.path.join(folder, "reporter"), os.path.join(folder, "status")
+        write(stand_in, STAND_IN.format(status=status).encode())
+        os.chmod(stand_in, 0o755)
+        self.run_launcher(launcher, self.application(), reporter=stand_in, preexec_fn=trouble_signals)
+        wait_until(lambda: os.path.exists(status), "the reporter's stand-in to start")
+        self.assertNotIn(signal.SIGUSR1, signals(status, "SigIgn"))
+        self.assertNotIn(signal.SIGUSR2, signals(status, "SigBlk"))
 
     @cases(**LAUNCHERS)
     def test_never_overwrites_a_file(self, launcher):

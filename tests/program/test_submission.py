@@ -3,6 +3,7 @@
 import os
 import resource
 
+from gi.repository import Atspi
 from support import ADDRESS, CRASH_LOG, ORDINARY_USER, ProgramTest, UPLOAD_FAILED
 from trial.waiting import wait_until
 
@@ -209,6 +210,16 @@ class Cancel(ProgramTest):
         program = self.sending()
         self.assertTrue(program.is_locked())
         self.assertTrue(program.screen.is_shown("Sending"))
+
+    def test_the_indicator_tells_how_much_has_gone(self):
+        self.serve("never-read")
+        # More than the systems of both sides take over for nobody.
+        large = self.home.crash_log("Harbour_2026-11-03.crash", b"line of a large report\n" * (MEBIBYTE // 23))
+        program = self.submitted(self.launch(log=large))
+        program.wait_until_sending()
+        indicator = program.screen.find("Sending")
+        wait_until(lambda: Atspi.Value.get_maximum_value(indicator) == 100, "the indicator to tell a share")
+        wait_until(lambda: 0 < Atspi.Value.get_current_value(indicator) < 100, "some of it to have gone")
 
     def test_cancel_unlocks_the_form_and_the_next_report_is_accepted(self):
         server = self.serve("never,accept")

@@ -217,6 +217,11 @@ void ReportWindow::setUploadProgress(qint64 sent, qint64 total)
 
 void ReportWindow::copyReport() const
 {
+    // The text may be large: it is copied once, into the room that it needs.
+    const QString text = parts->logText.string();
+    if (text.isEmpty()) {
+        return;
+    }
     QString report;
     if (const QString address = parts->emailText.stringValue(); !address.isEmpty()) {
         report += u"E-mail address:\n"_s + address + u"\n\n"_s;
@@ -225,8 +230,6 @@ void ReportWindow::copyReport() const
         report += u"Description:\n"_s + description + u"\n\n"_s;
     }
     report += u"Report:\n"_s;
-    // The text may be large: it is copied once, into the room that it needs.
-    const QString text = parts->logText.string();
     report.reserve(report.size() + text.size());
     report += text;
     replaceHalves(report);

@@ -310,6 +310,14 @@ TEST_F(ReportWindowTest, CopyReportTakesWhatWouldBeSent)
               u"E-mail address:\nada@example.org\n\nDescription:\nIt froze.\n\nReport:\nProcess: Harbour\n"_s);
 }
 
+TEST_F(ReportWindowTest, CopyReportLeavesTheClipboardAloneWhereThereIsNoReport)
+{
+    QGuiApplication::clipboard()->setText(u"somebody's"_s);
+    controls.logText.setString(QString());
+    window.copyReport();
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), u"somebody's"_s);
+}
+
 TEST_F(ReportWindowTest, CopyReportMakesOfHalfACharacterWhatIsSentOfIt)
 {
     for (const QString &half : {QString(QChar(0xD83D)), QString(QChar(0xDE00))}) {
