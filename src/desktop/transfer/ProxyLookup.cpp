@@ -52,8 +52,14 @@ bool ProxyLookup::isInEnvironment()
 
 void ProxyLookup::end()
 {
+    // A second call may have been queued before the first.
+    if (!limitTimer.isActive()) {
+        return;
+    }
     limitTimer.stop();
     process.disconnect();
+    // Where the process rested beyond the limit the command may have answered meanwhile.
+    process.waitForFinished(0);
     const bool hasAnswered = process.state() == QProcess::NotRunning && process.exitStatus() == QProcess::NormalExit
         && process.exitCode() == 0;
     process.kill();

@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <thread>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -379,6 +380,32 @@ TEST_F(ProxyTest, IsNoneWhereTheDesktopTakesTooLong)
     EXPECT_TRUE(eventually([&] { return !QFile::exists(u"/proc/"_s + QString::fromLatin1(process)); }))
         << "the command outlives its time";
     EXPECT_EQ(server.connections(), 1);
+}
+
+TEST_F(ProxyTest, IsTheDesktopsWhenItHasAnsweredWhileTheProcessRested)
+{
+    TransferSettings settings = testSettings();
+    settings.proxyCommand =
+        aCommand("echo >" + folder.path().toUtf8() + "/started; sleep 0.1; echo http://127.0.0.1:1");
+    settings.proxyLimit = 300ms;
+    CurlUrlLoader asking(operations, settings);
+    const auto transfer = asking.connectionWithRequestDelegate(aPost(server.url()), delegate);
+    ASSERT_TRUE(eventually([this] { return written(u"started"_s).endsWith('\n'); }));
+    // The limit passes, and the command ends.
+    std::this_thread::sleep_for(600ms);
+
+    EXPECT_TRUE(eventually([this] { return delegate.hasEnded(); }));
+    EXPECT_EQ(delegate.heard, kFailed) << "nothing listens there";
+    EXPECT_EQ(server.posts(), 0) << "past the proxy";
+}
+
+TEST_F(ProxyTest, IsNoneOnceWhereTheCommandIsKilled)
+{
+    const LogLines log(u"korvale.transfer=true"_s);
+
+    EXPECT_EQ(heardWithCommand("kill $$", aPost(server.url())), kFinished);
+
+    EXPECT_EQ(LogLines::all().count(u"korvale.transfer: connecting"_s), 1) << LogLines::text().toStdString();
 }
 
 TEST_F(ProxyTest, CancelEndsTheQuestionForIt)
