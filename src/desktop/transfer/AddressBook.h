@@ -21,7 +21,7 @@ public:
 
     /// Connecting to the address begins, on that socket.
     void opened(int socket, const Address &address);
-    /// The socket has become the connection. libcurl has closed the others, or does, and does not tell.
+    /// The socket has become the connection, and the request begins. libcurl has closed the others, and does not tell.
     void connected(int socket);
     void closed(int socket);
     /// The attempt that opened the sockets is given up.

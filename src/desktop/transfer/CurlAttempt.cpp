@@ -64,11 +64,7 @@ int CurlAttempt::connection() const
     }
     const std::vector<int> sockets = addresses.sockets();
     const auto connected = std::ranges::find_if(sockets, hasPeer);
-    if (connected == sockets.end()) {
-        return -1;
-    }
-    addresses.connected(*connected);
-    return *connected;
+    return connected == sockets.end() ? -1 : *connected;
 }
 
 bool CurlAttempt::hasProxyAnswer() const
@@ -297,7 +293,9 @@ int CurlAttempt::onDebug(CURL * /*easy*/, curl_infotype type, char *bytes, size_
 int CurlAttempt::onRequest(void *self, char * /*toIp*/, char * /*fromIp*/, int /*toPort*/, int /*fromPort*/)
 {
     CurlAttempt &attempt = *static_cast<CurlAttempt *>(self);
+    // By now libcurl has closed the others.
     attempt.requestSocket = attempt.connection();
+    attempt.addresses.connected(attempt.requestSocket);
     attempt.acknowledgedBefore = acknowledgedBytes(attempt.requestSocket);
     attempt.requestBegun = true;
     return CURL_PREREQFUNC_OK;

@@ -3,14 +3,20 @@
 #include "support/TransferSupport.h"
 
 #include <QElapsedTimer>
+#include <QSslSocket>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QTimer>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <thread>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -28,7 +34,7 @@ class DeadAddress
 {
 public:
     explicit DeadAddress(int family, quint16 port = 0)
-        : listener(::socket(family, SOCK_STREAM, 0))
+        : listener(::socket(family, SOCK_STREAM | SOCK_NONBLOCK, 0))
     {
         sockaddr_in6 ipv6 = {};
         ipv6.sin6_family = AF_INET6;
@@ -38,6 +44,9 @@ public:
         ipv4.sin_family = AF_INET;
         ipv4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         ipv4.sin_port = htons(port);
+        // What is sent to it once it is alive waits in the sender's system.
+        const int small = 16 * 1024;
+        ::setsockopt(listener, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
         void *const address = family == AF_INET6 ? static_cast<void *>(&ipv6) : &ipv4;
         socklen_t size = family == AF_INET6 ? sizeof ipv6 : sizeof ipv4;
         if (::bind(listener, static_cast<sockaddr *>(address), size) != 0 || ::listen(listener, 0) != 0
@@ -54,15 +63,46 @@ public:
     DeadAddress &operator=(const DeadAddress &) = delete;
     ~DeadAddress()
     {
-        for (const int client : clients) {
-            ::close(client);
-        }
+        hangUp();
         ::close(listener);
     }
 
     quint16 port() const { return boundPort; }
 
+    /// Takes the connections that are waiting to be made, and waits for the first one.
+    void comeAlive()
+    {
+        hangUp();
+        while (::close(::accept(listener, nullptr, nullptr)) == 0) {}
+        ::listen(listener, 16);
+        pollfd ready = {.fd = listener, .events = POLLIN, .revents = 0};
+        EXPECT_EQ(::poll(&ready, 1, 10'000), 1);
+    }
+
+    /// Answers the request of that connection with nothing as soon as it begins, and reads little of it.
+    void answerEarly()
+    {
+        auto *const socket = new QSslSocket(&server);
+        socket->setSslConfiguration(ThrowawayAuthority::shared().serverConfiguration(u"localhost"_s));
+        socket->setReadBufferSize(16 * 1024);
+        socket->setSocketDescriptor(::accept(listener, nullptr, nullptr));
+        QObject::connect(socket, &QSslSocket::readyRead, socket, [socket, isFirst = true]() mutable {
+            if (std::exchange(isFirst, false)) {
+                socket->write("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+            }
+        });
+        socket->startServerEncryption();
+    }
+
 private:
+    void hangUp()
+    {
+        for (int &client : clients) {
+            ::close(std::exchange(client, -1));
+        }
+    }
+
+    QObject server;
     int listener;
     int clients[4] = {};
     quint16 boundPort = 0;
@@ -92,11 +132,11 @@ private:
 };
 
 /// To a name of two addresses, 127.0.0.1 and ::1, which libcurl knows without asking anybody.
-platform::UrlRequest aPostToBoth(quint16 port)
+platform::UrlRequest aPostToBoth(quint16 port, const QByteArray &body = "the report")
 {
     QUrl url = withPort(port);
     url.setHost(u"localhost"_s);
-    return aPost(url);
+    return aPost(url, body);
 }
 
 /// With a good server at one of the two addresses of "localhost", libcurl choosing which it tries first.
@@ -255,6 +295,41 @@ TEST_F(LostAddresses, ADeadOneIsLeftBehindWhenTheOtherHangsUp)
     EXPECT_EQ(closing.accepted, 1);
     EXPECT_LT(passed(), 10 * kShortConnectLimit);
 }
+
+class RevivedAddresses : public UrlLoaderTest, public testing::WithParamInterface<bool>
+{
+};
+
+TEST_P(RevivedAddresses, AreWatchedWhicheverConnectsFirst)
+{
+    const quint16 port = aFreePort();
+    DeadAddress ipv6(AF_INET6, port);
+    DeadAddress ipv4(AF_INET, port);
+    DeadAddress &first = GetParam() ? ipv4 : ipv6;
+    DeadAddress &second = GetParam() ? ipv6 : ipv4;
+    bool areAlive = false;
+    const auto transfer = start(aPostToBoth(port, QByteArray(512 * 1024, 'x')));
+    // One is connected at a look at the connections, and the other at the next turn of the transfer: it is looked at
+    // every tenth of a second, and all of these timers run in one turn.
+    QObject context;
+    QTimer::singleShot(700ms, Qt::PreciseTimer, &context, [&] {
+        QTimer::singleShot(1ms, Qt::PreciseTimer, &context, [&] { first.comeAlive(); });
+        QTimer::singleShot(115ms, Qt::PreciseTimer, &context, [&] {
+            second.comeAlive();
+            areAlive = true;
+        });
+        std::this_thread::sleep_for(140ms);
+    });
+    ASSERT_TRUE(eventually([&areAlive] { return areAlive; }));
+    first.answerEarly();
+    second.answerEarly();
+
+    EXPECT_TRUE(eventually([this] { return delegate.hasEnded(); }));
+    EXPECT_EQ(delegate.heard, kFailed) << "the system still holds most of the report";
+}
+
+INSTANTIATE_TEST_SUITE_P(, RevivedAddresses, testing::Bool(),
+                         [](const auto &one) { return one.param ? "Ipv4First" : "Ipv6First"; });
 
 TEST_F(LostAddresses, LimitsAreThirtySecondsUnlessSaidOtherwise)
 {
