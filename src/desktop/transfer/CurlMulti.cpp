@@ -1,8 +1,20 @@
 // libcurl's transfers as part of the event loop.
 #include "desktop/transfer/CurlMulti.h"
 
+#include <poll.h>
+
 #include <algorithm>
 #include <optional>
+
+namespace {
+
+bool isReadable(curl_socket_t socket)
+{
+    pollfd one = {.fd = socket, .events = POLLIN, .revents = 0};
+    return ::poll(&one, 1, 0) > 0 && (one.revents & POLLIN) != 0;
+}
+
+} // namespace
 
 void CurlMulti::Release::operator()(QSocketNotifier *notifier) const
 {
@@ -88,7 +100,11 @@ void CurlMulti::watch(curl_socket_t socket, int what)
 CurlMulti::Notifier CurlMulti::notifier(curl_socket_t socket, QSocketNotifier::Type type, int event)
 {
     Notifier made(new QSocketNotifier(socket, type, this));
-    connect(made.get(), &QSocketNotifier::activated, this, [this, socket, event] { act(socket, event); });
+    connect(made.get(), &QSocketNotifier::activated, this, [this, socket, event] {
+        // What has come is read first: writing to a connection that is gone loses it.
+        const bool reads = event == CURL_CSELECT_OUT && watches[socket].reading && isReadable(socket);
+        act(socket, reads ? CURL_CSELECT_IN : event);
+    });
     return made;
 }
 

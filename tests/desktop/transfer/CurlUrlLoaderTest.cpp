@@ -525,6 +525,21 @@ TEST_F(UrlLoaderTest, ARefusalIsHeardWhoseHeadComesBeforeTheReportAndItsBodyAfte
     EXPECT_EQ(heardAfter(aPost(server.url(), seenToItsEnd(256 * 1024))), (QStringList{u"data no"_s, u"finished"_s}));
 }
 
+TEST_F(UrlLoaderTest, AnEarlyRefusalIsHeardThoughTheConnectionIsResetBehindIt)
+{
+    for (const QByteArray &head : {"HTTP/1.1 413 Content Too Large\r\nContent-Length: 2\r\n\r\n"_ba,
+                                   "HTTP/1.1 413 Content Too Large\r\nContent-Length: 4\r\n\r\nno"_ba}) {
+        server.willAnswer({{head, Then::Reset, After::Head, [](QSslSocket &socket) {
+                                socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
+                                socket.flush();
+                                socket.write("no");
+                                socket.flush();
+                            }}});
+        delegate.heard.clear();
+        EXPECT_TRUE(heardAfter(aPost(server.url(), QByteArray(32 * kMebibyte, 'x'))).value(0).startsWith(u"data no"_s));
+    }
+}
+
 TEST_F(UrlLoaderTest, ALongRefusalIsHeardWholeFromAServerThatReadsNoMore)
 {
     server.willAnswer(
