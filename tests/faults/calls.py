@@ -90,8 +90,10 @@ SYSTEM = Group("calls: system", "calls_world", prints_runs=True, rows=(
     Calls("files are opened", {"openat": ("EACCES", "ENOENT", "EMFILE", "ENFILE", "ENOMEM", "EINTR", "EIO")}),
     Calls("files are looked at", {
         "newfstatat": FILES, "statx": FILES, "access": FILES, "readlink": FILES, "getdents64": ("ENOENT", "EIO"),
-        "statfs": ("EACCES", "EIO", "ENOSYS"), "getcwd": ("EACCES", "ENOENT", "ENOMEM"), "lseek": ("ESPIPE",)}),
-    Calls("files are read", {"read": ("EIO", "EINTR", "EAGAIN", "EISDIR"), "pread64": ("EIO", "EINTR")}),
+        "statfs": ("EACCES", "EIO", "ENOSYS"), "fstatfs": ("EIO", "ENOSYS"), "getcwd": ("EACCES", "ENOENT", "ENOMEM"),
+        "lseek": ("ESPIPE",)}),
+    Calls("files are read", {
+        "read": ("EIO", "EINTR", "EAGAIN", "EISDIR"), "pread64": ("EIO", "EINTR"), "fadvise64": ("EINVAL",)}),
     Calls("files are written", places=PLACES, errors={
         "write": (*SPACE, "EINTR", "EAGAIN"), "fdatasync": SPACE, "fsync": SPACE, "linkat": (*SPACE, "EPERM", "EEXIST"),
         "rename": (*SPACE, "EACCES", "EPERM"), "unlink": ("EACCES", "EIO"), "mkdir": (*SPACE, "EACCES", "EEXIST"),
@@ -109,12 +111,14 @@ SYSTEM = Group("calls: system", "calls_world", prints_runs=True, rows=(
     Calls("descriptors are made and waited for", places=PLACES, errors={
         "close": ("EIO", "EINTR"), "fcntl": ("EMFILE", "EAGAIN"), "ioctl": ("ENOTTY",), "pipe2": DESCRIPTORS,
         "eventfd2": (*DESCRIPTORS, "ENODEV"), "poll": ("EINTR", "ENOMEM"), "ppoll": ("EINTR", "ENOMEM"),
-        "inotify_init1": DESCRIPTORS, "memfd_create": DESCRIPTORS}),
-    # Not brk(2): the system gives back where the memory ends, and an error in its place is taken for that.
+        "inotify_init1": DESCRIPTORS, "memfd_create": DESCRIPTORS, "dup2": ("EBUSY", "EINTR", "EMFILE")}),
+    # Not brk(2): the system gives back where the memory ends, and an error in its place is taken for that. Nor
+    # futex(2), whose errors the C library does not look for.
     Calls("memory is asked of the system", {
         "mmap": ("ENOMEM", "EAGAIN", "ENFILE", "ENODEV"), "mprotect": ("ENOMEM", "EACCES"), "munmap": ("ENOMEM",),
         "mremap": ("ENOMEM", "EAGAIN"), "madvise": ("ENOMEM", "EAGAIN"),
-        "shmget": ("ENOMEM", "ENOSPC"), "shmat": ("ENOMEM", "EACCES")}),
+        "shmget": ("ENOMEM", "ENOSPC"), "shmat": ("ENOMEM", "EACCES"), "shmctl": ("EACCES",),
+        "shmdt": ("EINVAL",)}),
     Calls("processes and threads are made", places=PLACES, errors={
         "clone3": ("EAGAIN", "ENOMEM", "ENOSPC"), "clone": ("EAGAIN", "ENOMEM", "ENOSPC"),
         "vfork": ("EAGAIN", "ENOMEM"),
