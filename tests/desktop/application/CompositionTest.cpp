@@ -124,13 +124,13 @@ protected:
         ASSERT_TRUE(eventually([] { return reportWindow().isVisible(); }));
     }
 
-    /// Queues the launch and runs the event loop, as the program does; returns the exit status, or -1 after five
+    /// Queues the launch and runs the event loop, as the program does; returns the exit status, or -1 after twenty
     /// seconds.
     int run()
     {
         QTimer limit;
         QObject::connect(&limit, &QTimer::timeout, [] { QCoreApplication::exit(-1); });
-        limit.start(5000);
+        limit.start(20'000);
         QMetaObject::invokeMethod(application.get(), &Composition::launch, Qt::QueuedConnection);
         return QCoreApplication::exec();
     }

@@ -682,7 +682,7 @@ TEST_F(UserDefaultsTest, ALockIsWaitedForHalfASecondAndNoLonger)
     defaults.setIntegerForKey(4, kCount);
     // A busy machine may take longer, but hardly each time.
     qint64 shortest = std::numeric_limits<qint64>::max();
-    for (int i = 0; i < 3; ++i) {
+    for (int tries = 0; tries < 10 && shortest >= 740; ++tries) {
         QElapsedTimer clock;
         clock.start();
         defaults.synchronize();
