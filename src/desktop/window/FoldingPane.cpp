@@ -82,7 +82,6 @@ FoldingPane::FoldingPane(QWidget &parentWindow, QWidget &upperPart, QWidget &low
         settle(kConfirmation);
     });
     animation.setEasingCurve(QEasingCurve::InOutQuad);
-    settling.setSingleShot(true);
     connect(&settling, &QTimer::timeout, this, &FoldingPane::rest);
     restoring.setSingleShot(true);
     connect(&restoring, &QTimer::timeout, this, &FoldingPane::applyPendingHeight);
@@ -146,10 +145,13 @@ void FoldingPane::setFrame(const platform::Rect &frame, platform::Animation anim
     }
     pendingHeightDelta = 0;
     interruptedTarget.reset();
+    // What was owed is so no more, and to apply it would stop an animation that begins now.
+    restoring.stop();
     givenHeight = wanted.height();
     if (!onlyHeightChanges) {
         window.setGeometry(wanted);
-    } else if (animate == platform::Animation::On && isInView() && animationDuration() > 0) {
+    } else if (animate == platform::Animation::On && isInView()) {
+        // Where the style wants none, it is over at once.
         animateToHeight(wanted.height());
     } else {
         window.resize(wanted.size());
@@ -159,11 +161,6 @@ void FoldingPane::setFrame(const platform::Rect &frame, platform::Animation anim
 bool FoldingPane::eventFilter(QObject *object, QEvent *event)
 {
     switch (event->type()) {
-    case QEvent::Show:
-        if (object == &window) {
-            rest();
-        }
-        break;
     case QEvent::Resize:
     case QEvent::WindowStateChange:
         if (object == &window) {
@@ -187,7 +184,7 @@ bool FoldingPane::eventFilter(QObject *object, QEvent *event)
     default:
         break;
     }
-    return QObject::eventFilter(object, event);
+    return false;
 }
 
 void FoldingPane::animateToHeight(int height)
@@ -227,9 +224,6 @@ void FoldingPane::settle(std::chrono::milliseconds duration)
 
 void FoldingPane::rest()
 {
-    if (state == State::Moving && animation.state() == QAbstractAnimation::Running) {
-        return;
-    }
     settling.stop();
     state = State::Resting;
     pane.setVisible(!folded);

@@ -15,12 +15,13 @@ namespace {
 constexpr int kMinCharacters = 40;
 
 /// Left to itself, the message wraps within the width of the title, and there is no room for the window's title. That
-/// the box lays itself out by a grid is the toolkit's own affair: by anything else it stays as narrow as it is.
+/// the box lays itself out by a grid, the texts in its last column, is the toolkit's own affair: by anything else it
+/// stays as narrow as it is.
 void widen(QMessageBox &box)
 {
     if (auto *grid = qobject_cast<QGridLayout *>(box.layout())) {
         const int width = box.fontMetrics().averageCharWidth() * kMinCharacters;
-        grid->addItem(new QSpacerItem(width, 0), grid->rowCount(), 0, 1, grid->columnCount());
+        grid->setColumnMinimumWidth(grid->columnCount() - 1, width);
     }
 }
 

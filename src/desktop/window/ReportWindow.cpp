@@ -44,11 +44,11 @@ struct StateRow {
     Press press;
     const char *name;
 };
-constexpr std::array<StateRow, 3> kStateRows = {{
+constexpr auto kStateRows = std::to_array<StateRow>({
     {u"Do&n't Send", Press::Closes, "editing"},
     {u"&Cancel", Press::Cancels, "sending"},
     {u"Edit Re&port", Press::Cancels, "awaiting another try"},
-}};
+});
 
 const StateRow &rowOf(ReportWindow::State state)
 {
@@ -252,10 +252,9 @@ void ReportWindow::changeEvent(QEvent *event)
     }
 }
 
-void ReportWindow::closeEvent(QCloseEvent *event)
+void ReportWindow::closeEvent(QCloseEvent * /*event*/)
 {
     // Not the dialog's own handling: that one rejects, which cancels here while a report is being sent.
-    event->accept();
     Q_EMIT closed();
 }
 
@@ -289,7 +288,7 @@ bool ReportWindow::eventFilter(QObject *object, QEvent *event)
     if (object == parts->ui.secondBtn && event->type() == QEvent::MouseButtonDblClick) {
         return true;
     }
-    return QDialog::eventFilter(object, event);
+    return false;
 }
 
 void ReportWindow::connectControls()
@@ -302,7 +301,6 @@ void ReportWindow::connectControls()
     ui.secondBtn->installEventFilter(this);
     ui.emailText->installEventFilter(this);
     nextTurn.setSingleShot(true);
-    secondTurn.setSingleShot(true);
     connect(&nextTurn, &QTimer::timeout, &secondTurn, qOverload<>(&QTimer::start));
     connect(&secondTurn, &QTimer::timeout, this, &ReportWindow::showState);
 }

@@ -7,7 +7,6 @@
 #include <QStyleOptionFocusRect>
 #include <QTimerEvent>
 
-#include <algorithm>
 #include <chrono>
 
 namespace {
@@ -90,7 +89,7 @@ void Spinner::paintEvent(QPaintEvent * /*event*/)
 
 void Spinner::paintSpokes(QPainter &painter) const
 {
-    const qreal radius = std::min(width(), height()) / 2.0;
+    const qreal radius = width() / 2.0;
     QColor color = palette().color(QPalette::WindowText);
     for (int spoke = 0; spoke < kSpokes; ++spoke) {
         const int age = (leadingSpoke - spoke + kSpokes) % kSpokes;
@@ -108,7 +107,7 @@ void Spinner::paintProgress(QPainter &painter) const
     // Angles count sixteenths of a degree, and grow against the clock.
     constexpr int kFullCircle = 360 * 16;
     constexpr int kTop = 90 * 16;
-    const qreal radius = std::min(width(), height()) * 0.4;
+    const qreal radius = width() * 0.4;
     const QRectF ring(-radius, -radius, 2 * radius, 2 * radius);
     QColor color = palette().color(QPalette::WindowText);
     painter.setPen(QPen(color, radius / 3, Qt::SolidLine, Qt::FlatCap));

@@ -7,6 +7,7 @@
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QTextBlock>
+#include <QtMath>
 
 using namespace Qt::StringLiterals;
 
@@ -46,6 +47,15 @@ TEST_F(DescriptionEditTest, OrdinaryParagraphsWrap)
     paste(u"many words "_s.repeated(200));
     EXPECT_TRUE(wraps());
     EXPECT_GT(shownLines(), 5);
+}
+
+TEST_F(DescriptionEditTest, HasRoomForSixLinesAndForThreeAtLeast)
+{
+    const int around = 2 * (edit.frameWidth() + qCeil(edit.document()->documentMargin()));
+    const int line = edit.fontMetrics().lineSpacing();
+    EXPECT_EQ(edit.sizeHint().height() - around, 6 * line);
+    EXPECT_EQ(edit.minimumSizeHint().height() - around, 3 * line);
+    EXPECT_EQ(edit.minimumSizeHint().width(), 20 * edit.fontMetrics().averageCharWidth());
 }
 
 TEST_F(DescriptionEditTest, ManyParagraphsWrapHoweverLongTheTextIs)

@@ -1,4 +1,5 @@
 // The window's frame and the pane that folds: coordinates, animation, held windows and what never moves.
+#include "support/LogLines.h"
 #include "support/ReportWindowFixture.h"
 
 #include <QApplication>
@@ -12,7 +13,9 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <set>
+#include <utility>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -83,6 +86,30 @@ private:
     QList<QWidget *> observed;
 };
 
+/// Does something once, in the turn of the event loop that follows the hiding of the widget.
+class WhenHidden : public QObject
+{
+public:
+    WhenHidden(QWidget &widget, std::function<void()> action)
+        : then(std::move(action))
+    {
+        widget.installEventFilter(this);
+    }
+
+    bool eventFilter(QObject *object, QEvent *event) override
+    {
+        if (event->type() == QEvent::Hide) {
+            object->removeEventFilter(this);
+            QMetaObject::invokeMethod(
+                this, [this] { then(); }, Qt::QueuedConnection);
+        }
+        return false;
+    }
+
+private:
+    std::function<void()> then;
+};
+
 class FoldingPaneTest : public ReportWindowFixture
 {
 protected:
@@ -110,6 +137,14 @@ protected:
     }
 
     int paneHeight() const { return static_cast<int>(controls.logView.frame().height); }
+    int minimumFormHeight() const { return form.layout()->totalMinimumHeightForWidth(window.width()); }
+
+    /// Whether the form takes the window to this height, and the pane the rest of it.
+    void expectDivisionAt(int height) const
+    {
+        EXPECT_EQ(form.geometry(), QRect(0, 0, window.width(), height));
+        EXPECT_EQ(pane.geometry(), QRect(0, height, window.width(), window.height() - height));
+    }
 };
 
 } // namespace
@@ -130,6 +165,113 @@ TEST_F(FoldingPaneTest, FrameThatIsSetIsTheFrame)
     controls.mainWindow.setFrameDisplayAnimate(frame, platform::Display::On, platform::Animation::Off);
     EXPECT_EQ(controls.mainWindow.frame(), frame);
     EXPECT_EQ(window.geometry(), QRect(25, QGuiApplication::primaryScreen()->geometry().height() - 540, 700, 480));
+}
+
+TEST_F(FoldingPaneTest, WindowFirstHasThePreferredSize)
+{
+    const int width = std::max(form.sizeHint().width(), pane.sizeHint().width());
+    ASSERT_NE(form.sizeHint().width(), pane.sizeHint().width());
+    EXPECT_EQ(window.width(), width);
+    EXPECT_EQ(window.minimumWidth(), std::max(form.minimumSizeHint().width(), pane.minimumSizeHint().width()));
+    EXPECT_LT(window.minimumWidth(), width);
+    EXPECT_EQ(paneHeight(), pane.sizeHint().height());
+    EXPECT_EQ(window.height(), form.layout()->totalHeightForWidth(width) + paneHeight());
+    EXPECT_EQ(window.minimumHeight(), minimumFormHeight() + paneHeight());
+    EXPECT_LT(window.minimumHeight(), window.height());
+    expectDivisionAt(window.height() - paneHeight());
+}
+
+TEST_F(FoldingPaneTest, FoldingIsLogged)
+{
+    const LogLines lines(u"korvale.window.info=true"_s);
+    controls.logView.setHidden(true);
+    controls.logView.setHidden(true);
+    controls.logView.setHidden(false);
+    EXPECT_EQ(LogLines::text(), u"korvale.window: pane folded\nkorvale.window: pane unfolded"_s);
+}
+
+TEST_F(FoldingPaneTest, FoldedWithoutAnotherFrameTheFormTakesTheWindow)
+{
+    show();
+    toggleAndWait();
+    controls.logView.setHidden(true);
+    EXPECT_TRUE(eventually([this] { return form.height() == window.height(); }));
+    EXPECT_FALSE(pane.isVisible());
+}
+
+TEST_F(FoldingPaneTest, OnlyAnotherHeightIsAnimatedAndOnlyWhereThatIsAskedFor)
+{
+    show();
+    platform::Rect frame = controls.mainWindow.frame();
+    const auto give = [&](platform::Animation animation) {
+        controls.mainWindow.setFrameDisplayAnimate(frame, platform::Display::On, animation);
+        return window.size() == QSize(static_cast<int>(frame.width), static_cast<int>(frame.height));
+    };
+    frame.x += 30;
+    EXPECT_TRUE(give(platform::Animation::On));
+    EXPECT_EQ(window.x(), 70);
+    frame.width += 20;
+    frame.height += 30;
+    frame.y -= 30;
+    EXPECT_TRUE(give(platform::Animation::On));
+    frame.height += 30;
+    frame.y -= 30;
+    EXPECT_TRUE(give(platform::Animation::Off));
+    frame.height += 30;
+    frame.y -= 30;
+    EXPECT_FALSE(give(platform::Animation::On));
+}
+
+TEST_F(FoldingPaneTest, FrameThatIsSetEndsTheWayToAnotherOne)
+{
+    show();
+    const platform::Rect before = controls.mainWindow.frame();
+    const int height = window.height();
+    toggleDisclosure();
+    ASSERT_TRUE(eventually([&] { return window.height() != height; }));
+    MovementRecorder recorder(window, {});
+    controls.logView.setHidden(true);
+    controls.mainWindow.setFrameDisplayAnimate(before, platform::Display::On, platform::Animation::Off);
+    waitForRest();
+    EXPECT_EQ(recorder.heights, std::vector<int>{height});
+}
+
+TEST_F(FoldingPaneTest, WindowGrowsWhereTheFormNeedsIt)
+{
+    show();
+    window.resize(window.width(), window.minimumHeight());
+    const int height = window.height();
+    controls.initialInfo.setStringValue(u"many words "_s.repeated(100));
+    EXPECT_TRUE(eventually([&] { return window.height() > height; }));
+    EXPECT_EQ(window.height(), minimumFormHeight());
+}
+
+TEST_F(FoldingPaneTest, MinimumHeightFollowsTheWidth)
+{
+    show();
+    const int before = window.minimumHeight();
+    controls.initialInfo.setStringValue(u"many words "_s.repeated(100));
+    ASSERT_TRUE(eventually([&] { return window.minimumHeight() > before; }));
+    const int height = window.minimumHeight();
+    window.resize(2 * window.width(), window.height());
+    EXPECT_LT(minimumFormHeight(), height);
+    EXPECT_EQ(window.minimumHeight(), minimumFormHeight());
+}
+
+TEST_F(FoldingPaneTest, FormKeepsItsHeightWhileTheWindowMayStillBeOnItsWay)
+{
+    show();
+    toggleAndWait();
+    toggleDisclosure();
+    const QSize before = form.size();
+    QSize after;
+    const WhenHidden whenHidden(pane, [&] {
+        window.resize(window.width() + 30, window.height() + 40);
+        after = form.size();
+    });
+    ASSERT_TRUE(eventually([&] { return after.isValid(); }));
+    EXPECT_EQ(after, before + QSize(30, 0));
+    EXPECT_TRUE(eventually([&] { return form.size() == before + QSize(30, 40); }));
 }
 
 TEST_F(FoldingPaneTest, PaneIsVisibleInTheLayoutAndFoldedBeforeTheWindowIsShown)
@@ -177,6 +319,7 @@ TEST_F(FoldingPaneTest, UnfoldingGrowsTheWindowAtItsBottomThroughHeightsInBetwee
     expected.height += paneHeight();
     expected.y -= paneHeight();
     EXPECT_EQ(controls.mainWindow.frame(), expected);
+    expectDivisionAt(static_cast<int>(folded.height));
     EXPECT_GT(recorder.heights.size(), 2U);
     EXPECT_TRUE(std::is_sorted(recorder.heights.begin(), recorder.heights.end()));
     EXPECT_EQ(recorder.tops, std::set<int>{window.y()});
@@ -199,6 +342,7 @@ TEST_F(FoldingPaneTest, FrameIsTheOneAskedForWhileTheWindowIsOnItsWay)
     asked.height += paneHeight();
     asked.y -= paneHeight();
     toggleDisclosure();
+    EXPECT_TRUE(pane.isVisible());
     EXPECT_LT(window.height(), static_cast<int>(asked.height));
     EXPECT_EQ(controls.mainWindow.frame(), asked);
 }
@@ -360,6 +504,19 @@ TEST_P(LargeLettersTest, WindowAndItsFrameStartWithinTheScreen)
     EXPECT_LE(window.height(), available.height() - titleBar);
     EXPECT_GE(window.width(), window.minimumWidth());
     EXPECT_GE(window.height(), window.minimumHeight());
+    const int edge = window.style()->pixelMetric(QStyle::PM_MdiSubWindowFrameWidth);
+    EXPECT_EQ(window.height(), available.height() - titleBar - 2 * edge);
+}
+
+TEST_P(LargeLettersTest, WindowIsNoWiderThanTheScreenWhereItNeedNotBe)
+{
+    QFont larger = QApplication::font();
+    larger.setPixelSize(GetParam() + 8);
+    QApplication::setFont(larger);
+    const ReportWindow window;
+    const int edge = window.style()->pixelMetric(QStyle::PM_MdiSubWindowFrameWidth);
+    const int preferred = child<QWidget>(window, "form").sizeHint().width();
+    EXPECT_EQ(window.width(), std::max(window.minimumWidth(), std::min(preferred, available.width() - 2 * edge)));
 }
 
 INSTANTIATE_TEST_SUITE_P(, LargeLettersTest, testing::Values(34, 38), testing::PrintToStringParamName());
@@ -384,8 +541,6 @@ protected:
         confirmed.start(std::chrono::milliseconds(600));
         ASSERT_TRUE(eventually([&] { return !confirmed.isActive(); }));
     }
-
-    int minimumFormHeight() const { return form.layout()->totalMinimumHeightForWidth(window.width()); }
 };
 
 TEST_P(MaximizedWindowTest, PaneFoldsInsideAndTheWindowKeepsTheScreensSize)
@@ -496,6 +651,46 @@ TEST_P(MaximizedWindowTest, HeldWhileItUnfoldsTheAnimationEndsAndTheRestoredWind
     window.setWindowState(Qt::WindowNoState);
     EXPECT_TRUE(eventually([&] { return window.height() == foldedHeight + paneHeight(); })) << window.height();
     EXPECT_EQ(window.width(), width);
+}
+
+TEST_P(MaximizedWindowTest, HeldWhileItUnfoldsAndFoldedAsSoonAsItIsRestoredItHasItsFormerSize)
+{
+    show();
+    const QSize size = window.size();
+    toggleDisclosure();
+    ASSERT_TRUE(eventually([&] { return window.height() != size.height(); }));
+    window.setWindowState(GetParam());
+    ASSERT_TRUE(eventually([&] { return window.width() != size.width(); }));
+    window.setWindowState(Qt::WindowNoState);
+    ASSERT_TRUE(eventually([&] { return window.width() == size.width(); }));
+    toggleDisclosure();
+    waitForRest();
+    EXPECT_EQ(window.size(), size);
+}
+
+TEST_P(MaximizedWindowTest, HeldWhileItUnfoldsAndGivenItsHeightByTheUserItMustHaveRoomForThePane)
+{
+    show();
+    const QSize size = window.size();
+    toggleDisclosure();
+    ASSERT_TRUE(eventually([&] { return window.height() != size.height(); }));
+    window.setWindowState(GetParam());
+    ASSERT_TRUE(eventually([&] { return window.width() != size.width(); }));
+    window.setWindowState(Qt::WindowNoState);
+    ASSERT_TRUE(eventually([&] { return window.width() == size.width(); }));
+    window.resize(size.width(), size.height() + paneHeight());
+    EXPECT_TRUE(eventually([&] { return window.minimumHeight() == minimumFormHeight() + paneHeight(); }));
+    EXPECT_EQ(window.height(), size.height() + paneHeight());
+}
+
+TEST_P(MaximizedWindowTest, HeldOnASmallScreenThePaneMakesDoWithWhatIsLeft)
+{
+    show();
+    holdByScreen();
+    toggleDisclosure();
+    ASSERT_TRUE(eventually([this] { return form.height() == window.height() - paneHeight(); }));
+    window.resize(window.width(), minimumFormHeight() + 50);
+    expectDivisionAt(window.height() - 50);
 }
 
 TEST_P(MaximizedWindowTest, HeldWhileItUnfoldsAndFoldedAgainTheRestoredWindowIsFolded)

@@ -7,6 +7,7 @@
 #include <QAccessible>
 #include <QApplication>
 #include <QClipboard>
+#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTextBlock>
@@ -128,10 +129,12 @@ TEST_F(QtAlertPanelTest, ShowsTheTitleInBoldAndTheMessageNot)
     }));
 }
 
-TEST_F(QtAlertPanelTest, HasSpaceForTheWindowsTitle)
+TEST_F(QtAlertPanelTest, HasSpaceForFortyCharactersAndTheWindowsTitle)
 {
-    EXPECT_TRUE(runAlert(panel, kTitle, kMessage,
-                         [](QMessageBox &box) { EXPECT_GE(box.width(), 40 * box.fontMetrics().averageCharWidth()); }));
+    EXPECT_TRUE(runAlert(panel, u"No."_s, u"No."_s, [](QMessageBox &box) {
+        const int wanted = 40 * box.fontMetrics().averageCharWidth();
+        EXPECT_EQ(child<QLabel>(box, "qt_msgbox_informativelabel").width(), wanted);
+    }));
 }
 
 TEST_F(QtAlertPanelTest, ShowsMarkupAsPlainText)

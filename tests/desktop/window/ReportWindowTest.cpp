@@ -1,5 +1,6 @@
 // The report window: its controls, focus and keyboard, dropped files and closing.
 #include "desktop/reportview/TextDisplay.h"
+#include "support/LogLines.h"
 #include "support/ReportWindowFixture.h"
 
 #include <QAbstractScrollArea>
@@ -7,8 +8,10 @@
 #include <QAction>
 #include <QApplication>
 #include <QClipboard>
+#include <QDir>
 #include <QDragEnterEvent>
 #include <QMimeData>
+#include <QProxyStyle>
 #include <QRegion>
 #include <QScrollBar>
 #include <QTransform>
@@ -17,6 +20,7 @@
 #include <algorithm>
 #include <initializer_list>
 #include <numeric>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -84,6 +88,32 @@ int areaOf(const QRegion &region)
                            [](int area, const QRect &part) { return area + part.width() * part.height(); });
 }
 
+class StyleWithoutAnimations : public QProxyStyle
+{
+public:
+    int styleHint(StyleHint hint, const QStyleOption *option, const QWidget *widget,
+                  QStyleHintReturn *data) const override
+    {
+        return hint == SH_Widget_Animation_Duration ? 0 : QProxyStyle::styleHint(hint, option, widget, data);
+    }
+};
+
+/// How often anything was called that asks to be called in each turn of the event loop.
+class TurnCounter : public QObject
+{
+public:
+    TurnCounter() { qApp->installEventFilter(this); }
+
+    bool eventFilter(QObject *object, QEvent *event) override
+    {
+        const auto *timer = qobject_cast<QTimer *>(object);
+        turns += timer && timer->interval() == 0 && event->type() == QEvent::Timer ? 1 : 0;
+        return false;
+    }
+
+    int turns = 0;
+};
+
 class PaintCounter : public QObject
 {
 public:
@@ -107,6 +137,16 @@ TEST_F(ReportWindowTest, WindowIsAnOrdinaryOneWithTheProductsTitleAndIcon)
     EXPECT_EQ(window.windowType(), Qt::Window);
     const Qt::WindowFlags refused = Qt::CustomizeWindowHint;
     EXPECT_FALSE(window.windowFlags() & refused);
+}
+
+TEST_F(ReportWindowTest, IconIsDrawnForEachSizeThatAWindowShows)
+{
+    const QFileInfoList files = QDir(u":/icons"_s).entryInfoList({u"*.png"_s});
+    ASSERT_GE(files.size(), 6);
+    for (const QFileInfo &file : files) {
+        const QPixmap drawn(file.filePath());
+        EXPECT_EQ(window.windowIcon().pixmap(drawn.size()).toImage(), drawn.toImage()) << file.fileName().toStdString();
+    }
 }
 
 TEST_F(ReportWindowTest, ControlsAreFoundByTheirAccessibleNames)
@@ -215,6 +255,34 @@ TEST_F(ReportWindowTest, WindowTakesTheKeyboardFromAnotherOne)
     EXPECT_TRUE(QTest::qWaitForWindowActive(&window));
 }
 
+TEST_F(ReportWindowTest, ReportStandsInLineWithTheFormAndBelowItWithoutSpace)
+{
+    show();
+    toggleDisclosure();
+    EXPECT_EQ(reportText.mapTo(&pane, QPoint()).y(), 0);
+    EXPECT_EQ(reportText.mapTo(&window, QPoint()).x(), email.mapTo(&window, QPoint()).x());
+    EXPECT_GT(reportText.x(), 0);
+    EXPECT_EQ(controls.logView.frame(),
+              (platform::Rect{0, 0, static_cast<double>(window.width()), controls.logView.frame().height}));
+}
+
+TEST_F(ReportWindowTest, WindowAtRestDoesNothing)
+{
+    StyleWithoutAnimations style;
+    window.setStyle(&style);
+    show();
+    toggleDisclosure();
+    startSending();
+    cancel();
+    ASSERT_TRUE(eventually([this] { return window.minimumHeight() > form.height() - description.height(); }));
+    TurnCounter turns;
+    for (int turn = 0; turn < 5; ++turn) {
+        QCoreApplication::processEvents();
+    }
+    EXPECT_EQ(turns.turns, 0);
+    window.setStyle(nullptr);
+}
+
 TEST_F(ReportWindowTest, WindowIsPaintedAgainWithTheSameFrameWhereThatIsAskedFor)
 {
     show();
@@ -242,6 +310,17 @@ TEST_F(ReportWindowTest, IconIsTheWindows)
     const QImage shown = icon.grab().toImage();
     const QPoint centre(icon.sizeHint().width() / 2, icon.sizeHint().height() / 2);
     EXPECT_EQ(shown.pixelColor(centre), QColor(Qt::red));
+    EXPECT_EQ(shown.pixelColor(0, 0), QColor(Qt::red));
+}
+
+TEST_F(ReportWindowTest, IconIsThreeLinesHighHoweverWideTheWindowIs)
+{
+    show();
+    window.resize(2 * window.width(), window.height());
+    const auto &icon = child<QWidget>(window, "iconView");
+    EXPECT_EQ(icon.sizeHint(), QSize(3, 3) * icon.fontMetrics().height());
+    EXPECT_EQ(icon.minimumSizeHint(), icon.sizeHint());
+    EXPECT_EQ(icon.width(), icon.sizeHint().width());
 }
 
 // What would be sent, and where to
@@ -262,6 +341,29 @@ TEST_F(ReportWindowTest, SummaryFollowsAnotherFile)
     EXPECT_EQ(shownIn(summary), u"Harbour_1.crash (52.4 kB, with 1 application log), sent to crash.example.org"_s);
     window.setReportSummary({u"/logs/Beacon_2.crash"_s, 7, 0, u"crash.example.org"_s});
     EXPECT_EQ(shownIn(summary), u"Beacon_2.crash (7 bytes), sent to crash.example.org"_s);
+}
+
+TEST_F(ReportWindowTest, SummaryIsAlsoItsToolTipAndDescription)
+{
+    ReportSummary empty;
+    empty.logFile = u"/logs/Beacon_2.crash"_s;
+    empty.host = u"crash.example.org"_s;
+    window.setReportSummary(empty);
+    const QString expected = u"Beacon_2.crash (0 bytes), sent to crash.example.org"_s;
+    EXPECT_EQ(shownIn(summary), expected);
+    EXPECT_FALSE(summary.isHidden());
+    EXPECT_EQ(readText(summary.toolTip()).remove(QChar(0x200B)), expected);
+    EXPECT_EQ(summary.accessibleDescription(), expected);
+}
+
+TEST_F(ReportWindowTest, SummaryShowsTheTwoEndsOfALongName)
+{
+    const QString start(30, u'a');
+    const QString end(30, u'b');
+    window.setReportSummary({start + end, 7, 0, start + end});
+    EXPECT_EQ(shownIn(summary), start + end + u" (7 bytes), sent to "_s + start + end);
+    window.setReportSummary({start + u'c' + end, 7, 0, start + u'c' + end});
+    EXPECT_EQ(shownIn(summary), start + u'…' + end + u" (7 bytes), sent to "_s + start + u'…' + end);
 }
 
 TEST_F(ReportWindowTest, SummaryMakesAHostileNameHarmless)
@@ -364,6 +466,17 @@ TEST_F(ReportWindowTest, HeadlineIsBoldAndUsesSeveralLinesForALongText)
     controls.initialInfo.setStringValue(headlineNaming(u"plovrin"_s));
     EXPECT_TRUE(headline.font().bold());
     EXPECT_GT(headline.heightForWidth(headline.minimumSizeHint().width()), headline.fontMetrics().lineSpacing());
+}
+
+TEST_F(ReportWindowTest, HeadlineShowsTheTwoEndsOfALongText)
+{
+    const QString start(90, u'a');
+    const QString end(110, u'b');
+    controls.initialInfo.setStringValue(start + end);
+    EXPECT_EQ(shownIn(headline), start + end);
+    controls.initialInfo.setStringValue(start + u'c' + end);
+    EXPECT_EQ(shownIn(headline), start + u'…' + end);
+    EXPECT_EQ(headline.accessibleDescription(), start + u'c' + end);
 }
 
 class ReportWindowWithLongNameTest : public ReportWindowTest, public testing::WithParamInterface<NamedText>
@@ -488,6 +601,16 @@ TEST_F(ReportWindowTest, ControlReturnInTheDescriptionSubmits)
     QTest::keyClick(&description, Qt::Key_Return, Qt::ControlModifier);
     EXPECT_EQ(submissions.count(), 1);
     EXPECT_EQ(controls.infoText.string(), QString());
+}
+
+TEST_F(ReportWindowTest, ControlReturnSubmitsFromTheDescriptionAloneAndNotWhileItIsHeld)
+{
+    show();
+    triangle.setFocus();
+    QTest::keyClick(&triangle, Qt::Key_Return, Qt::ControlModifier);
+    description.setFocus();
+    QTest::simulateEvent(&description, true, Qt::Key_Return, Qt::ControlModifier, u"\r"_s, true);
+    EXPECT_EQ(submissions.count(), 0);
 }
 
 TEST_F(ReportWindowTest, ReturnInTheLockedDescriptionDoesNotSubmit)
@@ -627,6 +750,35 @@ TEST_F(ReportWindowTest, SecondClickOfADoubleClickOnCancelClosesNothing)
     QTest::mouseRelease(&second, Qt::LeftButton);
     EXPECT_EQ(closings.count(), 0);
     EXPECT_TRUE(window.isVisible());
+}
+
+TEST_F(ReportWindowTest, DoubleClickInTheAddressSelectsAWord)
+{
+    show();
+    QTest::keyClicks(&email, u"ada"_s);
+    const int cursor = email.inputMethodQuery(Qt::ImCursorRectangle).toRect().center().x();
+    const QPoint inTheWord(cursor / 2, email.height() / 2);
+    QTest::mouseDClick(&email, Qt::LeftButton, {}, inTheWord);
+    EXPECT_EQ(email.selectedText(), u"ada"_s);
+}
+
+TEST_F(ReportWindowTest, WhatEachControlIsToldIsShown)
+{
+    show();
+    controls.infoText.setEditable(false);
+    EXPECT_TRUE(eventually([this] { return description.isReadOnly(); }));
+    EXPECT_EQ(window.state(), ReportWindow::State::Editing);
+    EXPECT_TRUE(email.isEnabled());
+    EXPECT_TRUE(submit.isEnabled());
+    controls.submitBtn.setEnabled(false);
+    EXPECT_TRUE(eventually([this] { return !submit.isEnabled(); }));
+    controls.emailText.setEnabled(false);
+    waitUntilShown(ReportWindow::State::AwaitingRetry);
+    EXPECT_FALSE(email.isEnabled());
+    controls.spinner.startAnimation(nullptr);
+    waitUntilShown(ReportWindow::State::Sending);
+    controls.spinner.stopAnimation(nullptr);
+    waitUntilShown(ReportWindow::State::AwaitingRetry);
 }
 
 TEST_F(ReportWindowTest, StalledUploadIsSendingUntilItIsCancelled)
@@ -812,6 +964,20 @@ TEST_F(ReportWindowTest, TurningSpinnerIsPaintedAgainAndAgainWithAnotherPicture)
     EXPECT_NE(spinner.grab().toImage(), before);
 }
 
+TEST_F(ReportWindowTest, ButtonsLeaveACharactersSpaceOnEachSideOfEveryTitle)
+{
+    for (const auto &[button, titles] :
+         {std::pair(&submit, QStringList{submit.text(), u"Sending..."_s}),
+          std::pair(&second, QStringList{u"Do&n't Send"_s, u"&Cancel"_s, u"Edit Re&port"_s})}) {
+        int widest = 0;
+        for (const QString &title : titles) {
+            button->setText(title);
+            widest = std::max(widest, button->sizeHint().width());
+        }
+        EXPECT_EQ(button->minimumWidth(), widest + 2 * button->fontMetrics().averageCharWidth());
+    }
+}
+
 TEST_F(ReportWindowTest, SendingMovesNoControl)
 {
     show();
@@ -989,8 +1155,8 @@ QList<QUrl> severalUrls()
             QUrl::fromLocalFile(u"/logs/a b%20.crash"_s)};
 }
 
-/// Drags the data over the widget and drops it, the way a window system delivers that.
-void drop(QWidget &target, QMimeData &data)
+/// Drags the data over the widget and drops it, the way a window system delivers that; returns whether it was accepted.
+bool drop(QWidget &target, QMimeData &data)
 {
     const QPoint centre = target.rect().center();
     QDragEnterEvent enter(centre, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
@@ -1000,10 +1166,11 @@ void drop(QWidget &target, QMimeData &data)
     move.setAccepted(enter.isAccepted());
     QCoreApplication::sendEvent(&target, &move);
     if (!move.isAccepted()) {
-        return;
+        return false;
     }
     QDropEvent dropEvent(centre, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
     QCoreApplication::sendEvent(&target, &dropEvent);
+    return dropEvent.isAccepted();
 }
 
 } // namespace
@@ -1013,7 +1180,9 @@ TEST_F(ReportWindowTest, FilesDroppedOntoTheWindowAreReportedInOrderWithoutRemot
     show();
     QMimeData data;
     data.setUrls(severalUrls());
-    drop(window, data);
+    const LogLines lines(u"korvale.window.info=true"_s);
+    EXPECT_TRUE(drop(window, data));
+    EXPECT_EQ(LogLines::text(), u"korvale.window: files dropped: 2"_s);
     ASSERT_EQ(drops.count(), 1);
     EXPECT_EQ(drops.first().first().toStringList(), (QStringList{u"/logs/Plovrin_2.crash"_s, u"/logs/a b%20.crash"_s}));
 }
@@ -1064,7 +1233,7 @@ TEST_F(ReportWindowTest, RemoteFilesAloneAreNoDrop)
     show();
     QMimeData data;
     data.setUrls({QUrl(u"https://example.org/x.crash"_s)});
-    drop(window, data);
+    EXPECT_FALSE(drop(window, data));
     EXPECT_EQ(drops.count(), 0);
 }
 

@@ -44,6 +44,18 @@ protected:
         return 255 - image.pixelColor(x, y).red();
     }
 
+    /// Pixels that a line of one colour is thick from the middle outwards.
+    static double thickness(const QImage &image, double degrees)
+    {
+        constexpr double kStep = 0.002;
+        const int full = darkness(image, degrees, 0.8);
+        int samples = 0;
+        for (double part = 0; part < 1; part += kStep) {
+            samples += 2 * darkness(image, degrees, part) > full ? 1 : 0;
+        }
+        return samples * kStep * kSide / 2;
+    }
+
     /// The spokes from the darkest to the faintest, numbered clockwise from the top.
     static std::vector<int> spokesByDarkness(const QImage &image)
     {
@@ -84,6 +96,42 @@ TEST_F(SpinnerTest, SpokesFadeAgainstTheClockBehindTheLeadingOne)
         EXPECT_EQ(darkness(image, spoke * 30.0, 0.3), 0) << "nothing in the middle";
         EXPECT_EQ(darkness(image, spoke * 30.0, 0.98), 0) << "nor at the rim";
         EXPECT_EQ(darkness(image, spoke * 30.0 + 15, 0.75), 0) << "nor between two";
+    }
+}
+
+TEST_F(SpinnerTest, SpokeIsAFifthOfTheRadiusThick)
+{
+    spinner.start();
+    const QImage image = painted();
+    double thick = 0;
+    for (int x = kSide / 2 - 10; x <= kSide / 2 + 10; ++x) {
+        thick += (255 - image.pixelColor(x, kSide / 6).red()) / 255.0;
+    }
+    EXPECT_NEAR(thick, kSide / 2.0 / 5, 0.5);
+}
+
+TEST_F(SpinnerTest, RingIsAThirdOfItsRadiusThickAndEndsWhereTheProgressIs)
+{
+    spinner.start();
+    spinner.setProgress(3, 4);
+    const QImage image = painted();
+    for (const double degrees : {45.0, 225.0, 315.0}) {
+        EXPECT_NEAR(thickness(image, degrees), kSide * 0.4 / 3, 1.5) << degrees;
+    }
+    for (const double degrees : {5.0, 265.0}) {
+        EXPECT_GT(darkness(image, degrees, 0.8), 200) << degrees;
+    }
+    for (const double degrees : {275.0, 355.0}) {
+        EXPECT_LT(darkness(image, degrees, 0.8), 90) << degrees;
+    }
+}
+
+TEST_F(SpinnerTest, TakesReturnAndEnterAndLeavesOtherKeys)
+{
+    for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Enter, Qt::Key_Escape, Qt::Key_A}) {
+        QKeyEvent press(QEvent::KeyPress, key, Qt::NoModifier);
+        QCoreApplication::sendEvent(&spinner, &press);
+        EXPECT_EQ(press.isAccepted(), key == Qt::Key_Return || key == Qt::Key_Enter) << key;
     }
 }
 
