@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -74,7 +75,7 @@ bool mayBeLedElsewhere(const QString &store)
     if (::stat(QFile::encodeName(QFileInfo(configuration).path()).constData(), &home) != 0 || !isRootsAlone(home)) {
         return true;
     }
-    return std::ranges::any_of(QStringList{configuration, ours, store}, [](const QString &place) {
+    return std::ranges::any_of(std::array{configuration, ours, store}, [](const QString &place) {
         struct stat status = {};
         return ::lstat(QFile::encodeName(place).constData(), &status) == 0 ? !isRootsAlone(status) : errno != ENOENT;
     });

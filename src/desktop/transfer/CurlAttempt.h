@@ -9,12 +9,12 @@
 #include "platform/UrlConnection.h"
 
 #include <QByteArray>
-#include <QByteArrayList>
 #include <QByteArrayView>
 
 #include <array>
 #include <functional>
 #include <memory>
+#include <vector>
 
 /// An easy handle with all its options and everything that libcurl calls back for. What it refers to must outlive it.
 class CurlAttempt
@@ -81,7 +81,7 @@ private:
     bool hasSecuredProxy() const;
     void setRequest();
     void setHeaders();
-    HeaderList listOf(const QByteArrayList &lines);
+    HeaderList listOf(const std::vector<QByteArray> &lines);
     void setTrust(const QByteArray &authorities);
     void setConnection(const QByteArray &proxy);
     void setCallbacks();

@@ -2,6 +2,7 @@
 #include "desktop/transfer/ProxyLookup.h"
 
 #include <QFileInfo>
+#include <QStringList>
 
 #include <algorithm>
 #include <array>
@@ -35,7 +36,10 @@ ProxyLookup::ProxyLookup(const QString &command, const QUrl &url, std::chrono::m
     connect(&limitTimer, &QTimer::timeout, this, &ProxyLookup::end);
     limitTimer.start(limit);
     const QUrl host = url.adjusted(QUrl::RemoveUserInfo | QUrl::RemovePath | QUrl::RemoveQuery | QUrl::RemoveFragment);
-    process.start(command, {QString::fromLatin1(host.toEncoded())});
+    // Appended, for a list of the toolkit's (6.4) that is made of its elements takes memory for granted.
+    QStringList arguments;
+    arguments.append(QString::fromLatin1(host.toEncoded()));
+    process.start(command, arguments);
 }
 
 ProxyLookup::~ProxyLookup()
