@@ -8,7 +8,6 @@
 #include <QDateTime>
 #include <QLocale>
 
-#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <syslog.h>
@@ -64,14 +63,11 @@ void sendToSystemLog(const QByteArray &message)
     if (log < 0) {
         return;
     }
-    ::fcntl(log, F_SETFD, FD_CLOEXEC);
-    ::fcntl(log, F_SETFL, O_NONBLOCK);
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     std::ranges::copy(_PATH_LOG, address.sun_path);
-    if (::connect(log, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) {
-        ::send(log, message.constData(), static_cast<size_t>(message.size()), 0);
-    }
+    ::sendto(log, message.constData(), static_cast<size_t>(message.size()), MSG_DONTWAIT,
+             reinterpret_cast<const sockaddr *>(&address), sizeof address);
     ::close(log);
 }
 
