@@ -56,7 +56,7 @@ bool ProxyLookup::isInEnvironment()
 
 void ProxyLookup::end()
 {
-    // A second call may have been queued before the first.
+    // A second call may have been queued before the first one, which has stopped the timer.
     if (!limitTimer.isActive()) {
         return;
     }

@@ -41,7 +41,9 @@ public:
     /// The first one is what a press does.
     QStringList actionNames() const override
     {
-        return QStringList{triangle.isChecked() ? u"Collapse"_s : u"Expand"_s} + QAccessibleWidget::actionNames();
+        QStringList names = QAccessibleWidget::actionNames();
+        names.prepend(triangle.isChecked() ? u"Collapse"_s : u"Expand"_s);
+        return names;
     }
 
     void doAction(const QString &name) override
