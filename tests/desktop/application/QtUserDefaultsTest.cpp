@@ -84,6 +84,13 @@ protected:
     const LookupsScope scope{systems};
 };
 
+/// Who may do what with it; 0 where it is not there.
+mode_t modeOf(const QString &path)
+{
+    struct stat status = {};
+    return stat(path.toLocal8Bit().constData(), &status) == 0 ? status.st_mode & 0777 : 0;
+}
+
 } // namespace
 
 TEST_F(UserDefaultsTest, AnAbsentCountIsZeroAndAnAbsentObjectIsNothing)
@@ -498,13 +505,6 @@ TEST_F(UserDefaultsTest, RootLooksAgainBeforeEachReadingAndWriting)
     defaults.synchronize();
     EXPECT_FALSE(QFileInfo::exists(target));
     EXPECT_EQ(defaults.integerForKey(kCount), 6);
-}
-
-/// Who may do what with it; 0 where it is not there.
-mode_t modeOf(const QString &path)
-{
-    struct stat status = {};
-    return stat(path.toLocal8Bit().constData(), &status) == 0 ? status.st_mode & 0777 : 0;
 }
 
 TEST_F(UserDefaultsTest, WhatIsMadeIsTheUsersAloneWhateverTheMask)

@@ -26,12 +26,13 @@ const TextStyle &style()
 }
 
 /// The first row of the text, of which only what lies between the two places is asked for.
-QImage drawn(const QString &text, Range selected = {}, RowLayout::Span visible = {0, kImageWidth})
+QImage drawn(const QString &text, Range selected = {}, RowLayout::Span visible = {0, kImageWidth},
+             const TextStyle &textStyle = style())
 {
-    QImage image(kImageWidth, style().rowHeight, QImage::Format_RGB32);
+    QImage image(kImageWidth, textStyle.rowHeight, QImage::Format_RGB32);
     image.fill(Qt::white);
     QPainter painter(&image);
-    RowLayout layout(text, rowAt(text, 0), style());
+    RowLayout layout(text, rowAt(text, 0), textStyle);
     layout.draw(painter, {0, 0}, visible, selected, {Qt::black, Qt::darkGray, Qt::white, Qt::lightGray, Qt::blue});
     return image;
 }
@@ -303,23 +304,16 @@ TEST(RowLayout, NameInAMarkIsDrawnSmallAndLeavesThePaddingFree)
     QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
     font.setPixelSize(60);
     const TextStyle large(font);
-    const QString text = u"\U000E0041"_s;
-    RowLayout layout(text, rowAt(text, 0), large);
-    QImage image(static_cast<int>(std::ceil(layout.xOf(text.size()))), large.rowHeight, QImage::Format_RGB32);
-    image.fill(Qt::white);
-    QPainter painter(&image);
-    layout.draw(painter, {0, 0}, {0, static_cast<qreal>(image.width())}, {},
-                {Qt::black, Qt::darkGray, Qt::white, Qt::lightGray, Qt::blue});
-    painter.end();
+    const QImage image = drawn(u"\U000E0041"_s, {}, {0, kImageWidth}, large);
     const int middle = image.height() / 2;
     const auto isFree = [&image, middle](int x) { return image.pixelColor(x, middle) == QColor(Qt::white); };
-    const QRect box = inkOf(image, 0, image.width());
+    const QRect box = inkOf(image);
     // Behind the line around it.
     for (int inside = 3; inside < large.markPadding - 2; ++inside) {
         EXPECT_TRUE(isFree(box.left() + inside)) << inside;
         EXPECT_TRUE(isFree(box.right() - inside)) << inside;
     }
-    EXPECT_FALSE(isFree(box.left() + static_cast<int>(1.5 * large.markPadding)) && isFree(image.width() / 2));
+    EXPECT_FALSE(isFree(box.left() + static_cast<int>(1.5 * large.markPadding)) && isFree(box.center().x()));
 }
 
 TEST(RowLayout, NamesOfMarksAreSmallerThanTheTextHoweverItsSizeIsGiven)

@@ -531,11 +531,26 @@ protected:
         ASSERT_TRUE(eventually([&] { return window.frameSize().height() >= available.height(); }));
     }
 
-    /// The window as restored, when it has had the time in which a height that is owed would have been applied.
-    void restore(const QSize &size)
+    void holdWhileItUnfolds()
+    {
+        const QSize size = window.size();
+        toggleDisclosure();
+        ASSERT_TRUE(eventually([&] { return window.height() != size.height(); }));
+        window.setWindowState(GetParam());
+        ASSERT_TRUE(eventually([&] { return window.width() != size.width(); }));
+    }
+
+    /// The window as soon as it is restored.
+    void release(const QSize &size)
     {
         window.setWindowState(Qt::WindowNoState);
         ASSERT_TRUE(eventually([&] { return window.width() == size.width(); }));
+    }
+
+    /// The window as restored, when it has had the time in which a height that is owed would have been applied.
+    void restore(const QSize &size)
+    {
+        release(size);
         QTimer confirmed;
         confirmed.setSingleShot(true);
         confirmed.start(std::chrono::milliseconds(600));
@@ -629,8 +644,7 @@ TEST_P(MaximizedWindowTest, FoldedAsSoonAsTheWindowIsRestoredItHasItsFormerSize)
     const QSize size = window.size();
     holdByScreen();
     toggleDisclosure();
-    window.setWindowState(Qt::WindowNoState);
-    ASSERT_TRUE(eventually([&] { return window.width() == size.width(); }));
+    release(size);
     toggleDisclosure();
     waitForRest();
     EXPECT_EQ(window.size(), size);
@@ -641,10 +655,7 @@ TEST_P(MaximizedWindowTest, HeldWhileItUnfoldsTheAnimationEndsAndTheRestoredWind
     show();
     const int foldedHeight = window.height();
     const int width = window.width();
-    toggleDisclosure();
-    ASSERT_TRUE(eventually([&] { return window.height() != foldedHeight; }));
-    window.setWindowState(GetParam());
-    ASSERT_TRUE(eventually([&] { return window.width() != width; }));
+    holdWhileItUnfolds();
     const QRect held = window.geometry();
     ASSERT_TRUE(eventually([this] { return form.height() == window.height() - paneHeight(); }));
     EXPECT_EQ(window.geometry(), held);
@@ -657,12 +668,8 @@ TEST_P(MaximizedWindowTest, HeldWhileItUnfoldsAndFoldedAsSoonAsItIsRestoredItHas
 {
     show();
     const QSize size = window.size();
-    toggleDisclosure();
-    ASSERT_TRUE(eventually([&] { return window.height() != size.height(); }));
-    window.setWindowState(GetParam());
-    ASSERT_TRUE(eventually([&] { return window.width() != size.width(); }));
-    window.setWindowState(Qt::WindowNoState);
-    ASSERT_TRUE(eventually([&] { return window.width() == size.width(); }));
+    holdWhileItUnfolds();
+    release(size);
     toggleDisclosure();
     waitForRest();
     EXPECT_EQ(window.size(), size);
@@ -672,12 +679,8 @@ TEST_P(MaximizedWindowTest, HeldWhileItUnfoldsAndGivenItsHeightByTheUserItMustHa
 {
     show();
     const QSize size = window.size();
-    toggleDisclosure();
-    ASSERT_TRUE(eventually([&] { return window.height() != size.height(); }));
-    window.setWindowState(GetParam());
-    ASSERT_TRUE(eventually([&] { return window.width() != size.width(); }));
-    window.setWindowState(Qt::WindowNoState);
-    ASSERT_TRUE(eventually([&] { return window.width() == size.width(); }));
+    holdWhileItUnfolds();
+    release(size);
     window.resize(size.width(), size.height() + paneHeight());
     EXPECT_TRUE(eventually([&] { return window.minimumHeight() == minimumFormHeight() + paneHeight(); }));
     EXPECT_EQ(window.height(), size.height() + paneHeight());
