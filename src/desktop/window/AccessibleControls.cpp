@@ -1,4 +1,4 @@
-// The roles, states and actions of the window, the disclosure triangle and the spinner.
+// The roles, states and actions of the window, the disclosure triangle, the spinner and the box around buttons.
 #include "desktop/window/AccessibleControls.h"
 
 #include "desktop/window/AccessibleField.h"
@@ -7,6 +7,7 @@
 
 #include <QAccessibleWidget>
 #include <QAction>
+#include <QDialogButtonBox>
 #include <QLineEdit>
 
 #include <algorithm>
@@ -138,6 +139,10 @@ QAccessibleInterface *accessibleControl(const QString &className, QObject *objec
     }
     if (auto *field = qobject_cast<QLineEdit *>(object)) {
         return accessibleField(*field);
+    }
+    // The toolkit calls it a group of controls, which would be announced without a name before the alert's one button.
+    if (auto *buttons = qobject_cast<QDialogButtonBox *>(object)) {
+        return new QAccessibleWidget(buttons, QAccessible::Client);
     }
     return nullptr;
 }

@@ -2,6 +2,6 @@
 #pragma once
 
 /// Makes the disclosure triangle a button that expands and collapses, the spinner a busy progress bar, the window's
-/// actions known, and a field's text one run. To be called before any of them is looked at; calling it again changes
-/// nothing.
+/// actions known, a field's text one run, and nothing of the box around an alert's button. To be called before any of
+/// them is looked at; calling it again changes nothing.
 void installAccessibleControls();
