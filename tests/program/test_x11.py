@@ -6,6 +6,7 @@ import os
 from Xlib import X, display
 from support import ORDINARY_USER, ProgramTest, remote_headline
 from trial.processes import Started
+from trial.screen import Atspi
 from trial.waiting import wait_until
 
 # Startup Notification Protocol of freedesktop.org: messages of twenty bytes each, the first of another type.
@@ -93,3 +94,40 @@ class Dropping(ProgramTest):
         self.drag(dropped, program)
         self.assert_report_shown(program, b"Process: Lantern [12]\n")
         self.assertEqual(program.headline(), remote_headline("anvil"))
+
+
+class Selected(ProgramTest):
+    """What is selected in the report can be pasted by the middle button at once, as in every other window."""
+
+    def setUp(self):
+        super().setUp()
+        self.report = self.expected().decode()
+        self.program = self.launch()
+        self.program.press("Report details")
+        wait_until(lambda: self.program.screen.is_shown("Report"), "the report pane")
+        self.program.wait_until_still()
+        Atspi.Component.grab_focus(self.program.screen.find("Report"))
+        wait_until(lambda: self.program.screen.has_focus("Report"), "the focus on the report")
+
+    def point(self, x, y, *clicks):
+        self.desktop.tool("xdotool", "mousemove", str(x), str(y), *clicks)
+
+    def assert_pasted(self, text):
+        self.point(*self.program.screen.middle("Description"), "click", "2")
+        wait_until(lambda: self.program.screen.text("Description"), "the description to have a text")
+        self.assertEqual(self.program.screen.text("Description"), text)
+
+    def test_by_a_key(self):
+        self.program.key("ctrl+Home", "shift+Down")
+        self.assert_pasted(self.report.splitlines(keepends=True)[0])
+
+    def test_as_a_whole(self):
+        self.program.key("ctrl+a")
+        self.assert_pasted(self.report)
+
+    def test_by_dragging(self):
+        place = self.program.screen.find("Report").get_extents(Atspi.CoordType.SCREEN)
+        self.point(place.x + 1, place.y + 5, "mousedown", "1")
+        self.point(place.x + place.width - 30, place.y + 5)
+        self.point(place.x + place.width - 29, place.y + 5, "mouseup", "1")
+        self.assert_pasted(self.report.splitlines()[0])
