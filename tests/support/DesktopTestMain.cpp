@@ -1,10 +1,11 @@
-// Runs the tests that need a QApplication: without a display, in a home of their own, and without a proxy.
+// Runs the tests that need a QApplication: without a display or a proxy, in a home of their own, heeding every signal.
 #include "support/RunTests.h"
 
 #include <QApplication>
 #include <QDir>
 #include <QTemporaryDir>
 
+#include <csignal>
 #include <cstdlib>
 
 using namespace Qt::StringLiterals;
@@ -34,6 +35,14 @@ void forgetProxies()
     }
 }
 
+/// The program goes on ignoring what its starter ignores, as a shell does for what it starts in the background.
+void heedTerminationSignals()
+{
+    for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
+        std::signal(number, SIG_DFL);
+    }
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -45,6 +54,7 @@ int main(int argc, char **argv)
     }
     moveInto(home);
     forgetProxies();
+    heedTerminationSignals();
     qputenv("QT_QPA_PLATFORM", "offscreen");
     qunsetenv("QT_QPA_PLATFORMTHEME");
     qunsetenv("DBUS_SESSION_BUS_ADDRESS");

@@ -10,6 +10,11 @@ from trial.waiting import wait_until
 ORDINARY_USER = ["unshare", "--user", "--map-user=1000", "--map-group=1000"] if os.getuid() == 0 else []
 DIE_WITH_PARENT = ["setpriv", "--pdeathsig", "KILL"]
 
+# What is started goes on ignoring what this process ignores, as a shell has it do for what it starts in the background.
+for number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
+    if signal.getsignal(number) is signal.SIG_IGN:
+        signal.signal(number, signal.SIG_DFL)
+
 
 class Started:
     """A running command with its standard output and standard error kept in files."""
