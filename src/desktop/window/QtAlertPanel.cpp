@@ -38,7 +38,6 @@ void QtAlertPanel::runAlertPanel(const QString &title, const QString &message)
     QMessageBox box(window.isVisible() ? &window : nullptr);
     box.setWindowTitle(u"Korvale Crash Reporter"_s);
     // Markup is the box's own way to a bold title. What comes in is none, whatever it looks like.
-    box.setTextFormat(Qt::RichText);
     box.setText(u"<b>"_s + title.toHtmlEscaped() + u"</b>"_s);
     box.setInformativeText(u"<span>"_s + message.toHtmlEscaped() + u"</span>"_s);
     box.setStandardButtons(QMessageBox::Ok);

@@ -216,6 +216,13 @@ TEST_F(ReportWindowTest, ItsActionsAreFoundByAnyone)
     EXPECT_EQ(QGuiApplication::clipboard()->text(), u"nothing was copied"_s);
     actions->doAction(copy);
     EXPECT_TRUE(QGuiApplication::clipboard()->text().endsWith(u"Process: Harbour\n"_s));
+
+    QWidget other;
+    other.show();
+    other.activateWindow();
+    ASSERT_TRUE(eventually([&other] { return other.isActiveWindow(); }));
+    actions->doAction(QAccessibleActionInterface::setFocusAction());
+    EXPECT_TRUE(eventually([this] { return window.isActiveWindow(); })) << "what every window can do";
 }
 
 TEST_F(ReportWindowTest, SpinnerIsAProgressBarThatIsBusyWhileSending)
