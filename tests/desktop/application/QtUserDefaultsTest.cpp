@@ -391,6 +391,22 @@ TEST_F(UserDefaultsTest, ALinkToAFileStaysALink)
     EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
 }
 
+TEST_F(UserDefaultsTest, WithoutANameForTheNewFileTheFormerOneStaysAndTheValuesAreKeptForThisRun)
+{
+    constexpr int kLongestName = 255;
+    const QString file = user.filePath(QString(kLongestName, u'x'));
+    write(file, "[General]\ncrashSubmissionCount=3\n");
+    QDir().mkpath(QFileInfo(path()).path());
+    ASSERT_TRUE(QFile::link(file, path()));
+
+    StoredDefaults defaults;
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+
+    EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=3\n");
+    EXPECT_EQ(defaults.integerForKey(kCount), 4);
+}
+
 TEST_F(UserDefaultsTest, WithoutAConfigurationFolderTheStoreIsInTheHomeThatTheSystemKnows)
 {
     for (const std::optional<QByteArray> &value :
