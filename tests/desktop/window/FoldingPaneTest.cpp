@@ -547,14 +547,19 @@ protected:
         ASSERT_TRUE(eventually([&] { return window.width() == size.width(); }));
     }
 
-    /// The window as restored, when it has had the time in which a height that is owed would have been applied.
-    void restore(const QSize &size)
+    /// The time in which a height that is owed is applied.
+    static void waitForConfirmation()
     {
-        release(size);
         QTimer confirmed;
         confirmed.setSingleShot(true);
         confirmed.start(std::chrono::milliseconds(600));
         ASSERT_TRUE(eventually([&] { return !confirmed.isActive(); }));
+    }
+
+    void restore(const QSize &size)
+    {
+        release(size);
+        waitForConfirmation();
     }
 };
 
@@ -648,6 +653,23 @@ TEST_P(MaximizedWindowTest, FoldedAsSoonAsTheWindowIsRestoredItHasItsFormerSize)
     toggleDisclosure();
     waitForRest();
     EXPECT_EQ(window.size(), size);
+}
+
+TEST_P(MaximizedWindowTest, UnfoldedAnewAsSoonAsTheWindowIsRestoredNothingEndsTheAnimationEarly)
+{
+    StyleWithAnimationsOf style(60'000);
+    window.setStyle(&style);
+    show();
+    const QSize size = window.size();
+    holdByScreen();
+    toggleDisclosure();
+    release(size);
+    toggleDisclosure();
+    toggleDisclosure();
+    waitForConfirmation();
+    EXPECT_EQ(window.minimumHeight(), minimumFormHeight()) << "it is on its way";
+    EXPECT_LT(window.height(), size.height() + paneHeight());
+    window.setStyle(nullptr);
 }
 
 TEST_P(MaximizedWindowTest, HeldWhileItUnfoldsTheAnimationEndsAndTheRestoredWindowHasItsHeight)
