@@ -2,6 +2,7 @@
 #include "desktop/window/ReportWindow.h"
 
 #include "base/PathText.h"
+#include "base/Utf8.h"
 #include "desktop/window/AccessibleControls.h"
 #include "desktop/window/DisplayText.h"
 #include "desktop/window/DroppedFiles.h"
@@ -21,6 +22,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -72,19 +74,14 @@ QIcon applicationIcon()
 }
 
 /// Half a character becomes U+FFFD, as it does in what is sent; the clipboard would make a question mark of it.
-void replaceHalves(QString &text)
+QString withoutHalves(QString text)
 {
     if (text.isValidUtf16()) {
-        return;
+        return text;
     }
-    for (qsizetype offset = 0; offset < text.size(); ++offset) {
-        const QStringView rest = QStringView(text).sliced(offset);
-        if (rest.size() > 1 && rest[0].isHighSurrogate() && rest[1].isLowSurrogate()) {
-            ++offset;
-        } else if (rest[0].isSurrogate()) {
-            text[offset] = QChar::ReplacementCharacter;
-        }
-    }
+    QByteArray bytes;
+    appendUtf8(bytes, text);
+    return textFromUtf8(bytes).value_or(text);
 }
 
 /// Shows the title and widens the button to it, so that no later, shorter title moves the buttons beside it.
@@ -232,8 +229,7 @@ void ReportWindow::copyReport() const
     report += u"Report:\n"_s;
     report.reserve(report.size() + text.size());
     report += text;
-    replaceHalves(report);
-    QGuiApplication::clipboard()->setText(report);
+    QGuiApplication::clipboard()->setText(withoutHalves(std::move(report)));
     qCInfo(lcWindow) << "report copied";
 }
 
