@@ -4,6 +4,8 @@
 #include <QAccessibleWidget>
 #include <QLineEdit>
 
+#include <algorithm>
+
 namespace {
 
 class AccessibleField : public QAccessibleWidget,
@@ -100,11 +102,14 @@ public:
     void replaceText(int start, int end, const QString &text) override
     {
         if (isEditable()) {
-            field.setText(field.text().replace(start, end - start, text));
+            const auto [from, to] = std::minmax({within(start), within(end)});
+            field.setText(field.text().replace(from, to - from, text));
         }
     }
 
 private:
+    /// A place that assistive technology has named, as one that there is.
+    int within(int offset) const { return std::clamp(offset, 0, characterCount()); }
     bool isEditable() const { return field.isEnabled() && !field.isReadOnly(); }
 
     QLineEdit &field;

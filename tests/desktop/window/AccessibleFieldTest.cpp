@@ -133,6 +133,20 @@ TEST_F(AccessibleFieldTest, TextIsReplacedInPartAndAsAWhole)
     EXPECT_EQ(field.text(), u"mia@example.org"_s);
 }
 
+TEST_F(AccessibleFieldTest, TextIsReplacedBetweenTwoPlacesInAnyOrderAndWithinWhatThereIs)
+{
+    editable->deleteText(3, 0);
+    EXPECT_EQ(field.text(), u"example.org"_s);
+    editable->replaceText(1000, 7, u".net"_s);
+    EXPECT_EQ(field.text(), u"example.net"_s);
+    editable->insertText(1000, u"!"_s);
+    EXPECT_EQ(field.text(), u"example.net!"_s);
+    editable->deleteText(0, -2'000'000);
+    EXPECT_EQ(field.text(), u"example.net!"_s);
+    editable->deleteText(-5, 8);
+    EXPECT_EQ(field.text(), u"net!"_s);
+}
+
 TEST_F(AccessibleFieldTest, TextIsReadAndNotEditedWhileItIsLocked)
 {
     const auto assertKept = [this] {
