@@ -22,10 +22,14 @@ void openStandardDescriptors()
 }
 
 /// By a description of the program's own: the flag of the one that it was given is everybody's who has it, as a shell
-/// and its terminal. A pipe and a terminal can be opened once more; a socket cannot, and is asked not to wait with each
-/// write of the program's own.
+/// and its terminal. A pipe and a terminal of this user's can be opened once more; with anything else the program's own
+/// writes do not wait. What was handed over for reading stays so: root's rights would open it for writing as well,
+/// whatever the rights of whoever has opened it.
 void keepStandardErrorFromWaiting()
 {
+    if ((::fcntl(STDERR_FILENO, F_GETFL) & O_ACCMODE) == O_RDONLY) {
+        return;
+    }
     const int own = ::open("/proc/self/fd/2", O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (own >= 0) {
         ::dup2(own, STDERR_FILENO);
@@ -42,6 +46,7 @@ void putInheritedStateRight()
     sigset_t none;
     ::sigemptyset(&none);
     ::sigprocmask(SIG_SETMASK, &none, nullptr);
+    std::signal(SIGCHLD, SIG_DFL);
     ::alarm(0);
     const mode_t inherited = ::umask(S_IRWXG | S_IRWXO);
     ::umask((inherited & (S_IRWXG | S_IRWXO)) | S_IWGRP | S_IWOTH);

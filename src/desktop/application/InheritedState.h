@@ -5,7 +5,7 @@
 ///  - standard descriptors that are closed lead nowhere, or the first files and sockets that are opened would be taken
 ///    for them and written to;
 ///  - a write to standard error gives up where nobody reads what is there, instead of waiting for it;
-///  - no signal is blocked and no alarm is set;
+///  - no signal is blocked, the end of a child is told, and no alarm is set;
 ///  - what is made can be used by the user, and changed by nobody else; others may read it as they otherwise may, or
 ///    what a library writes for root into a cache that everybody shares would serve root alone.
 /// To be called at the start of main, before anything is kept open.

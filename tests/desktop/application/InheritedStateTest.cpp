@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -96,6 +97,35 @@ TEST(InheritedState, WhatIsWrittenToStandardErrorGoesBehindWhatIsThere)
         endAs(isWritten && ::pread(file, content.data(), content.size(), 0) == 13);
     };
     EXPECT_EXIT(writeToFile(), testing::ExitedWithCode(kAsExpected), "");
+}
+
+// By the rights of root it could be opened for more, whatever whoever handed it over may write to.
+TEST(InheritedState, AStandardErrorThatIsOpenForReadingAloneStaysSo)
+{
+    const auto writeToFile = [] {
+        char path[] = "/tmp/inherited-state-XXXXXX";
+        ::close(::mkstemp(path));
+        ::dup2(::open(path, O_RDONLY), STDERR_FILENO);
+        ::unlink(path);
+        putInheritedStateRight();
+        struct stat status = {};
+        endAs(::write(STDERR_FILENO, "x", 1) < 0 && ::fstat(STDERR_FILENO, &status) == 0 && status.st_size == 0);
+    };
+    EXPECT_EXIT(writeToFile(), testing::ExitedWithCode(kAsExpected), "");
+}
+
+TEST(InheritedState, EndOfAChildIsToldEvenIfTheStarterHadIgnoredIt)
+{
+    const auto waitForChild = [] {
+        std::signal(SIGCHLD, SIG_IGN);
+        putInheritedStateRight();
+        const pid_t child = ::fork();
+        if (child == 0) {
+            std::_Exit(EXIT_SUCCESS);
+        }
+        endAs(child > 0 && ::waitpid(child, nullptr, 0) == child);
+    };
+    EXPECT_EXIT(waitForChild(), testing::ExitedWithCode(kAsExpected), "");
 }
 
 TEST(InheritedState, NoSignalIsBlocked)
