@@ -4,17 +4,27 @@
 #include <QString>
 #include <QtGlobal>
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 
 namespace {
 
-/// A socket is asked for it with each write: its flag would be that of everybody who has it, as the starter's own.
+/// What can be written takes this much without waiting, if it is a pipe (pipe(7)).
+constexpr qsizetype kTakenAtOnce = PIPE_BUF;
+
+/// A socket is asked with each write not to wait: its flag would be that of everybody who has it, as the starter's own.
 ssize_t writeAtOnce(QByteArrayView bytes)
 {
-    const auto size = static_cast<size_t>(bytes.size());
+    pollfd standardError = {.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
+    if (::poll(&standardError, 1, 0) <= 0) {
+        return 0;
+    }
+    const auto size = static_cast<size_t>(std::min(bytes.size(), kTakenAtOnce));
     const ssize_t sent = ::send(STDERR_FILENO, bytes.data(), size, MSG_DONTWAIT);
     return sent < 0 && errno == ENOTSOCK ? ::write(STDERR_FILENO, bytes.data(), size) : sent;
 }
