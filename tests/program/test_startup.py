@@ -314,8 +314,9 @@ class Inherited(ProgramTest):
         self.assertEqual(program.exit_status(), 0)
         self.assertIn("Returned data:", program.errors())
 
-    def test_the_system_log_is_told_what_standard_error_is(self):
-        self.serve("refuse")
+    def told_of(self, answer):
+        """What standard error and the system's log are told of this answer."""
+        self.serve(answer)
         path = os.path.join(self.subfolder("log"), "messages")
         program = self.start(self.crash_log, prefix=("unshare", "--mount", *SYSTEM_LOG, "read", path, *ORDINARY_USER))
         self.submitted(program.wait_for_window())
@@ -324,10 +325,18 @@ class Inherited(ProgramTest):
         self.assertRegex(said, rf"^korvale-crash-reporter\[{program.pid}\]: Returned data: ")
         wait_until(lambda: os.path.getsize(path), "the system's log to be told")
         with open(path, encoding="utf-8") as file:
-            told = file.read()
+            return said, file.read()
+
+    def test_the_system_log_is_told_what_standard_error_is(self):
+        said, told = self.told_of("refuse")
         # RFC 3164, section 4.1: a notice (5) of a user's program (1), and the time.
         self.assertRegex(told, r"^<13>[A-Z][a-z]{2} [ 123]\d \d\d:\d\d:\d\d korvale")
         self.assertTrue(told.endswith(said), told)
+
+    def test_the_system_log_is_told_the_beginning_of_a_refusal_that_is_too_long_for_it(self):
+        _, told = self.told_of("control-characters")
+        self.assertRegex(told, r": Returned data: (\\x01)+.{,3}\n$")
+        self.assertGreater(len(told), 16_000)
 
     def test_standard_descriptors_that_are_closed_lead_nowhere(self):
         program = self.launch_with(ALL_CLOSED)

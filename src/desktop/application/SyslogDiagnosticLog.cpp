@@ -20,6 +20,8 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr char kProgram[] = "korvale-crash-reporter";
+/// UTF-16 code units of a line that go to the system's log: one message, which a socket does not take at any length.
+constexpr qsizetype kLongestLogged = 16'384;
 
 QString escaped(QChar control)
 {
@@ -75,8 +77,9 @@ void sendToSystemLog(const QByteArray &message)
 
 void SyslogDiagnosticLog::log(const QString &line)
 {
-    const QByteArray message = kProgram + QByteArray("[") + QByteArray::number(QCoreApplication::applicationPid())
-        + "]: " + onOneLine(line).toUtf8();
-    sendToSystemLog(head() + message);
-    writeToStandardError(message + '\n');
+    const QByteArray program =
+        kProgram + QByteArray("[") + QByteArray::number(QCoreApplication::applicationPid()) + "]: ";
+    const QString said = onOneLine(line);
+    sendToSystemLog(head() + program + said.left(kLongestLogged).toUtf8());
+    writeToStandardError(program + said.toUtf8() + '\n');
 }
