@@ -77,7 +77,7 @@ ssize_t readSome(const FileDescriptor &file, char *into, qsizetype maxCount)
 /// Says why a file is not taken, to whoever has asked for it by QT_LOGGING_RULES; returns what a failed reading does.
 std::nullopt_t notTaken(const QString &path, const char *reason)
 {
-    qCInfo(lcLoading).noquote() << path << "is not taken:" << reason;
+    qCInfo(lcLoading) << path << "is not taken:" << reason;
     return std::nullopt;
 }
 
@@ -185,7 +185,7 @@ bool fileExists(const QString &path)
     const std::optional<QByteArray> name = fileSystemRepresentation(path);
     struct stat status = {};
     if (!name || ::stat(name->constData(), &status) != 0) {
-        qCInfo(lcLoading).noquote() << path << "does not exist";
+        qCInfo(lcLoading) << path << "does not exist";
         return false;
     }
     return true;

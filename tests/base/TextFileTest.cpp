@@ -389,13 +389,16 @@ TEST_F(TextFile, WhoAsksReadsWhyAFileIsNotTaken)
     EXPECT_EQ(textOfFile(text, 3), std::nullopt);
     EXPECT_EQ(textOfFile(text), std::nullopt);
     EXPECT_EQ(textOfFile(holes), std::nullopt);
-    EXPECT_EQ(textOfFile(u"a\0b"_s), std::nullopt);
+    EXPECT_EQ(textOfFile(u"a\0b\nc"_s), std::nullopt);
 
+    const auto quoted = [](const QString &path) { return u'"' + path + u'"'; };
     EXPECT_EQ(
         LoadingLog::lines,
-        (QStringList{missing + u" does not exist"_s, missing + u" is not taken: No such file or directory"_s,
-                     folder + u" is not taken: it is not a regular file"_s, text + u" is not taken: it is too large"_s,
-                     text + u" is not taken: it cannot be read, has grown too large, or is no text in UTF-8"_s,
-                     holes + u" is not taken: there is no memory for it"_s,
-                     u"a\0b is not taken: it is not a name that a file can have"_s}));
+        (QStringList{quoted(missing) + u" does not exist"_s,
+                     quoted(missing) + u" is not taken: No such file or directory"_s,
+                     quoted(folder) + u" is not taken: it is not a regular file"_s,
+                     quoted(text) + u" is not taken: it is too large"_s,
+                     quoted(text) + u" is not taken: it cannot be read, has grown too large, or is no text in UTF-8"_s,
+                     quoted(holes) + u" is not taken: there is no memory for it"_s,
+                     uR"("a\u0000b\nc" is not taken: it is not a name that a file can have)"_s}));
 }

@@ -47,4 +47,4 @@ class Diagnosis(ProgramTest):
         missing = self.home.path + "/gone.crash"
         program = self.start("-remotename", "anvil", "-log", missing, prefix=ASKED)
         self.assertEqual(program.exit_status(), 0)
-        self.assertIn(f"korvale.loading: {missing} does not exist", program.errors())
+        self.assertIn(f'korvale.loading: "{missing}" does not exist', program.errors())
