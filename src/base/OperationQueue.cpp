@@ -34,11 +34,9 @@ void OperationQueue::run(const Operation &operation)
     operation();
 }
 
+// Called once for each operation at whose end others were waiting, and nothing else takes from these.
 void OperationQueue::runNext()
 {
-    if (running || waiting.empty()) {
-        return;
-    }
     const Operation next = std::move(waiting.front());
     waiting.pop_front();
     run(next);
