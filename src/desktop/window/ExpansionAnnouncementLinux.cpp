@@ -29,11 +29,9 @@ void announceExpansion(QWidget &control)
     // The bridge's own connection and its name for the control: a listener knows the program by nothing else. Where a
     // later toolkit has changed either, nobody hears of the change, as nobody would without this.
     const QDBusConnection bridge(u"a11y"_s);
-    QAccessibleInterface *const accessible = QAccessible::queryAccessibleInterface(&control);
-    if (!bridge.isConnected() || !accessible) {
-        return;
+    if (QAccessibleInterface *const accessible = QAccessible::queryAccessibleInterface(&control)) {
+        // A screen reader remembers the states, and speaks when it hears of the second one.
+        bridge.send(stateChanged(accessible, u"collapsed"_s, accessible->state().collapsed));
+        bridge.send(stateChanged(accessible, u"expanded"_s, accessible->state().expanded));
     }
-    // A screen reader remembers the states, and speaks when it hears of the second one.
-    bridge.send(stateChanged(accessible, u"collapsed"_s, accessible->state().collapsed));
-    bridge.send(stateChanged(accessible, u"expanded"_s, accessible->state().expanded));
 }
