@@ -48,6 +48,8 @@ bool hasLentRights()
 
 int applicationMain(int argc, char **argv)
 {
+    // The reader of standard error may be the crashed application, which is gone; a server may hang up.
+    std::signal(SIGPIPE, SIG_IGN);
     if (hasLentRights()) {
         writeToStandardError("korvale-crash-reporter: not to be given rights by its file (set-user-ID, set-group-ID, "
                              "capabilities) or by a security module: whoever starts it would read and send files with "
@@ -58,8 +60,6 @@ int applicationMain(int argc, char **argv)
     keepOnlyHarmlessVariables(platform::systemLocalLookups());
     putInheritedStateRight();
     writeToolkitMessagesToStandardError();
-    // The reader of standard error may be the crashed application, which is gone; a server may hang up.
-    std::signal(SIGPIPE, SIG_IGN);
     // Where files may not grow beyond a bound, the settings are not written; a report is sent all the same.
     std::signal(SIGXFSZ, SIG_IGN);
     QtProcessInfo processInfo(argc, argv);
