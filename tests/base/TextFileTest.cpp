@@ -374,6 +374,17 @@ TEST_F(TextFile, FileWithoutReadPermissionExistsAndCannotBeRead)
     EXPECT_EQ(contentsOfRegularFile(file), std::nullopt);
 }
 
+TEST_F(TextFile, NoneStaysOpenOnceItIsRead)
+{
+    const QString path = home.write(u"a"_s, "text");
+
+    EXPECT_EQ(textOfFile(path), u"text"_s);
+    EXPECT_EQ(contentsOfRegularFile(path), "text"_ba);
+    EXPECT_EQ(textOfFile(path, 3), std::nullopt);
+
+    EXPECT_EQ(descriptorFlags(path), std::nullopt);
+}
+
 TEST_F(TextFile, WhoAsksReadsWhyAFileIsNotTaken)
 {
     const QString missing = home.path(u"gone"_s);
