@@ -111,6 +111,12 @@ class Root(ProgramTest):
         self.server = self.serve()
         self.assert_report_with(self.submitted_by_keyboard(self.launch_as_root("greeter")))
 
+    def test_a_standard_error_that_is_open_for_reading_alone_is_not_written_to(self):
+        # As sudo hands on what somebody has opened who may only read it.
+        reading = ("bash", "-c", 'exec 2<"$0"; exec "$@"', self.secret)
+        self.closed(self.launch_as_root(environment=("QT_LOGGING_RULES=korvale.*=true",), trace=reading))
+        self.assertEqual(read(self.secret), SECRET)
+
     def test_a_log_that_leads_to_what_only_root_may_read_is_left_out(self):
         self.server = self.serve()
         os.remove(self.path_of_log(".1.log"))
