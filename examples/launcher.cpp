@@ -198,6 +198,8 @@ void reportCrash(const Options &options, int signal)
 
 int main(int argc, char **argv)
 {
+    // Inherited as ignored, it would take an ended child away before anybody could ask how it ended.
+    std::signal(SIGCHLD, SIG_DFL);
     const std::optional<Options> options = readOptions({argv + std::min(argc, 1), argv + argc});
     if (!options) {
         std::fputs("usage: launcher [-remotename NAME] REPORTER FOLDER APPLICATION [ARGUMENT...]\n", stderr);

@@ -85,7 +85,8 @@ class Launcher(ProgramTest):
         """Runs a launcher to its end, as an ordinary user on the desktop, and gives its exit status."""
         values = dict(self.desktop.environment(), **self.home.environment(), **(environment or {}))
         self.launcher = Started(
-            [self.launcher_path(name), *options.pop("before", ()), reporter or self.binary, self.reports, *arguments],
+            [*options.pop("prefix", ()), self.launcher_path(name), *options.pop("before", ()), reporter or self.binary,
+             self.reports, *arguments],
             self.subfolder("launcher"), "launcher", values, ORDINARY_USER, **options)
         self.addCleanup(self.launcher.end)
         return self.launcher.exit_status()
@@ -128,6 +129,13 @@ class Launcher(ProgramTest):
         crash_log = read(self.crash_log_path())
         self.assertRegex(crash_log.decode(), r"^Process: +Harbour\n(.*\n)*Exception Type: +S")
         self.assertEqual(server.posts()[0].fields()["crashlog"], self.expected(crash_log=crash_log))
+
+    @cases(**LAUNCHERS)
+    def test_reports_a_crash_though_ends_of_children_are_ignored_where_it_is_started(self, launcher):
+        status = self.run_launcher(launcher, self.application(), prefix=("env", "--ignore-signal=CHLD"))
+        self.assertEqual(status, 128 + signal.SIGSEGV)
+        self.assertEqual(self.launched().headline(), application_headline("Harbour"))
+        self.assertIn(b"Harbour", read(self.crash_log_path()))
 
     @cases(**LAUNCHERS)
     def test_names_the_machine_it_is_told(self, launcher):
