@@ -34,8 +34,8 @@ asAdministrator() {
     fi
 }
 
-# The services that packages of the list bring.
-readonly kServices=(nginx php8.2-fpm postgresql)
+# The services and timers that packages of the list bring.
+readonly kServices=(/etc/init.d/{nginx,php8.2-fpm,postgresql} /lib/systemd/system/{man-db,phpsessionclean}.timer)
 
 # Installs packages without starting their services, now or with the machine: what needs one runs its own.
 installPackages() (
@@ -43,7 +43,7 @@ installPackages() (
     new=()
     options=()
     for service in "${kServices[@]}"; do
-        [[ -e /etc/init.d/$service ]] || new+=("$service")
+        [[ -e $service ]] || new+=("$service")
     done
     if [[ ! -e $policy ]]; then
         # Debian starts whatever it installs, unless this file says no.
@@ -55,9 +55,19 @@ installPackages() (
     [[ ${CI:-} != true ]] || options+=(-o Dpkg::Options::=--force-unsafe-io)
     asAdministrator env DEBIAN_FRONTEND=noninteractive apt-get install --yes --no-install-recommends "${options[@]}" "$@"
     for service in "${new[@]}"; do
-        [[ ! -e /etc/init.d/$service ]] || asAdministrator /usr/sbin/update-rc.d "$service" disable
+        [[ ! -e $service ]] || disableService "$service"
     done
 )
+
+# Takes the file that a service or timer is known by.
+disableService() {
+    local name=${1##*/}
+    if [[ $name != *.timer ]]; then
+        asAdministrator /usr/sbin/update-rc.d "$name" disable
+    elif command -v systemctl >/dev/null; then
+        asAdministrator systemctl disable "$name"
+    fi
+}
 
 # With sudo around a whole script, build/ would belong to root and stop the next run without it.
 refuseSudo() {
