@@ -2,13 +2,13 @@
 set(SUBMISSION_HOST "localhost" CACHE STRING
     "Host of the submission endpoint: a bare name or address, without scheme, port or path")
 
-# A name of letters, digits, hyphens and dots, in labels of at most 63 characters (RFC 1123 section 2.1). One of digits
-# alone would be taken for an address.
+# A name of letters, digits, hyphens and dots, in labels of at most 63 characters (RFC 1123 section 2.1). One that ends in
+# a number, decimal or hexadecimal, would be taken for an address (inet_aton(3); URL Standard, "ends in a number").
 function(check_host_name host result)
     set(${result} FALSE PARENT_SCOPE)
     string(REGEX REPLACE "[.]$" "" name "${host}")
     string(LENGTH "${name}" length)
-    if(NOT name MATCHES "^[A-Za-z0-9.-]+$" OR length GREATER 253 OR name MATCHES "[.][.]|(^|[.])[0-9]+$")
+    if(NOT name MATCHES "^[A-Za-z0-9.-]+$" OR length GREATER 253 OR name MATCHES "[.][.]|(^|[.])([0-9]+|0[Xx][0-9A-Fa-f]*)$")
         return()
     endif()
     string(REPLACE "." ";" labels "${name}")
@@ -46,12 +46,14 @@ function(check_ipv6_address host result)
     endif()
 endfunction()
 
-# A name or an address that never leaves the machine (RFC 6761 section 6.3, RFC 5735 section 3, RFC 4291 section 2.5), and
-# the names that systems give it in their list of hosts.
+# A name or an address that never leaves the machine (RFC 6761 section 6.3, RFC 5735 section 3, RFC 4291 section 2.5), an
+# IPv4 one also where it is written as an IPv6 one, and the names that systems give it in their list of hosts.
 function(check_own_machine host result)
     set(${result} FALSE PARENT_SCOPE)
     string(TOLOWER "${host}" host)
-    if(host MATCHES "(^|[.])localhost[.]?$|^localhost[46]?[.]localdomain[46]?[.]?$|^ip6-(localhost|loopback)[.]?$|^(127|0)[.]|^[0:]*:0*1?$")
+    set(mapped_ipv4 "^[0:]*:ffff:(7f[0-9a-f][0-9a-f]|0*[0-9a-f]?[0-9a-f]):[0-9a-f]+$")
+    if(host MATCHES "(^|[.])localhost[.]?$|^localhost[46]?[.]localdomain[46]?[.]?$|^ip6-(localhost|loopback)[.]?$|^(127|0)[.]|^[0:]*:0*1?$"
+        OR host MATCHES "${mapped_ipv4}")
         set(${result} TRUE PARENT_SCOPE)
     endif()
 endfunction()
