@@ -186,6 +186,11 @@ class Commands(ServerTest):
 
     @cases(
         letters_of_any_alphabet=(" émile@example.org", "ÉMILE@example.org".encode(), True),
+        spaces_of_any_alphabet=("jo@example.org", "\u00a0\u3000jo@example.org\u2003\n".encode(), True),
+        spaces_of_any_alphabet_in_what_is_wanted=("\u00a0jo@example.org\u200b", b"jo@example.org", True),
+        characters_that_cannot_be_seen=("jo@example.org", "\ufeffjo@example.org\u202e".encode(), True),
+        a_space_within=("jo@example.org", "jo\u00a0@example.org".encode(), False),
+        spaces_around_bytes_that_are_no_text=("\xff@example.org".encode("latin-1"), b" \xff@example.org\n", True),
         bytes_that_are_no_text=(b"\xff@example.org", b"\xff@EXAMPLE.org", True),
         one_byte_that_is_no_text=("é@example.org", b"\xc3\xa9@example.org\xff", False),
         characters_that_stand_for_others_in_patterns=("j.o@example.org", b"jxo@example.org", False),
@@ -236,7 +241,7 @@ class Commands(ServerTest):
         nothing=((), 2),
         unknown=(("purge",), 2),
         forget_everybody=(("forget", " "), 1),
-        days_that_are_no_number=(("expire", "x"), 1),
+        forget_everybody_by_a_space_of_another_alphabet=(("forget", "\u3000"), 1),
         no_such_report=(("show", "0" * 64, "crashlog"), 1),
         a_path_for_a_name=(("show", "../store", "crashlog"), 1),
         a_path_for_a_field=(("show", name_of(FIRST), "../../x"), 1),
@@ -247,6 +252,22 @@ class Commands(ServerTest):
         self.assertEqual(result.returncode, status)
         self.assertEqual(result.stdout, b"")
         self.assertNotEqual(result.stderr, b"")
+        self.assert_kept(FIRST)
+
+    @cases(
+        no_number=("x",),
+        nothing=("",),
+        a_negative_one=("-1",),
+        a_fraction=("1.5",),
+        a_line_end=("1\n",),
+        more_than_there_are=("1000000",),
+        more_than_a_number_holds=("99999999999999999999",),
+    )
+    def test_expire_says_that_these_are_no_days(self, days):
+        self.store_with("folder", FIRST)
+        result = self.run_command("expire", days)
+        self.assertEqual((result.returncode, result.stdout), (1, b""))
+        self.assertEqual(result.stderr, b"reports: the number of days is not a number of at most six digits\n")
         self.assert_kept(FIRST)
 
     def test_a_store_that_is_not_there_is_an_error(self):
