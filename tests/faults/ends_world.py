@@ -14,13 +14,15 @@ import attempt
 from attempt import ACCEPT, COUNT
 from names import NameService
 from network_world import ADDRESS, CANCEL_LIMIT, LOCAL_HOSTS, NAMED_HOST, crash_log, write_file
-from situation import ACCEPTED, SENDING, ends_of
+from situation import ACCEPTED, SENDING, ends_of, words
 from trial.session import SessionManager
 from trial.waiting import WaitedInVain, wait_until
 
 IDLE = "idle"
 ENDED = "ended"
 LOCKED = "locked"
+# Three times as long as the program's transfers wait between two looks at themselves, in seconds.
+STILL = 0.3
 # In Linux's list of connections, /proc/net/tcp.
 BEING_MADE = "02"
 
@@ -100,6 +102,7 @@ class World(attempt.World):
     @staticmethod
     def afterwards(row, place, tried, posts):
         """No callback, no further POST, no lost count; and where the window is idle, the report can be sent."""
+        yield from lasting(tried, row)
         again = 0
         if row.sends_again:
             again = 1
@@ -159,6 +162,19 @@ def end_of(tried, row):
     with contextlib.suppress(WaitedInVain):
         wait_until(is_expected, "an end", 0.5 if row.end == SENDING else 5)
     return known[-1] if known else "no answer"
+
+
+def lasting(tried, row):
+    """When its connections are gone it stays what it has come to: no alert comes, and nothing is sent again."""
+    if row.end == SENDING or not tried.is_running():
+        return
+    try:
+        wait_until(lambda: not connection_states(tried), "its connections to be gone", CANCEL_LIMIT)
+    except WaitedInVain:
+        yield "it still has a connection"
+    with contextlib.suppress(WaitedInVain):
+        later = wait_until(lambda: {condition(tried)}.difference(ends_of(row.end)), "something else", STILL)
+        yield f"later it is {words(later)}"
 
 
 def condition(tried):
