@@ -9,13 +9,17 @@ import subprocess
 
 import attempt
 from attempt import NO_REPORT, is_whole
-from network_world import CRASH_LOG
+from network_world import CRASH_LOG, TRY_AGAIN
 from situation import ACCEPTED, NOT_REACHED, SENDING
 from tracing import Trace, drawn
 from trial.waiting import WaitedInVain, wait_until
 
 SAID = "a line and exit status 1"
 ALERT = "an alert"
+# That the report has not arrived. None other can be right: the server never refuses, and the log is read before.
+ALERTS = tuple((title, TRY_AGAIN) for title in (
+    "Connection failed.", "Unable to submit crash report - failed to establish a connection."))
+UNTOLD = "its texts could not be read"
 # Where the crash log cannot be read there is no report to show, and by design no word of it.
 UNREAD = "no word of an unread log"
 WITHOUT_BODY = "Exception in generateFormData:forBoundary."
@@ -208,6 +212,13 @@ def end_of(tried):
     return tried.end_of_process()
 
 
+def told(tried):
+    """The texts of the alert; None where the program tells of no second window, as after a fault of its bus."""
+    with contextlib.suppress(WaitedInVain):
+        return wait_until(tried.program.screen.alert, "the texts of the alert", 3)
+    return () if tried.program.screen.count_windows() > 1 else None
+
+
 def windows(tried):
     """The program's windows as the display knows them."""
     return subprocess.run(["xdotool", "search", "--onlyvisible", "--pid", str(tried.program.pid), "--name", "."],
@@ -226,7 +237,12 @@ def stack_of(place, event):
 
 
 def judge(row, seen, place, tried, where):
-    """Accepted only with the whole report; the settings whole; nothing sent twice."""
+    """Accepted only with the whole report; an alert only one of failure; the settings whole; nothing sent twice."""
+    if seen.end == ALERT:
+        texts = told(tried)
+        seen.where = UNTOLD if texts is None else " ".join(texts)
+        if texts is not None and texts not in ALERTS:
+            seen.differences.append(f"the window that came says {texts}")
     for pattern, end, words in row.places:
         if seen.end == end and re.search(pattern, where):
             seen.end = BELOW
