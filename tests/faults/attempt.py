@@ -125,6 +125,7 @@ class Attempt:
             os.path.abspath(binary), arguments, place.world.desktop, place.home,
             tempfile.mkdtemp(dir=place.folder), prefix=(*ORDINARY_USER, "env", *environment, *prefix))
         self.form = None
+        self.command = None        # the process of it, where a row waits for one
 
     def end(self):
         self.program.end()
@@ -138,6 +139,15 @@ class Attempt:
 
     def send_signal(self, number):
         self.process.send_signal(number)
+
+    def child(self):
+        """The process that the program has started, if there is one."""
+        for thread in os.listdir(f"/proc/{self.program.pid}/task"):
+            with contextlib.suppress(OSError), \
+                    open(f"/proc/{self.program.pid}/task/{thread}/children", encoding="ascii") as file:
+                if found := file.read().split():
+                    return int(found[0])
+        return None
 
     # What a person sees
 

@@ -13,6 +13,7 @@ from attempt import EMPTY
 from ends_world import (
     BEING_MADE, ENDED, GivingUp, IDLE, LOCKED, State, Way, answering_alert, closing, connection_states, logging_out,
     pressing, signalled, stopped, typing)
+from network_world import TRY_AGAIN
 from peers import DEAD, HOLD, after_connect, after_handshake, after_head, after_request
 from situation import FAILED, Group, REFUSED, SENDING
 
@@ -43,6 +44,20 @@ def locked(tried):
     return tried.outcome() and tried.dismiss() and tried.can_go_on()
 
 
+def stalled(tried):
+    """The alert that there is no transfer was answered; the window goes on as if there were one."""
+    return tried.outcome() == NOT_CREATED and tried.dismiss() and tried.form.is_sending()
+
+
+def proxy_asked_for(tried):
+    tried.command = tried.child()
+    return tried.command
+
+
+NOT_CREATED = f"alert {('Unable to submit crash report - failed to establish a connection.', TRY_AGAIN)}"
+# The program's faster clock is not for the command.
+HANGING = "#!/bin/sh\nexec env --unset=LD_PRELOAD sleep 60\n"
+
 # The C library's lookup cannot be called off: its sockets stay until the resolver gives up.
 LOOKUP = State("the name is looked up", after_request(EMPTY), lambda tried: tried.asked.questions, names=names.silent,
                stays=2)
@@ -52,11 +67,17 @@ SECURED = State("the connection is secured and the report not read", after_hands
 BODY = State("the report is half sent", after_head(HOLD), head_read, report=BIG)
 WAITING = State("the answer is waited for", after_request(HOLD), posted, posts=1)
 ANSWERING = State("half of the answer's head is there", after_request(EMPTY[:20], HOLD), posted, posts=1)
-SENDING_STATES = (LOOKUP, CONNECTING, HANDSHAKE, SECURED, BODY, WAITING, ANSWERING)
+PROXY = State("the desktop's proxy is asked for", after_connect(HOLD), proxy_asked_for, anew=True,
+              instead=("/usr/bin/proxy", HANGING))
+SENDING_STATES = (PROXY, LOOKUP, CONNECTING, HANDSHAKE, SECURED, BODY, WAITING, ANSWERING)
 
 REFUSAL = State("the alert of a refusal is shown", after_request(NO), alert_shown, posts=1, says=("Returned data: NO",))
 FAILURE = State("the alert of a failed connection is shown", (), alert_shown)
-STALLED = State("a refused report is locked", after_request(NO), locked, posts=1, says=("Returned data: NO",))
+REFUSED_REPORT = State("a refused report is locked", after_request(NO), locked, posts=1, says=("Returned data: NO",))
+# Without libcurl there is nothing to send with.
+STALLED = State("it is stalled without a transfer", after_request(EMPTY), stalled, anew=True,
+                instead=("/usr/lib/*/libcurl.so.4", ""))
+SETTLED_STATES = (REFUSAL, FAILURE, REFUSED_REPORT, STALLED)
 
 SIGNALS = tuple(Way(name, signalled(getattr(signal, name))) for name in ("SIGTERM", "SIGINT", "SIGHUP"))
 ALL_SIGNALS = Way("SIGHUP, SIGINT and SIGTERM, twice each",
@@ -81,34 +102,38 @@ def row(state, way, end, **options):
 
 
 SIGNALLED = Group("ends: signals", "ends_world", tuple(
-    row(state, way, ENDED) for state in (*SENDING_STATES, REFUSAL, FAILURE, STALLED) for way in SIGNALS) + tuple(
+    row(state, way, ENDED) for state in (*SENDING_STATES, *SETTLED_STATES) for way in SIGNALS) + tuple(
     row(state, ALL_SIGNALS, ENDED) for state in (WAITING, REFUSAL)))
 
 LOGGED_OUT = Group("ends: logout", "ends_world", tuple(
-    row(state, LOGOUT, ENDED) for state in (*SENDING_STATES, REFUSAL, FAILURE, STALLED)))
+    row(state, LOGOUT, ENDED) for state in (*SENDING_STATES, *SETTLED_STATES)))
 
 CLOSED = Group("ends: closing the window", "ends_world", (
-    *(row(state, CLOSING, ENDED) for state in (*SENDING_STATES, STALLED)),
+    *(row(state, CLOSING, ENDED) for state in (*SENDING_STATES, REFUSED_REPORT, STALLED)),
     *(row(state, CLOSING_ALERT, LOCKED) for state in (REFUSAL, FAILURE)),
 ))
 
 CANCELLED = Group("ends: cancel", "ends_world", (
-    *(row(state, CANCEL, IDLE, sends_again=True) for state in SENDING_STATES),
+    *(row(state, CANCEL, IDLE, sends_again=True) for state in (*SENDING_STATES, STALLED)),
     *(row(state, way, IDLE) for state in (HANDSHAKE, WAITING) for way in (ESCAPE, ESCAPES)),
-    row(STALLED, EDIT, IDLE),
+    *(row(state, ESCAPE, IDLE) for state in (PROXY, STALLED)),
+    row(REFUSED_REPORT, EDIT, IDLE),
     *(row(state, way, LOCKED) for state in (REFUSAL, FAILURE) for way in (ANSWER, ESCAPE)),
     # The first answers the alert, the second edits the report if the window is in front again by then.
     *(row(state, DISMISS, (LOCKED, IDLE)) for state in (REFUSAL, FAILURE)),
 ))
 
 STOPPED = Group("ends: stopped and continued", "ends_world", (
+    row(PROXY, MOMENT, SENDING),
     row(LOOKUP, MOMENT, SENDING),
     row(HANDSHAKE, MOMENT, SENDING),
     row(WAITING, MOMENT, SENDING),
     *(row(state, MINUTE, FAILED) for state in SENDING_STATES),
     row(REFUSAL, MINUTE, REFUSED),
     row(FAILURE, MINUTE, FAILED),
-    row(STALLED, MINUTE, LOCKED),
+    row(REFUSED_REPORT, MINUTE, LOCKED),
+    # Only Cancel leaves it.
+    row(STALLED, MINUTE, SENDING),
 ))
 
 GROUPS = (SIGNALLED, LOGGED_OUT, CLOSED, CANCELLED, STOPPED)

@@ -2,6 +2,7 @@
 
 import contextlib
 import dataclasses
+import glob
 import os
 import re
 import signal
@@ -13,7 +14,7 @@ from gi.repository import GLib
 import attempt
 from attempt import ACCEPT, COUNT
 from names import NameService
-from network_world import ADDRESS, CANCEL_LIMIT, LOCAL_HOSTS, NAMED_HOST, crash_log, write_file
+from network_world import ADDRESS, CANCEL_LIMIT, LOCAL_HOSTS, NAMED_HOST, crash_log, run_tool, write_file
 from situation import ACCEPTED, SENDING, ends_of, words
 from trial.session import SessionManager
 from trial.waiting import WaitedInVain, wait_until
@@ -39,6 +40,8 @@ class State:
     posts: int = 0                 # whole ones that have arrived by then
     says: tuple = ()               # the log's lines by the end
     stays: int = 0                 # descriptors that may stay open for a while after it was given up
+    instead: tuple = None          # the only file of the system's that this pattern names, and what stands in its place
+    anew: bool = False             # nobody else is told of the next submission, but it is known to have reached it
 
 
 @dataclasses.dataclass(frozen=True)
@@ -72,8 +75,10 @@ class GivingUp:
 class World(attempt.World):
     def run_once(self, row, _variation):
         self.clock = row.way.clock
-        with self.place() as place, self.lookups(row.state) as asked, session(place, row.way) as logged_in:
+        with self.lookups(row.state) as asked, self.stand_in(row.state) as stand_in, self.place() as place, \
+                session(place, row.way) as logged_in:
             tried = begin(place, row, asked, logged_in)
+            tried.stand_in = stand_in
             wait_until(lambda: row.state.reached(tried), row.state.name)
             posts = place.posts()
             tried.pressed = time.monotonic()
@@ -99,6 +104,22 @@ class World(attempt.World):
             if service:
                 service.end()
 
+    @contextlib.contextmanager
+    def stand_in(self, state):
+        """Puts a file in the place of one of the system's; what is given back takes it away again."""
+        with contextlib.ExitStack() as put:
+            if state.instead:
+                pattern, content = state.instead
+                (path,) = map(os.path.realpath, glob.glob(pattern))
+                file = put.enter_context(tempfile.NamedTemporaryFile("w", dir=self.folder, delete=False))
+                file.write(content)
+                file.close()
+                put.callback(os.unlink, file.name)
+                os.chmod(file.name, 0o755)
+                run_tool("mount", "--bind", file.name, path)
+                put.callback(run_tool, "umount", "--lazy", path)
+            yield put
+
     @staticmethod
     def afterwards(row, place, tried, posts):
         """No callback, no further POST, no lost count; and where the window is idle, the report can be sent."""
@@ -108,6 +129,7 @@ class World(attempt.World):
             again = 1
             yield from leaks(tried, row, place)
             posts = place.posts()
+            tried.stand_in.close()
             place.stop_serving()
             place.serve(ACCEPT, addresses=("127.0.0.1",))
             if row.state.names:
@@ -166,6 +188,8 @@ def end_of(tried, row):
 
 def lasting(tried, row):
     """When its connections are gone it stays what it has come to: no alert comes, and nothing is sent again."""
+    if row.end != SENDING and tried.command and not is_gone(tried.command):
+        yield "the command that it has started goes on"
     if row.end == SENDING or not tried.is_running():
         return
     try:
@@ -175,6 +199,12 @@ def lasting(tried, row):
     with contextlib.suppress(WaitedInVain):
         later = wait_until(lambda: {condition(tried)}.difference(ends_of(row.end)), "something else", STILL)
         yield f"later it is {words(later)}"
+
+
+def is_gone(process):
+    with contextlib.suppress(WaitedInVain):
+        return wait_until(lambda: not os.path.exists(f"/proc/{process}"), "the command's end", CANCEL_LIMIT)
+    return False
 
 
 def condition(tried):
@@ -203,7 +233,8 @@ def leaks(tried, row, place):
     known = traffic(tried)
     tried.attempts += 1
     tried.press()
-    wait_until(lambda: traffic(tried) > known or BEING_MADE in connection_states(tried), "the next submission", 5)
+    wait_until(lambda: row.state.reached(tried) if row.state.anew
+               else traffic(tried) > known or BEING_MADE in connection_states(tried), "the next submission", 5)
     row.way.do(tried)
     try:
         wait_until(tried.form.can_submit, "the window to be idle", CANCEL_LIMIT)
