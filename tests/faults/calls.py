@@ -124,6 +124,10 @@ SYSTEM = Group("calls: system", "calls_world", prints_runs=True, rows=(
         "vfork": ("EAGAIN", "ENOMEM"),
         "waitid": ("EINTR", "ECHILD"), "wait4": ("EINTR", "ECHILD"), "getrandom": ("EINTR", "EAGAIN", "ENOSYS"),
         "prlimit64": ("EPERM",), "sysinfo": ("ENOSYS",), "uname": ("ENOSYS",), "sched_getaffinity": ("ENOSYS",)}),
+    # The thread of libcurl in which the C library looks the host up.
+    Calls("the list of hosts is read", files=("/etc/hosts", "/etc/resolv.conf"), errors={
+        "openat": ("EACCES", "ENOENT", "EMFILE", "ENFILE", "ENOMEM", "EIO"), "newfstatat": ("EACCES", "ENOMEM", "EIO"),
+        "read": ("EIO", "EINTR"), "lseek": ("ESPIPE",), "close": ("EIO", "EINTR")}),
 ))
 
 MEMORY = Group("calls: memory", "calls_world", prints_runs=True, rows=(

@@ -9,7 +9,7 @@ import subprocess
 
 import attempt
 from attempt import NO_REPORT, is_whole
-from network_world import CRASH_LOG, TRY_AGAIN
+from network_world import CRASH_LOG, LOCAL_HOSTS, NAMED_HOST, TRY_AGAIN, write_file
 from situation import ACCEPTED, NOT_REACHED, SENDING
 from tracing import Trace, drawn
 from trial.waiting import WaitedInVain, wait_until
@@ -40,6 +40,7 @@ class Calls:
     name: str
     errors: dict                   # by call
     places: tuple = ()             # where what lies below ends the program: (what the call looks like, the end, where)
+    files: tuple = ()              # of another thread: its calls on these files, which no other thread looks at
     end: object = ENDS
     sample: int = 2                # of its runs, how many are tried unless all are asked for
 
@@ -69,14 +70,17 @@ class Memory:
 
 
 class World(attempt.World):
-    counts = None
-    allocations = None
+    def __init__(self, base):
+        super().__init__(base)
+        self.counts = {}           # by the files of the rows
+        self.allocations = None
 
     def run(self, row):
         runs = self.runs_of(row)
         if all(seen.end == NOT_REACHED for _, seen in runs):
             # What was counted holds no longer, as when somebody has filled a cache of the system's meanwhile.
-            self.counts = self.allocations = None
+            self.counts.clear()
+            self.allocations = None
             runs = self.runs_of(row)
         return runs
 
@@ -85,7 +89,7 @@ class World(attempt.World):
         if isinstance(row, Memory):
             return [(f"allocation {number}", self.out_of_memory(row, number)) for number in self.numbers(row, limit)]
         plan = [(name, number, error) for name, errors in row.errors.items()
-                for number in self.occurrences(name) for error in errors]
+                for number in self.occurrences(row, name) for error in errors]
         if not plan:
             return [("", attempt.Seen("nothing to fail", differences=["none of these calls is made"]))]
         return [(f"{name} {number} {error}", self.one_fails(row, name, number, error))
@@ -93,21 +97,21 @@ class World(attempt.World):
 
     # What there is to fail
 
-    def occurrences(self, name):
-        """The numbers of the calls of that name in the main thread, from the first line of main on."""
-        if self.counts is None:
+    def occurrences(self, row, name):
+        """The numbers of the calls of that name: in the main thread from the first line of main on, or on the files."""
+        if row.files not in self.counts:
             # The first program of a system reads every font, of which it keeps what the others need.
-            self.counted_calls()
-            self.counts = self.counted_calls()
-        first, last = self.counts.get(name, (0, 0))
+            self.counted_calls(row)
+            self.counts[row.files] = self.counted_calls(row)
+        first, last = self.counts[row.files].get(name, (0, 0))
         return range(first + 1, last + 1)
 
-    def counted_calls(self):
-        with self.submission() as (place, trace, tried):
+    def counted_calls(self, row):
+        with self.submission(files=row.files) as (place, trace, tried):
             end = submit(tried)
             if end != ACCEPTED:
                 raise RuntimeError(f"the report without a fault ended as {end}")
-            return counted(trace.lines())
+            return counted_on_files(trace.lines()) if row.files else counted(trace.lines())
 
     def numbers(self, row, limit):
         if self.allocations is None:
@@ -121,16 +125,19 @@ class World(attempt.World):
         return drawn(range(1 + row.share, self.allocations + 1, row.shares), limit)
 
     @contextlib.contextmanager
-    def submission(self, *expressions, fail_at=None):
+    def submission(self, *expressions, files=(), fail_at=None):
+        write_file("/etc/hosts", LOCAL_HOSTS + f"127.0.0.1 {NAMED_HOST}\n")
+        write_file("/etc/resolv.conf", "nameserver 127.0.0.1\n")
         with self.place() as place:
             place.serve(addresses=("127.0.0.1",))
-            trace = Trace(place.folder, *expressions, follow=False)
+            trace = Trace(place.folder, *expressions, paths=files, follow=bool(files))
             memory = () if fail_at is None else (
                 f"LD_PRELOAD={os.path.abspath(self.options.memory)}", f"KORVALE_FAIL_AT={fail_at}",
                 f"KORVALE_COUNT_TO={place.folder}/allocations", f"KORVALE_REFUSED_TO={place.folder}/refused",
                 f"KORVALE_CRASHED_TO={place.folder}/crashed")
             tried = place.report(place.crash_log(), environment=memory,
-                                 prefix=trace.prefix() if fail_at is None else ())
+                                 prefix=trace.prefix() if fail_at is None else (),
+                                 binary=self.options.named if files else None)
             tried.arms = fail_at is not None
             try:
                 yield place, trace, tried
@@ -141,7 +148,8 @@ class World(attempt.World):
     # One run
 
     def one_fails(self, row, name, number, error):
-        with self.submission(f"trace={name}", f"inject={name}:error={error}:when={number}") as (place, trace, tried):
+        expressions = (f"trace={name}", f"inject={name}:error={error}:when={number}")
+        with self.submission(*expressions, files=row.files) as (place, trace, tried):
             seen = tried.seen(submit(tried))
             injected = trace.injected()
             seen.notes += injected
@@ -175,6 +183,14 @@ def counted(lines):
     if SOON_AFTER not in names[begins:begins + HOW_SOON]:
         raise RuntimeError(f"main does not begin with {FIRST_OF_MAIN} and soon after {SOON_AFTER}")
     return {name: (names[:begins].count(name), names.count(name)) for name in set(names[begins:])}
+
+
+def counted_on_files(lines):
+    """The same of calls on some files, which nothing makes before main; all of them in one thread."""
+    calls = [match for line in lines if (match := re.match(r"(\d+) +(\w+)\(", line))]
+    if len({call[1] for call in calls}) != 1:
+        raise RuntimeError(f"not one thread has made the calls: {lines}")
+    return {call[2]: (0, sum(other[2] == call[2] for other in calls)) for call in calls}
 
 
 def submit(tried):
