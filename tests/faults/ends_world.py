@@ -75,7 +75,7 @@ class GivingUp:
 class World(attempt.World):
     def run_once(self, row, _variation):
         self.clock = row.way.clock
-        with self.lookups(row.state) as asked, self.stand_in(row.state) as stand_in, self.place() as place, \
+        with self.place() as place, self.lookups(row.state) as asked, self.stand_in(row.state) as stand_in, \
                 session(place, row.way) as logged_in:
             tried = begin(place, row, asked, logged_in)
             tried.stand_in = stand_in

@@ -110,7 +110,8 @@ class NameService:
         self.questions = 0
         self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self.socket.bind(("127.0.0.1", 53))
-        threading.Thread(target=self.listen, daemon=True).start()
+        self.listening = threading.Thread(target=self.listen, daemon=True)
+        self.listening.start()
 
     def listen(self):
         while True:
@@ -133,4 +134,6 @@ class NameService:
         # A datagram of its own wakes the one who waits for the next.
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as waker:
             waker.sendto(b"", ("127.0.0.1", 53))
+        # The port is taken for as long as somebody waits at it, whoever closes the socket.
+        self.listening.join()
         self.socket.close()
