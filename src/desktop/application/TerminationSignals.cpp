@@ -7,22 +7,19 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstddef>
 
 namespace {
 
 constexpr std::array kSignals = {SIGTERM, SIGINT, SIGHUP};
 
-/// Of a pipe: the handler writes a byte and the event loop reads it (the way that signal-safety(7) leaves open). Opened
-/// before there is a handler.
-int writeEnd;
-
-std::array<struct sigaction, kSignals.size()> formerActions;
+/// Of a pipe: the handler writes a byte and the event loop reads it (the way that signal-safety(7) leaves open). There
+/// is one from the first object until the process ends, as the handler may be called until then.
+std::array<int, 2> pipeEnds = {-1, -1};
 
 void writeByte(int /*signal*/)
 {
     const int error = errno;
-    [[maybe_unused]] const ssize_t written = ::write(writeEnd, "", 1);
+    [[maybe_unused]] const ssize_t written = ::write(pipeEnds.back(), "", 1);
     errno = error;
 }
 
@@ -31,19 +28,17 @@ void writeByte(int /*signal*/)
 TerminationSignals::TerminationSignals()
     : notifier(QSocketNotifier::Read)
 {
-    std::array<int, 2> ends = {};
     // Not blocking on either side: a handler must never wait, and one byte in the pipe is enough.
-    if (::pipe2(ends.data(), O_NONBLOCK | O_CLOEXEC) != 0) {
+    if (pipeEnds.front() < 0 && ::pipe2(pipeEnds.data(), O_NONBLOCK | O_CLOEXEC) != 0) {
         // Without a pipe the signals keep their default, which ends the program as well.
         return;
     }
-    writeEnd = ends.back();
-    notifier.setSocket(ends.front());
+    notifier.setSocket(pipeEnds.front());
     notifier.setEnabled(true);
     connect(&notifier, &QSocketNotifier::activated, this, &TerminationSignals::onReadable);
-    for (std::size_t index = 0; index < kSignals.size(); ++index) {
-        struct sigaction &former = formerActions.at(index);
-        ::sigaction(kSignals.at(index), nullptr, &former);
+    for (const int signal : kSignals) {
+        struct sigaction former = {};
+        ::sigaction(signal, nullptr, &former);
         // Whoever has started the program with a signal ignored, as nohup(1) does, wants it to live on.
         if (former.sa_handler == SIG_IGN) {
             continue;
@@ -51,20 +46,8 @@ TerminationSignals::TerminationSignals()
         struct sigaction action = {};
         action.sa_handler = writeByte;
         action.sa_flags = SA_RESTART;
-        ::sigaction(kSignals.at(index), &action, nullptr);
+        ::sigaction(signal, &action, nullptr);
     }
-}
-
-TerminationSignals::~TerminationSignals()
-{
-    if (!notifier.isValid()) {
-        return;
-    }
-    for (std::size_t index = 0; index < kSignals.size(); ++index) {
-        ::sigaction(kSignals.at(index), &formerActions.at(index), nullptr);
-    }
-    ::close(static_cast<int>(notifier.socket()));
-    ::close(writeEnd);
 }
 
 void TerminationSignals::onReadable()

@@ -5,14 +5,14 @@
 #include <QSocketNotifier>
 
 /// Turns SIGTERM, SIGINT and SIGHUP into a Qt signal in the event loop, where everything may be done that a handler of
-/// signals may not. One object a process; the signals' former handling comes back when it is destroyed.
+/// signals may not. One object at a time. When it is destroyed the program is ending, and what comes then changes
+/// nothing: by their default, the signals would end it in the middle of that, as if it had failed.
 class TerminationSignals : public QObject
 {
     Q_OBJECT
 
 public:
     TerminationSignals();
-    ~TerminationSignals() override;
 
 Q_SIGNALS:
     void received();
