@@ -62,8 +62,8 @@ void ProxyLookup::end()
     }
     limitTimer.stop();
     process.disconnect();
-    // Where the process rested beyond the limit the command may have answered meanwhile.
-    process.waitForFinished(0);
+    // Where the program rested beyond the limit, the command may have answered meanwhile: its end is told before the
+    // limit's.
     const bool hasAnswered = process.state() == QProcess::NotRunning && process.exitStatus() == QProcess::NormalExit
         && process.exitCode() == 0;
     process.kill();
