@@ -40,44 +40,8 @@ def crashed_in(library, symbol):
     return rf"\A(?:(?!.*korvale-crash-reporter).*\n){{0,8}}.*/{library}[.]so[^(]*\({symbol}"
 
 
-# Functions that take memory for granted: library, and name as it is linked.
-TAKEN_FOR_GRANTED = (
-    ("libQt6Core", "_ZN14QObjectPrivate11connectImplE"),
-    ("libQt6Core", "_ZN7QObject7connectE"),
-    ("libQt6Gui", "_ZN11QTextEngine12indexFormatsE"),
-    ("libQt6Gui", "_ZN11QTextEngine17addItemDecorationE"),
-    ("libQt6Gui", "_ZNK11QTextEngine7itemizeE"),
-    ("libQt6Gui", "_ZN11QTextLayout10createLineE"),
-    ("libQt6Gui", "_ZNK13QFontEngineFT9loadGlyphE"),
-    ("libQt6Gui", "_ZN14QPaintEngineEx6strokeE"),
-    ("libQt6Gui", "_ZN15QGuiApplication15topLevelWindowsE"),
-    ("libQt6Gui", "_ZN12QShortcutMap18createNewSequencesE"),
-    ("libQt6Gui", "_ZN12QShortcutMap4findE"),
-    ("libQt6Gui", "_ZN16QAccessibleCache15objectDestroyedE"),
-    ("libQt6Gui", "_ZN16QAccessibleCacheD1E"),
-    ("libQt6Gui", "_ZNK16QAccessibleCache11idForObjectE"),
-    ("libQt6Gui", "_ZN18QRasterPaintEngine4fillE"),
-    ("libQt6Gui", "_ZN20QFontDatabasePrivate4loadE"),
-    ("libQt6Gui", "_ZN7QRegion9translateE"),
-    ("libQt6Gui", "_ZNK7QRegion10subtractedE"),
-    ("libQt6Gui", "_ZNK7QRegion11intersectedE"),
-    ("libQt6Gui", "_ZN8QPainter11setClipRectE"),
-    ("libQt6Gui", "_ZN8QPainter8drawTextE"),
-    ("libQt6Gui", "_ZN7QRegionpLE"),
-    ("libQt6Gui", "_ZNK7QRegion6unitedE"),
-    ("libQt6Gui", "_ZN9QGradient10setColorAtE"),
-    ("libQt6Gui", "_ZNK14QPlatformTheme11keyBindingsE"),
-    ("libQt6Widgets", "_Z8qGeomCalc"),
-    ("libQt6Widgets", "_ZN10QBoxLayout11setGeometryE"),
-    ("libQt6Widgets", "_ZN12QApplication15topLevelWidgetsE"),
-    ("libQt6Widgets", "_ZN21QWidgetRepaintManager14addDirtyWidgetE"),
-    ("libcrypto", "CRYPTO_THREAD_read_lock"),
-    ("libxkbcommon", "xkb_compose_state_get_status"),
-    ("libxkbcommon", "xkb_compose_table_new_from_locale"),
-)
 MEMORY_PLACES = (
-    *((crashed_in(library, symbol), "ended by SIGSEGV", f"{library}: {symbol} goes on without memory")
-      for library, symbol in TAKEN_FOR_GRANTED),
+    (crashed_in("libcrypto", "CRYPTO_THREAD_read_lock"), "ended by SIGSEGV", "OpenSSL goes on without memory"),
     (crashed_in("libX11", "_XSend"), "ended by SIGABRT", "libX11 asserts that there is memory for a request"),
     (r"\(__libc_free.*\n.*/libcurl[.]so", "ended by SIGABRT", "libcurl frees twice what it has of a TLS session"),
     (r"/libglib-2[.]0[.]so[^(]*\(g_\w*alloc", "ended by SIGTRAP", "GLib ends a program that gets no memory"),

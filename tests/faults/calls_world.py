@@ -23,8 +23,13 @@ UNTOLD = "its texts could not be read"
 # Where the crash log cannot be read there is no report to show, and by design no word of it.
 UNREAD = "no word of an unread log"
 WITHOUT_BODY = "Exception in generateFormData:forBoundary."
-# Below the program, at a place that the table names.
+# Below the program, at a place that the run names.
 BELOW = "ended below the program"
+CRASH = "ended by SIGSEGV"
+# Nobody's own frames: the way into a handler of signals, and what asks for memory on somebody's behalf.
+BENEATH_ALL = re.compile(r"/libc[.]so|\(_ZN10QArrayData(8allocate|10reallocate)")
+TOOLKIT = re.compile(r"/qt6/plugins/|"
+                     r"/lib(Qt6\w+|X11|X11-xcb|xcb[\w-]*|xkbcommon[\w-]*|glib-2[.]0|fontconfig|freetype|harfbuzz)[.]so")
 # The request goes out all the same, which a server has to refuse; the log says so.
 NO_BODY = "a request without a body"
 # How it may come to an end; a run that was not reached has to be accepted.
@@ -163,6 +168,8 @@ class World(attempt.World):
             seen = tried.seen(submit(tried))
             refused, crashed = stack_of(place, "refused"), stack_of(place, "crashed")
             seen.notes += [*refused[:10], *(f"crashed: {line}" for line in crashed[:10])]
+            if seen.end == CRASH and (where := taken_for_granted(crashed, refused)):
+                seen.end, seen.where = BELOW, where
             judge(row, seen, place, tried, "".join(crashed or refused))
             return seen if refused else untouched(seen)
 
@@ -250,6 +257,15 @@ def stack_of(place, event):
     with contextlib.suppress(FileNotFoundError), open(f"{place.folder}/{event}", encoding="utf-8") as file:
         return [line for line in file if not re.search("failing-memory|libstdc", line)]
     return []
+
+
+def taken_for_granted(crashed, refused):
+    """Where the toolkit, or what it draws and reads the display with, crashed without the memory that itself had asked
+    for; nothing where the program had a hand in either."""
+    frames = [next((line for line in stack if not BENEATH_ALL.search(line)), "") for stack in (crashed, refused)]
+    if all(map(TOOLKIT.search, frames)):
+        return f"{os.path.basename(frames[0].split('[')[0])} goes on without memory"
+    return None
 
 
 def judge(row, seen, place, tried, where):
