@@ -1,6 +1,8 @@
 // What a process takes over, put right; each in a process of its own.
 #include "desktop/application/InheritedState.h"
 
+#include "support/FillDescriptor.h"
+
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -41,13 +43,6 @@ int lowestFree()
     return descriptor;
 }
 
-void fill(int descriptor)
-{
-    ::fcntl(descriptor, F_SETFL, O_NONBLOCK);
-    while (::write(descriptor, "x", 1) == 1) {}
-    ::fcntl(descriptor, F_SETFL, 0);
-}
-
 } // namespace
 
 TEST(InheritedState, ClosedStandardDescriptorLeadsNowhereAndTheOthersStay)
@@ -74,7 +69,7 @@ TEST(InheritedState, WriteToAStandardErrorThatNobodyReadsGivesUp)
         if (::pipe(ends.data()) != 0 || ::dup2(ends[1], STDERR_FILENO) < 0) {
             endAs(false);
         }
-        fill(STDERR_FILENO);
+        fillDescriptor(STDERR_FILENO);
         putInheritedStateRight();
         const bool givesUp = ::write(STDERR_FILENO, "x", 1) < 0;
         // Whoever has handed over the pipe goes on waiting for its reader.

@@ -1,6 +1,8 @@
 // Writing to a standard error that nobody reads; in processes of their own, which would be killed if they waited.
 #include "desktop/application/StandardError.h"
 
+#include "support/FillDescriptor.h"
+
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -20,9 +22,7 @@ using PipeEnds = std::array<int, 2>;
 [[noreturn]] void writeToWhatIsFull(PipeEnds ends)
 {
     ::dup2(ends[1], STDERR_FILENO);
-    ::fcntl(STDERR_FILENO, F_SETFL, O_NONBLOCK);
-    while (::write(STDERR_FILENO, "x", 1) == 1) {}
-    ::fcntl(STDERR_FILENO, F_SETFL, 0);
+    fillDescriptor(STDERR_FILENO);
     ::alarm(20);
     writeToStandardError("a line\n");
     std::_Exit(kNotWaited);

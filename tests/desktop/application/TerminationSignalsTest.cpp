@@ -46,7 +46,9 @@ TEST(TerminationSignals, OneThatComesWhileTheProgramIsEndingChangesNothing)
 
 TEST(TerminationSignals, OnePipeIsOpenHoweverManyComeToBe)
 {
-    const TerminationSignals first;
+    {
+        const TerminationSignals first;
+    }
     const auto openDescriptors = [] { return QDir(u"/proc/self/fd"_s).count(); };
     const uint before = openDescriptors();
     const TerminationSignals second;

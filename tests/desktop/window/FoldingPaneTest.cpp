@@ -1,11 +1,11 @@
 // The window's frame and the pane that folds: coordinates, animation, held windows and what never moves.
 #include "support/LogLines.h"
 #include "support/ReportWindowFixture.h"
+#include "support/StyleWithAnimationsOf.h"
 
 #include <QApplication>
 #include <QLayout>
 #include <QLineEdit>
-#include <QProxyStyle>
 #include <QScreen>
 #include <QStyle>
 
@@ -21,25 +21,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-/// A style whose animations take this many milliseconds; with 0 it has none.
-class StyleWithAnimationsOf : public QProxyStyle
-{
-public:
-    explicit StyleWithAnimationsOf(int milliseconds)
-        : duration(milliseconds)
-    {
-    }
-
-    int styleHint(StyleHint hint, const QStyleOption *option, const QWidget *widget,
-                  QStyleHintReturn *data) const override
-    {
-        return hint == SH_Widget_Animation_Duration ? duration : QProxyStyle::styleHint(hint, option, widget, data);
-    }
-
-private:
-    int duration;
-};
 
 /// Records every height that the window goes through, and where a widget of the form lies each time anything moves.
 class MovementRecorder : public QObject

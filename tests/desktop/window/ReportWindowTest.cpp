@@ -2,6 +2,7 @@
 #include "desktop/reportview/TextDisplay.h"
 #include "support/LogLines.h"
 #include "support/ReportWindowFixture.h"
+#include "support/StyleWithAnimationsOf.h"
 
 #include <QAbstractScrollArea>
 #include <QAccessible>
@@ -11,7 +12,6 @@
 #include <QDir>
 #include <QDragEnterEvent>
 #include <QMimeData>
-#include <QProxyStyle>
 #include <QRegion>
 #include <QScrollBar>
 #include <QTransform>
@@ -87,16 +87,6 @@ int areaOf(const QRegion &region)
     return std::accumulate(region.begin(), region.end(), 0,
                            [](int area, const QRect &part) { return area + part.width() * part.height(); });
 }
-
-class StyleWithoutAnimations : public QProxyStyle
-{
-public:
-    int styleHint(StyleHint hint, const QStyleOption *option, const QWidget *widget,
-                  QStyleHintReturn *data) const override
-    {
-        return hint == SH_Widget_Animation_Duration ? 0 : QProxyStyle::styleHint(hint, option, widget, data);
-    }
-};
 
 /// How often anything was called that asks to be called in each turn of the event loop.
 class TurnCounter : public QObject
@@ -275,7 +265,7 @@ TEST_F(ReportWindowTest, ReportStandsInLineWithTheFormAndBelowItWithoutSpace)
 
 TEST_F(ReportWindowTest, WindowAtRestDoesNothing)
 {
-    StyleWithoutAnimations style;
+    StyleWithAnimationsOf style(0);
     window.setStyle(&style);
     show();
     toggleDisclosure();
