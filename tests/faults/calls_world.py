@@ -6,6 +6,7 @@ import os
 import re
 import signal
 import subprocess
+import sys
 
 import attempt
 from attempt import NO_REPORT, is_whole
@@ -92,13 +93,20 @@ class World(attempt.World):
     def runs_of(self, row):
         limit = None if self.options.all else self.options.runs or row.sample
         if isinstance(row, Memory):
-            return [(f"allocation {number}", self.out_of_memory(row, number)) for number in self.numbers(row, limit)]
+            return [self.told_at_once(f"allocation {number}", self.out_of_memory(row, number))
+                    for number in self.numbers(row, limit)]
         plan = [(name, number, error) for name, errors in row.errors.items()
                 for number in self.occurrences(row, name) for error in errors]
         if not plan:
             return [("", attempt.Seen("nothing to fail", differences=["none of these calls is made"]))]
-        return [(f"{name} {number} {error}", self.one_fails(row, name, number, error))
+        return [self.told_at_once(f"{name} {number} {error}", self.one_fails(row, name, number, error))
                 for name, number, error in drawn(plan, limit)]
+
+    def told_at_once(self, label, seen):
+        """The run; where all are asked for, the table is hours away, so each is told as it is seen."""
+        if self.options.all:
+            print(f"{label}: {seen.end}", *seen.differences, sep="; ", file=sys.stderr, flush=True)
+        return label, seen
 
     # What there is to fail
 
