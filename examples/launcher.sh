@@ -6,8 +6,8 @@
 # It writes a crash log into FOLDER, starts the reporter so that it outlives this script, and ends as the application did.
 # It is bash's, and env is GNU's: a plain sh cannot name a descriptor above 9, nor undo that a signal is ignored.
 
-# A crash log that is there already is not overwritten (-C).
-set -uC
+# A crash log that is there already is not overwritten (-C). A shell above may have exported options of its own.
+set +ef -uC
 
 remote_name=
 if [ "${1:-}" = -remotename ] && [ $# -gt 2 ]; then

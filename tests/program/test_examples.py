@@ -137,6 +137,12 @@ class Launcher(ProgramTest):
         self.assertEqual(self.launched().headline(), application_headline("Harbour"))
         self.assertIn(b"Harbour", read(self.crash_log_path()))
 
+    def test_reports_a_crash_in_spite_of_options_that_a_shell_above_exports(self):
+        self.run_launcher("launcher.sh", self.application(), environment={"SHELLOPTS": "errexit:noglob"})
+        program = self.launched()
+        self.assertEqual(program.headline(), application_headline("Harbour"))
+        self.assertNotIn(self.launcher_path("launcher.sh"), program.process.open_files().values())
+
     @cases(**LAUNCHERS)
     def test_names_the_machine_it_is_told(self, launcher):
         self.run_launcher(launcher, self.application(), before=(LAUNCHER_OPTION, "anvil"))
