@@ -1,5 +1,5 @@
-// A window to drag files from: the files that the command line names, from anywhere in it. Says what becomes of them
-// where the pointer is: "copy" where they are welcome.
+// A window to drag files from: the files that the command line names, from anywhere in it. It proposes to move them, as
+// file managers do, and says what becomes of them where the pointer is: "copy" where they are welcome and stay.
 #include <QApplication>
 #include <QDrag>
 #include <QMimeData>
@@ -31,7 +31,7 @@ protected:
             std::puts(action == Qt::CopyAction ? "copy" : "nothing");
             std::fflush(stdout);
         });
-        drag->exec(Qt::CopyAction);
+        drag->exec(Qt::CopyAction | Qt::MoveAction, Qt::MoveAction);
     }
 
 private:

@@ -84,6 +84,13 @@ QString withoutHalves(QString text)
     return textFromUtf8(bytes).value_or(text);
 }
 
+/// The files are read and stay where they are: whoever proposes to move them would delete them.
+void acceptAsCopy(QDropEvent &event)
+{
+    event.setDropAction(Qt::CopyAction);
+    event.accept();
+}
+
 /// Shows the title and widens the button to it, so that no later, shorter title moves the buttons beside it.
 void setTitle(QPushButton &button, const QString &title)
 {
@@ -257,7 +264,7 @@ void ReportWindow::closeEvent(QCloseEvent * /*event*/)
 void ReportWindow::dragEnterEvent(QDragEnterEvent *event)
 {
     if (!droppedFiles(*event->mimeData()).isEmpty()) {
-        event->acceptProposedAction();
+        acceptAsCopy(*event);
     }
 }
 
@@ -267,7 +274,7 @@ void ReportWindow::dropEvent(QDropEvent *event)
     if (paths.isEmpty()) {
         return;
     }
-    event->acceptProposedAction();
+    acceptAsCopy(*event);
     qCInfo(lcWindow) << "files dropped:" << paths.size();
     Q_EMIT filesDropped(paths);
 }

@@ -1215,6 +1215,24 @@ TEST_F(ReportWindowTest, FilesDroppedOverTheFindBarAreReportedAndNotTyped)
     EXPECT_EQ(field->text(), QString());
 }
 
+TEST_F(ReportWindowTest, FilesThatAreDroppedToBeMovedAreCopied)
+{
+    show();
+    QMimeData data;
+    data.setUrls(severalUrls());
+    const QPoint centre = window.rect().center();
+    const Qt::DropActions either = Qt::CopyAction | Qt::MoveAction;
+    QDragEnterEvent enter(centre, either, &data, Qt::LeftButton, Qt::ShiftModifier);
+    QDropEvent dropEvent(centre, either, &data, Qt::LeftButton, Qt::ShiftModifier);
+    for (QDropEvent *event : std::initializer_list<QDropEvent *>{&enter, &dropEvent}) {
+        ASSERT_EQ(event->proposedAction(), Qt::MoveAction);
+        QCoreApplication::sendEvent(&window, event);
+        EXPECT_TRUE(event->isAccepted());
+        EXPECT_EQ(event->dropAction(), Qt::CopyAction);
+    }
+    EXPECT_EQ(drops.count(), 1);
+}
+
 TEST_F(ReportWindowTest, TextDroppedOverTheDescriptionIsTyped)
 {
     show();
