@@ -36,7 +36,7 @@ NO_BODY = "a request without a body"
 # How it may come to an end; a run that was not reached has to be accepted.
 ENDS = (ACCEPTED, NO_BODY, ALERT, SAID, UNREAD, BELOW, NOT_REACHED)
 # The first call of main, that no library makes before it; and one that main makes soon after, and nobody else.
-FIRST_OF_MAIN, SOON_AFTER, HOW_SOON = "getuid", "alarm", 20
+FIRST_OF_MAIN, SOON_AFTER, HOW_SOON = "getuid", "setitimer", 20
 
 
 @dataclasses.dataclass(frozen=True)

@@ -44,6 +44,8 @@ os.dup2(writes.fileno(), 2)
 """
 SYSTEM_LOG = (sys.executable, os.path.join(os.path.dirname(os.path.abspath(__file__)), "system_log.py"))
 BLOCKED = "signal.pthread_sigmask(signal.SIG_BLOCK, signal.valid_signals())"
+# As a handler of signals, in which all of them are blocked, leaves what arrives meanwhile.
+WAITING = BLOCKED + "; os.kill(os.getpid(), signal.SIG{})"
 
 OTHER_LOG = b"Process: Lantern [12]\n"
 
@@ -355,6 +357,12 @@ class Inherited(ProgramTest):
         program = self.launch_with(BLOCKED)
         os.kill(program.pid, number)
         self.assertEqual(program.exit_status(), 0)
+
+    @cases(alarm=("ALRM",), profiling=("PROF",), input_and_output=("IO",))
+    def test_the_program_goes_on_after_a_signal_that_its_starter_has_not_taken(self, name):
+        server = self.serve()
+        program = self.launch_with(WAITING.format(name))
+        self.assert_accepted(self.submitted(program), server)
 
     @cases(hang_up=("HUP",), interrupt=("INT",))
     def test_a_signal_that_was_ignored_stays_ignored(self, name):

@@ -3,16 +3,21 @@
 
 #include "support/FillDescriptor.h"
 
+#include <QByteArrayView>
+
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <array>
 #include <csignal>
 #include <cstdlib>
+#include <initializer_list>
 
 namespace {
 
@@ -78,20 +83,49 @@ TEST(InheritedState, WriteToAStandardErrorThatNobodyReadsGivesUp)
     EXPECT_EXIT(writeToFullPipe(), testing::ExitedWithCode(kAsExpected), "");
 }
 
-TEST(InheritedState, WhatIsWrittenToStandardErrorGoesBehindWhatIsThere)
+// Over what is written by a description of the program's own, the starter's next line would be written.
+TEST(InheritedState, WhatIsWrittenToAFileStandsBetweenWhatItsStarterWritesBeforeAndAfterwards)
 {
-    const auto writeToFile = [] {
+    const auto writeInTurn = [] {
         char path[] = "/tmp/inherited-state-XXXXXX";
-        const int file = ::mkstemp(path);
+        const int starters = ::mkstemp(path);
         ::unlink(path);
-        ::dup2(file, STDERR_FILENO);
-        bool isWritten = ::write(STDERR_FILENO, "before ", 7) == 7;
+        ::dup2(starters, STDERR_FILENO);
+        bool isWritten = ::write(starters, "before ", 7) == 7;
         putInheritedStateRight();
-        isWritten = isWritten && ::write(STDERR_FILENO, "behind", 6) == 6;
-        std::array<char, 20> content = {};
-        endAs(isWritten && ::pread(file, content.data(), content.size(), 0) == 13);
+        isWritten = isWritten && ::write(STDERR_FILENO, "between ", 8) == 8;
+        isWritten = isWritten && ::write(starters, "behind", 6) == 6;
+        std::array<char, 40> content = {};
+        const ssize_t length = ::pread(starters, content.data(), content.size(), 0);
+        endAs(isWritten && QByteArrayView(content.data(), length) == "before between behind");
     };
-    EXPECT_EXIT(writeToFile(), testing::ExitedWithCode(kAsExpected), "");
+    EXPECT_EXIT(writeInTurn(), testing::ExitedWithCode(kAsExpected), "");
+}
+
+TEST(InheritedState, TerminalThatStopsWhoWritesFromTheBackgroundDoesNotStopTheProgram)
+{
+    const auto writeFromTheBackground = [] {
+        // The first terminal that the leader of a session opens is the session's.
+        ::setsid();
+        const int master = ::posix_openpt(O_RDWR | O_NOCTTY);
+        const bool isOpened = ::grantpt(master) == 0 && ::unlockpt(master) == 0;
+        const int terminal = isOpened ? ::open(::ptsname(master), O_RDWR) : -1;
+        termios settings = {};
+        ::tcgetattr(terminal, &settings);
+        settings.c_lflag |= TOSTOP;
+        ::tcsetattr(terminal, TCSANOW, &settings);
+        const pid_t child = ::fork();
+        if (child == 0) {
+            ::setpgid(0, 0);
+            ::dup2(terminal, STDERR_FILENO);
+            putInheritedStateRight();
+            endAs(::write(STDERR_FILENO, "x", 1) == 1);
+        }
+        int status = 0;
+        ::waitpid(child, &status, WUNTRACED);
+        endAs(WIFEXITED(status) && WEXITSTATUS(status) == kAsExpected);
+    };
+    EXPECT_EXIT(writeFromTheBackground(), testing::ExitedWithCode(kAsExpected), "");
 }
 
 // By the rights of root it could be opened for more, whatever whoever handed it over may write to.
@@ -137,14 +171,53 @@ TEST(InheritedState, NoSignalIsBlocked)
     EXPECT_EXIT(blockAndLook(), testing::ExitedWithCode(kAsExpected), "");
 }
 
-TEST(InheritedState, NoAlarmIsSet)
+// A profiler's timers, such as ITIMER_PROF, end whoever knows nothing of them.
+TEST(InheritedState, NoTimerIsSet)
 {
-    const auto setAndLook = [] {
-        ::alarm(3600);
-        putInheritedStateRight();
-        endAs(::alarm(0) == 0);
-    };
-    EXPECT_EXIT(setAndLook(), testing::ExitedWithCode(kAsExpected), "");
+    for (const auto timer : {ITIMER_REAL, ITIMER_VIRTUAL, ITIMER_PROF}) {
+        const auto setAndLook = [timer] {
+            const itimerval inAnHour = {.it_interval = {.tv_sec = 3600, .tv_usec = 0},
+                                        .it_value = {.tv_sec = 3600, .tv_usec = 0}};
+            ::setitimer(timer, &inAnHour, nullptr);
+            putInheritedStateRight();
+            itimerval left = {};
+            endAs(::getitimer(timer, &left) == 0 && left.it_value.tv_sec == 0 && left.it_value.tv_usec == 0);
+        };
+        EXPECT_EXIT(setAndLook(), testing::ExitedWithCode(kAsExpected), "") << timer;
+    }
+}
+
+TEST(InheritedState, SignalThatTheProgramBeforeHasNotTakenIsForgotten)
+{
+    for (const int signal : {SIGALRM, SIGPROF, SIGVTALRM, SIGUSR1, SIGIO, SIGABRT, SIGRTMAX}) {
+        const auto sendToItself = [signal] {
+            sigset_t all;
+            ::sigfillset(&all);
+            ::sigprocmask(SIG_SETMASK, &all, nullptr);
+            ::kill(::getpid(), signal);
+            putInheritedStateRight();
+            struct sigaction action = {};
+            endAs(::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_DFL);
+        };
+        EXPECT_EXIT(sendToItself(), testing::ExitedWithCode(kAsExpected), "") << signal;
+    }
+}
+
+TEST(InheritedState, RequestToEndIsNotForgotten)
+{
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        const auto sendToItself = [signal] {
+            // Other tests take these signals.
+            std::signal(signal, SIG_DFL);
+            sigset_t all;
+            ::sigfillset(&all);
+            ::sigprocmask(SIG_SETMASK, &all, nullptr);
+            ::kill(::getpid(), signal);
+            putInheritedStateRight();
+            endAs(false);
+        };
+        EXPECT_EXIT(sendToItself(), testing::KilledBySignal(signal), "") << signal;
+    }
 }
 
 TEST(InheritedState, WhatIsMadeCanBeUsedByTheUserAndChangedByNobodyElse)
