@@ -16,17 +16,21 @@ NO_WINDOW = "no window and no end"
 LOST_CONNECTION = "libxcb gives the connection up, and the toolkit's thread that reads from it waits forever"
 NO_CONNECTION = "the toolkit's plug-in for X goes on with the answers that libxcb has not got"
 LOST_WAKING = "the toolkit's event loop sleeps on when the write to its eventfd has failed, which eventfd(2) rules out"
+# A thread is not made where its stack, of the usual 8 MiB, is not to be had either.
+NO_THREAD = r"clone3\(|MAP_STACK|mprotect\(0x\w+, 8388608, PROT_READ\|PROT_WRITE\)"
 PLACES = (
     (r"writev\(\d+<socket:", NO_WINDOW, LOST_CONNECTION),
     (r"writev\(\d+<socket:", SENDING, LOST_CONNECTION),
     (r"writev\(\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
+    (r"recvmsg\(\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
+    (r"recvmsg\(\d+<socket:", SENDING, LOST_CONNECTION),
     (r"poll\(\[\{fd=\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
     (r"poll\(\[\{fd=\d+<socket:", NO_WINDOW, LOST_CONNECTION),
     (r"poll\(\[\{fd=\d+<socket:", SENDING, LOST_CONNECTION),
     (r"write\(\d+<anon_inode:\[eventfd\]>", NO_WINDOW, LOST_WAKING),
     (r"write\(\d+<anon_inode:\[eventfd\]>", SENDING, LOST_WAKING),
-    (r"clone3\(", NO_WINDOW, "the toolkit waits for a thread that was not made"),
-    (r"clone3\(", SENDING, "the toolkit reads the display's events in a thread, and goes on alone"),
+    (NO_THREAD, NO_WINDOW, "the toolkit waits for a thread that was not made"),
+    (NO_THREAD, SENDING, "the toolkit reads the display's events in a thread, and goes on alone"),
     # Of an open file neither can fail.
     (r"fcntl\(\d+<socket:[^)]*F_[GS]ETFL", SENDING, "libcurl goes on with a socket that waits"),
     # The system closes it also where it says that it could not; strace does not.
@@ -78,7 +82,7 @@ SYSTEM = Group("calls: system", "calls_world", prints_runs=True, rows=(
         "inotify_init1": DESCRIPTORS, "memfd_create": DESCRIPTORS, "dup2": ("EBUSY", "EINTR", "EMFILE")}),
     # Not brk(2): the system gives back where the memory ends, and an error in its place is taken for that. Nor
     # futex(2), whose errors the C library does not look for.
-    Calls("memory is asked of the system", {
+    Calls("memory is asked of the system", places=PLACES, errors={
         "mmap": ("ENOMEM", "EAGAIN", "ENFILE", "ENODEV"), "mprotect": ("ENOMEM", "EACCES"), "munmap": ("ENOMEM",),
         "mremap": ("ENOMEM", "EAGAIN"), "madvise": ("ENOMEM", "EAGAIN"),
         "shmget": ("ENOMEM", "ENOSPC"), "shmat": ("ENOMEM", "EACCES"), "shmctl": ("EACCES",),
