@@ -13,6 +13,8 @@
 #include <QSignalSpy>
 #include <QTimer>
 
+#include <ctime>
+
 using namespace Qt::StringLiterals;
 using namespace reportview;
 
@@ -1277,11 +1279,10 @@ TEST_F(TextDisplayTest, VeryLargeTextIsShownWithoutAStall)
     const QString text = u"0123456789abcdef 0123456789abcdef 0123456789abcdef\n"_s.repeated(2'632'000);
     ASSERT_GT(text.size(), 128 * 1024 * 1024);
     display.setText(text);
-    QElapsedTimer timer;
-    timer.start();
+    const std::clock_t begun = std::clock();
     display.show();
     display.repaint();
-    EXPECT_LT(timer.elapsed(), 10'000);
+    EXPECT_LT(std::clock() - begun, 10 * CLOCKS_PER_SEC);
     press(Qt::Key_End, Qt::ControlModifier);
     EXPECT_TRUE(isInView(display.caret()));
     EXPECT_EQ(display.text().constData(), text.constData());

@@ -3,8 +3,9 @@
 
 #include "ViewSupport.h"
 
-#include <QElapsedTimer>
 #include <QRandomGenerator>
+
+#include <ctime>
 
 using namespace Qt::StringLiterals;
 using namespace reportview;
@@ -308,12 +309,11 @@ TEST(TextRows, TenThousandRowsOfAVeryLargeTextTakeNoScanOfIt)
 {
     const QString text(qsizetype(128) * 1024 * 1024, u'x');
     QRandomGenerator random(3);
-    QElapsedTimer timer;
-    timer.start();
+    const std::clock_t begun = std::clock();
     for (int count = 0; count < 10'000; ++count) {
         const qsizetype offset = random.bounded(static_cast<int>(text.size()));
         const Row row = rowAt(text, offset);
         ASSERT_TRUE(row.begin <= offset && offset < row.next);
     }
-    EXPECT_LT(timer.elapsed(), 10'000);
+    EXPECT_LT(std::clock() - begun, 10 * CLOCKS_PER_SEC);
 }

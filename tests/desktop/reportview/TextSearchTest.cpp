@@ -3,7 +3,6 @@
 
 #include "ViewSupport.h"
 
-#include <QElapsedTimer>
 #include <QSignalSpy>
 
 #include <chrono>
