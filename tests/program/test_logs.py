@@ -2,6 +2,7 @@
 
 import os
 import shutil
+import signal
 
 from support import APPLICATION_LOGS, CRASH_LOG, ProgramTest, cases
 
@@ -176,6 +177,14 @@ class ConflictingSoftware(ProgramTest):
         self.assertEqual(program.dismiss_alert(), self.SIMBL)
         program.wait_for_window()
         self.assertIsNone(program.screen.alert())
+
+    @cases(terminate=(signal.SIGTERM,), interrupt=(signal.SIGINT,), hang_up=(signal.SIGHUP,))
+    def test_a_signal_at_the_first_alert_ends_the_program_before_its_window(self, number):
+        program = self.start(self.log_with("net.culater.SIMBL", "com.unsanity.ape"))
+        self.assertEqual(program.alert(), self.ENHANCER)
+        os.kill(program.pid, number)
+        self.assertEqual(program.exit_status(), 0)
+        self.assertEqual(program.errors(), "")
 
     def test_a_log_named_on_the_command_line_gives_none(self):
         program = self.launch(self.log_with("net.culater.SIMBL", "com.unsanity.ape"))
