@@ -117,6 +117,17 @@ class Root(ProgramTest):
         self.closed(self.launch_as_root(environment=("QT_LOGGING_RULES=korvale.*=true",), trace=reading))
         self.assertEqual(read(self.secret), SECRET)
 
+    def test_no_file_that_tells_of_accounts_takes_the_place_of_a_closed_standard_error(self):
+        # What a name service keeps open would be written to for good.
+        trace = Trace(os.path.join(self.subfolder("trace"), "calls"))
+        closed = ("bash", "-c", 'exec 2>&-; exec "$@"', "bash")
+        self.closed(self.launch_as_root(trace=(*trace.prefix(), *closed)))
+        lines = trace.lines()
+        begin = next(at for at, line in enumerate(lines) if f'execve("{self.binary}"' in line)
+        opened = [line.rpartition("= ")[2] for line in lines[begin:] if "openat(" in line and "/etc/passwd" in line]
+        self.assertNotEqual(opened, [])
+        self.assertEqual([descriptor for descriptor in opened if descriptor in ("0", "1", "2")], [])
+
     def test_a_log_that_leads_to_what_only_root_may_read_is_left_out(self):
         self.server = self.serve()
         os.remove(self.path_of_log(".1.log"))

@@ -57,8 +57,8 @@ int applicationMain(int argc, char **argv)
         return EXIT_FAILURE;
     }
     std::set_terminate(endWithoutMemory);
-    keepOnlyHarmlessVariables(platform::systemLocalLookups());
     putInheritedStateRight();
+    keepOnlyHarmlessVariables(platform::systemLocalLookups());
     writeToolkitMessagesToStandardError();
     // Where files may not grow beyond a bound, the settings are not written; a report is sent all the same.
     std::signal(SIGXFSZ, SIG_IGN);
