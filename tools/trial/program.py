@@ -105,9 +105,9 @@ class Program:
     # What the window manager knows
 
     def window_id(self):
-        found = self.desktop.tool(
-            "xdotool", "search", "--onlyvisible", "--pid", str(self.pid), "--name", "Korvale Crash Reporter").split()
-        return found[0] if found else None
+        """Waits for the display to show the window, of which the accessibility bus may tell before."""
+        return self.desktop.tool("xdotool", "search", "--sync", "--onlyvisible", "--pid", str(self.pid),
+                                 "--name", "Korvale Crash Reporter").split()[0]
 
     def geometry(self):
         """x, y of the window's content on screen, and its width and height."""
@@ -129,7 +129,8 @@ class Program:
         self.desktop.tool("xdotool", "windowfocus", "--sync", self.window_id(), "key", "alt+F4")
 
     def click(self, name):
-        """Clicks with the mouse into the middle of a control."""
+        """Clicks with the mouse into the middle of a control, once the window manager has placed the window."""
+        self.wait_until_still()
         x, y = self.screen.middle(name)
         self.desktop.tool("xdotool", "mousemove", str(x), str(y), "click", "1")
 
