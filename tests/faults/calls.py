@@ -22,6 +22,7 @@ PLACES = (
     (r"writev\(\d+<socket:", NO_WINDOW, LOST_CONNECTION),
     (r"writev\(\d+<socket:", SENDING, LOST_CONNECTION),
     (r"writev\(\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
+    (r"recvfrom\(\d+<socket:", NO_WINDOW, LOST_CONNECTION),
     (r"recvmsg\(\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
     (r"recvmsg\(\d+<socket:", SENDING, LOST_CONNECTION),
     (r"poll\(\[\{fd=\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
