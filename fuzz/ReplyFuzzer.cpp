@@ -176,6 +176,8 @@ private:
         }
         while (const std::optional<std::string> trailer = line()) {
             if (trailer->empty()) {
+                // What follows a reader may discard, or take for a part of the answer (RFC 9112 section 6.3).
+                odd = odd || !rest.empty();
                 return Meaning::Accepted;
             }
             odd = true;

@@ -28,7 +28,8 @@ public:
     /// Whether the body says itself where it ends (RFC 9112 section 7.1).
     bool isChunked() const { return chunked; }
     /// Whether a body in chunks, as far as it has come, lacks the line feed of its last line (RFC 9112 section 7.1):
-    /// libcurl (7.88) takes it for complete at the carriage return.
+    /// libcurl (7.88) takes it for complete at the carriage return. One that bytes behind the end of the body end with
+    /// counts, too.
     bool lacksLineFeed() const { return chunked && lastByte == '\r'; }
 
 private:

@@ -84,6 +84,16 @@ TEST(AnswerHead, InChunksLacksTheLineFeedOfItsLastLineUntilItHasCome)
     EXPECT_FALSE(whole.lacksLineFeed());
 }
 
+TEST(AnswerHead, InChunksWithACarriageReturnBehindTheirEndLacksALineFeed)
+{
+    AnswerHead head = headOf(200, {"Transfer-Encoding: chunked", ""});
+    head.takeBody("0\r\n\r\n\r");
+    EXPECT_TRUE(head.lacksLineFeed());
+    AnswerHead another = headOf(200, {"Transfer-Encoding: chunked", ""});
+    another.takeBody("0\r\n\r\nX");
+    EXPECT_FALSE(another.lacksLineFeed());
+}
+
 TEST(AnswerHead, IsUnclearAfterAnInterimAnswerThatIsNoneOfHttp)
 {
     const auto isClearAfter = [](const char *begins, const char *ends) {
