@@ -189,7 +189,7 @@ TEST(InheritedState, NoTimerIsSet)
 
 TEST(InheritedState, SignalThatTheProgramBeforeHasNotTakenIsForgotten)
 {
-    for (const int signal : {SIGALRM, SIGPROF, SIGVTALRM, SIGUSR1, SIGIO, SIGABRT, SIGRTMAX}) {
+    for (const int signal : {SIGALRM, SIGPROF, SIGVTALRM, SIGUSR1, SIGIO, SIGABRT, SIGRTMIN}) {
         const auto sendToItself = [signal] {
             sigset_t all;
             ::sigfillset(&all);
