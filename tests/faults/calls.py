@@ -22,7 +22,9 @@ PLACES = (
     (r"writev\(\d+<socket:", NO_WINDOW, LOST_CONNECTION),
     (r"writev\(\d+<socket:", SENDING, LOST_CONNECTION),
     (r"writev\(\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
-    (r"recvfrom\(\d+<socket:", NO_WINDOW, LOST_CONNECTION),
+    # The display's is the first that is opened; the server's must not be among these.
+    (r"recvfrom\(3<socket:", NO_WINDOW, LOST_CONNECTION),
+    (r"recvfrom\(3<socket:", SENDING, LOST_CONNECTION),
     (r"recvmsg\(\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
     (r"recvmsg\(\d+<socket:", SENDING, LOST_CONNECTION),
     (r"poll\(\[\{fd=\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
