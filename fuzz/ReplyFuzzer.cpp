@@ -176,8 +176,9 @@ private:
         }
         while (const std::optional<std::string> trailer = line()) {
             if (trailer->empty()) {
-                // What follows a reader may discard, or take for a part of the answer (RFC 9112 section 6.3).
-                odd = odd || !rest.empty();
+                // What follows a reader may discard, or take for a part of the answer (RFC 9112 section 6.3): the
+                // program misses the line feed of a carriage return at the very end.
+                odd = odd || rest.ends_with('\r');
                 return Meaning::Accepted;
             }
             odd = true;
