@@ -151,6 +151,13 @@ configure() {
     cmake --preset "$preset" ${CI:+-DKORVALE_WARNINGS_AS_ERRORS=ON} "$@"
 }
 
+# The sources of the product as that preset compiles them, each layer as one file, a line each. What is for another
+# system is no part of a build.
+layersOf() {
+    grep --only-matching --perl-regexp '"file": "\K[^"]*/src/[^"]*' "$root/build/$1/compile_commands.json" \
+        | grep --invert-match _autogen/ | sort --unique
+}
+
 # Builds the preset: everything, or what further arguments of cmake --build name.
 build() {
     local preset=$1

@@ -87,6 +87,11 @@ class Root(ProgramTest):
                                            "--name", "Korvale Crash Reporter").split()[0]
         return program
 
+    def calls_of_program(self, trace):
+        """Without those of what has started it."""
+        lines = trace.lines()
+        return lines[1 + next(at for at, line in enumerate(lines) if f'execve("{self.binary}"' in line):]
+
     def submitted_by_keyboard(self, program):
         """Types into the address, where the focus is at first, and presses the default button."""
         program.desktop.tool("xdotool", "windowfocus", "--sync", self.window, "type", ADDRESS)
@@ -122,9 +127,8 @@ class Root(ProgramTest):
         trace = Trace(os.path.join(self.subfolder("trace"), "calls"))
         closed = ("bash", "-c", 'exec 2>&-; exec "$@"', "bash")
         self.closed(self.launch_as_root(trace=(*trace.prefix(), *closed)))
-        lines = trace.lines()
-        begin = next(at for at, line in enumerate(lines) if f'execve("{self.binary}"' in line)
-        opened = [line.rpartition("= ")[2] for line in lines[begin:] if "openat(" in line and "/etc/passwd" in line]
+        opened = [line.rpartition("= ")[2] for line in self.calls_of_program(trace)
+                  if "openat(" in line and "/etc/passwd" in line]
         self.assertNotEqual(opened, [])
         self.assertEqual([descriptor for descriptor in opened if descriptor in ("0", "1", "2")], [])
 
@@ -306,9 +310,7 @@ class Root(ProgramTest):
         hostile = (f"SESSION_MANAGER=local/anvil:{self.folder}/sessions", "QT_IM_MODULE=ibus",
                    "QT_QPA_PLATFORMTHEME=xdgdesktopportal", "XDG_CURRENT_DESKTOP=GNOME", f"TZ=:{self.folder}/zone")
         self.closed(self.launch_as_root(environment=hostile, trace=trace.prefix()))
-        lines = trace.lines()
-        begin = next(at for at, line in enumerate(lines) if f'execve("{self.binary}"' in line)
-        lines = lines[begin + 1:]
+        lines = self.calls_of_program(trace)
         strangers = {path for path in local_sockets(lines) if not SOCKETS_OF_ROOT.fullmatch(path.replace('"', ""))}
         self.assertEqual(strangers, set())
         self.assertEqual([line for line in lines if "execve(" in line], [])
