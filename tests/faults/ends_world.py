@@ -85,7 +85,7 @@ class World(attempt.World):
             row.way.do(tried)
             seen = tried.seen(end_of(tried, row))
             if row.end != SENDING and seen.seconds > row.way.within:
-                seen.differences.append(f"it took {seen.seconds:.2f} s")
+                seen.delays.append(f"it took {seen.seconds:.2f} s")
             if posts != row.state.posts:
                 seen.differences.append(f"{posts} POSTs had arrived")
             seen.differences += [*self.afterwards(row, place, tried, posts)]

@@ -113,11 +113,21 @@ class Worker:
 
 
 def results_of(options, chosen):
-    """The results by number, the longest rows begun first."""
+    """The results by number. What only took too long is run once more, when nothing of this runs beside it."""
+    results = results_beside(options, chosen, options.workers)
+    if late := [number for number, result in sorted(results.items()) if result.only_late]:
+        print("once more, alone, for they took too long beside others:")
+        print("\n".join(f"  {all_rows(GROUPS)[number][1].name}: {results[number].seconds:.1f} s" for number in late))
+        results |= results_beside(options, late, 1)
+    return results
+
+
+def results_beside(options, chosen, workers):
+    """The results by number of rows that run in so many workers, the longest begun first."""
     tasks, done, results = queue.Queue(), queue.Queue(), {}
     for number in sorted(chosen, key=lambda number: -all_rows(GROUPS)[number][1].cost()):
         tasks.put(number)
-    workers = [Worker(options, tasks, done) for _ in range(min(options.workers, len(chosen)))]
+    workers = [Worker(options, tasks, done) for _ in range(min(workers, len(chosen)))]
     running = len(workers)
     while running:
         answer = done.get()

@@ -50,7 +50,7 @@ class World(attempt.World):
             seen = tried.seen(tried.submit() if has_window else tried.end_of_process())
             end = seen.end
             if taken > row.within:
-                seen.differences.append(f"the start took {taken:.1f} s")
+                seen.delays.append(f"the start took {taken:.1f} s")
             seen.differences += [*self.differences(row, made, place, tried)]
             if end == NOTHING_TO_SEND and not (tried.dismiss() and tried.program.exit_status() == 0):
                 seen.differences.append("the program does not end with the alert")

@@ -62,7 +62,9 @@ class World(attempt.World):
             if row.address:
                 tried.program.fill_in(row.address)
             seen = tried.seen(submitted(tried))
-            seen.differences += [*differences(row, place, tried, before, seen)]
+            seen.differences += [*differences(row, place, tried, before)]
+            if seen.seconds > row.within:
+                seen.delays.append(f"it took {seen.seconds:.1f} s")
             return seen
 
 
@@ -71,7 +73,7 @@ def submitted(tried):
     return THROTTLED if end.startswith("alert ('You must enter your email address.'") else end
 
 
-def differences(row, place, tried, before, seen):
+def differences(row, place, tried, before):
     yield from place.differing_requests(int(row.end == ACCEPTED))
     if tried.log_lines():
         yield f"the log has {tried.log_lines()}"
@@ -84,8 +86,6 @@ def differences(row, place, tried, before, seen):
         yield f"the date is {attempt.stored(place).get(DATE)}"
     if row.kept and row.kept not in read(place.home.settings_path).decode().splitlines():
         yield f"{row.kept!r} is lost"
-    if seen.seconds > row.within:
-        yield f"it took {seen.seconds:.1f} s"
 
 
 def tree(place):
