@@ -1,11 +1,14 @@
 // The standard descriptors, signals and rights of new files, put right.
 #include "desktop/application/InheritedState.h"
 
+#include "desktop/application/TerminationSignals.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <initializer_list>
 
@@ -55,11 +58,6 @@ void stopTimers()
     }
 }
 
-bool asksToEnd(int signal)
-{
-    return signal == SIGTERM || signal == SIGINT || signal == SIGHUP;
-}
-
 /// What was sent while it was blocked, as by a timer, was meant for the program that was here before, and stays over
 /// execve(2). To ignore a signal for a moment discards it (sigaction(2), POSIX.1-2008).
 void forgetPendingSignals()
@@ -67,7 +65,7 @@ void forgetPendingSignals()
     sigset_t pending;
     ::sigpending(&pending);
     for (int signal = 1; signal < NSIG; ++signal) {
-        if (::sigismember(&pending, signal) == 1 && !asksToEnd(signal)) {
+        if (::sigismember(&pending, signal) == 1 && std::ranges::count(kTerminationSignals, signal) == 0) {
             std::signal(signal, std::signal(signal, SIG_IGN));
         }
     }

@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr std::array kSignals = {SIGTERM, SIGINT, SIGHUP};
-
 /// Of a pipe: the handler writes a byte and the event loop reads it (the way that signal-safety(7) leaves open). There
 /// is one from the first object until the process ends, as the handler may be called until then.
 std::array<int, 2> pipeEnds = {-1, -1};
@@ -36,7 +34,7 @@ TerminationSignals::TerminationSignals()
     notifier.setSocket(pipeEnds.front());
     notifier.setEnabled(true);
     connect(&notifier, &QSocketNotifier::activated, this, &TerminationSignals::onReadable);
-    for (const int signal : kSignals) {
+    for (const int signal : kTerminationSignals) {
         struct sigaction former = {};
         ::sigaction(signal, nullptr, &former);
         // Whoever has started the program with a signal ignored, as nohup(1) does, wants it to live on.
