@@ -1,6 +1,7 @@
 // The main function, each time in a process of its own: what the process is when the event loop runs, and its end.
 #include "desktop/application/ApplicationMain.h"
 
+#include "support/FillDescriptor.h"
 #include "support/RunTests.h"
 #include "support/ScopedVariable.h"
 #include "support/ScriptedLookups.h"
@@ -14,8 +15,10 @@
 #include <QTimer>
 #include <QTranslator>
 
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <functional>
@@ -30,7 +33,7 @@ namespace {
 
 constexpr int kAsExpected = 42; // An exit status that the program itself never has.
 constexpr int kNotAsExpected = 43;
-constexpr unsigned kLimit = 60; // Seconds, for a program that does not end.
+constexpr unsigned kLimit = 30; // Seconds, for a program that does not end.
 
 using Step = std::function<void()>;
 
@@ -41,6 +44,8 @@ using Step = std::function<void()>;
     static Step inTheEventLoop;
     inTheEventLoop = step;
     qAddPreRoutine([] {
+        // Not earlier: the timers that a process is started with are stopped.
+        ::alarm(kLimit);
         QMetaObject::invokeMethod(
             qApp, [] { inTheEventLoop(); }, Qt::QueuedConnection);
     });
@@ -50,7 +55,6 @@ using Step = std::function<void()>;
         arguments.push_back(word.data());
     }
     arguments.push_back(nullptr);
-    ::alarm(kLimit);
     std::_Exit(applicationMain(static_cast<int>(words.size()), arguments.data()));
 }
 
@@ -185,6 +189,19 @@ TEST_F(ApplicationMain, WhatTheToolkitSaysOnceItHasStartedIsNotHeldBack)
                     end(true);
                 }),
                 testing::ExitedWithCode(kAsExpected), "a warning");
+}
+
+TEST_F(ApplicationMain, WhatTheToolkitSaysIsNotWaitedForWhereNobodyReadsIt)
+{
+    EXPECT_EXIT(run([] {
+                    std::array<int, 2> ends = {};
+                    ::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data());
+                    ::dup2(ends[1], STDERR_FILENO);
+                    fillDescriptor(STDERR_FILENO);
+                    qWarning("a warning");
+                    end(true);
+                }),
+                testing::ExitedWithCode(kAsExpected), "");
 }
 
 TEST_F(ApplicationMain, WithoutADisplayOneLineGivesAllThatTheToolkitSaid)
