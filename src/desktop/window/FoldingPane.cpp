@@ -88,7 +88,6 @@ FoldingPane::FoldingPane(QWidget &parentWindow, QWidget &upperPart, QWidget &low
 
     setInitialSize();
     window.installEventFilter(this);
-    form.installEventFilter(this);
     rest();
 }
 
@@ -158,24 +157,23 @@ void FoldingPane::setFrame(const platform::Rect &frame, platform::Animation anim
     }
 }
 
-bool FoldingPane::eventFilter(QObject *object, QEvent *event)
+bool FoldingPane::eventFilter(QObject * /*window*/, QEvent *event)
 {
     switch (event->type()) {
     case QEvent::Resize:
     case QEvent::WindowStateChange:
-        if (object == &window) {
-            if (state == State::Moving && isMaximizedOrFullScreen()) {
-                abandonAnimation();
-            } else if (state == State::Resting) {
-                rest();
-            } else {
-                layOutChildren();
-            }
-            if (hasPendingHeight() && !isMaximizedOrFullScreen()) {
-                restoring.start(kConfirmation);
-            }
+        if (state == State::Moving && isMaximizedOrFullScreen()) {
+            abandonAnimation();
+        } else if (state == State::Resting) {
+            rest();
+        } else {
+            layOutChildren();
+        }
+        if (hasPendingHeight() && !isMaximizedOrFullScreen()) {
+            restoring.start(kConfirmation);
         }
         break;
+    // The form's layout asks for one where what it needs has changed (QLayout::activate).
     case QEvent::LayoutRequest:
         if (state == State::Resting) {
             rest();

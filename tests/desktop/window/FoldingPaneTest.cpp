@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QLayout>
 #include <QLineEdit>
+#include <QPauseAnimation>
 #include <QScreen>
 #include <QStyle>
 
@@ -14,6 +15,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <set>
 #include <utility>
 #include <vector>
@@ -67,19 +69,20 @@ private:
     QList<QWidget *> observed;
 };
 
-/// Does something once, in the turn of the event loop that follows the hiding of the widget.
-class WhenHidden : public QObject
+/// Does something once, in the turn of the event loop that follows the first event of this type that the widget meets.
+class Once : public QObject
 {
 public:
-    WhenHidden(QWidget &widget, std::function<void()> action)
-        : then(std::move(action))
+    Once(QWidget &widget, QEvent::Type awaitedType, std::function<void()> action)
+        : awaited(awaitedType)
+        , then(std::move(action))
     {
         widget.installEventFilter(this);
     }
 
     bool eventFilter(QObject *object, QEvent *event) override
     {
-        if (event->type() == QEvent::Hide) {
+        if (event->type() == awaited) {
             object->removeEventFilter(this);
             QMetaObject::invokeMethod(
                 this, [this] { then(); }, Qt::QueuedConnection);
@@ -88,6 +91,7 @@ public:
     }
 
 private:
+    QEvent::Type awaited;
     std::function<void()> then;
 };
 
@@ -208,13 +212,19 @@ TEST_F(FoldingPaneTest, FrameThatIsSetEndsTheWayToAnotherOne)
     show();
     const platform::Rect before = controls.mainWindow.frame();
     const int height = window.height();
+    std::unique_ptr<MovementRecorder> recorder;
+    QPauseAnimation rest(window.style()->styleHint(QStyle::SH_Widget_Animation_Duration, nullptr, &window));
+    // After the first step, however busy the machine is, and before the second.
+    const Once resized(window, QEvent::Resize, [&] {
+        recorder = std::make_unique<MovementRecorder>(window, QList<QWidget *>());
+        controls.logView.setHidden(true);
+        controls.mainWindow.setFrameDisplayAnimate(before, platform::Display::On, platform::Animation::Off);
+        rest.start();
+    });
     toggleDisclosure();
-    ASSERT_TRUE(eventually([&] { return window.height() != height; }));
-    MovementRecorder recorder(window, {});
-    controls.logView.setHidden(true);
-    controls.mainWindow.setFrameDisplayAnimate(before, platform::Display::On, platform::Animation::Off);
+    ASSERT_TRUE(eventually([&] { return recorder && rest.state() == QAbstractAnimation::Stopped; }));
     waitForRest();
-    EXPECT_EQ(recorder.heights, std::vector<int>{height});
+    EXPECT_EQ(recorder->heights, std::vector<int>{height});
 }
 
 TEST_F(FoldingPaneTest, WindowGrowsWhereTheFormNeedsIt)
@@ -246,7 +256,7 @@ TEST_F(FoldingPaneTest, FormKeepsItsHeightWhileTheWindowMayStillBeOnItsWay)
     toggleDisclosure();
     const QSize before = form.size();
     QSize after;
-    const WhenHidden whenHidden(pane, [&] {
+    const Once hidden(pane, QEvent::Hide, [&] {
         window.resize(window.width() + 30, window.height() + 40);
         after = form.size();
     });
