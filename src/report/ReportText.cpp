@@ -38,6 +38,13 @@ qsizetype maxBytes(const ApplicationLog &log)
     return static_cast<qsizetype>(3 * log.bound());
 }
 
+/// Whether the path lies in the home of the user. Who is at the console may have changed since the path was built.
+bool isInHomeOf(const QString &user, const QString &path)
+{
+    const std::optional<QString> home = platform::systemLocalLookups().homeDirectoryForUser(user);
+    return home && path.startsWith(home->endsWith(u'/') ? *home : *home + u'/');
+}
+
 /// The text of the file at the path. Root reads it with the rights of the user at the console, whose file it is: a link
 /// that this user has planted must not show and send what only root may read.
 std::optional<QString> textWithItsUsersRights(const QString &path, qsizetype maximum)
@@ -47,7 +54,7 @@ std::optional<QString> textWithItsUsersRights(const QString &path, qsizetype max
         return fileExists(path) ? textOfFile(path, maximum) : std::nullopt;
     }
     const std::optional<QString> user = KVLocalPaths::currentConsoleUser();
-    return user ? lookups.textOfFileOfUser(*user, path, maximum) : std::nullopt;
+    return user && isInHomeOf(*user, path) ? lookups.textOfFileOfUser(*user, path, maximum) : std::nullopt;
 }
 
 /// The text of the log, if it may be appended to a report of the running length.

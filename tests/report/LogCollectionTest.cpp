@@ -507,6 +507,34 @@ TEST_F(LogCollection, RootReadsTheLogsOnlyWithTheRightsOfTheUserAtTheConsole)
     EXPECT_EQ(report(), u"crash"_s);
 }
 
+TEST_F(LogCollection, RootReadsNoLogOfOneUsersWithTheRightsOfAnotherWhoHasComeToTheConsole)
+{
+    home.writeApplicationLog(u"Harbour.1.log"_s, "of the user");
+    runAsRoot(home.lookups, u"root"_s);
+    home.lookups.homes = {{u"user1"_s, home.path(QString())}, {u"root"_s, u"/root"_s}};
+    home.lookups.directories[{platform::directory::kLibrary, platform::domain::kUser}] = {u"/var/root/Library"_s};
+    // The four paths are built while the user is there.
+    home.lookups.firstConsoleUsers = {u"user1"_s, u"user1"_s, u"user1"_s, u"user1"_s};
+
+    ASSERT_TRUE(load("crash"));
+
+    EXPECT_TRUE(home.lookups.firstConsoleUsers.empty());
+    EXPECT_EQ(report(), u"crash"_s);
+}
+
+TEST_F(LogCollection, RootReadsTheLogsOfAUserWhoseHomeIsTheRootDirectory)
+{
+    home.writeApplicationLog(u"Harbour.1.log"_s, "of the user");
+    runAsRoot(home.lookups, u"user1"_s);
+    home.lookups.homes[u"user1"_s] = u"/"_s;
+    home.lookups.directories[{platform::directory::kLibrary, platform::domain::kUser}] = {u"/var/root"_s
+                                                                                          + home.path(u"Library"_s)};
+
+    ASSERT_TRUE(load("crash"));
+
+    EXPECT_EQ(report(), u"crash\nLog 1:\nof the user"_s);
+}
+
 TEST_F(LogCollection, OrdinaryUsersFilesAreReadWithoutAnyonesRights)
 {
     ASSERT_TRUE(load("crash"));

@@ -34,6 +34,7 @@ public:
     std::optional<QString> homeOfNobody;
     std::optional<QString> name = QStringLiteral("user1");
     std::optional<QString> consoleUser;
+    mutable std::deque<std::optional<QString>> firstConsoleUsers; ///< One for each of the first questions.
     std::optional<ScriptedConfigurationString> userCacheDirectory;
     std::optional<QString> temporary = QStringLiteral("/tmp/of-user1/");
     /// What was asked, one line for a question: "search 5 1", "user id", "home of user1", ...
@@ -83,7 +84,12 @@ public:
     std::optional<QString> copyConsoleUser() const override
     {
         note("console user");
-        return consoleUser;
+        if (firstConsoleUsers.empty()) {
+            return consoleUser;
+        }
+        const std::optional<QString> user = firstConsoleUsers.front();
+        firstConsoleUsers.pop_front();
+        return user;
     }
 
     std::size_t configurationString(int configurationName, std::span<char> buffer) const override

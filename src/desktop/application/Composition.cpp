@@ -89,6 +89,8 @@ void Composition::connectWindow()
     connect(&window, &ReportWindow::cancelClicked, this,
             [this] { operations.performIfIdle([this] { controller.cancel(); }); });
     connect(&urlLoader, &CurlUrlLoader::uploadProgress, &window, &ReportWindow::setUploadProgress);
+    // Whoever owns the display could have every file that root may read dropped there, and shown.
+    window.setAcceptDrops(platform::systemLocalLookups().realUserId() != platform::kRootUserId);
     connect(&window, &ReportWindow::filesDropped, this, [this](const QStringList &paths) {
         for (const QString &path : paths) {
             openFile(path);

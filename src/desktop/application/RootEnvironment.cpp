@@ -2,7 +2,6 @@
 #include "desktop/application/RootEnvironment.h"
 
 #include <QByteArray>
-#include <QList>
 
 #include <unistd.h>
 
@@ -12,14 +11,16 @@
 
 namespace {
 
+constexpr std::string_view kProxies[] = {"http_proxy", "https_proxy", "all_proxy",
+                                         "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY"};
 constexpr std::string_view kHarmless[] = {
     // the display, and the launcher's word that the window may come to the front
-    "DISPLAY", "WAYLAND_DISPLAY", "XAUTHORITY", "XDG_SESSION_TYPE", "XDG_ACTIVATION_TOKEN", "DESKTOP_STARTUP_ID",
-    "QT_QPA_PLATFORM", "QT_SCALE_FACTOR", "QT_FONT_DPI",
+    "DISPLAY", "WAYLAND_DISPLAY", "XDG_RUNTIME_DIR", "XAUTHORITY", "XDG_SESSION_TYPE", "XDG_ACTIVATION_TOKEN",
+    "DESKTOP_STARTUP_ID", "QT_QPA_PLATFORM", "QT_SCALE_FACTOR", "QT_FONT_DPI",
     // how texts are written, and what is logged; the C library takes no path for a language
     "LANG", "QT_LOGGING_RULES",
-    // proxies
-    "http_proxy", "https_proxy", "all_proxy", "no_proxy", "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY", "NO_PROXY"};
+    // what needs no proxy
+    "no_proxy", "NO_PROXY"};
 
 /// A bus address (D-Bus Specification, "Server Addresses") of no known transport: it opens and launches nothing. With
 /// none at all the bus's library would look for a bus, or launch one.
@@ -32,21 +33,31 @@ bool isDesktop(const QByteArray &platform)
     return platform == "xcb" || platform == "wayland";
 }
 
-bool isHarmless(const QByteArray &name)
+template<size_t count>
+bool isAmong(const std::string_view (&names)[count], std::string_view name)
 {
-    if (name == "QT_QPA_PLATFORM") {
-        return std::ranges::all_of(qgetenv("QT_QPA_PLATFORM").split(';'), isDesktop);
-    }
-    return name.startsWith("LC_") || std::ranges::find(kHarmless, name.toStdString()) != std::end(kHarmless);
+    return std::ranges::find(names, name) != std::end(names);
 }
 
-QList<QByteArray> variableNames()
+/// Of the schemes of proxies, "pac+file" names a script to run, and "wpad" has one looked for.
+bool isAddressOfAProxy(std::string_view value)
 {
-    QList<QByteArray> names;
-    for (char **variable = environ; variable && *variable; ++variable) {
-        names += QByteArray(*variable).split('=').first();
+    return value.find("://") == std::string_view::npos || value.starts_with("http://") || value.starts_with("https://")
+        || value.starts_with("socks");
+}
+
+/// Of a name and its value, with "=" between them.
+bool isHarmless(std::string_view entry)
+{
+    const size_t end = entry.find('=');
+    if (end == std::string_view::npos) {
+        return false;
     }
-    return names;
+    const std::string_view name = entry.substr(0, end);
+    if (isAmong(kProxies, name)) {
+        return isAddressOfAProxy(entry.substr(end + 1));
+    }
+    return name.starts_with("LC_") || isAmong(kHarmless, name);
 }
 
 /// A relative name lies in a folder that the toolkit would use for more than the display.
@@ -56,22 +67,39 @@ void makeWaylandDisplayAbsolute()
     if (!display.isEmpty() && !display.startsWith('/')) {
         qputenv("WAYLAND_DISPLAY", qgetenv("XDG_RUNTIME_DIR") + '/' + display);
     }
+    qunsetenv("XDG_RUNTIME_DIR");
+}
+
+void dropOtherPlatforms()
+{
+    if (!std::ranges::all_of(qgetenv("QT_QPA_PLATFORM").split(';'), isDesktop)) {
+        qunsetenv("QT_QPA_PLATFORM");
+    }
 }
 
 } // namespace
+
+void keepOnlyHarmlessEntries(char **entries)
+{
+    char **kept = entries;
+    for (; *entries; ++entries) {
+        if (isHarmless(*entries)) {
+            *kept++ = *entries;
+        }
+    }
+    *kept = nullptr;
+}
 
 void keepOnlyHarmlessVariables(const platform::LocalLookups &lookups)
 {
     if (lookups.realUserId() != platform::kRootUserId) {
         return;
     }
-    makeWaylandDisplayAbsolute();
-    const QList<QByteArray> names = variableNames();
-    for (const QByteArray &name : names) {
-        if (!isHarmless(name)) {
-            qunsetenv(name.constData());
-        }
+    if (environ) {
+        keepOnlyHarmlessEntries(environ);
     }
+    makeWaylandDisplayAbsolute();
+    dropOtherPlatforms();
     if (const auto home = lookups.homeDirectoryForUser(lookups.userName())) {
         qputenv("HOME", home->toUtf8());
     }

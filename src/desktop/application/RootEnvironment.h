@@ -8,6 +8,11 @@
 /// and of the libraries below it name folders to load code and settings from, and buses. Whoever owns a bus can have a
 /// program run: its address may be a command, or its answers name such an address. So root's window is on no bus, which
 /// takes assistive technology away from it. Does nothing for other users.
-///
-/// What the dynamic loader reads (LD_PRELOAD and the like, ld.so(8)) has had its effect before.
 void keepOnlyHarmlessVariables(const platform::LocalLookups &lookups);
+
+/// Keeps, in place, of the entries of an environment (environ(7)) those that keepOnlyHarmlessVariables() does. It asks
+/// nothing and allocates nothing, so it may run before the libraries are initialized: some of them read variables then,
+/// and one loads the library that ACC_PROFLIB names.
+///
+/// What the dynamic loader reads (LD_PRELOAD and the like, ld.so(8)) has had its effect before that.
+void keepOnlyHarmlessEntries(char **entries);

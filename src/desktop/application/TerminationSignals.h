@@ -7,7 +7,7 @@
 #include <array>
 #include <csignal>
 
-constexpr std::array kTerminationSignals = {SIGTERM, SIGINT, SIGHUP};
+inline constexpr std::array kTerminationSignals = {SIGTERM, SIGINT, SIGHUP};
 
 /// Turns these into a Qt signal in the event loop, where everything may be done that a handler of signals may not. One
 /// object at a time. When it is destroyed the program is ending, and what comes then changes nothing: by their default,

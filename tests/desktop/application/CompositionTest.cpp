@@ -322,6 +322,15 @@ TEST_F(CompositionTest, DroppedFilesReplaceTheReportInTheirOrder)
     EXPECT_EQ(report(), u"beacon"_s);
 }
 
+TEST_F(CompositionTest, OfRootTakesNoFileFromWhoeverOwnsTheDisplay)
+{
+    runAsRoot(systems, u"user1"_s);
+    startWithReport();
+    drop({crashLog(u"Anchor_1.crash"_s, "for root alone")});
+    QCoreApplication::processEvents();
+    EXPECT_EQ(report(), u"first report"_s);
+}
+
 TEST_F(CompositionTest, EachOfSeveralDroppedFilesIsLoaded)
 {
     startWithReport();

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <string>
 
 using namespace Qt::StringLiterals;
 
@@ -133,6 +134,33 @@ TEST(RootEnvironment, OfRootChoosesNoPlatformButThoseOfADesktop)
          {"", "vnc", "vnc:port=5999", "offscreen:configfile=/root/screens", "xcb;vnc", "xcb:x"}) {
         expectOfRoot({{"QT_QPA_PLATFORM", platform}}, {});
     }
+}
+
+TEST(RootEnvironment, OfRootNamesProxiesByTheirAddressesAndNotByScripts)
+{
+    for (const char *proxy : {"", "proxy.example.org:3128", "https://proxy.example.org", "socks5h://127.0.0.1:9050"}) {
+        expectOfRoot({{"http_proxy", proxy}}, {{"http_proxy", proxy}});
+    }
+    for (const char *proxy : {"pac+file:///home/user1/proxy.pac", "pac+http://user1.example.org", "wpad://"}) {
+        expectOfRoot({{"http_proxy", proxy}, {"ALL_PROXY", proxy}}, {});
+    }
+}
+
+TEST(RootEnvironment, OfRootKeepsEveryHarmlessEntryAndNoneWithoutAName)
+{
+    std::string entries[] = {"LANG=C", "ACC_PROFLIB=/home/user1/library.so", "LANG", "=LANG", "DISPLAY=:7", "LANG=en"};
+    char *environment[] = {entries[0].data(),
+                           entries[1].data(),
+                           entries[2].data(),
+                           entries[3].data(),
+                           entries[4].data(),
+                           entries[5].data(),
+                           nullptr};
+    keepOnlyHarmlessEntries(environment);
+    EXPECT_EQ(environment[0], entries[0].data());
+    EXPECT_EQ(environment[1], entries[4].data());
+    EXPECT_EQ(environment[2], entries[5].data());
+    EXPECT_EQ(environment[3], nullptr);
 }
 
 TEST(RootEnvironment, OfAnotherUserStaysAsItIs)
