@@ -11,12 +11,36 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// The first word of "http://proxy:3128 direct://"; a proxy that fails is not a reason to send the report past it.
+/// Bytes of an answer, which a script of the network's may have made.
+constexpr qint64 kLongestAnswer = qint64(64) * 1024;
+
+struct Scheme {
+    QLatin1StringView name;
+    QLatin1StringView toLibcurl; ///< Of those of SOCKS, the one by which the proxy looks the server's name up.
+    int port;                    ///< Where the address has none, for which libcurl would take 1080 with most schemes.
+};
+constexpr std::array kSchemes = {
+    Scheme{"http"_L1, "http"_L1, 80},         Scheme{"https"_L1, "https"_L1, 443},
+    Scheme{"socks"_L1, "socks5h"_L1, 1080},   Scheme{"socks5"_L1, "socks5h"_L1, 1080},
+    Scheme{"socks5h"_L1, "socks5h"_L1, 1080}, Scheme{"socks4"_L1, "socks4a"_L1, 1080},
+    Scheme{"socks4a"_L1, "socks4a"_L1, 1080},
+};
+
+/// The first word of "http://proxy:3128 direct://", as libcurl takes it; a proxy that fails is not a reason to send the
+/// report past it. What a user has set as "proxy:3128" is passed on as it is.
 QByteArray firstProxy(const QByteArray &answer)
 {
     const QByteArray first = answer.simplified().split(' ').value(0);
-    const QUrl url = QUrl::fromEncoded(first, QUrl::StrictMode);
-    return url.isValid() && url.scheme() != "direct"_L1 && !url.host().isEmpty() ? first : QByteArray();
+    const bool hasScheme = first.contains("://");
+    QUrl url = QUrl::fromEncoded(hasScheme ? first : "http://" + first, QUrl::StrictMode);
+    const auto *const scheme = std::ranges::find(kSchemes, url.scheme(), &Scheme::name);
+    // An address needs one of the two not to be any other word.
+    if (!url.isValid() || url.host().isEmpty() || scheme == kSchemes.end() || (!hasScheme && url.port() < 0)) {
+        return {};
+    }
+    url.setScheme(scheme->toLibcurl);
+    url.setPort(url.port(scheme->port));
+    return url.toEncoded();
 }
 
 } // namespace
@@ -30,9 +54,15 @@ ProxyLookup::ProxyLookup(const QString &command, const QUrl &url, std::chrono::m
         return;
     }
     process.setStandardInputFile(QProcess::nullDevice());
+    process.setStandardErrorFile(QProcess::nullDevice());
     // Queued, because a command that cannot be started may say so from inside the constructor.
     connect(&process, &QProcess::errorOccurred, this, &ProxyLookup::end, Qt::QueuedConnection);
     connect(&process, &QProcess::finished, this, &ProxyLookup::end, Qt::QueuedConnection);
+    connect(&process, &QProcess::readyRead, this, [this] {
+        if (process.bytesAvailable() > kLongestAnswer) {
+            end();
+        }
+    });
     connect(&limitTimer, &QTimer::timeout, this, &ProxyLookup::end);
     limitTimer.start(limit);
     const QUrl host = url.adjusted(QUrl::RemoveUserInfo | QUrl::RemovePath | QUrl::RemoveQuery | QUrl::RemoveFragment);

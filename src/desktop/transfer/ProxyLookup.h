@@ -16,7 +16,8 @@ class ProxyLookup : public QObject
     Q_OBJECT
 
 public:
-    /// Runs the command for the scheme and host of the URL. After the limit it is ended, as if it had found none.
+    /// Runs the command for the scheme and host of the URL. After the limit, or when its answer has more than 64 KiB,
+    /// it is ended, as if it had found none.
     ProxyLookup(const QString &command, const QUrl &url, std::chrono::milliseconds limit);
     /// Ends the command.
     ~ProxyLookup() override;
@@ -26,8 +27,9 @@ public:
     static bool isInEnvironment();
 
 Q_SIGNALS:
-    /// Emitted once, from the event loop: the first proxy, such as "http://proxy.example.org:3128"; empty for none,
-    /// also when there is no such command or it is of no help.
+    /// Emitted once, from the event loop: the first proxy with its scheme and port, such as
+    /// "http://proxy.example.org:3128"; empty for none, also when there is no such command or it is of no help. By a
+    /// SOCKS proxy the server's name is not looked up here: the scheme is "socks5h" or "socks4a".
     void found(const QByteArray &proxy);
 
 private:

@@ -1,4 +1,5 @@
 // Through which proxy a request goes, and that what a proxy says is no answer.
+#include "desktop/transfer/ProxyLookup.h"
 #include "support/LogLines.h"
 #include "support/ScopedVariable.h"
 #include "support/TransferSupport.h"
@@ -16,7 +17,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 #include <thread>
+#include <utility>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -150,6 +154,16 @@ protected:
         asking.connectionWithRequestDelegate(request, delegate);
         eventually([this] { return delegate.hasEnded(); });
         return delegate.heard;
+    }
+
+    /// What the command's answer comes to; nothing within twenty seconds is "no answer".
+    QByteArray proxyNamedBy(const QByteArray &script) const
+    {
+        ProxyLookup lookup(aCommand(script), kUrl, 60s);
+        std::optional<QByteArray> named;
+        QObject::connect(&lookup, &ProxyLookup::found, [&named](const QByteArray &proxy) { named = proxy; });
+        eventually([&named] { return named.has_value(); });
+        return named.value_or("no answer");
     }
 
     QTemporaryDir folder;
@@ -308,6 +322,34 @@ TEST_F(ProxyTest, IsNoneWhereTheDesktopNamesNone)
         delegate.heard.clear();
         EXPECT_EQ(heardWithCommand(script, aPost(server.url())), kFinished) << script;
     }
+}
+
+TEST_F(ProxyTest, OfTheDesktopIsNamedAsLibcurlTakesIt)
+{
+    const std::vector<std::pair<QByteArray, QByteArray>> answers = {
+        {"http://proxy.example.org:3128 direct://", "http://proxy.example.org:3128"},
+        {"http://jo:secret@[::1]:3128", "http://jo:secret@[::1]:3128"},
+        {"http://proxy.example.org", "http://proxy.example.org:80"},
+        {"https://proxy.example.org", "https://proxy.example.org:443"},
+        {"proxy.example.org:3128", "http://proxy.example.org:3128"},
+        {"socks://proxy.example.org", "socks5h://proxy.example.org:1080"},
+        {"socks5://127.0.0.1:9050", "socks5h://127.0.0.1:9050"},
+        {"socks5h://127.0.0.1:9050", "socks5h://127.0.0.1:9050"},
+        {"socks4://127.0.0.1:9050", "socks4a://127.0.0.1:9050"},
+        {"socks4a://127.0.0.1:9050", "socks4a://127.0.0.1:9050"},
+        {"wpad://", ""},
+        {"ftp://proxy.example.org", ""},
+        {"proxy.example.org", ""},
+    };
+    for (const auto &[answer, proxy] : answers) {
+        EXPECT_EQ(proxyNamedBy("echo '" + answer + '\''), proxy) << answer.toStdString();
+    }
+}
+
+TEST_F(ProxyTest, IsNoneAtOnceWhereTheDesktopsCommandAnswersWithoutEnd)
+{
+    EXPECT_EQ(proxyNamedBy("yes http://127.0.0.1:1"), "");
+    EXPECT_EQ(proxyNamedBy("echo http://127.0.0.1:1; head -c 65000 /dev/zero"), "http://127.0.0.1:1");
 }
 
 TEST_F(ProxyTest, IsNoneAtOnceWhereTheDesktopsCommandCannotBeStarted)
