@@ -14,9 +14,14 @@ namespace {
 /// is one from the first object until the process ends, as the handler may be called until then.
 std::array<int, 2> pipeEnds = {-1, -1};
 
+/// Seconds in which the program ends by itself, or is ended: the display may have stopped to answer, or a disk, and
+/// whoever sends the signal counts on the end.
+constexpr unsigned kPatience = 2;
+
 void writeByte(int /*signal*/)
 {
     const int error = errno;
+    ::alarm(kPatience);
     [[maybe_unused]] const ssize_t written = ::write(pipeEnds.back(), "", 1);
     errno = error;
 }
@@ -34,6 +39,7 @@ TerminationSignals::TerminationSignals()
     notifier.setSocket(pipeEnds.front());
     notifier.setEnabled(true);
     connect(&notifier, &QSocketNotifier::activated, this, &TerminationSignals::onReadable);
+    std::signal(SIGALRM, SIG_DFL);
     for (const int signal : kTerminationSignals) {
         struct sigaction former = {};
         ::sigaction(signal, nullptr, &former);

@@ -8,7 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <poll.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -27,6 +29,23 @@ TEST(TerminationSignals, EachIsReceivedInTheEventLoop)
         EXPECT_EQ(received, 0) << "not in the handler";
 
         EXPECT_TRUE(eventually([&received] { return received == 1; }));
+        ::alarm(0); // This program goes on.
+    }
+}
+
+TEST(TerminationSignals, EachEndsAProgramThatStandsStill)
+{
+    const auto standStill = [](int number) {
+        // As whoever has started the program may have left it.
+        std::signal(SIGALRM, SIG_IGN);
+        const TerminationSignals signals;
+        std::raise(number);
+        constexpr int kLimit = 20'000; // milliseconds
+        ::poll(nullptr, 0, kLimit);
+        std::_Exit(EXIT_SUCCESS);
+    };
+    for (const int number : kTerminationSignals) {
+        EXPECT_EXIT(standStill(number), testing::KilledBySignal(SIGALRM), "");
     }
 }
 
@@ -72,6 +91,7 @@ TEST(TerminationSignals, MoreThanAPipeHoldsNeitherBlockNorChangeTheErrorNumber)
     EXPECT_TRUE(eventually([&received] { return received > 0; }));
     QCoreApplication::processEvents();
     EXPECT_EQ(received, 1) << "all of them are one";
+    ::alarm(0); // This program goes on.
 }
 
 TEST(TerminationSignals, WithoutAPipeTheyKeepTheirDefault)
