@@ -187,13 +187,14 @@ def end_of(tried, row):
 
 
 def lasting(tried, row):
-    """When its connections are gone it stays what it has come to: no alert comes, and nothing is sent again."""
+    """It stays what it has come to: no alert comes, and, when its connections are gone, nothing is sent again."""
     if row.end != SENDING and tried.command and not is_gone(tried.command):
         yield "the command that it has started goes on"
-    if row.end == SENDING or not tried.is_running():
+    if not tried.is_running():
         return
     try:
-        wait_until(lambda: not connection_states(tried), "its connections to be gone", CANCEL_LIMIT)
+        wait_until(lambda: row.end == SENDING or not connection_states(tried), "its connections to be gone",
+                   CANCEL_LIMIT)
     except WaitedInVain:
         yield "it still has a connection"
     with contextlib.suppress(WaitedInVain):

@@ -593,7 +593,7 @@ INFORMATIONAL = Group("network: informational answers", "network_world", (
     Situation("101, then an acceptance, a redirect, half a status line, garbage", NOT_ACCEPTED, **FASTER,
               returned=tuple(map(logged, AFTER_SWITCHING)),
               each=each_answer(*(SWITCHING + then for then in AFTER_SWITCHING))),
-    Situation("100 without end", (FAILED, SENDING), after_request(forever(CONTINUE)), memory=LITTLE_MEMORY, within=5.0),
+    Situation("100 without end", FAILED, after_request(forever(CONTINUE)), memory=LITTLE_MEMORY, within=5.0),
 ))
 
 LOCATIONS = (
