@@ -8,6 +8,7 @@
 #include <QFileInfo>
 #include <QLockFile>
 #include <QLoggingCategory>
+#include <QVariantMap>
 
 #include <sys/stat.h>
 
@@ -28,8 +29,7 @@ namespace {
 /// as long.
 constexpr std::chrono::milliseconds kMaxWait(250);
 
-const QString kOrganisation = u"Korvale"_s;
-const QString kApplication = u"CrashReporter"_s;
+const QString kStore = u"/Korvale/CrashReporter.conf"_s;
 
 bool isRoot(const platform::LocalLookups &lookups)
 {
@@ -170,15 +170,13 @@ bool canBeAStore(const QString &path, bool isRoots)
 std::unique_ptr<QSettings> openedStore(const platform::LocalLookups &lookups)
 {
     const std::optional<QString> folder = configurationFolder(lookups);
-    if (!folder || !canBeAStore(*folder + u'/' + kOrganisation + u'/' + kApplication + u".conf"_s, isRoot(lookups))) {
+    if (!folder) {
         return nullptr;
     }
-    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, *folder);
-    auto settings =
-        std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::UserScope, kOrganisation, kApplication);
-    // What an administrator or another program of the organisation has stored is not this user's.
-    settings->setFallbacksEnabled(false);
-    return settings;
+    // By its path: asked for by the program's name, the toolkit would open what an administrator or another program of
+    // the organisation has stored, and wait for it where it is a FIFO.
+    const QString store = *folder + kStore;
+    return canBeAStore(store, isRoot(lookups)) ? std::make_unique<QSettings>(store, QSettings::IniFormat) : nullptr;
 }
 
 } // namespace
@@ -206,12 +204,12 @@ std::optional<QVariant> QtUserDefaults::objectForKey(const QString &key) const
 
 void QtUserDefaults::setIntegerForKey(qint64 value, const QString &key)
 {
-    unsaved[key] = value;
+    setObjectForKey(value, key);
 }
 
 void QtUserDefaults::setObjectForKey(const QVariant &value, const QString &key)
 {
-    unsaved[key] = value;
+    unsaved[key] = {.value = value, .replaced = settings ? settings->value(key) : QVariant()};
 }
 
 void QtUserDefaults::synchronize()
@@ -229,12 +227,13 @@ void QtUserDefaults::synchronize()
         return;
     }
     settings->sync();
-    QVariantMap values = unsaved;
+    QVariantMap values;
     const QStringList keys = settings->allKeys();
     for (const QString &key : keys) {
-        if (!values.contains(key)) {
-            values[key] = settings->value(key);
-        }
+        values[key] = settings->value(key);
+    }
+    for (const auto &[key, change] : unsaved.asKeyValueRange()) {
+        values[key] = change.value;
     }
     if (!replaceStore(store, values)) {
         qCInfo(lcSettings) << store << "cannot be replaced";
@@ -245,13 +244,12 @@ void QtUserDefaults::synchronize()
 
 QVariant QtUserDefaults::valueForKey(const QString &key) const
 {
-    if (const auto found = unsaved.constFind(key); found != unsaved.constEnd()) {
-        return *found;
-    }
+    const Change change = unsaved.value(key);
     if (!settings || !canBeAStore(settings->fileName(), isRoots)) {
-        return {};
+        return change.value;
     }
     // Another window may have submitted since: what counts is what is stored now.
     settings->sync();
-    return settings->value(key);
+    const QVariant stored = settings->value(key);
+    return change.value.isValid() && stored == change.replaced ? change.value : stored;
 }

@@ -4,8 +4,9 @@
 #include "platform/LocalLookups.h"
 #include "platform/UserDefaults.h"
 
+#include <QMap>
 #include <QSettings>
-#include <QVariantMap>
+#include <QVariant>
 
 #include <memory>
 
@@ -14,7 +15,8 @@
 ///
 /// Only a regular file is a store, or a link to one. Where there is anything else, where the user has no home, or while
 /// another process holds the store locked, nothing is stored and nothing is touched: what was set is known to this
-/// object alone. A file is replaced as a whole, by one that was written and looked at beside it, or not at all.
+/// object alone, until another process has stored something else. A file is replaced as a whole, by one that was
+/// written and looked at beside it, or not at all.
 ///
 /// Root's settings are in the home that its account names, and are kept only while nobody else may lead root to another
 /// file: from this home on there are no links, everything is root's, and nobody else may write a folder. It is looked
@@ -32,9 +34,14 @@ public:
     void synchronize() override;
 
 private:
+    struct Change {
+        QVariant value;
+        QVariant replaced; ///< What was stored when it was set.
+    };
+
     QVariant valueForKey(const QString &key) const;
 
     const bool isRoots;
     std::unique_ptr<QSettings> settings; ///< Only read; none where nothing can be stored.
-    QVariantMap unsaved;                 ///< What was set since the store was last written.
+    QMap<QString, Change> unsaved;       ///< What was set since the store was last written.
 };

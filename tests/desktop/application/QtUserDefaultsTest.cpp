@@ -240,6 +240,16 @@ TEST_F(UserDefaultsTest, SettingsOfTheWholeOrganisationAreNotThePrograms)
     EXPECT_EQ(StoredDefaults().integerForKey(kCount), 0);
 }
 
+TEST_F(UserDefaultsTest, AFifoInPlaceOfTheWholeOrganisationsIsNotWaitedFor)
+{
+    ASSERT_EQ(mkfifo(user.filePath(u"Korvale.conf"_s).toLocal8Bit().constData(), 0600), 0);
+    alarm(20);
+
+    EXPECT_EQ(countIn("4"), 4);
+
+    alarm(0);
+}
+
 TEST_F(UserDefaultsTest, AStoreWhoseFolderCannotBeMadeIsNoErrorAndKeepsTheValuesForThisRun)
 {
     // A file where the folder should be.
@@ -733,4 +743,22 @@ TEST_F(UserDefaultsTest, WhatALockKeptBackIsStoredWithTheNext)
     defaults.synchronize();
 
     EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
+}
+
+TEST_F(UserDefaultsTest, WhatAnotherProcessStoresWhileALockKeepsThisOneBackCounts)
+{
+    aFileWith("crashSubmissionCount=41\nlastCrashSubmissionDate=once");
+    StoredDefaults defaults;
+    auto held = std::make_unique<HeldLock>(path() + u".lock"_s);
+    defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
+    defaults.setObjectForKey(u"today"_s, kDate);
+    defaults.synchronize();
+    ASSERT_EQ(defaults.integerForKey(kCount), 42);
+    ASSERT_EQ(defaults.objectForKey(kDate), QVariant(u"today"_s));
+    held.reset();
+
+    aFileWith("crashSubmissionCount=46\nlastCrashSubmissionDate=soon");
+
+    EXPECT_EQ(defaults.integerForKey(kCount), 46);
+    EXPECT_EQ(defaults.objectForKey(kDate), QVariant(u"soon"_s));
 }
