@@ -1,4 +1,4 @@
-// Whole files, read without ever waiting for them.
+// Whole files, read without waiting for them, but for a moment where another process holds a lease.
 #include "base/TextFile.h"
 
 #include "base/Utf8.h"
@@ -12,8 +12,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <new>
+#include <thread>
 
 // Off unless QT_LOGGING_RULES switches it on: the program prints its diagnostic lines and nothing else.
 Q_LOGGING_CATEGORY(lcLoading, "korvale.loading", QtFatalMsg)
@@ -63,6 +65,20 @@ constexpr int kForReading = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
 int openByPath(const char *path, int flags)
 {
     return ::open(path, flags);
+}
+
+/// Where another process holds a lease on the file (fcntl(2), F_SETLEASE), as servers of files do, the first try has it
+/// asked to let go. The system would give it 45 seconds; a window is not kept waiting for so long.
+int openOnceItIsLetGo(FileOpener *open, const char *path)
+{
+    constexpr std::chrono::milliseconds kInterval(10);
+    constexpr std::chrono::seconds kLimit(2);
+    int file = open(path, kForReading);
+    for (auto triesLeft = kLimit / kInterval; file < 0 && errno == EWOULDBLOCK && triesLeft > 0; --triesLeft) {
+        std::this_thread::sleep_for(kInterval);
+        file = open(path, kForReading);
+    }
+    return file;
 }
 
 ssize_t readSome(const FileDescriptor &file, char *into, qsizetype maxCount)
@@ -158,7 +174,7 @@ std::optional<Content> readRegularFile(const QString &path, qsizetype maxBytes, 
     if (!name) {
         return notTaken(path, "it is not a name that a file can have");
     }
-    const FileDescriptor file(open(name->constData(), kForReading));
+    const FileDescriptor file(openOnceItIsLetGo(open, name->constData()));
     struct stat status = {};
     if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
         return notTaken(path, std::strerror(errno));

@@ -1,4 +1,4 @@
-// Whole files, read without ever waiting for them.
+// Whole files, read without waiting for them, but for a moment where another process holds a lease.
 #pragma once
 
 #include <QByteArray>
@@ -16,8 +16,9 @@ bool fileExists(const QString &path);
 
 /// Returns the whole content of the regular file at the path, following links. Returns std::nullopt, at once, for
 /// anything else (a directory, FIFO, socket or device), for a file that cannot be read, for one larger than maxBytes
-/// and for one that memory cannot hold; the logging category korvale.loading says which. The size that the system
-/// reports is only a hint: what is there is read, also from /proc and from a file that grows or shrinks meanwhile.
+/// and for one that memory cannot hold; the logging category korvale.loading says which. Where another process holds a
+/// lease on the file (fcntl(2), F_SETLEASE), it has two seconds to let go. The size that the system reports is only a
+/// hint: what is there is read, also from /proc and from a file that grows or shrinks meanwhile.
 std::optional<QByteArray> contentsOfRegularFile(const QString &path, qsizetype maxBytes = kAnySize);
 
 /// The same as UTF-8 text; std::nullopt also when the content is not valid UTF-8.

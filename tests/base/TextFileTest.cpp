@@ -1,9 +1,10 @@
-// Whole files, read without ever waiting for them.
+// Whole files, and what is never waited for.
 #include "base/TextFile.h"
 
 #include "support/SampleHome.h"
 
 #include <QDeadlineTimer>
+#include <QElapsedTimer>
 #include <QLoggingCategory>
 
 #include <gtest/gtest.h>
@@ -13,11 +14,13 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <limits>
 #include <thread>
@@ -412,4 +415,64 @@ TEST_F(TextFile, WhoAsksReadsWhyAFileIsNotTaken)
                      quoted(text) + u" is not taken: it cannot be read, has grown too large, or is no text in UTF-8"_s,
                      quoted(holes) + u" is not taken: there is no memory for it"_s,
                      uR"("a\u0000b\nc" is not taken: it is not a name that a file can have)"_s}));
+}
+
+namespace {
+
+/// A process that holds a lease on the file. Asked to let go it ends, by the signal's default, or it does not listen.
+class LeaseHolder
+{
+public:
+    LeaseHolder(const QString &path, bool listens)
+    {
+        int ready[2] = {};
+        EXPECT_EQ(::pipe(ready), 0);
+        process = ::fork();
+        if (process == 0) {
+            const int file = ::open(path.toUtf8().constData(), O_RDWR);
+            std::signal(SIGIO, listens ? SIG_DFL : SIG_IGN);
+            const char isHeld = ::fcntl(file, F_SETLEASE, F_WRLCK) == 0 ? 'y' : 'n';
+            [[maybe_unused]] const ssize_t written = ::write(ready[1], &isHeld, 1);
+            ::pause();
+            ::_exit(0);
+        }
+        char isHeld = 0;
+        EXPECT_EQ(::read(ready[0], &isHeld, 1), 1);
+        EXPECT_EQ(isHeld, 'y');
+        ::close(ready[0]);
+        ::close(ready[1]);
+    }
+    LeaseHolder(const LeaseHolder &) = delete;
+    LeaseHolder &operator=(const LeaseHolder &) = delete;
+    ~LeaseHolder()
+    {
+        ::kill(process, SIGKILL);
+        ::waitpid(process, nullptr, 0);
+    }
+
+private:
+    pid_t process = -1;
+};
+
+} // namespace
+
+TEST_F(TextFile, ALeaseOfAnotherProcessIsWaitedFor)
+{
+    const QString path = home.write(u"leased"_s, "content");
+    const LeaseHolder holder(path, true);
+
+    EXPECT_EQ(textOfFile(path), u"content"_s);
+}
+
+TEST_F(TextFile, ALeaseThatIsNotGivenUpIsWaitedForTwoSecondsAndNoLonger)
+{
+    const QString path = home.write(u"leased"_s, "content");
+    const LeaseHolder holder(path, false);
+    QElapsedTimer clock;
+    clock.start();
+
+    EXPECT_EQ(textOfFile(path), std::nullopt);
+
+    EXPECT_GE(clock.elapsed(), 2000);
+    EXPECT_LT(clock.elapsed(), 20'000);
 }
