@@ -569,6 +569,7 @@ class Peer:
         self.tunnels = []
         self.notes = []
         self.sockets = []
+        self.conversations = []
         self.family = socket.AF_INET6 if ":" in address else socket.AF_INET
         self.listener = self.listening(address, port)
         if steps == DEAD:
@@ -587,6 +588,9 @@ class Peer:
         listener.listen(0 if self.steps == DEAD else 16)
         return listener
 
+    def is_spoken_to(self):
+        return any(conversation.is_alive() for conversation in self.conversations)
+
     def fill_queue(self, address, port):
         """With its queue full a listener drops every further attempt: the address is silent."""
         for _ in range(2):
@@ -603,7 +607,8 @@ class Peer:
                 return
             self.connections += 1
             self.sockets.append(connection)
-            threading.Thread(target=self.converse, args=(connection,), daemon=True).start()
+            self.conversations.append(threading.Thread(target=self.converse, args=(connection,), daemon=True))
+            self.conversations[-1].start()
 
     def converse(self, connection):
         conversation = Conversation(self, connection)

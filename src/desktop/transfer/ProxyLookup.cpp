@@ -17,7 +17,7 @@ constexpr qint64 kLongestAnswer = qint64(64) * 1024;
 struct Scheme {
     QLatin1StringView name;
     QLatin1StringView toLibcurl; ///< Of those of SOCKS, the one by which the proxy looks the server's name up.
-    int port;                    ///< Where the address has none, for which libcurl would take 1080 with most schemes.
+    int port = 0;                ///< Where the address has none, for which libcurl would take 1080 with most schemes.
 };
 constexpr std::array kSchemes = {
     Scheme{"http"_L1, "http"_L1, 80},         Scheme{"https"_L1, "https"_L1, 443},
