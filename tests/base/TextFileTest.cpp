@@ -1,6 +1,7 @@
 // Whole files, and what is never waited for.
 #include "base/TextFile.h"
 
+#include "support/LimitedMemory.h"
 #include "support/SampleHome.h"
 
 #include <QDeadlineTimer>
@@ -9,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -128,6 +130,24 @@ private:
     QtMessageHandler before;
 };
 
+/// A file system that gives fewer bytes than are asked for (read(2)), as long as this object lives.
+class ShortReads
+{
+public:
+    explicit ShortReads(std::size_t bytes)
+    {
+        mostBytes = bytes;
+        calls = 0;
+    }
+    ShortReads(const ShortReads &) = delete;
+    ShortReads &operator=(const ShortReads &) = delete;
+    ~ShortReads() { mostBytes = kNoLimit; }
+
+    static constexpr std::size_t kNoLimit = std::numeric_limits<std::size_t>::max();
+    static inline std::atomic<std::size_t> mostBytes = kNoLimit;
+    static inline std::atomic<int> calls = 0;
+};
+
 class TextFile : public testing::Test
 {
 protected:
@@ -135,6 +155,14 @@ protected:
 };
 
 } // namespace
+
+/// The C library's, for no more bytes than the test lets it give.
+extern "C" ssize_t read(int file, void *into, size_t count)
+{
+    static const auto original = reinterpret_cast<decltype(&read)>(::dlsym(RTLD_NEXT, "read"));
+    ++ShortReads::calls;
+    return original(file, into, std::min(count, ShortReads::mostBytes.load()));
+}
 
 TEST_F(TextFile, RegularFileGivesItsBytes)
 {
@@ -339,6 +367,17 @@ TEST_F(TextFile, TextIsDecodedAlikeWhereverItsBytesAreDivided)
     }
 }
 
+TEST_F(TextFile, TextOfWhichAReadGivesAFewBytesIsDecodedAlike)
+{
+    const QString text = u"\u00E9\u0800\U0001F4A5x\U00010000"_s;
+    const QString file = home.write(u"a"_s, text.toUtf8());
+    for (const int bytes : {1, 2, 3}) {
+        const ShortReads reads(static_cast<std::size_t>(bytes));
+        ASSERT_EQ(textOfFile(file), text) << bytes;
+        EXPECT_GT(ShortReads::calls, text.toUtf8().size() / bytes) << "the reads were no shorter";
+    }
+}
+
 TEST_F(TextFile, TextIsReadStrictlyWhereverItsBytesAreDivided)
 {
     for (const QByteArray &bad :
@@ -356,6 +395,18 @@ TEST_F(TextFile, TextLargerThanMaxBytesIsNotRead)
     EXPECT_EQ(textOfFile(home.write(u"a"_s, "12345"), 5), u"12345"_s);
     EXPECT_EQ(textOfFile(home.write(u"a"_s, "12345"), 4), std::nullopt);
     EXPECT_EQ(textOfFile(u"/proc/self/status"_s, 10), std::nullopt) << "whatever size it reports";
+}
+
+TEST_F(TextFile, TextIsReadWithoutTheMemoryThatGrowingWouldTake)
+{
+    // A file of holes, whose text takes 66 MiB. Growing step by step, the toolkit would ask for the next power of two,
+    // 128 MiB. What is left between is for a memory checker.
+    const QString file = home.write(u"a"_s, "start");
+    constexpr off_t kSize = off_t(33) * 1024 * 1024;
+    ASSERT_EQ(::truncate(file.toUtf8().constData(), kSize), 0);
+    const LimitedMemory memory(rlim_t(112) * 1024 * 1024);
+
+    EXPECT_EQ(textOfFile(file).value_or(QString()).size(), kSize);
 }
 
 TEST_F(TextFile, TextIsReadWhateverSizeIsReportedUnlessNoMemoryCanHoldIt)

@@ -1,9 +1,12 @@
 // Strict conversions between text and bytes.
 #include "base/Utf8.h"
 
+#include "support/LimitedMemory.h"
 #include "support/NamedCase.h"
 
 #include <gtest/gtest.h>
+
+#include <new>
 
 using namespace Qt::StringLiterals;
 
@@ -137,6 +140,18 @@ TEST(Utf8, PairAtAnyPlaceOfALongTextStaysWhole)
                   start + "\xEF\xBF\xBD\xF0\x9F\x98\x80" + end)
             << "behind half a pair, " << before;
     }
+}
+
+TEST(Utf8, BytesStayAsTheyWereWhereThereIsNoMemoryForTheText)
+{
+    // 72 MiB of UTF-8: what the C library has reserved for the allocations of a thread is 64 MiB.
+    const QString text(qsizetype(24) * 1024 * 1024, QChar(0x2500));
+    QByteArray bytes = "before";
+    const LimitedMemory eightMebibytesMore(8 * 1024 * 1024);
+
+    EXPECT_THROW(appendUtf8(bytes, text), std::bad_alloc);
+
+    EXPECT_EQ(bytes, "before");
 }
 
 TEST(Utf8, AsciiEndsAt7F)
