@@ -55,14 +55,16 @@ ProxyLookup::ProxyLookup(const QString &command, const QUrl &url, std::chrono::m
     }
     process.setStandardInputFile(QProcess::nullDevice());
     process.setStandardErrorFile(QProcess::nullDevice());
-    // Queued, because a command that cannot be started may say so from inside the constructor.
+    // Queued, because a command that cannot be started may say so from inside the constructor, and because whoever
+    // hears of the end may delete this object.
     connect(&process, &QProcess::errorOccurred, this, &ProxyLookup::end, Qt::QueuedConnection);
     connect(&process, &QProcess::finished, this, &ProxyLookup::end, Qt::QueuedConnection);
-    connect(&process, &QProcess::readyRead, this, [this] {
+    const auto endIfTooLong = [this] {
         if (process.bytesAvailable() > kLongestAnswer) {
             end();
         }
-    });
+    };
+    connect(&process, &QProcess::readyRead, this, endIfTooLong, Qt::QueuedConnection);
     connect(&limitTimer, &QTimer::timeout, this, &ProxyLookup::end);
     limitTimer.start(limit);
     const QUrl host = url.adjusted(QUrl::RemoveUserInfo | QUrl::RemovePath | QUrl::RemoveQuery | QUrl::RemoveFragment);
