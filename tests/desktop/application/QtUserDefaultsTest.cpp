@@ -666,6 +666,7 @@ TEST_F(UserDefaultsTest, WhatCannotBeClearedAwayIsNotWaitedFor)
 
     EXPECT_LT(clock.elapsed(), 10'000) << "the toolkit would wait for 30 seconds";
     EXPECT_TRUE(stored().contains("crashSubmissionCount=3\n"));
+    EXPECT_EQ(defaults.integerForKey(kCount), 4) << "it is known to this run";
 }
 
 TEST_F(UserDefaultsTest, ALockOfAKilledProcessHoldsNobodyUp)
