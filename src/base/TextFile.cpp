@@ -67,14 +67,22 @@ int openByPath(const char *path, int flags)
     return ::open(path, flags);
 }
 
+bool isRegularFile(const char *path)
+{
+    struct stat status = {};
+    return ::stat(path, &status) == 0 && S_ISREG(status.st_mode);
+}
+
 /// Where another process holds a lease on the file (fcntl(2), F_SETLEASE), as servers of files do, the first try has it
-/// asked to let go. The system would give it 45 seconds; a window is not kept waiting for so long.
+/// asked to let go. The system would give it 45 seconds; a window is not kept waiting for so long. A busy device may
+/// give the same error: only regular files are tried again.
 int openOnceItIsLetGo(FileOpener *open, const char *path)
 {
     constexpr std::chrono::milliseconds kInterval(10);
     constexpr std::chrono::seconds kLimit(2);
     int file = open(path, kForReading);
-    for (auto triesLeft = kLimit / kInterval; file < 0 && errno == EWOULDBLOCK && triesLeft > 0; --triesLeft) {
+    const auto isHeld = [&] { return file < 0 && errno == EWOULDBLOCK && isRegularFile(path); };
+    for (auto triesLeft = kLimit / kInterval; triesLeft > 0 && isHeld(); --triesLeft) {
         std::this_thread::sleep_for(kInterval);
         file = open(path, kForReading);
     }

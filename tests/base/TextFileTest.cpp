@@ -527,3 +527,21 @@ TEST_F(TextFile, ALeaseThatIsNotGivenUpIsWaitedForTwoSecondsAndNoLonger)
     EXPECT_GE(clock.elapsed(), 2000);
     EXPECT_LT(clock.elapsed(), 20'000);
 }
+
+TEST_F(TextFile, WhatIsNoRegularFileIsNotWaitedForWhateverItsOpeningSays)
+{
+    const QString path = home.path(u"fifo"_s);
+    ASSERT_EQ(::mkfifo(path.toUtf8().constData(), S_IRUSR | S_IWUSR), 0);
+    static int tries = 0;
+    tries = 0;
+
+    EXPECT_EQ(textOfFile(path, kAnySize,
+                         [](const char *, int) {
+                             ++tries;
+                             errno = EWOULDBLOCK;
+                             return -1;
+                         }),
+              std::nullopt);
+
+    EXPECT_EQ(tries, 1);
+}
