@@ -1,12 +1,14 @@
 """Every situation of the files that is tried: what lies where the crash log and the application's logs should be.
 
 A crash log is the text of a regular file. Where there is none, the program ends as if it had not been started; where
-one of the application's logs is none, it is left out alone. Nothing is ever waited for.
+one of the application's logs is none, it is left out alone. Nothing is waited for, but two seconds for a file on which
+another process holds a lease.
 """
 
 import os
 import socket
 import subprocess
+import sys
 
 from attempt import LOG_NAME, NOTHING_TO_SEND, NO_REPORT
 from files_world import File, Made
@@ -14,6 +16,7 @@ from network_world import CRASH_LOG
 from situation import ACCEPTED, Group
 from trial.expected import APPLICATION_LOGS, SIZE_CEILING, expected_report
 from trial.home import write
+from trial.processes import Started
 
 GIBIBYTE = 1 << 30
 OTHER = b"10:15:00 another text, longer or shorter than what it takes the place of\n" * 3
@@ -87,6 +90,27 @@ TEXTS = {
 }
 
 
+# A lease, which its holder is asked to let go when the file is opened (fcntl(2), F_SETLEASE)
+
+LETS_GO, KEEPS = "SIG_DFL", "SIG_IGN"  # by its end, which is that signal's default
+HOLDER = """
+import fcntl, os, signal, sys
+file = os.open(sys.argv[1], os.O_RDWR)
+signal.signal(signal.SIGIO, getattr(signal, sys.argv[2]))
+fcntl.fcntl(file, fcntl.F_SETLEASE, fcntl.F_WRLCK)
+print("held", flush=True)
+while True:
+    signal.pause()
+"""
+
+
+def lease(place, path, asked):
+    """Another process holds a lease on the file, until the run's end or until it is asked to let go."""
+    holder = Started([sys.executable, "-c", HOLDER, path, asked], place.folder, "holder")
+    place.ended.callback(holder.end)
+    holder.wait_for_output("held")
+
+
 # The crash log
 
 
@@ -141,6 +165,14 @@ def linked(place):
     os.symlink("Lantern_1.crash", path + ".2")
     os.symlink(LOG_NAME + ".2", path)
     return Made(path, CRASH_LOG)
+
+
+def leased(asked):
+    def make(place):
+        path = place.crash_log()
+        lease(place, path, asked)
+        return Made(path, CRASH_LOG)
+    return make
 
 
 def of_the_kernel(place):
@@ -254,6 +286,16 @@ def all_are(lay):
     return with_logs({suffix: lay for suffix in SUFFIXES}, report=CRASH_LOG)
 
 
+def leased_log(asked, left):
+    """The first of two application logs, of which this is left, is under a lease."""
+    def make(place):
+        logs = {".1.log": FIRST_LOG, ".2.log": b"the second"}
+        paths = [place.home.application_log("Harbour", suffix, text) for suffix, text in logs.items()]
+        lease(place, paths[0], asked)
+        return Made(place.crash_log(), expected_report(CRASH_LOG, {suffix: logs[suffix] for suffix in left}))
+    return make
+
+
 def up_to_bound(number, beyond):
     """The crash log and one log are together just below that log's bound, or as many characters beyond that."""
     suffix, header, bound = APPLICATION_LOGS[number]
@@ -328,6 +370,8 @@ LOG_FILES = Group("files: the crash log", "files_world", (
     File("a name that begins with a hyphen", ACCEPTED, each=tuple((name, beside(name)) for name in (
         "-x_1.crash", "--", "-log", "-remotename"))),
     File("a file of /proc, which reports no size", ACCEPTED, of_the_kernel),
+    File("another process holds a lease on it, and lets go when it is asked", ACCEPTED, leased(LETS_GO)),
+    File("another process holds a lease on it, and does not let go", NO_REPORT, leased(KEEPS)),
     File("5 GiB, where 2 GiB of memory may be had", NO_REPORT, sparse(5 * GIBIBYTE, address_space=2 * GIBIBYTE)),
     File("the largest file that there can be", NO_REPORT, sparse(LARGEST_FILE)),
     File("half of that, more than a text can hold", NO_REPORT, sparse(1 << 62)),
@@ -367,6 +411,9 @@ OWN_LOGS = Group("files: the application's logs", "files_world", (
         (what, all_are(NO_TEXT[what])) for what in ("FIFO", "link to a device that never ends", "socket"))),
     File("they are links to files", ACCEPTED, with_logs(
         {suffix: linked_log for suffix in SUFFIXES}, expected_report(CRASH_LOG, dict.fromkeys(SUFFIXES, OTHER)))),
+    File("another process holds a lease on one of them", ACCEPTED, each=(
+        ("and lets go when it is asked", leased_log(LETS_GO, (".1.log", ".2.log"))),
+        ("and does not let go", leased_log(KEEPS, (".2.log",))))),
     File("all of them are empty", ACCEPTED, with_logs(dict.fromkeys(SUFFIXES, b""))),
     File("NUL characters and byte-order marks", ACCEPTED, with_logs(
         {".1.log": TEXTS["NUL characters"], ".2.log": TEXTS["byte-order mark"]})),

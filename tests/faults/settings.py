@@ -45,10 +45,11 @@ def with_rights(mode, of, text=OLD):
 
 
 def in_place_of(what, lay_at, text=None):
-    """Something in the place of the file, its lock, or one of its folders."""
+    """Something in place of the file, its lock, one of its folders, or the file of all the organisation's programs."""
     def lay(place):
         paths = {"file": place.home.settings_path, "lock": place.home.settings_path + ".lock",
-                 "folder": place.home.settings_folder, "configuration": os.path.join(place.home.path, ".config")}
+                 "folder": place.home.settings_folder, "configuration": os.path.join(place.home.path, ".config"),
+                 "organisation": organisations(place)}
         if what in ("file", "lock"):
             folder_of(place)
         if what == "configuration":
@@ -57,6 +58,11 @@ def in_place_of(what, lay_at, text=None):
             holding(text)(place)
         lay_at(paths[what])
     return lay
+
+
+def organisations(place):
+    """Where the toolkit keeps what all programs of the organisation have; it is none of the program's."""
+    return place.home.settings_folder + ".conf"
 
 
 def socket_at(path):
@@ -185,6 +191,8 @@ PLACES = Group("settings: what stands there", "settings_world", (
             each=instead_of("folder", (("a file", file_of(b"text")), *NO_FILE[1:]))),
     Setting("something else in the place of the configuration folder", untouched=True,
             each=instead_of("configuration", (("a file", file_of(b"text")), *NO_FILE[1:]))),
+    Setting("something else in the place of the whole organisation's file", count=NEW_COUNT,
+            each=instead_of("organisation", NO_FILE, OLD)),
     Setting("a link that leads to itself in the place of the folder", untouched=True,
             lay=in_place_of("folder", link_to("Korvale"))),
     Setting("no home", count=None, each=(
