@@ -5,9 +5,10 @@ import os
 import tempfile
 import unittest
 
-from support import BUILD, PROGRAM, BuildTest, main
+from support import BUILD, PROGRAM, PROJECT, BuildTest, main
 
 BUILT = os.path.join(BUILD, PROGRAM)
+SOURCES = tuple(os.path.join(place, "src", "") for place in (PROJECT, BUILD))  # a layer is one file of the build's
 
 
 class Hardening(BuildTest):
@@ -28,7 +29,7 @@ class Hardening(BuildTest):
     def test_calls_of_the_c_library_are_fortified(self):
         # None of them is called that the C library has a checked form of; one that will be has to become that.
         with open(os.path.join(BUILD, "compile_commands.json"), encoding="utf-8") as file:
-            product = [entry["command"] for entry in json.load(file) if "/src/" in entry["file"]]
+            product = [entry["command"] for entry in json.load(file) if entry["file"].startswith(SOURCES)]
         self.assertTrue(product)
         for command in product:
             self.assertRegex(command, " -D_FORTIFY_SOURCE=[23] ")
