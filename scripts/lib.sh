@@ -154,7 +154,8 @@ configure() {
 # The sources of the product as that preset compiles them, each layer as one file, a line each. What is for another
 # system is no part of a build.
 layersOf() {
-    grep --only-matching --perl-regexp '"file": "\K[^"]*/src/[^"]*' "$root/build/$1/compile_commands.json" \
+    grep --only-matching --perl-regexp '"file": "\K\Q'"$root"'\E/(build/'"$1"'/)?src/[^"]*' \
+        "$root/build/$1/compile_commands.json" \
         | grep --invert-match _autogen/ | sort --unique
 }
 
