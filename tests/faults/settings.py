@@ -13,12 +13,11 @@ import time
 from attempt import COUNT, DATE
 from network_world import ADDRESS
 from settings_world import (
-    OLD, OLD_COUNT, THROTTLED, Setting, at_once, failing, held_lock, in_turn, kills, overlapping)
+    KEPT, OLD, OLD_COUNT, THROTTLED, Setting, at_once, failing, held_lock, in_turn, kills, overlapping)
 from situation import Group, REFUSED
 from trial.home import write
 
 NEW_COUNT = str(OLD_COUNT + 1)
-KEPT = "colour=\"green, and blue\""
 
 
 def folder_of(place):
@@ -133,6 +132,13 @@ def no_longer_than(bytes_allowed, text=OLD):
     return lay
 
 
+def first_reading_fails(place):
+    """A disk that fails for a moment; what is counted then is counted from nothing."""
+    holding(f"{OLD}{KEPT}\n")(place)
+    return (), ("strace", "-D", "-qq", "-o", "/dev/null", "-P", place.home.settings_path, "-e", "trace=read",
+                "-e", "inject=read:error=EIO:when=1")
+
+
 def stored_at(clock):
     """Twelve attempts, the last of them now; the program's clock is another."""
     def lay(place):
@@ -204,6 +210,8 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
     Setting("a folder that may not be searched", lay=with_rights(0o000, "folder"), untouched=True),
     Setting("a file that may not be written", lay=with_rights(0o400, "file"), untouched=True),
     Setting("a file that may neither be read nor written", lay=with_rights(0o000, "file"), untouched=True),
+    Setting("a file that may be written, but not read", lay=with_rights(0o200, "file"), untouched=True),
+    Setting("the first reading of the file fails with EIO", lay=first_reading_fails, count=str(OLD_COUNT), kept=KEPT),
     Setting("a disk that is read-only", lay=read_only_disk, untouched=True),
     Setting("a full disk", lay=on_disk("size=64k"), untouched=True),
     Setting("a disk on which there can be no more files", lay=on_disk("nr_inodes=2", fill=False), untouched=True),
@@ -218,7 +226,7 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
     *(Setting(f"a call of {name} fails with {error}", run=failing(name, error), says=says, sample=1)
       for name, error, says in (
         ("openat", "EMFILE", ""), ("openat", "EACCES", ""), ("statx", "EACCES", ""), ("access", "EIO", ""),
-        ("write", "ENOSPC", ""), ("write", "EIO", ""), ("fdatasync", "EIO", ""), ("fdatasync", "ENOSPC", ""),
+        ("read", "EIO", ""), ("write", "ENOSPC", ""), ("write", "EIO", ""), ("fdatasync", "EIO", ""), ("fdatasync", "ENOSPC", ""),
         ("flock", "ENOLCK", "setNativeLocks failed: "), ("flock", "EAGAIN", "setNativeLocks failed: "),
         ("linkat", "EIO", ""), ("linkat", "ENOSPC", ""), ("rename", "EIO", ""), ("rename", "ENOSPC", ""),
         ("unlink", "EIO", "Could not remove our own lock file "), ("lseek", "EINVAL", "QFile::at: Cannot set "),

@@ -19,6 +19,7 @@ from trial.waiting import WaitedInVain, wait_until
 THROTTLED = "asked for an address"
 OLD_COUNT = 41
 OLD = f"[General]\n{COUNT}={OLD_COUNT}\n"
+KEPT = "colour=\"green, and blue\""
 # Until a call is hit: beside much other work the event loop reads and writes now more often, now less.
 TRIES = 40
 
@@ -129,7 +130,7 @@ def failing(name, error):
 
 
 def with_old(place):
-    place.home.write_settings(OLD)
+    place.home.write_settings(OLD + KEPT + "\n")
 
 
 @dataclasses.dataclass
@@ -274,6 +275,8 @@ def old_or_new(place, before):
         return
     if stored.get(COUNT) != str(int(before.get(COUNT, 0)) + 1) or not is_date(stored.get(DATE, "")):
         yield f"the file was {before} and is {stored}"
+    if lost := before.keys() - stored.keys():
+        yield f"{lost} are lost"
     if not read(place.home.settings_path).endswith(b"\n"):
         yield "the file has no end"
 

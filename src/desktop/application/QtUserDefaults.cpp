@@ -118,11 +118,44 @@ QString linkTarget(const QString &store)
     return info.isSymLink() ? info.symLinkTarget() : store;
 }
 
-/// Clears away what a killed process has left; false where anything stays.
-bool isFree(const QString &path)
+/// The path at which a file is made that comes in the place of this one.
+QString freshOf(const QString &file)
+{
+    return file + u".new"_s;
+}
+
+/// For the user alone from the beginning; the toolkit keeps the permissions of a file that it writes anew. What a
+/// killed process has left there is cleared away; false where anything stays, or not all of the content could be
+/// written.
+bool makeFile(const QString &path, const QByteArray &content)
 {
     QFile::remove(path);
-    return !QFileInfo::exists(path);
+    QFile::remove(path + u".lock"_s);
+    QFile file(path);
+    return !QFileInfo::exists(path + u".lock"_s) && file.open(QIODevice::NewOnly, QFile::ReadOwner | QFile::WriteOwner)
+        && file.write(content) == content.size() && file.flush();
+}
+
+/// What the file has; std::nullopt where it cannot be read whole. The toolkit, which takes a file that it cannot read
+/// for an empty one, reads a copy.
+std::optional<QVariantMap> storedIn(const QString &file)
+{
+    const std::optional<QByteArray> content = contentsOfRegularFile(file);
+    if (!content) {
+        return QFileInfo::exists(file) ? std::nullopt : std::make_optional(QVariantMap());
+    }
+    const QString copy = freshOf(file);
+    if (!makeFile(copy, *content)) {
+        return std::nullopt;
+    }
+    const QSettings reader(copy, QSettings::IniFormat);
+    QVariantMap values;
+    const QStringList keys = reader.allKeys();
+    for (const QString &key : keys) {
+        values[key] = reader.value(key);
+    }
+    const bool isUnread = values.isEmpty() && reader.status() != QSettings::FormatError && content->contains('=');
+    return isUnread ? std::nullopt : std::make_optional(values);
 }
 
 /// Whether the file has a line for each of so many values, and the last line its end.
@@ -134,17 +167,12 @@ bool isWhole(const QString &path, qsizetype valueCount)
     return content.endsWith('\n') && std::ranges::count_if(lines, isValue) == valueCount;
 }
 
-/// Puts a file with these values in the place of the store's. It is written beside it and looked at first: the toolkit
+/// Puts a file with these values in the place of this one. It is written beside it and looked at first: the toolkit
 /// takes a file whose last bytes could not be written, on a full disk, for a good one.
-bool replaceStore(const QString &store, const QVariantMap &values)
+bool replaceFile(const QString &file, const QVariantMap &values)
 {
-    const QString file = linkTarget(store);
-    const QString fresh = file + u".new"_s;
-    if (!isFree(fresh) || !isFree(fresh + u".lock"_s) || (QFileInfo::exists(file) && !QFileInfo(file).isWritable())) {
-        return false;
-    }
-    // For the user alone from the beginning; the toolkit keeps the permissions of the file that it writes anew.
-    if (!QFile(fresh).open(QIODevice::NewOnly, QFile::ReadOwner | QFile::WriteOwner)) {
+    const QString fresh = freshOf(file);
+    if (!makeFile(fresh, QByteArray()) || (QFileInfo::exists(file) && !QFileInfo(file).isWritable())) {
         return false;
     }
     QSettings writer(fresh, QSettings::IniFormat);
@@ -153,7 +181,6 @@ bool replaceStore(const QString &store, const QVariantMap &values)
     }
     writer.sync();
     if (writer.status() != QSettings::NoError || !isWhole(fresh, values.size())) {
-        QFile::remove(fresh);
         return false;
     }
     if (QFileInfo::exists(file)) {
@@ -209,7 +236,7 @@ void QtUserDefaults::setIntegerForKey(qint64 value, const QString &key)
 
 void QtUserDefaults::setObjectForKey(const QVariant &value, const QString &key)
 {
-    unsaved[key] = {.value = value, .replaced = settings ? settings->value(key) : QVariant()};
+    unsaved[key] = {.value = value, .replaced = isReadable() ? settings->value(key) : QVariant()};
 }
 
 void QtUserDefaults::synchronize()
@@ -226,30 +253,44 @@ void QtUserDefaults::synchronize()
                            << "is not written: it or its lock is no regular file, or not root's alone, or is locked";
         return;
     }
-    settings->sync();
-    QVariantMap values;
-    const QStringList keys = settings->allKeys();
-    for (const QString &key : keys) {
-        values[key] = settings->value(key);
+    const QString file = linkTarget(store);
+    std::optional<QVariantMap> values = storedIn(file);
+    if (values) {
+        for (const auto &[key, change] : unsaved.asKeyValueRange()) {
+            (*values)[key] = change.over(values->value(key));
+        }
     }
-    for (const auto &[key, change] : unsaved.asKeyValueRange()) {
-        values[key] = change.value;
-    }
-    if (!replaceStore(store, values)) {
-        qCInfo(lcSettings) << store << "cannot be replaced";
+    if (!values || !replaceFile(file, *values)) {
+        QFile::remove(freshOf(file));
+        qCInfo(lcSettings) << store << "cannot be read or replaced";
         return;
     }
     unsaved.clear();
 }
 
+QVariant QtUserDefaults::Change::over(const QVariant &stored) const
+{
+    if (stored == replaced) {
+        return value;
+    }
+    const bool isMore = value.typeId() == QMetaType::QDateTime ? value.toDateTime() > stored.toDateTime()
+                                                               : value.toLongLong() > stored.toLongLong();
+    return isMore ? value : stored;
+}
+
+bool QtUserDefaults::isReadable() const
+{
+    return settings && canBeAStore(settings->fileName(), isRoots);
+}
+
 QVariant QtUserDefaults::valueForKey(const QString &key) const
 {
-    const Change change = unsaved.value(key);
-    if (!settings || !canBeAStore(settings->fileName(), isRoots)) {
-        return change.value;
+    const auto change = unsaved.constFind(key);
+    if (!isReadable()) {
+        return change == unsaved.cend() ? QVariant() : change->value;
     }
     // Another window may have submitted since: what counts is what is stored now.
     settings->sync();
     const QVariant stored = settings->value(key);
-    return change.value.isValid() && stored == change.replaced ? change.value : stored;
+    return change == unsaved.cend() ? stored : change->over(stored);
 }

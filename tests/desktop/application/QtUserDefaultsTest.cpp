@@ -17,9 +17,11 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -42,6 +44,17 @@ const QString kDate = u"lastCrashSubmissionDate"_s;
     defaults.setIntegerForKey(4, kCount);
     defaults.synchronize();
     _exit(defaults.integerForKey(kCount) == 4 ? 0 : 1);
+}
+
+/// The rules about who may read and write do not hold for root, but by its capabilities (capset(2)).
+[[noreturn]] void countToFourAsAnOrdinaryUserAndEnd()
+{
+    __user_cap_header_struct header = {.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
+    const std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> none = {};
+    if (::syscall(SYS_capset, &header, none.data()) != 0) {
+        _exit(2);
+    }
+    countToFourAndEnd();
 }
 
 class UserDefaultsTest : public testing::Test
@@ -276,29 +289,29 @@ TEST_F(UserDefaultsTest, AStoreThatIsAFolderIsNoError)
 
 TEST_F(UserDefaultsTest, AStoreThatCannotBeReplacedKeepsItsFormerContentWhole)
 {
-    if (geteuid() == 0) {
-        // The rules about who may write do not hold for root; an ordinary user does the writing.
-        ASSERT_EQ(chown(user.path().toLocal8Bit(), 65534, 65534), 0);
-    }
     aFileWith("crashSubmissionCount=3");
     const QByteArray before = stored();
     const QString storeFolder = QFileInfo(path()).path();
-    ASSERT_TRUE(QFile::setPermissions(path(), QFile::ReadOwner | QFile::ReadOther));
-    ASSERT_TRUE(
-        QFile::setPermissions(storeFolder, QFile::ReadOwner | QFile::ExeOwner | QFile::ReadOther | QFile::ExeOther));
+    ASSERT_TRUE(QFile::setPermissions(path(), QFile::ReadOwner));
+    ASSERT_TRUE(QFile::setPermissions(storeFolder, QFile::ReadOwner | QFile::ExeOwner));
 
-    EXPECT_EXIT(
-        {
-            if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) {
-                _exit(2);
-            }
-            countToFourAndEnd();
-        },
-        testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(countToFourAsAnOrdinaryUserAndEnd(), testing::ExitedWithCode(0), "");
 
     EXPECT_EQ(stored(), before);
     EXPECT_EQ(QDir(storeFolder).entryList(QDir::Files | QDir::Hidden), QStringList{u"CrashReporter.conf"_s});
     QFile::setPermissions(storeFolder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
+TEST_F(UserDefaultsTest, AStoreThatCannotBeReadIsNotReplaced)
+{
+    aFileWith("crashSubmissionCount=12\nsomethingElse=kept");
+    const QByteArray before = stored();
+    ASSERT_TRUE(QFile::setPermissions(path(), QFile::WriteOwner));
+
+    EXPECT_EXIT(countToFourAsAnOrdinaryUserAndEnd(), testing::ExitedWithCode(0), "");
+
+    QFile::setPermissions(path(), QFile::ReadOwner | QFile::WriteOwner);
+    EXPECT_EQ(stored(), before);
 }
 
 TEST_F(UserDefaultsTest, AWriteThatFailsHalfwayKeepsTheFormerContentWhole)
@@ -762,4 +775,69 @@ TEST_F(UserDefaultsTest, WhatAnotherProcessStoresWhileALockKeepsThisOneBackCount
 
     EXPECT_EQ(defaults.integerForKey(kCount), 46);
     EXPECT_EQ(defaults.objectForKey(kDate), QVariant(u"soon"_s));
+}
+
+TEST_F(UserDefaultsTest, WhatALockKeptBackStaysCountedWhereAnotherProcessStoresLess)
+{
+    aFileWith("crashSubmissionCount=1");
+    StoredDefaults defaults;
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    auto held = std::make_unique<HeldLock>(path() + u".lock"_s);
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
+        defaults.setObjectForKey(now, kDate);
+    }
+    held.reset();
+    ASSERT_TRUE(QFile::remove(path() + u".lock"_s));
+    {
+        QSettings another(path(), QSettings::IniFormat);
+        another.setValue(kCount, 2);
+        another.setValue(kDate, now.addSecs(-60));
+    }
+
+    EXPECT_EQ(defaults.integerForKey(kCount), 4);
+    EXPECT_EQ(defaults.objectForKey(kDate), QVariant(now));
+    defaults.synchronize();
+    const StoredDefaults next;
+    EXPECT_EQ(next.integerForKey(kCount), 4);
+    EXPECT_EQ(next.objectForKey(kDate), QVariant(now));
+}
+
+TEST_F(UserDefaultsTest, WhatIsSetBeforeAnotherProcessStoresMoreDoesNotTakeItBack)
+{
+    aFileWith("crashSubmissionCount=1");
+    StoredDefaults defaults;
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
+    defaults.setObjectForKey(now, kDate);
+    {
+        QSettings another(path(), QSettings::IniFormat);
+        another.setValue(kCount, 7);
+        another.setValue(kDate, now.addSecs(60));
+    }
+
+    defaults.synchronize();
+
+    const StoredDefaults next;
+    EXPECT_EQ(next.integerForKey(kCount), 7);
+    EXPECT_EQ(next.objectForKey(kDate), QVariant(now.addSecs(60)));
+}
+
+TEST_F(UserDefaultsTest, WhatIsCountedWhileSomethingElseIsInPlaceOfTheStoreTakesNothingBack)
+{
+    aFileWith("crashSubmissionCount=12");
+    StoredDefaults defaults;
+    ASSERT_EQ(defaults.integerForKey(kCount), 12);
+    ASSERT_TRUE(QFile::rename(path(), path() + u".away"_s));
+    ASSERT_EQ(mkfifo(path().toLocal8Bit().constData(), 0600), 0);
+    defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
+    defaults.synchronize();
+    ASSERT_EQ(defaults.integerForKey(kCount), 1);
+
+    ASSERT_TRUE(QFile::remove(path()));
+    ASSERT_TRUE(QFile::rename(path() + u".away"_s, path()));
+
+    EXPECT_EQ(defaults.integerForKey(kCount), 12);
+    defaults.synchronize();
+    EXPECT_EQ(StoredDefaults().integerForKey(kCount), 12);
 }
