@@ -7,40 +7,46 @@
 #include <algorithm>
 #include <array>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 /// Bytes of an answer, which a script of the network's may have made.
 constexpr qint64 kLongestAnswer = qint64(64) * 1024;
 
 struct Scheme {
-    QLatin1StringView name;
-    QLatin1StringView toLibcurl; ///< Of those of SOCKS, the one by which the proxy looks the server's name up.
-    int port = 0;                ///< Where the address has none, for which libcurl would take 1080 with most schemes.
+    QByteArrayView name;
+    QByteArrayView toLibcurl; ///< Of those of SOCKS, the one by which the proxy looks the server's name up.
+    int port = 0;             ///< Where the address has none, for which libcurl would take 1080 with most schemes.
 };
 constexpr std::array kSchemes = {
-    Scheme{"http"_L1, "http"_L1, 80},         Scheme{"https"_L1, "https"_L1, 443},
-    Scheme{"socks"_L1, "socks5h"_L1, 1080},   Scheme{"socks5"_L1, "socks5h"_L1, 1080},
-    Scheme{"socks5h"_L1, "socks5h"_L1, 1080}, Scheme{"socks4"_L1, "socks4a"_L1, 1080},
-    Scheme{"socks4a"_L1, "socks4a"_L1, 1080},
+    Scheme{"http", "http", 80},         Scheme{"https", "https", 443},      Scheme{"socks", "socks5h", 1080},
+    Scheme{"socks5", "socks5h", 1080},  Scheme{"socks5h", "socks5h", 1080}, Scheme{"socks4", "socks4a", 1080},
+    Scheme{"socks4a", "socks4a", 1080},
 };
 
 /// The first word of "http://proxy:3128 direct://", as libcurl takes it; a proxy that fails is not a reason to send the
-/// report past it. What a user has set as "proxy:3128" is passed on as it is.
+/// report past it, nor is one that libcurl does not know. What a user has set as "proxy:3128" is an HTTP proxy.
 QByteArray firstProxy(const QByteArray &answer)
 {
     const QByteArray first = answer.simplified().split(' ').value(0);
     const bool hasScheme = first.contains("://");
-    QUrl url = QUrl::fromEncoded(hasScheme ? first : "http://" + first, QUrl::StrictMode);
-    const auto *const scheme = std::ranges::find(kSchemes, url.scheme(), &Scheme::name);
-    // An address needs one of the two not to be any other word.
-    if (!url.isValid() || url.host().isEmpty() || scheme == kSchemes.end() || (!hasScheme && url.port() < 0)) {
+    const QByteArray address = hasScheme ? first : "http://" + first;
+    const qsizetype user = address.indexOf("://") + 3;
+    const qsizetype host = std::max(user, address.lastIndexOf('@') + 1);
+    const qsizetype end = address.indexOf('/', host);
+    const QByteArray hostAndPort = address.sliced(host, (end < 0 ? address.size() : end) - host);
+    const qsizetype colon = hostAndPort.indexOf(':', std::max<qsizetype>(0, hostAndPort.indexOf(']')));
+    const QByteArray port = colon < 0 ? QByteArray() : hostAndPort.sliced(colon + 1);
+    // An address needs a scheme or a port not to be any other word.
+    if (hostAndPort.isEmpty() || colon == 0 || (!hasScheme && port.isEmpty())) {
         return {};
     }
-    url.setScheme(scheme->toLibcurl);
-    url.setPort(url.port(scheme->port));
-    return url.toEncoded();
+    const auto *const scheme = std::ranges::find(kSchemes, address.first(user - 3).toLower(), &Scheme::name);
+    if (scheme == kSchemes.end()) {
+        return first;
+    }
+    return scheme->toLibcurl.toByteArray() + "://" + address.sliced(user, host - user)
+        + hostAndPort.first(hostAndPort.size() - port.size() - (colon < 0 ? 0 : 1)) + ':'
+        + (port.isEmpty() ? QByteArray::number(scheme->port) : port);
 }
 
 } // namespace
