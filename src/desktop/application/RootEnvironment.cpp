@@ -3,6 +3,7 @@
 
 #include <QByteArray>
 
+#include <strings.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -33,17 +34,41 @@ bool isDesktop(const QByteArray &platform)
     return platform == "xcb" || platform == "wayland";
 }
 
+bool isDigit(char character)
+{
+    return character >= '0' && character <= '9';
+}
+
 template<size_t count>
 bool isAmong(const std::string_view (&names)[count], std::string_view name)
 {
     return std::ranges::find(names, name) != std::end(names);
 }
 
-/// Of the schemes of proxies, "pac+file" names a script to run, and "wpad" has one looked for.
+bool isOfHost(char character)
+{
+    const bool isLetter = (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
+    return isLetter || isDigit(character) || character == '.' || character == '-';
+}
+
+/// A name with a port or without, and nothing else.
+bool isHostAndPort(std::string_view value)
+{
+    const std::string_view address = value.substr(0, value.size() - (value.ends_with('/') ? 1 : 0));
+    const size_t end = std::min(address.find(':'), address.size());
+    const std::string_view port = address.substr(end);
+    return std::ranges::all_of(address.substr(0, end), isOfHost) && port != ":"
+        && std::ranges::all_of(port.substr(port.empty() ? 0 : 1), isDigit);
+}
+
+/// Of what libproxy takes, "pac+file" names a script to run, and "wpad" has one looked for; it needs no "//" behind
+/// either.
 bool isAddressOfAProxy(std::string_view value)
 {
-    return value.find("://") == std::string_view::npos || value.starts_with("http://") || value.starts_with("https://")
-        || value.starts_with("socks");
+    constexpr std::string_view kSchemes[] = {"http://",    "https://",  "socks://",  "socks4://",
+                                             "socks4a://", "socks5://", "socks5h://"};
+    return std::ranges::any_of(kSchemes, [&](std::string_view scheme) { return value.starts_with(scheme); })
+        || (isHostAndPort(value) && ::strncasecmp(value.data(), "wpad", 4) != 0);
 }
 
 /// Of a name and its value, with "=" between them.
