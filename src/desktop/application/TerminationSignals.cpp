@@ -18,10 +18,16 @@ std::array<int, 2> pipeEnds = {-1, -1};
 /// whoever sends the signal counts on the end.
 constexpr unsigned kPatience = 2;
 
+/// Whether those seconds run: a signal that is repeated meanwhile does not begin them anew.
+volatile std::sig_atomic_t isEnding = 0;
+
 void writeByte(int /*signal*/)
 {
     const int error = errno;
-    ::alarm(kPatience);
+    if (!isEnding) {
+        isEnding = 1;
+        ::alarm(kPatience);
+    }
     [[maybe_unused]] const ssize_t written = ::write(pipeEnds.back(), "", 1);
     errno = error;
 }
@@ -40,6 +46,7 @@ TerminationSignals::TerminationSignals()
     notifier.setEnabled(true);
     connect(&notifier, &QSocketNotifier::activated, this, &TerminationSignals::onReadable);
     std::signal(SIGALRM, SIG_DFL);
+    isEnding = 0;
     for (const int signal : kTerminationSignals) {
         struct sigaction former = {};
         ::sigaction(signal, nullptr, &former);

@@ -49,6 +49,21 @@ TEST(TerminationSignals, EachEndsAProgramThatStandsStill)
     }
 }
 
+TEST(TerminationSignals, ThatKeepComingDoNotHoldUpTheEndOfAProgramThatStandsStill)
+{
+    const auto standStill = [] {
+        const TerminationSignals signals;
+        constexpr int kInterval = 100; // milliseconds
+        constexpr int kTries = 200;
+        for (int i = 0; i < kTries; ++i) {
+            std::raise(SIGTERM);
+            ::poll(nullptr, 0, kInterval);
+        }
+        std::_Exit(EXIT_SUCCESS);
+    };
+    EXPECT_EXIT(standStill(), testing::KilledBySignal(SIGALRM), "");
+}
+
 TEST(TerminationSignals, OneThatComesWhileTheProgramIsEndingChangesNothing)
 {
     const auto endAgain = [] {
