@@ -161,14 +161,14 @@ class World(attempt.World):
     # One run
 
     def one_fails(self, row, name, number, error):
-        expressions = (f"trace={name}", f"inject={name}:error={error}:when={number}")
+        expressions = (f"trace={name},connect", f"inject={name}:error={error}:when={number}")
         with self.submission(*expressions, files=row.files) as (place, trace, tried):
             seen = tried.seen(submit(tried))
             injected = trace.injected()
             seen.notes += injected
             if seen.end == NO_REPORT and any(attempt.LOG_NAME in line for line in injected):
                 seen.end = UNREAD
-            judge(row, seen, place, tried, "".join(injected))
+            judge(row, seen, place, tried, "" if is_of_the_server(injected, trace.lines()) else "".join(injected))
             return seen if injected else untouched(seen)
 
     def out_of_memory(self, row, number):
@@ -180,6 +180,12 @@ class World(attempt.World):
                 seen.end, seen.where = BELOW, where
             judge(row, seen, place, tried, "".join(crashed or refused))
             return seen if refused else untouched(seen)
+
+
+def is_of_the_server(injected, lines):
+    """Whether the call that failed was on a socket of the Internet's: what it leads to is the program's own."""
+    sockets = {found[1] for line in lines if (found := re.search(r"connect\((\d+)<.*sa_family=AF_INET", line))}
+    return any((found := re.search(r"\((?:\[\{fd=)?(\d+)<", line)) and found[1] in sockets for line in injected)
 
 
 def untouched(seen):

@@ -15,7 +15,7 @@ import attempt
 from attempt import ACCEPT, COUNT
 from names import NameService
 from network_world import ADDRESS, CANCEL_LIMIT, LOCAL_HOSTS, NAMED_HOST, crash_log, run_tool, write_file
-from situation import ACCEPTED, SENDING, ends_of, words
+from situation import ACCEPTED, SENDING, Delay, ends_of, words
 from trial.session import SessionManager
 from trial.waiting import WaitedInVain, wait_until
 
@@ -85,7 +85,7 @@ class World(attempt.World):
             row.way.do(tried)
             seen = tried.seen(end_of(tried, row))
             if row.end != SENDING and seen.seconds > row.way.within:
-                seen.delays.append(f"it took {seen.seconds:.2f} s")
+                seen.differences.append(Delay(f"it took {seen.seconds:.2f} s"))
             if posts != row.state.posts:
                 seen.differences.append(f"{posts} POSTs had arrived")
             seen.differences += [*self.afterwards(row, place, tried, posts)]
@@ -189,14 +189,14 @@ def end_of(tried, row):
 def lasting(tried, row):
     """It stays what it has come to: no alert comes, and, when its connections are gone, nothing is sent again."""
     if row.end != SENDING and tried.command and not is_gone(tried.command):
-        yield "the command that it has started goes on"
+        yield Delay("the command that it has started goes on")
     if not tried.is_running():
         return
     try:
         wait_until(lambda: row.end == SENDING or not connection_states(tried), "its connections to be gone",
                    CANCEL_LIMIT)
     except WaitedInVain:
-        yield "it still has a connection"
+        yield Delay("it still has a connection")
     with contextlib.suppress(WaitedInVain):
         later = wait_until(lambda: {condition(tried)}.difference(ends_of(row.end)), "something else", STILL)
         yield f"later it is {words(later)}"
@@ -240,7 +240,7 @@ def leaks(tried, row, place):
     try:
         wait_until(tried.form.can_submit, "the window to be idle", CANCEL_LIMIT)
     except WaitedInVain:
-        yield "the second time it is not given up"
+        yield Delay("the second time it is not given up")
     second = settled(tried)
     if len(second) > len(first) + row.state.stays:
         yield f"{len(first)} are open after the first, {len(second)} after the second: {first}, {second}"

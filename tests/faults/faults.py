@@ -22,6 +22,7 @@ import network  # noqa: E402
 import network_world  # noqa: E402
 import settings  # noqa: E402
 from situation import NOT_REACHED, Result, ends_of, result_of, words  # noqa: E402
+from trial.waiting import WaitedInVain  # noqa: E402
 
 GROUPS = (*network.GROUPS, *files.GROUPS, *settings.GROUPS, *ends.GROUPS, *calls.GROUPS)
 # More than there are processors: most rows wait most of their time.
@@ -74,7 +75,8 @@ def work(options):
             try:
                 result = result_of(row.end, worlds[group.world].run(row), time.monotonic() - begun)
             except Exception as error:  # a row that could not be tried is one that differs
-                result = Result([], [], 0.0, 0, [f"{type(error).__name__}: {error}"], [])
+                result = Result([], [], 0.0, 0, [f"{type(error).__name__}: {error}"], [],
+                                late=isinstance(error, WaitedInVain))
             print(json.dumps(dataclasses.asdict(result)), flush=True)
     finally:
         base.close()
@@ -113,9 +115,9 @@ class Worker:
 
 
 def results_of(options, chosen):
-    """The results by number. What only took too long is run once more, when nothing of this runs beside it."""
+    """The results by number. What took too long is run once more, when nothing of this runs beside it."""
     results = results_beside(options, chosen, options.workers)
-    if late := [number for number, result in sorted(results.items()) if result.only_late]:
+    if late := [number for number, result in sorted(results.items()) if result.late]:
         print("once more, alone, for they took too long beside others:")
         print("\n".join(f"  {all_rows(GROUPS)[number][1].name}: {results[number].seconds:.1f} s" for number in late))
         results |= results_beside(options, late, 1)

@@ -208,11 +208,12 @@ def injected(fault, report=None):
     return make
 
 
-def changed(change, behind, held, report=None, before=CRASH_LOG):
+def changed(change, held, report=None, before=CRASH_LOG, **between):
     """The change is made behind a call, while the next one is held."""
     def make(place):
         path = place.crash_log(content=before)
-        return Made(path, report, inject=(CALLS, f"inject={held}"), after={behind: lambda: change(path)})
+        return Made(path, report, inject=(CALLS, f"inject={held}"), change=lambda: change(path),
+                    **between)
     return make
 
 
@@ -233,7 +234,7 @@ def replace_by(lay):
 
 
 BEHIND_OPEN = {"behind": "openat", "held": f"newfstatat:{HELD}:when=2"}
-BEHIND_SIZE = {"behind": "openat", "held": f"read:{HELD}:when=1"}
+BEHIND_SIZE = {"behind": "newfstatat", "times": 2, "held": f"read:{HELD}:when=1"}
 BEHIND_TEST = {"behind": "newfstatat", "held": f"openat:{HELD}:when=1"}
 
 
@@ -255,21 +256,20 @@ def with_logs(lay, report=None, crash=CRASH_LOG):
     return make
 
 
-def first_log(left, inject, change=None, behind=None):
+def first_log(left, inject, change=None, **between):
     """The first of two application logs, of which this is left, is traced, and changed behind a call."""
     def make(place):
         path, other = (os.path.join(place.home.logs, f"Harbour{suffix}") for suffix in (".1.log", ".2.log"))
         write(path, FIRST_LOG)
         write(other, b"the second")
         kept = {".2.log": b"the second"} if left is None else {".1.log": left, ".2.log": b"the second"}
-        after = {behind: lambda: change(path)} if change else {}
         return Made(place.crash_log(), expected_report(CRASH_LOG, kept), inject=(CALLS, f"inject={inject}"),
-                    traced=path, after=after)
+                    traced=path, change=change and (lambda: change(path)), **between)
     return make
 
 
-def first_log_changed(change, behind, held, left=None):
-    return first_log(left, held, change, behind)
+def first_log_changed(change, held, left=None, **between):
+    return first_log(left, held, change, **between)
 
 
 FIRST_LOG = b"10:14:59 the first\n" * 3

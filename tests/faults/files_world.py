@@ -5,7 +5,7 @@ import time
 
 import attempt
 from attempt import NOTHING_TO_SEND
-from situation import ACCEPTED
+from situation import ACCEPTED, Delay
 from tracing import Trace
 
 
@@ -18,7 +18,9 @@ class Made:
     folder: str = None             # in which the program is started
     inject: tuple = ()             # strace's expressions, for the calls that touch the file that is traced
     traced: str = None             # the file; the crash log where none is named
-    after: dict = dataclasses.field(default_factory=dict)  # done once a call on that file has been made
+    change: object = None          # done, while a call on that file is held,
+    behind: str = ""               # once this one has been made
+    times: int = 1                 # so many times
     address_space: int = None      # the bound on it, in bytes
 
 
@@ -50,7 +52,7 @@ class World(attempt.World):
             seen = tried.seen(tried.submit() if has_window else tried.end_of_process())
             end = seen.end
             if taken > row.within:
-                seen.delays.append(f"the start took {taken:.1f} s")
+                seen.differences.append(Delay(f"the start took {taken:.1f} s"))
             seen.differences += [*self.differences(row, made, place, tried)]
             if end == NOTHING_TO_SEND and not (tried.dismiss() and tried.program.exit_status() == 0):
                 seen.differences.append("the program does not end with the alert")
@@ -76,9 +78,10 @@ def start(place, made):
     tried = place.report(made.path, environment=("-C", made.folder) if made.folder else (),
                          prefix=(*limit, *(trace.prefix() if made.inject else ())))
     tried.trace = trace
-    for call, change in made.after.items():
-        trace.wait_for(call)
-        change()
+    if made.change:
+        trace.wait_for(made.behind, made.times)
+        made.change()
+        tried.changed_late = bool(trace.injected())
     return tried
 
 
@@ -86,3 +89,5 @@ def made_happen(made, tried):
     """What was to be injected has been."""
     if any(expression.startswith("inject") for expression in made.inject) and not tried.trace.injected():
         yield f"nothing was injected: {tried.trace.lines()}"
+    if made.change and tried.changed_late:
+        yield Delay(f"the change came behind the call that was held: {tried.trace.lines()}")

@@ -12,7 +12,7 @@ import time
 
 from names import NameService
 from peers import Peer, REQUEST, fields_of
-from situation import ACCEPTED, FAILED, REFUSED, SENDING, Seen, ends_of
+from situation import ACCEPTED, FAILED, REFUSED, SENDING, Delay, Seen, ends_of
 from tracing import drawn
 from trial import screen
 from trial.desktop import Desktop
@@ -234,14 +234,14 @@ class Sender:
             self.expect(seen, lambda: self.form.can_submit() and self.form.is_unlocked(), "Cancel does not answer")
             taken = time.monotonic() - begun
             if taken > CANCEL_LIMIT:
-                seen.delays.append(f"Cancel took {taken:.2f} s")
+                seen.differences.append(Delay(f"Cancel took {taken:.2f} s"))
 
     @staticmethod
     def expect(seen, condition, otherwise):
         try:
             wait_until(condition, otherwise, GRACE)
         except WaitedInVain:
-            seen.differences.append(otherwise)
+            seen.differences.append(Delay(otherwise))
 
     def new_lines(self):
         """What the program has written to its log since this was last asked."""
@@ -283,7 +283,7 @@ def judge(row, steps, sender, peers, seen):
         *differing_posts(row, steps, sender, peers, seen), *differing_counts(row, peers),
         *differing_cost(row, seen), *differing_log(row, sender, seen), *differing_settings(sender)]
     if seen.end != SENDING and seen.seconds > row.within:
-        seen.delays.append(f"it took {seen.seconds:.1f} s of {row.within:.0f}")
+        seen.differences.append(Delay(f"it took {seen.seconds:.1f} s of {row.within:.0f}"))
     seen.notes += [f"server: {note}" for peer in peers for note in peer.notes]
     seen.notes.append(f"{seen.posts} whole POSTs, {sum(peer.connections for peer in peers)} connections, "
                       f"{sum(peer.handshakes for peer in peers)} handshakes, {seen.seconds:.1f} s")

@@ -226,7 +226,8 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
     *(Setting(f"a call of {name} fails with {error}", run=failing(name, error), says=says, sample=1)
       for name, error, says in (
         ("openat", "EMFILE", ""), ("openat", "EACCES", ""), ("statx", "EACCES", ""), ("access", "EIO", ""),
-        ("read", "EIO", ""), ("write", "ENOSPC", ""), ("write", "EIO", ""), ("fdatasync", "EIO", ""), ("fdatasync", "ENOSPC", ""),
+        ("read", "EIO", ""), ("write", "ENOSPC", ""), ("write", "EIO", ""),
+        ("fdatasync", "EIO", ""), ("fdatasync", "ENOSPC", ""),
         ("flock", "ENOLCK", "setNativeLocks failed: "), ("flock", "EAGAIN", "setNativeLocks failed: "),
         ("linkat", "EIO", ""), ("linkat", "ENOSPC", ""), ("rename", "EIO", ""), ("rename", "ENOSPC", ""),
         ("unlink", "EIO", "Could not remove our own lock file "), ("lseek", "EINVAL", "QFile::at: Cannot set "),

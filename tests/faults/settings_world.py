@@ -11,7 +11,7 @@ import subprocess
 import attempt
 from attempt import COUNT, DATE, REFUSE, is_date
 from network_world import ADDRESS
-from situation import ACCEPTED, REFUSED, Seen
+from situation import ACCEPTED, REFUSED, Delay, Seen
 from tracing import drawn
 from trial.home import read
 from trial.waiting import WaitedInVain, wait_until
@@ -65,7 +65,7 @@ class World(attempt.World):
             seen = tried.seen(submitted(tried))
             seen.differences += [*differences(row, place, tried, before)]
             if seen.seconds > row.within:
-                seen.delays.append(f"it took {seen.seconds:.1f} s")
+                seen.differences.append(Delay(f"it took {seen.seconds:.1f} s"))
             return seen
 
 

@@ -23,6 +23,10 @@ class Group:
     prints_runs: bool = False      # below each row: its runs are drawn
 
 
+class Delay(str):
+    """A difference of time, in words: so it may be where other programs keep the machine busy."""
+
+
 @dataclasses.dataclass
 class Seen:
     """One run of a row; a series has several."""
@@ -34,8 +38,6 @@ class Seen:
     where: str = ""                # in whose code it has come to that end, if that is told
     # What differs from the row apart from the end, in words.
     differences: list = dataclasses.field(default_factory=list)
-    # What took too long, in words; so it may where other programs keep the machine busy.
-    delays: list = dataclasses.field(default_factory=list)
     # What helps to find out why: printed with a row that differs.
     notes: list = dataclasses.field(default_factory=list)
 
@@ -54,7 +56,7 @@ class Result:
     # Each run and its end, where a group has them printed.
     runs: list = dataclasses.field(default_factory=list)
     not_reached: int = 0           # of the runs
-    only_late: bool = False        # nothing differs but that something took too long
+    late: bool = False             # each run that differs has taken too long, be it that more differs then
 
     @property
     def passed(self):
@@ -72,13 +74,14 @@ def words(values):
 
 def result_of(expected_end, runs, cost):
     """Adds what is judged alike for every group: the end, and that something was injected at all."""
-    differences, notes, delays = [], [], 0
+    differences, notes, late = [], [], []
     for label, seen in runs:
         place = f"{label}: " if label else ""
         if seen.end not in ends_of(expected_end):
-            seen.differences.insert(0, f"ended as {seen.end}, not as {words(ends_of(expected_end))}")
-        delays += len(seen.delays)
-        seen.differences += seen.delays
+            kind = Delay if seen.end == SENDING else str
+            seen.differences.insert(0, kind(f"ended as {seen.end}, not as {words(ends_of(expected_end))}"))
+        if seen.differences:
+            late.append(any(isinstance(difference, Delay) for difference in seen.differences))
         differences += [place + difference for difference in seen.differences]
         if seen.differences:
             notes += [place + note for note in seen.notes]
@@ -92,5 +95,5 @@ def result_of(expected_end, runs, cost):
         seconds=max(seen.seconds for seen in observed),
         memory=max(seen.memory for seen in observed),
         differences=differences, notes=notes, cost=cost, not_reached=not_reached,
-        only_late=0 < delays == len(differences),
+        late=bool(late) and all(late),
         runs=[f"{label}: {seen.end}" + (f" ({seen.where})" if seen.where else "") for label, seen in runs])

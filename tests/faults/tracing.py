@@ -34,9 +34,9 @@ class Trace:
         """The calls that were made to fail, delayed or answered with a signal."""
         return [line for line in self.lines() if "(INJECTED)" in line or "(DELAYED)" in line]
 
-    def wait_for(self, call):
-        """Until the call has been made."""
-        wait_until(lambda: any(f" {call}(" in line for line in self.lines()), f"the call of {call}")
+    def wait_for(self, call, times=1):
+        """Until the call has been made so many times."""
+        wait_until(lambda: sum(f" {call}(" in line for line in self.lines()) >= times, f"the call of {call}")
 
 
 def drawn(values, count=None, first=0):
