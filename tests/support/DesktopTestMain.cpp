@@ -27,10 +27,13 @@ void moveInto(const QTemporaryDir &home)
     }
 }
 
-void forgetProxies()
+/// What a person may have set for the toolkit, or for the way to a server.
+void forgetPreferences()
 {
     for (const char *variable :
-         {"http_proxy", "https_proxy", "all_proxy", "no_proxy", "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY", "NO_PROXY"}) {
+         {"http_proxy", "https_proxy", "all_proxy", "no_proxy", "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY", "NO_PROXY",
+          "QT_FONT_DPI", "QT_SCALE_FACTOR", "QT_SCREEN_SCALE_FACTORS", "QT_STYLE_OVERRIDE", "QT_LOGGING_RULES",
+          "QT_QPA_PLATFORMTHEME", "DBUS_SESSION_BUS_ADDRESS"}) {
         qunsetenv(variable);
     }
 }
@@ -53,11 +56,9 @@ int main(int argc, char **argv)
         qFatal("No temporary folder: %s", qPrintable(home.errorString()));
     }
     moveInto(home);
-    forgetProxies();
+    forgetPreferences();
     heedTerminationSignals();
     qputenv("QT_QPA_PLATFORM", "offscreen");
-    qunsetenv("QT_QPA_PLATFORMTHEME");
-    qunsetenv("DBUS_SESSION_BUS_ADDRESS");
     const QApplication application(argc, argv);
     return runTests();
 }
