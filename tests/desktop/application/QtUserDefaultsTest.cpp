@@ -316,23 +316,24 @@ TEST_F(UserDefaultsTest, AStoreThatCannotBeReadIsNotReplaced)
 
 TEST_F(UserDefaultsTest, AWriteThatFailsHalfwayKeepsTheFormerContentWhole)
 {
-    aFileWith("crashSubmissionCount=3\nother=" + QByteArray(1000, 'x'));
-    const QByteArray before = stored();
-    rlimit bound;
-    bound.rlim_cur = bound.rlim_max = 500;
+    const rlimit bound = {.rlim_cur = 500, .rlim_max = 500};
+    // Beyond the bound is a copy of the former content, or only the new one.
+    for (const qsizetype length : {1000, 470}) {
+        aFileWith("other=" + QByteArray(length, 'x'));
+        const QByteArray before = stored();
+        EXPECT_EXIT(
+            {
+                // As a full disk does, which takes some bytes and then no more.
+                std::signal(SIGXFSZ, SIG_IGN);
+                setrlimit(RLIMIT_FSIZE, &bound);
+                countToFourAndEnd();
+            },
+            testing::ExitedWithCode(0), "");
 
-    EXPECT_EXIT(
-        {
-            // As a full disk does, which takes some bytes and then no more.
-            std::signal(SIGXFSZ, SIG_IGN);
-            setrlimit(RLIMIT_FSIZE, &bound);
-            countToFourAndEnd();
-        },
-        testing::ExitedWithCode(0), "");
-
-    EXPECT_EQ(stored(), before);
-    EXPECT_EQ(QDir(QFileInfo(path()).path()).entryList(QDir::Files | QDir::Hidden),
-              QStringList{u"CrashReporter.conf"_s});
+        EXPECT_EQ(stored(), before);
+        EXPECT_EQ(QDir(QFileInfo(path()).path()).entryList(QDir::Files | QDir::Hidden),
+                  QStringList{u"CrashReporter.conf"_s});
+    }
 }
 
 TEST_F(UserDefaultsTest, AHomeThatDoesNotExistIsNoError)
