@@ -173,7 +173,7 @@ class Screen:
 
     @staticmethod
     def is_alert(window):
-        return any(is_button(control) and control.get_name() == DEFAULT_BUTTON for control in descendants(window))
+        return window.get_role() == Atspi.Role.ALERT
 
     def alert_window(self):
         return next((window for window in reversed(self.windows()) if self.is_alert(window)), None)

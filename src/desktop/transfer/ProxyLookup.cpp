@@ -41,12 +41,10 @@ QByteArray firstProxy(const QByteArray &answer)
         return {};
     }
     const auto *const scheme = std::ranges::find(kSchemes, address.first(user - 3).toLower(), &Scheme::name);
-    if (scheme == kSchemes.end()) {
-        return first;
-    }
-    return scheme->toLibcurl.toByteArray() + "://" + address.sliced(user, host - user)
-        + hostAndPort.first(hostAndPort.size() - port.size() - (colon < 0 ? 0 : 1)) + ':'
-        + (port.isEmpty() ? QByteArray::number(scheme->port) : port);
+    return scheme == kSchemes.end() ? address
+                                    : scheme->toLibcurl.toByteArray() + "://" + address.sliced(user, host - user)
+            + hostAndPort.first(hostAndPort.size() - port.size() - (colon < 0 ? 0 : 1)) + ':'
+            + (port.isEmpty() ? QByteArray::number(scheme->port) : port);
 }
 
 } // namespace
