@@ -7,6 +7,7 @@
 #include <QAccessible>
 #include <QApplication>
 #include <QClipboard>
+#include <QDialogButtonBox>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
@@ -99,6 +100,14 @@ TEST_F(QtAlertPanelTest, HasNoIconAndNoneOnItsButton)
         EXPECT_EQ(box.icon(), QMessageBox::NoIcon);
         EXPECT_TRUE(box.iconPixmap().isNull());
         EXPECT_TRUE(box.button(QMessageBox::Ok)->icon().isNull());
+    }));
+}
+
+TEST_F(QtAlertPanelTest, AScreenReaderIsToldOfNoGroupAroundTheOneButton)
+{
+    EXPECT_TRUE(runAlert(panel, kTitle, kMessage, [](QMessageBox &box) {
+        auto *const buttons = box.findChild<QDialogButtonBox *>();
+        EXPECT_NE(QAccessible::queryAccessibleInterface(buttons)->role(), QAccessible::Grouping);
     }));
 }
 
