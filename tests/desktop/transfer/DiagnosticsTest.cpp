@@ -5,6 +5,8 @@
 #include "support/TransferSupport.h"
 
 #include <QSignalSpy>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTemporaryDir>
 
 using namespace Qt::StringLiterals;
@@ -109,6 +111,24 @@ TEST_F(Progress, CancelTakesBackWhatTheSystemHolds)
 
     EXPECT_TRUE(eventually([this] { return server.closedConnections() == 1; }));
     EXPECT_LT(server.requests().first().body.size(), kMebibyte / 2);
+}
+
+TEST(ConnectionBytes, AreCountedBothWays)
+{
+    QTcpServer server;
+    ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
+    QTcpSocket here;
+    here.connectToHost(server.serverAddress(), server.serverPort());
+    ASSERT_TRUE(eventually([&] { return server.hasPendingConnections(); }));
+    const std::unique_ptr<QTcpSocket> there(server.nextPendingConnection());
+    const auto socket = static_cast<int>(here.socketDescriptor());
+    const qint64 before = movedBytes(socket);
+
+    const QByteArray word(100, 'x');
+    here.write(word);
+    there->write(word);
+
+    EXPECT_TRUE(eventually([&] { return movedBytes(socket) >= before + 2 * word.size(); }));
 }
 
 TEST(ConnectionBytes, AreNoneWhereThereIsNoConnection)
