@@ -15,6 +15,7 @@ from network_world import ADDRESS
 from settings_world import (
     KEPT, OLD, OLD_COUNT, THROTTLED, Setting, at_once, failing, held_lock, in_turn, kills, overlapping)
 from situation import Group, REFUSED
+from tracing import Trace
 from trial.home import write
 
 NEW_COUNT = str(OLD_COUNT + 1)
@@ -135,8 +136,8 @@ def no_longer_than(bytes_allowed, text=OLD):
 def first_reading_fails(place):
     """A disk that fails for a moment; what is counted then is counted from nothing."""
     holding(f"{OLD}{KEPT}\n")(place)
-    return (), ("strace", "-D", "-qq", "-o", "/dev/null", "-P", place.home.settings_path, "-e", "trace=read",
-                "-e", "inject=read:error=EIO:when=1")
+    return (), Trace(place.folder, "trace=read", "inject=read:error=EIO:when=1", paths=[place.home.settings_path],
+                     follow=False).prefix()
 
 
 def stored_at(clock):
