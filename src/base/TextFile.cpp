@@ -76,7 +76,7 @@ bool isRegularFile(const char *path)
 /// Where another process holds a lease on the file (fcntl(2), F_SETLEASE), as servers of files do, the first try has it
 /// asked to let go. The system would give it 45 seconds; a window is not kept waiting for so long. A busy device may
 /// give the same error: only regular files are tried again.
-int openOnceItIsLetGo(FileOpener *open, const char *path)
+int openOnceItIsLetGo(FileOpener open, const char *path)
 {
     constexpr std::chrono::milliseconds kInterval(10);
     constexpr std::chrono::seconds kLimit(2);
@@ -175,7 +175,7 @@ std::optional<QString> decodeToEnd(const FileDescriptor &file, qsizetype sizeHin
 
 /// Opens the regular file at the path and returns what reading it to its end returns.
 template<class Content>
-std::optional<Content> readRegularFile(const QString &path, qsizetype maxBytes, FileOpener *open,
+std::optional<Content> readRegularFile(const QString &path, qsizetype maxBytes, FileOpener open,
                                        std::optional<Content> (*read)(const FileDescriptor &, qsizetype, qsizetype))
 {
     const std::optional<QByteArray> name = fileSystemRepresentation(path);
@@ -225,7 +225,7 @@ std::optional<QString> textOfFile(const QString &path, qsizetype maxBytes)
     return textOfFile(path, maxBytes, &openByPath);
 }
 
-std::optional<QString> textOfFile(const QString &path, qsizetype maxBytes, FileOpener *open)
+std::optional<QString> textOfFile(const QString &path, qsizetype maxBytes, FileOpener open)
 {
     return readRegularFile(path, maxBytes, open, &decodeToEnd);
 }

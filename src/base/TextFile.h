@@ -25,7 +25,7 @@ std::optional<QByteArray> contentsOfRegularFile(const QString &path, qsizetype m
 std::optional<QString> textOfFile(const QString &path, qsizetype maxBytes = kAnySize);
 
 /// Opens the file at the path as open(2) does: returns a descriptor, or -1 and sets errno.
-using FileOpener = int(const char *path, int flags);
+using FileOpener = int (*)(const char *path, int flags);
 
 /// The same of the file that the opener gives, which is closed afterwards.
-std::optional<QString> textOfFile(const QString &path, qsizetype maxBytes, FileOpener *open);
+std::optional<QString> textOfFile(const QString &path, qsizetype maxBytes, FileOpener open);

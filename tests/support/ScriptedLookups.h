@@ -44,7 +44,7 @@ public:
     std::time_t seconds = 1'700'000'000;
     std::clock_t ticks = 4711;
     /// What a file is opened by with a user's rights; these are refused where there is none.
-    FileOpener *openOfUser = [](const char *path, int flags) { return ::open(path, flags); };
+    FileOpener openOfUser = [](const char *path, int flags) { return ::open(path, flags); };
 
     QStringList searchPathForDirectoriesInDomains(std::uint64_t kind, std::uint64_t domainMask) const override
     {
