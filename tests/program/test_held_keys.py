@@ -33,12 +33,14 @@ class HeldKey(ProgramTest):
         program = self.submitted(self.launch(), description="A long text that took a while to type.")
         wait_until(server.posts, "the POST")
         self.hold(program, "Escape")
+        wait_until(program.can_submit, "the button")
         self.assert_never(lambda: not program.process.is_running(), "the end of the program")
 
     def test_escape_closes_the_alert_and_keeps_the_window(self):
         program = self.submitted(self.launch(), email="no address", description="A long text.")
         program.alert()
         self.hold(program, "Escape")
+        wait_until(lambda: program.screen.count_windows() == 1, "the alert to close")
         self.assert_never(lambda: not program.process.is_running(), "the end of the program")
 
 

@@ -313,12 +313,32 @@ class Root(ProgramTest):
                    f"ACC_PROFLIB={self.folder}/profiling.so")
         self.closed(self.launch_as_root(environment=hostile, trace=trace.prefix()))
         lines = self.calls_of_program(trace)
-        strangers = {path for path in local_sockets(lines) if not SOCKETS_OF_ROOT.fullmatch(path.replace('"', ""))}
-        self.assertEqual(strangers, set())
+        self.assertEqual(self.strangers(lines), set())
         self.assertEqual([line for line in lines if "execve(" in line], [])
+        self.assertEqual(self.uses_of_users_files(lines), [])
+
+    @staticmethod
+    def strangers(lines):
+        return {path for path in local_sockets(lines) if not SOCKETS_OF_ROOT.fullmatch(path.replace('"', ""))}
+
+    def uses_of_users_files(self, lines):
         allowed = (self.crash_log, self.home.logs, self.home_of_root.path)
-        self.assertEqual([line for line in lines if self.folder in line and not any(path in line for path in allowed)],
-                         [])
+        return [line for line in lines if self.folder in line and not any(path in line for path in allowed)]
+
+    def test_a_report_is_sent_by_what_the_system_has_alone(self):
+        self.server = self.serve()
+        trace = Trace(os.path.join(self.subfolder("trace"), "calls"))
+        hostile = [f"{variable}={self.home.path}/{variable}" for variable in (
+            "OPENSSL_CONF", "OPENSSL_MODULES", "OPENSSL_ENGINES", "SSL_CERT_FILE", "SSL_CERT_DIR", "SSLKEYLOGFILE",
+            "CURL_HOME", "CURL_CA_BUNDLE", "CURL_SSL_BACKEND", "NETRC", "HOSTALIASES", "LOCALDOMAIN", "PX_MODULE_PATH",
+            "GIO_MODULE_DIR", "GIO_EXTRA_MODULES")]
+        program = self.submitted_by_keyboard(self.launch_as_root(environment=hostile, trace=trace.prefix()))
+        self.assert_report_with(program, *APPLICATION_LOGS)
+        lines = self.calls_of_program(trace)
+        self.assertEqual(self.strangers(lines), set())
+        self.assertEqual(self.uses_of_users_files(lines), [])
+        # It asks what the system says of proxies, with the system's own command.
+        self.assertEqual([line for line in lines if "execve(" in line and 'execve("/usr/bin/proxy"' not in line], [])
 
     @cases(served=("vnc:port=5999",), drawn_into_a_file=("offscreen",), listed=("vnc;xcb",))
     def test_the_window_is_shown_on_the_display_and_not(self, platform):
