@@ -22,7 +22,6 @@ import network  # noqa: E402
 import network_world  # noqa: E402
 import settings  # noqa: E402
 from situation import NOT_REACHED, Result, ends_of, result_of, words  # noqa: E402
-from trial.waiting import WaitedInVain  # noqa: E402
 
 GROUPS = (*network.GROUPS, *files.GROUPS, *settings.GROUPS, *ends.GROUPS, *calls.GROUPS)
 # More than there are processors: most rows wait most of their time.
@@ -75,8 +74,7 @@ def work(options):
             try:
                 result = result_of(row.end, worlds[group.world].run(row), time.monotonic() - begun)
             except Exception as error:  # a row that could not be tried is one that differs
-                result = Result([], [], 0.0, 0, [f"{type(error).__name__}: {error}"], [],
-                                late=isinstance(error, WaitedInVain))
+                result = Result([], [], 0.0, 0, [f"{type(error).__name__}: {error}"], [])
             print(json.dumps(dataclasses.asdict(result)), flush=True)
     finally:
         base.close()
@@ -115,12 +113,14 @@ class Worker:
 
 
 def results_of(options, chosen):
-    """The results by number. What took too long is run once more, when nothing of this runs beside it."""
+    """The results by number. What differs in nothing but time is run once more, when nothing of this runs beside it."""
     results = results_beside(options, chosen, options.workers)
     if late := [number for number, result in sorted(results.items()) if result.late]:
-        print("once more, alone, for they took too long beside others:")
-        print("\n".join(f"  {all_rows(GROUPS)[number][1].name}: {results[number].seconds:.1f} s" for number in late))
-        results |= results_beside(options, late, 1)
+        print("once more, alone, for beside others they took too long:")
+        for number in late:
+            print(f"  {all_rows(GROUPS)[number][1].name}: {'; '.join(results[number].differences)}")
+        results |= {number: dataclasses.replace(result, again=True)
+                    for number, result in results_beside(options, late, 1).items()}
     return results
 
 
@@ -154,7 +154,7 @@ def line_of(row, result):
     name = f"{row.name} ({runs} runs{apart(result.not_reached)})" if runs > 1 else row.name
     end = words(result.ends) or "nothing"
     memory = f"{result.memory} MiB" if result.memory else ""
-    mark = "ok  " if result.passed else "FAIL"
+    mark = ("ok 2" if result.again else "ok  ") if result.passed else "FAIL"
     posts = "-".join(dict.fromkeys(str(count) for count in (*result.posts[:1], *result.posts[-1:])))
     return f"  {mark}  {name:{NAME_WIDTH}}  {words(ends_of(row.end)):17}  {end:17}  {posts:>5}  " \
            f"{result.seconds:7.1f}  {memory:>8}".rstrip()
@@ -199,6 +199,8 @@ def print_table(chosen, results):
     print(f"{'all':40} {passed:4} of {total:4} as expected")
     not_reached = sum(result.not_reached for result in results.values())
     print(f"{sum(len(result.runs) for result in results.values())} runs{apart(not_reached)}")
+    if again := sum(result.again for result in results.values()):
+        print(f"{again} of the situations were tried a second time (ok 2 where that came out as expected)")
     return passed == total
 
 

@@ -56,7 +56,8 @@ class Result:
     # Each run and its end, where a group has them printed.
     runs: list = dataclasses.field(default_factory=list)
     not_reached: int = 0           # of the runs
-    late: bool = False             # each run that differs has taken too long, be it that more differs then
+    late: bool = False             # it differs, and in nothing but time
+    again: bool = False            # it is what came of the second try
 
     @property
     def passed(self):
@@ -74,14 +75,11 @@ def words(values):
 
 def result_of(expected_end, runs, cost):
     """Adds what is judged alike for every group: the end, and that something was injected at all."""
-    differences, notes, late = [], [], []
+    differences, notes, late = [], [], False
     for label, seen in runs:
         place = f"{label}: " if label else ""
         if seen.end not in ends_of(expected_end):
-            kind = Delay if seen.end == SENDING else str
-            seen.differences.insert(0, kind(f"ended as {seen.end}, not as {words(ends_of(expected_end))}"))
-        if seen.differences:
-            late.append(any(isinstance(difference, Delay) for difference in seen.differences))
+            seen.differences.insert(0, f"ended as {seen.end}, not as {words(ends_of(expected_end))}")
         differences += [place + difference for difference in seen.differences]
         if seen.differences:
             notes += [place + note for note in seen.notes]
@@ -89,11 +87,14 @@ def result_of(expected_end, runs, cost):
     not_reached = sum(seen.end == NOT_REACHED for seen in observed)
     if not_reached == len(runs):
         differences.append("no run has reached what was to be injected")
+    else:
+        late = bool(differences) and all(
+            isinstance(difference, Delay) for seen in observed for difference in seen.differences)
     return Result(
         ends=list(dict.fromkeys(seen.end for seen in observed)),
         posts=sorted({seen.posts for seen in observed}),
         seconds=max(seen.seconds for seen in observed),
         memory=max(seen.memory for seen in observed),
         differences=differences, notes=notes, cost=cost, not_reached=not_reached,
-        late=bool(late) and all(late),
+        late=late,
         runs=[f"{label}: {seen.end}" + (f" ({seen.where})" if seen.where else "") for label, seen in runs])
