@@ -45,6 +45,11 @@ def application_headline(name):
             "Please submit a bug report so we can prevent this occurring in future.")
 
 
+def without_leak_detection():
+    """A variable for a program whose leaks the sanitizer shall not look for."""
+    return f"ASAN_OPTIONS={os.environ.get('ASAN_OPTIONS', '')}:detect_leaks=0"
+
+
 def cases(**table):
     """Makes one test method of each row: its name is the method's and the row's, its arguments are the row's values."""
     def mark(method):

@@ -7,7 +7,8 @@ import socket
 import sys
 import threading
 
-from support import ADDRESS, CONNECTION_FAILED, ORDINARY_USER, PROJECT, ProgramTest, UPLOAD_FAILED, cases
+from support import (ADDRESS, CONNECTION_FAILED, ORDINARY_USER, PROJECT, ProgramTest, UPLOAD_FAILED, cases,
+                     without_leak_detection)
 from trial.waiting import wait_until
 
 sys.path.append(os.path.join(PROJECT, "tests", "faults"))
@@ -37,8 +38,8 @@ class Trace:
     def prefix(self):
         # The tracer is a grandchild, so that the process keeps its ID. A sanitizer cannot look for leaks in a process
         # that is traced.
-        sanitizer = f"ASAN_OPTIONS={os.environ.get('ASAN_OPTIONS', '')}:detect_leaks=0"
-        return ("strace", "-D", "-f", "-qq", "-s", "512", "-e", f"trace={CALLS}", "-o", self.path, "env", sanitizer)
+        return ("strace", "-D", "-f", "-qq", "-s", "512", "-e", f"trace={CALLS}", "-o", self.path,
+                "env", without_leak_detection())
 
     def lines(self):
         with open(self.path, encoding="utf-8", errors="replace") as file:

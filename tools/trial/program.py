@@ -7,8 +7,8 @@ from trial.processes import ORDINARY_USER, Started
 from trial.screen import Screen
 from trial.waiting import wait_until
 
-# What the runtime of an instrumented program reads: options of the sanitizers, and where counts are written.
-INSTRUMENTATION = ("ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS", "LLVM_PROFILE_FILE")
+# What the runtime of a sanitized program reads.
+INSTRUMENTATION = ("ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS")
 
 
 class Program:
