@@ -302,6 +302,19 @@ TEST_F(UserDefaultsTest, AStoreThatCannotBeReplacedKeepsItsFormerContentWhole)
     QFile::setPermissions(storeFolder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
+TEST_F(UserDefaultsTest, AStoreThatMayNotBeWrittenIsNotReplacedThoughItsFolderMayBe)
+{
+    aFileWith("crashSubmissionCount=3");
+    const QByteArray before = stored();
+    ASSERT_TRUE(QFile::setPermissions(path(), QFile::ReadOwner));
+
+    EXPECT_EXIT(countToFourAsAnOrdinaryUserAndEnd(), testing::ExitedWithCode(0), "");
+
+    EXPECT_EQ(stored(), before);
+    EXPECT_EQ(QDir(QFileInfo(path()).path()).entryList(QDir::Files | QDir::Hidden),
+              QStringList{u"CrashReporter.conf"_s});
+}
+
 TEST_F(UserDefaultsTest, AStoreThatCannotBeReadIsNotReplaced)
 {
     aFileWith("crashSubmissionCount=12\nsomethingElse=kept");
