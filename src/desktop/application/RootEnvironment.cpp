@@ -45,30 +45,48 @@ bool isAmong(const std::string_view (&names)[count], std::string_view name)
     return std::ranges::find(names, name) != std::end(names);
 }
 
-bool isOfHost(char character)
+bool isOfName(char character)
 {
     const bool isLetter = (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
-    return isLetter || isDigit(character) || character == '.' || character == '-';
+    return isLetter || isDigit(character) || character == '.' || character == '-' || character == '_';
 }
 
-/// A name with a port or without, and nothing else.
+/// A name, or an IP address, with a port or without (RFC 3986, 3.2.2 and 3.2.3).
 bool isHostAndPort(std::string_view value)
 {
-    const std::string_view address = value.substr(0, value.size() - (value.ends_with('/') ? 1 : 0));
-    const size_t end = std::min(address.find(':'), address.size());
-    const std::string_view port = address.substr(end);
-    return std::ranges::all_of(address.substr(0, end), isOfHost) && port != ":"
-        && std::ranges::all_of(port.substr(port.empty() ? 0 : 1), isDigit);
+    const bool isInBrackets = value.starts_with('[');
+    const size_t end = value.find(isInBrackets ? ']' : ':');
+    if (isInBrackets && end == std::string_view::npos) {
+        return false;
+    }
+    const std::string_view host = value.substr(0, end);
+    const std::string_view port = value.substr(std::min(end, value.size())).substr(isInBrackets ? 1 : 0);
+    return std::ranges::all_of(host.substr(isInBrackets ? 1 : 0),
+                               [&](char one) { return isOfName(one) || (isInBrackets && one == ':'); })
+        && (port.empty() || (port.size() > 1 && port.front() == ':' && std::ranges::all_of(port.substr(1), isDigit)));
 }
 
-/// Of what libproxy takes, "pac+file" names a script to run, and "wpad" has one looked for; it needs no "//" behind
-/// either.
+/// Of characters in the other case as well. The value has to end with a NUL.
+bool beginsWith(std::string_view value, std::string_view beginning)
+{
+    return ::strncasecmp(value.data(), beginning.data(), beginning.size()) == 0;
+}
+
+/// An address with the scheme of a proxy, or without one. Of what libproxy takes, "pac+file" names a script to run, and
+/// "wpad" has one looked for; it needs no "//" behind either.
 bool isAddressOfAProxy(std::string_view value)
 {
     constexpr std::string_view kSchemes[] = {"http://",    "https://",  "socks://",  "socks4://",
                                              "socks4a://", "socks5://", "socks5h://"};
-    return std::ranges::any_of(kSchemes, [&](std::string_view scheme) { return value.starts_with(scheme); })
-        || (isHostAndPort(value) && ::strncasecmp(value.data(), "wpad", 4) != 0);
+    if (std::ranges::any_of(kSchemes, [&](std::string_view scheme) { return beginsWith(value, scheme); })) {
+        return true;
+    }
+    if (beginsWith(value, "pac+") || beginsWith(value, "wpad:") || (beginsWith(value, "wpad") && value.size() == 4)) {
+        return false;
+    }
+    const std::string_view authority = value.substr(0, value.size() - (value.ends_with('/') ? 1 : 0));
+    // Before the last "@" is a user, and maybe a password.
+    return authority.find('/') == std::string_view::npos && isHostAndPort(authority.substr(authority.rfind('@') + 1));
 }
 
 /// Of a name and its value, with "=" between them.

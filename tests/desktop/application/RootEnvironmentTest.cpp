@@ -138,15 +138,53 @@ TEST(RootEnvironment, OfRootChoosesNoPlatformButThoseOfADesktop)
 
 TEST(RootEnvironment, OfRootNamesProxiesByTheirAddressesAndNotByScripts)
 {
-    for (const char *proxy : {"", "proxy.example.org", "proxy-1:3128", "10.0.0.1:3128/", "http://jo:secret@[::1]:3128",
-                              "https://proxy.example.org", "socks://proxy", "socks4://proxy", "socks4a://proxy",
-                              "socks5://proxy", "socks5h://127.0.0.1:9050"}) {
+    for (const char *proxy : {"",
+                              "proxy.example.org",
+                              "proxy-1:3128",
+                              "10.0.0.1:3128/",
+                              "http://jo:secret@[::1]:3128",
+                              "https://proxy.example.org",
+                              "socks://proxy",
+                              "socks4://proxy",
+                              "socks4a://proxy",
+                              "socks5://proxy",
+                              "socks5h://127.0.0.1:9050",
+                              "HTTP://proxy:3128",
+                              "Socks5h://proxy",
+                              "jo:secret@proxy:3128",
+                              "jo@proxy/",
+                              "my_proxy:3128",
+                              "[2001:db8::1]:3128",
+                              "[::1]",
+                              "jo:p@ss@[::1]:80",
+                              "wpad.example.org:3128",
+                              "pacific"}) {
         expectOfRoot({{"http_proxy", proxy}}, {{"http_proxy", proxy}});
     }
-    for (const char *proxy :
-         {"pac+file:///home/user1/proxy.pac", "pac+file:/home/user1/proxy.pac", "pac+http://user1.example.org",
-          "wpad://", "wpad:", "wpad:x", "wpad", "WPAD:80", "file:/home/user1/proxy.pac", "/home/user1/proxy.pac",
-          "proxy:", "proxy:80:80", "jo:secret@proxy:3128", "socks+pac://proxy"}) {
+    for (const char *proxy : {"pac+file:///home/user1/proxy.pac",
+                              "pac+file:/home/user1/proxy.pac",
+                              "pac+http://user1.example.org",
+                              "wpad://",
+                              "wpad:",
+                              "wpad:x",
+                              "wpad",
+                              "WPAD:80",
+                              "file:/home/user1/proxy.pac",
+                              "/home/user1/proxy.pac",
+                              "proxy:",
+                              "proxy:80:80",
+                              "socks+pac://proxy",
+                              "PAC+file:/home/user1/proxy.pac",
+                              "pac+file:x@proxy",
+                              "wpad:x@proxy",
+                              "Wpad:@proxy",
+                              "jo/x@proxy:80",
+                              "2001:db8::1",
+                              "[::1",
+                              "[::1]80",
+                              "[::1]:",
+                              "[/]",
+                              "x@pro xy"}) {
         expectOfRoot({{"http_proxy", proxy}, {"ALL_PROXY", proxy}}, {});
     }
 }
