@@ -212,7 +212,7 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
     Setting("a file that may not be written", lay=with_rights(0o400, "file"), untouched=True),
     Setting("a file that may neither be read nor written", lay=with_rights(0o000, "file"), untouched=True),
     Setting("a file that may be written, but not read", lay=with_rights(0o200, "file"), untouched=True),
-    Setting("the first reading of the file fails with EIO", lay=first_reading_fails, count=str(OLD_COUNT), kept=KEPT),
+    Setting("the first reading of the file fails with EIO", lay=first_reading_fails, count=NEW_COUNT, kept=KEPT),
     Setting("a disk that is read-only", lay=read_only_disk, untouched=True),
     Setting("a full disk", lay=on_disk("size=64k"), untouched=True),
     Setting("a disk on which there can be no more files", lay=on_disk("nr_inodes=2", fill=False), untouched=True),

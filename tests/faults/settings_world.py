@@ -319,7 +319,7 @@ def in_turn(world, row):
 
 
 def at_once(rounds):
-    """Two programs submit at the same moment, again and again: one attempt of two may be lost, never the file."""
+    """Two programs submit at the same moment, again and again: both attempts are counted."""
     def run(world, row):
         seen = []
         with world.place() as place:
@@ -340,7 +340,7 @@ def at_once(rounds):
                     if end != REFUSED or not tried.dismiss() or not tried.can_go_on():
                         one.end = end
                 stored = attempt.stored(place)
-                if not before < int(stored.get(COUNT, 0)) <= before + 2 or not is_date(stored.get(DATE, "")):
+                if int(stored.get(COUNT, 0)) != before + 2 or not is_date(stored.get(DATE, "")):
                     one.differences.append(f"{before} has become {stored}")
                 one.posts = place.posts() - sent
                 one.differences += place.differing_requests(2 * (number + 1))

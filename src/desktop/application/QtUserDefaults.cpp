@@ -3,6 +3,7 @@
 
 #include "base/PathText.h"
 #include "base/TextFile.h"
+#include "base/Utf8.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -17,6 +18,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -43,9 +46,10 @@ std::optional<QString> configurationFolder(const platform::LocalLookups &lookups
     if (isRoot(lookups)) {
         return byAppendingPathComponent(lookups.homeDirectoryForUser(lookups.userName()), u".config"_s);
     }
-    const QString configured = qEnvironmentVariable("XDG_CONFIG_HOME");
-    if (configured.startsWith(u'/')) {
-        return configured;
+    // A path that is no text names no folder: with other characters in the place of its bytes it would name another.
+    const std::optional<QString> configured = textFromUtf8(qgetenv("XDG_CONFIG_HOME"));
+    if (configured && configured->startsWith(u'/')) {
+        return *configured;
     }
     return byAppendingPathComponent(lookups.homeDirectory(), u".config"_s);
 }
@@ -108,14 +112,29 @@ std::unique_ptr<QLockFile> lockOf(const QString &store)
     return lock->tryLock(static_cast<int>(2 * kMaxWait.count())) ? std::move(lock) : nullptr;
 }
 
-/// The file that a store of this name is: what a link leads to, so that the link stays.
-QString linkTarget(const QString &store)
+/// The file that a store of this name is: what a link leads to at last, there or not, so that every link stays.
+/// std::nullopt where links lead in a circle, or to a name that is not UTF-8, or one cannot be read.
+std::optional<QString> linkTarget(const QString &store)
 {
-    const QFileInfo info(store);
-    if (info.exists()) {
-        return info.canonicalFilePath();
+    constexpr int kMaxLinks = 40; // as the system has it (path_resolution(7))
+    std::filesystem::path file = QFile::encodeName(store).toStdString();
+    for (int links = 0; links <= kMaxLinks; ++links) {
+        std::error_code error;
+        const std::filesystem::file_type type = std::filesystem::symlink_status(file, error).type();
+        if (type != std::filesystem::file_type::symlink) {
+            return type == std::filesystem::file_type::none ? std::nullopt : textFromUtf8(file.native());
+        }
+        const std::filesystem::path target = std::filesystem::read_symlink(file, error);
+        if (error) {
+            return std::nullopt;
+        }
+        // The toolkit takes ".." out of a path as if no folder before it were a link.
+        file = std::filesystem::canonical((file.parent_path() / target).parent_path(), error) / target.filename();
+        if (error) {
+            return std::nullopt;
+        }
     }
-    return info.isSymLink() ? info.symLinkTarget() : store;
+    return std::nullopt;
 }
 
 /// The path at which a file is made that comes in the place of this one.
@@ -136,6 +155,13 @@ bool makeFile(const QString &path, const QByteArray &content)
         && file.write(content) == content.size() && file.flush();
 }
 
+bool hasAValue(const QByteArray &content)
+{
+    return std::ranges::any_of(content.split('\n'), [](const QByteArray &line) {
+        return line.contains('=') && !line.trimmed().startsWith(';');
+    });
+}
+
 /// What the file has; std::nullopt where it cannot be read whole. The toolkit, which takes a file that it cannot read
 /// for an empty one, reads a copy.
 std::optional<QVariantMap> storedIn(const QString &file)
@@ -149,13 +175,18 @@ std::optional<QVariantMap> storedIn(const QString &file)
         return std::nullopt;
     }
     const QSettings reader(copy, QSettings::IniFormat);
-    QVariantMap values;
     const QStringList keys = reader.allKeys();
-    for (const QString &key : keys) {
-        values[key] = reader.value(key);
+    if (keys.isEmpty() && reader.status() != QSettings::FormatError && hasAValue(*content)) {
+        return std::nullopt;
     }
-    const bool isUnread = values.isEmpty() && reader.status() != QSettings::FormatError && content->contains('=');
-    return isUnread ? std::nullopt : std::make_optional(values);
+    QVariantMap values;
+    for (const QString &key : keys) {
+        // The toolkit reads a value that has no name, and writes none.
+        if (!key.isEmpty()) {
+            values[key] = reader.value(key);
+        }
+    }
+    return values;
 }
 
 /// Whether the file has a line for each of so many values, and the last line its end.
@@ -180,13 +211,20 @@ bool replaceFile(const QString &file, const QVariantMap &values)
         writer.setValue(key, value);
     }
     writer.sync();
-    if (writer.status() != QSettings::NoError || !isWhole(fresh, values.size())) {
+    // Names that differ in nothing but a doubled separator are one to it.
+    if (writer.status() != QSettings::NoError || !isWhole(fresh, writer.allKeys().size())) {
         return false;
     }
     if (QFileInfo::exists(file)) {
         QFile::setPermissions(fresh, QFile::permissions(file));
     }
     return std::rename(QFile::encodeName(fresh).constData(), QFile::encodeName(file).constData()) == 0;
+}
+
+/// The number, changed by as much as there is from one to another. A file may have numbers beyond all counts: it wraps.
+qint64 movedBy(qint64 number, qint64 from, qint64 to)
+{
+    return static_cast<qint64>(static_cast<quint64>(number) + static_cast<quint64>(to) - static_cast<quint64>(from));
 }
 
 bool canBeAStore(const QString &path, bool isRoots)
@@ -236,7 +274,10 @@ void QtUserDefaults::setIntegerForKey(qint64 value, const QString &key)
 
 void QtUserDefaults::setObjectForKey(const QVariant &value, const QString &key)
 {
-    unsaved[key] = {.value = value, .replaced = isReadable() ? settings->value(key) : QVariant()};
+    if (!known.contains(key)) {
+        readStored(key);
+    }
+    unsaved[key] = {.value = value, .replaced = known[key]};
 }
 
 void QtUserDefaults::synchronize()
@@ -253,19 +294,27 @@ void QtUserDefaults::synchronize()
                            << "is not written: it or its lock is no regular file, or not root's alone, or is locked";
         return;
     }
-    const QString file = linkTarget(store);
+    if (const std::optional<QString> file = linkTarget(store); !file || !storeUnsavedIn(*file)) {
+        qCInfo(lcSettings) << store << "cannot be read or replaced";
+        return;
+    }
+    unsaved.clear();
+    known.clear();
+}
+
+bool QtUserDefaults::storeUnsavedIn(const QString &file) const
+{
     std::optional<QVariantMap> values = storedIn(file);
     if (values) {
         for (const auto &[key, change] : unsaved.asKeyValueRange()) {
             (*values)[key] = change.over(values->value(key));
         }
     }
-    if (!values || !replaceFile(file, *values)) {
-        QFile::remove(freshOf(file));
-        qCInfo(lcSettings) << store << "cannot be read or replaced";
-        return;
+    if (values && replaceFile(file, *values)) {
+        return true;
     }
-    unsaved.clear();
+    QFile::remove(freshOf(file));
+    return false;
 }
 
 QVariant QtUserDefaults::Change::over(const QVariant &stored) const
@@ -273,9 +322,14 @@ QVariant QtUserDefaults::Change::over(const QVariant &stored) const
     if (stored == replaced) {
         return value;
     }
-    const bool isMore = value.typeId() == QMetaType::QDateTime ? value.toDateTime() > stored.toDateTime()
-                                                               : value.toLongLong() > stored.toLongLong();
-    return isMore ? value : stored;
+    switch (value.typeId()) {
+    case QMetaType::LongLong:
+        return movedBy(stored.toLongLong(), replaced.toLongLong(), value.toLongLong());
+    case QMetaType::QDateTime:
+        return std::max(value.toDateTime(), stored.toDateTime());
+    default:
+        return stored;
+    }
 }
 
 bool QtUserDefaults::isReadable() const
@@ -285,12 +339,20 @@ bool QtUserDefaults::isReadable() const
 
 QVariant QtUserDefaults::valueForKey(const QString &key) const
 {
+    readStored(key);
     const auto change = unsaved.constFind(key);
-    if (!isReadable()) {
-        return change == unsaved.cend() ? QVariant() : change->value;
+    if (change == unsaved.cend()) {
+        return known[key];
     }
-    // Another window may have submitted since: what counts is what is stored now.
-    settings->sync();
-    const QVariant stored = settings->value(key);
-    return change == unsaved.cend() ? stored : change->over(stored);
+    return isReadable() ? change->over(known[key]) : change->value;
+}
+
+void QtUserDefaults::readStored(const QString &key) const
+{
+    known[key] = QVariant();
+    if (isReadable()) {
+        // Another window may have submitted since: what counts is what is stored now.
+        settings->sync();
+        known[key] = settings->value(key);
+    }
 }

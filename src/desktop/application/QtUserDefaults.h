@@ -15,9 +15,9 @@
 ///
 /// Only a regular file is a store, or a link to one. Where there is anything else, where the user has no home, or while
 /// another process holds the store locked, nothing is stored and nothing is touched: what was set is known to this
-/// object alone. Where another process has stored something else meanwhile, the larger number and the later date count,
-/// and of anything else what is stored. A file is replaced as a whole, by one that was written and looked at beside it,
-/// or not at all; one that cannot be read is not replaced.
+/// object alone. Where another process has stored something else meanwhile, a number is changed by as much as it was
+/// here, the later date counts, and of anything else what is stored. A file is replaced as a whole, by one that was
+/// written and looked at beside it, or not at all; one that cannot be read is not replaced.
 ///
 /// Root's settings are in the home that its account names, and are kept only while nobody else may lead root to another
 /// file: from this home on there are no links, everything is root's, and nobody else may write a folder. It is looked
@@ -37,16 +37,19 @@ public:
 private:
     struct Change {
         QVariant value;
-        QVariant replaced; ///< What was stored when it was set, as far as that was known.
+        QVariant replaced; ///< What was stored when it was last asked for, as far as that was known.
 
         /// What counts, where this is stored.
         QVariant over(const QVariant &stored) const;
     };
 
+    bool storeUnsavedIn(const QString &file) const;
     bool isReadable() const;
     QVariant valueForKey(const QString &key) const;
+    void readStored(const QString &key) const;
 
     const bool isRoots;
-    std::unique_ptr<QSettings> settings; ///< Only read; none where nothing can be stored.
-    QMap<QString, Change> unsaved;       ///< What was set since the store was last written.
+    std::unique_ptr<QSettings> settings;   ///< Only read; none where nothing can be stored.
+    QMap<QString, Change> unsaved;         ///< What was set since the store was last written.
+    mutable QMap<QString, QVariant> known; ///< What was stored of what was asked for since then.
 };

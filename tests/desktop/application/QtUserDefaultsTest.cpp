@@ -228,7 +228,7 @@ TEST_F(UserDefaultsTest, ABrokenDateIsNoDateAndNoCrash)
     }
 }
 
-TEST_F(UserDefaultsTest, AFileThatIsNoSettingsFileIsNoCrash)
+TEST_F(UserDefaultsTest, AFileThatIsNoSettingsFileIsReplacedByOne)
 {
     write(path(), QByteArray("\0\xff\xfe[[[\n=\n]\x01", 12));
     StoredDefaults defaults;
@@ -236,6 +236,22 @@ TEST_F(UserDefaultsTest, AFileThatIsNoSettingsFileIsNoCrash)
     EXPECT_EQ(defaults.integerForKey(kCount), 0);
     defaults.setIntegerForKey(1, kCount);
     defaults.synchronize();
+
+    EXPECT_EQ(StoredDefaults().integerForKey(kCount), 1);
+}
+
+TEST_F(UserDefaultsTest, WhatTheToolkitWouldNotWriteAgainDoesNotStopTheCount)
+{
+    for (const char *content : {"; limits=none\n", "[General]\n=5\ncrashSubmissionCount=3\n",
+                                "[General]\na\\\\b=1\na\\b=2\ncrashSubmissionCount=3\n"}) {
+        write(path(), content);
+        StoredDefaults defaults;
+        const qint64 before = defaults.integerForKey(kCount);
+        defaults.setIntegerForKey(before + 1, kCount);
+        defaults.synchronize();
+
+        EXPECT_EQ(StoredDefaults().integerForKey(kCount), before + 1) << content;
+    }
 }
 
 TEST_F(UserDefaultsTest, SettingsOfTheWholeSystemAreNotTheUsers)
@@ -426,6 +442,54 @@ TEST_F(UserDefaultsTest, ALinkToAFileStaysALink)
 
     EXPECT_TRUE(QFileInfo(path()).isSymLink());
     EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
+}
+
+TEST_F(UserDefaultsTest, EveryOneOfSeveralLinksStaysALinkBeTheFileThereOrNot)
+{
+    // The way up is out of the folder that the second link lies in, which is a link as well.
+    QDir().mkpath(user.filePath(u"kept/inner"_s));
+    QDir().mkpath(user.filePath(u"Korvale"_s));
+    ASSERT_TRUE(QFile::link(user.filePath(u"kept/inner"_s), user.filePath(u"way"_s)));
+    ASSERT_TRUE(QFile::link(user.filePath(u"way/second"_s), path()));
+    ASSERT_EQ(::symlink("../real", user.filePath(u"kept/inner/second"_s).toLocal8Bit().constData()), 0);
+    for (qint64 count = 1; count <= 2; ++count) {
+        StoredDefaults defaults;
+        defaults.setIntegerForKey(count, kCount);
+        defaults.synchronize();
+
+        EXPECT_TRUE(QFileInfo(path()).isSymLink());
+        EXPECT_TRUE(QFileInfo(user.filePath(u"kept/inner/second"_s)).isSymLink());
+        EXPECT_TRUE(QFileInfo(user.filePath(u"kept/real"_s)).isFile());
+        EXPECT_EQ(StoredDefaults().integerForKey(kCount), count);
+    }
+}
+
+TEST_F(UserDefaultsTest, LinksInACircleAndThoseToANameThatIsNoTextStayAsTheyAre)
+{
+    QDir().mkpath(user.filePath(u"Korvale"_s));
+    const QByteArray link = path().toLocal8Bit();
+    for (const char *target : {"CrashReporter.conf", "d\377"}) {
+        ASSERT_EQ(::symlink(target, link.constData()), 0);
+        StoredDefaults defaults;
+        defaults.setIntegerForKey(4, kCount);
+        defaults.synchronize();
+
+        EXPECT_EQ(QDir(user.filePath(u"Korvale"_s)).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot),
+                  QStringList{u"CrashReporter.conf"_s});
+        ASSERT_EQ(::unlink(link.constData()), 0);
+    }
+}
+
+TEST_F(UserDefaultsTest, AConfigurationFolderThatIsNoTextIsNone)
+{
+    const QByteArray folder = user.path().toUtf8() + "/d\377";
+    const ScopedVariable configuration("XDG_CONFIG_HOME", folder);
+    StoredDefaults defaults;
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+
+    EXPECT_TRUE(QFileInfo(user.filePath(u".config/Korvale/CrashReporter.conf"_s)).isFile());
+    EXPECT_EQ(QDir(user.path()).entryList(QDir::Dirs | QDir::NoDotAndDotDot), QStringList());
 }
 
 TEST_F(UserDefaultsTest, WithoutANameForTheNewFileTheFormerOneStaysAndTheValuesAreKeptForThisRun)
@@ -773,7 +837,7 @@ TEST_F(UserDefaultsTest, WhatALockKeptBackIsStoredWithTheNext)
     EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
 }
 
-TEST_F(UserDefaultsTest, WhatAnotherProcessStoresWhileALockKeepsThisOneBackCounts)
+TEST_F(UserDefaultsTest, WhatAnotherProcessStoresWhileALockKeepsThisOneBackCountsAsWell)
 {
     aFileWith("crashSubmissionCount=41\nlastCrashSubmissionDate=once");
     StoredDefaults defaults;
@@ -787,11 +851,11 @@ TEST_F(UserDefaultsTest, WhatAnotherProcessStoresWhileALockKeepsThisOneBackCount
 
     aFileWith("crashSubmissionCount=46\nlastCrashSubmissionDate=soon");
 
-    EXPECT_EQ(defaults.integerForKey(kCount), 46);
+    EXPECT_EQ(defaults.integerForKey(kCount), 47);
     EXPECT_EQ(defaults.objectForKey(kDate), QVariant(u"soon"_s));
 }
 
-TEST_F(UserDefaultsTest, WhatALockKeptBackStaysCountedWhereAnotherProcessStoresLess)
+TEST_F(UserDefaultsTest, WhatALockKeptBackIsAddedToWhatAnotherProcessStores)
 {
     aFileWith("crashSubmissionCount=1");
     StoredDefaults defaults;
@@ -809,15 +873,15 @@ TEST_F(UserDefaultsTest, WhatALockKeptBackStaysCountedWhereAnotherProcessStoresL
         another.setValue(kDate, now.addSecs(-60));
     }
 
-    EXPECT_EQ(defaults.integerForKey(kCount), 4);
+    EXPECT_EQ(defaults.integerForKey(kCount), 5);
     EXPECT_EQ(defaults.objectForKey(kDate), QVariant(now));
     defaults.synchronize();
     const StoredDefaults next;
-    EXPECT_EQ(next.integerForKey(kCount), 4);
+    EXPECT_EQ(next.integerForKey(kCount), 5);
     EXPECT_EQ(next.objectForKey(kDate), QVariant(now));
 }
 
-TEST_F(UserDefaultsTest, WhatIsSetBeforeAnotherProcessStoresMoreDoesNotTakeItBack)
+TEST_F(UserDefaultsTest, AnAttemptIsAddedToWhatAnotherProcessHasStoredMeanwhile)
 {
     aFileWith("crashSubmissionCount=1");
     StoredDefaults defaults;
@@ -833,11 +897,39 @@ TEST_F(UserDefaultsTest, WhatIsSetBeforeAnotherProcessStoresMoreDoesNotTakeItBac
     defaults.synchronize();
 
     const StoredDefaults next;
-    EXPECT_EQ(next.integerForKey(kCount), 7);
+    EXPECT_EQ(next.integerForKey(kCount), 8);
     EXPECT_EQ(next.objectForKey(kDate), QVariant(now.addSecs(60)));
 }
 
-TEST_F(UserDefaultsTest, WhatIsCountedWhileSomethingElseIsInPlaceOfTheStoreTakesNothingBack)
+TEST_F(UserDefaultsTest, AnAttemptIsAddedToWhatAnotherProcessHasStoredBetweenTheReadings)
+{
+    aFileWith("crashSubmissionCount=1");
+    StoredDefaults defaults;
+    const qint64 count = defaults.integerForKey(kCount);
+    aFileWith("crashSubmissionCount=27");
+    ASSERT_FALSE(defaults.objectForKey(kDate));
+    defaults.setIntegerForKey(count + 1, kCount);
+    EXPECT_EQ(defaults.integerForKey(kCount), 28);
+
+    defaults.synchronize();
+
+    EXPECT_EQ(StoredDefaults().integerForKey(kCount), 28);
+}
+
+TEST_F(UserDefaultsTest, WhatIsSetAfterAWriteIsCountedFromIt)
+{
+    aFileWith("crashSubmissionCount=1");
+    StoredDefaults defaults;
+    defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
+    defaults.synchronize();
+    defaults.setIntegerForKey(3, kCount);
+
+    defaults.synchronize();
+
+    EXPECT_EQ(StoredDefaults().integerForKey(kCount), 3);
+}
+
+TEST_F(UserDefaultsTest, WhatIsCountedWhileSomethingElseIsInPlaceOfTheStoreIsAddedToIt)
 {
     aFileWith("crashSubmissionCount=12");
     StoredDefaults defaults;
@@ -851,7 +943,7 @@ TEST_F(UserDefaultsTest, WhatIsCountedWhileSomethingElseIsInPlaceOfTheStoreTakes
     ASSERT_TRUE(QFile::remove(path()));
     ASSERT_TRUE(QFile::rename(path() + u".away"_s, path()));
 
-    EXPECT_EQ(defaults.integerForKey(kCount), 12);
+    EXPECT_EQ(defaults.integerForKey(kCount), 13);
     defaults.synchronize();
-    EXPECT_EQ(StoredDefaults().integerForKey(kCount), 12);
+    EXPECT_EQ(StoredDefaults().integerForKey(kCount), 13);
 }
