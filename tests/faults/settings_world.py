@@ -20,6 +20,9 @@ THROTTLED = "asked for an address"
 OLD_COUNT = 41
 OLD = f"[General]\n{COUNT}={OLD_COUNT}\n"
 KEPT = "colour=\"green, and blue\""
+NEW_COUNT = str(OLD_COUNT + 1)
+# The rights of what the program makes.
+FOR_THE_USER = {"file": "-rw-------", "folder": "drwx------"}
 # Until a call is hit: beside much other work the event loop reads and writes now more often, now less.
 TRIES = 40
 
@@ -33,7 +36,7 @@ class Setting:
     lay: object = None             # called with the place; may give variables and prefix of the program
     each: tuple = ()               # instead: (label, lay) of a series
     count: object = "1"            # stored at the end; None where nothing is stored
-    untouched: bool = False        # nothing below the configuration folder is another than before
+    untouched: bool = False        # nothing below the configuration folder, not even the file, is another than before
     kept: str = ""                 # a line that the file has before and after
     address: str = None            # what is typed; anonymous otherwise
     run: object = None             # instead of all that: called with the world, gives what was seen
@@ -55,7 +58,7 @@ class World(attempt.World):
     def run_once(self, row, lay):
         with self.place() as place:
             environment, prefix = (lay and lay(place)) or ((), ())
-            before = tree(place)
+            before, file = tree(place), file_of(place)
             place.serve()
             tried = place.report(place.crash_log(), environment=environment, prefix=prefix)
             if not tried.has_window():
@@ -63,7 +66,7 @@ class World(attempt.World):
             if row.address:
                 tried.program.fill_in(row.address)
             seen = tried.seen(submitted(tried))
-            seen.differences += [*differences(row, place, tried, before)]
+            seen.differences += [*differences(row, place, tried, before, file)]
             if seen.seconds > row.within:
                 seen.differences.append(Delay(f"it took {seen.seconds:.1f} s"))
             return seen
@@ -74,23 +77,32 @@ def submitted(tried):
     return THROTTLED if end.startswith("alert ('You must enter your email address.'") else end
 
 
-def differences(row, place, tried, before):
+def differences(row, place, tried, before, file):
     yield from place.differing_requests(int(row.end == ACCEPTED))
     if tried.log_lines():
         yield f"the log has {tried.log_lines()}"
-    if row.untouched:
-        yield from (f"{path} is another: {before.get(path)}, {tree(place).get(path)}"
-                    for path in sorted(before.keys() | tree(place).keys()) if before.get(path) != tree(place).get(path))
-    elif (counted := attempt.stored(place).get(COUNT)) != row.count:
-        yield f"{counted} is stored"
-    elif row.count not in (None, str(OLD_COUNT)) and not is_date(attempt.stored(place).get(DATE, "")):
-        yield f"the date is {attempt.stored(place).get(DATE)}"
+    after = tree(place)
+    yield from (f"{path} was {before.get(path)!r:.300} and is {after.get(path)!r:.300}"
+                for path in sorted(before.keys() | after.keys())
+                if before.get(path) != after.get(path)
+                and (row.untouched or not is_of_a_write(path, before.get(path), after.get(path))))
+    if not row.untouched:
+        yield from differing_values(row, attempt.stored(place))
+        if row.count == NEW_COUNT or (row.count == "1" and not file):
+            yield from not_new(file, file_of(place))
     if row.kept and row.kept not in read(place.home.settings_path).decode().splitlines():
         yield f"{row.kept!r} is lost"
 
 
+def differing_values(row, stored):
+    if (counted := stored.get(COUNT)) != row.count:
+        yield f"{counted} is stored"
+    elif row.count not in (None, str(OLD_COUNT)) and not is_date(stored.get(DATE, "")):
+        yield f"the date is {stored.get(DATE)}"
+
+
 def tree(place):
-    """What stands below the configuration folder: kind, rights, and content or target, by path."""
+    """What stands below the configuration folder: kind and rights, and content or target, by path."""
     found = {}
     top = os.path.join(place.home.path, ".config")
     for folder, names, files in os.walk(top):
@@ -101,6 +113,50 @@ def tree(place):
             found[os.path.relpath(path, top)] = (
                 stat.filemode(status.st_mode), read(path) if stat.S_ISREG(status.st_mode) else kept)
     return found
+
+
+def is_of_a_write(path, before, after):
+    """A file is made or replaced by one with its rights, its folder made, a lock that was left removed; no link is."""
+    if path == "Korvale/CrashReporter.conf":
+        return after and after[0] == (before[0] if before else FOR_THE_USER["file"]) and after[0].startswith("-")
+    if path == "Korvale":
+        return not before and after[0] == FOR_THE_USER["folder"]
+    return path == "Korvale/CrashReporter.conf.lock" and before[0].startswith("-") and not after
+
+
+def file_of(place):
+    """Rights and content of the settings, be it through a link; nothing where they are no file."""
+    path = place.home.settings_path
+    return (stat.filemode(os.stat(path).st_mode), read(path)) if os.path.isfile(path) else None
+
+
+def not_new(old, new, rights=None):
+    """How the file is not the old one with the next count and a date, every other line, and its rights."""
+    if not new:
+        yield "there is no file"
+        return
+    rights = rights or (old[0] if old else FOR_THE_USER["file"])
+    if new[0] != rights:
+        yield f"the file's rights are {new[0]}, not {rights}"
+    wanted, found = (sections(content) for content in (old[1] if old else b"", new[1]))
+    general = dict(line.partition("=")[::2] for line in wanted.get("[General]", []))
+    date = dict(line.partition("=")[::2] for line in found.get("[General]", [])).get(DATE, "")
+    general |= {COUNT: str(int(general.get(COUNT, 0)) + 1), DATE: date}
+    wanted["[General]"] = sorted(f"{key}={value}" for key, value in general.items())
+    if found != wanted or not is_date(date) or not new[1].endswith(b"\n"):
+        yield f"the file was {old!r:.300} and is {new!r:.300}"
+
+
+def sections(content):
+    """The lines of each section; the toolkit writes either in an order of its own."""
+    lines = []
+    found = {"": lines}
+    for line in filter(None, content.decode(errors="replace").split("\n")):
+        if line.startswith("["):
+            lines = found.setdefault(line, [])
+        else:
+            lines.append(line)
+    return {name: sorted(lines) for name, lines in found.items()}
 
 
 # Faults at each system call of the write
