@@ -215,8 +215,9 @@ bool replaceFile(const QString &file, const QVariantMap &values)
     if (writer.status() != QSettings::NoError || !isWhole(fresh, writer.allKeys().size())) {
         return false;
     }
-    if (QFileInfo::exists(file)) {
-        QFile::setPermissions(fresh, QFile::permissions(file));
+    // Of a file that is not there none are told, nor where they cannot be: the new one then stays the user's alone.
+    if (const QFile::Permissions permissions = QFile::permissions(file); permissions != QFile::Permissions()) {
+        QFile::setPermissions(fresh, permissions);
     }
     return std::rename(QFile::encodeName(fresh).constData(), QFile::encodeName(file).constData()) == 0;
 }
