@@ -171,6 +171,9 @@ def long(text):
     return text + "\n[Other]\n" + "".join(f"key{number}={'x' * 1000}\n" for number in range(10_000))
 
 
+# Of what the program opens for a write, what it cannot do without.
+FILES_OPENED = ("lock", "settings", "new file", "new file's lock", "folder")
+
 PLACES = Group("settings: what stands there", "settings_world", (
     Setting("nothing: file and folder are made"),
     Setting("a file", lay=holding(OLD), count=NEW_COUNT),
@@ -222,15 +225,20 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
     Setting("the lock is held, and has no text yet", lay=lambda place: held_lock(place, ""), count=None),
     Setting("a lock that a dead process has left", lay=of_a_dead_process),
     Setting("an old lock without any text", lay=empty_lock_of_old),
-    *(Setting(f"a call of {name} fails with {error}", run=failing(name, error), says=says, sample=1)
-      for name, error, says in (
-        ("openat", "EMFILE", ""), ("openat", "EACCES", ""), ("statx", "EACCES", ""), ("access", "EIO", ""),
-        ("read", "EIO", ""), ("write", "ENOSPC", ""), ("write", "EIO", ""),
+    # At last the calls that keep the settings from being stored: all, those on a file or one; and from having rights.
+    *(Setting(f"a call of {name} fails with {error}", run=failing(name, error, *kept), says=says)
+      for name, error, says, *kept in (
+        ("openat", "EMFILE", "", FILES_OPENED), ("openat", "EACCES", "", FILES_OPENED),
+        ("statx", "EACCES", "", ("new file 12",), ("settings",)),
+        ("access", "EIO", "", ("new file 1", "new file 6", "settings 3")),
+        ("read", "EIO", "", ("settings", "new file 1", "new file 3", "new file 4")),
+        ("write", "ENOSPC", "", ("all",)), ("write", "EIO", "", ("all",)),
         ("fdatasync", "EIO", ""), ("fdatasync", "ENOSPC", ""),
         ("flock", "ENOLCK", "setNativeLocks failed: "), ("flock", "EAGAIN", "setNativeLocks failed: "),
-        ("linkat", "EIO", ""), ("linkat", "ENOSPC", ""), ("rename", "EIO", ""), ("rename", "ENOSPC", ""),
-        ("unlink", "EIO", "Could not remove our own lock file "), ("lseek", "EINVAL", "QFile::at: Cannot set "),
-        ("close", "EIO", ""))),
+        ("linkat", "EIO", "", ("new file",)), ("linkat", "ENOSPC", "", ("new file",)),
+        ("rename", "EIO", "", ("all",)), ("rename", "ENOSPC", "", ("all",)),
+        ("unlink", "EIO", "Could not remove our own lock file ", ("new file 2",)),
+        ("lseek", "EINVAL", "QFile::at: Cannot set "), ("close", "EIO", ""))),
 ))
 
 TIME = Group("settings: others and the clock", "settings_world", (

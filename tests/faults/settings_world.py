@@ -23,6 +23,8 @@ KEPT = "colour=\"green, and blue\""
 NEW_COUNT = str(OLD_COUNT + 1)
 # The rights of what the program makes.
 FOR_THE_USER = {"file": "-rw-------", "folder": "drwx------"}
+# The calls that give a file another name.
+TWO_PATHS = ("rename", "linkat")
 # Until a call is hit: beside much other work the event loop reads and writes now more often, now less.
 TRIES = 40
 
@@ -174,40 +176,71 @@ def kills(lay):
     return run
 
 
-def failing(name, error):
-    """Each occurrence of the call during the write fails, one after the other."""
+def failing(name, error, stay=(), alone=()):
+    """Of the calls on each file the first and the last fail, or all, one after the other.
+
+    Where one of "stay" fails, the old settings stay; else they are stored, with the old rights or for the user alone.
+    """
     def run(world, row):
-        plan = recorded(world, with_old)
-        chosen = drawn([call for call in plan if call.name == name], None if world.options.all else row.sample)
-        if not chosen:
+        plan = [call for call in recorded(world, with_old) if call.name == name]
+        if not plan:
             return [("", Seen("nothing to fail", differences=[f"the write has no call of {name}"]))]
-        return [(str(call), one_fails(world, call, error, row.says)) for call in chosen]
+        chosen = plan if world.options.all else first_and_last(plan)
+        return [(str(call), one_fails(world, call, error, row.says, old_stay=call.is_among(stay),
+                                      rights=FOR_THE_USER["file"] if call.is_among(alone) else None))
+                for call in chosen]
     return run
 
 
+def first_and_last(plan):
+    """Of each file: before anything is done with it, and after all."""
+    files = [call.file for call in plan]
+    return [call for number, call in enumerate(plan)
+            if call.file not in files[:number] or call.file not in files[number + 1:]]
+
+
 def with_old(place):
-    place.home.write_settings(OLD + KEPT + "\n")
+    place.home.write_settings(f"{OLD}{KEPT}\n\n[Other]\nkey=value\n")
 
 
 @dataclasses.dataclass
 class Call:
-    """A call of the write: how many of its name there are from the press up to it, and from the write's begin."""
+    """A call of the write: its file, which it is on that from the write's begin, and the number that is tried first."""
 
     name: str
-    count: int
+    file: str
     which: int
+    count: int
 
     def __str__(self):
-        return f"{self.name} {self.which}"
+        return f"{self.name} {f'of the {self.file} ' if self.file else ''}{self.which}"
+
+    def is_among(self, calls):
+        """By the file, by the file and the number, or all of them."""
+        return any(what in ("all", self.file, f"{self.file} {self.which}") for what in calls)
+
+    def paths(self, place):
+        """What alone is traced for it: its file, and the lock with which a write begins; no paths mean all."""
+        if self.name in TWO_PATHS:
+            return ()
+        path = {file: path for path, file in files_of(place).items()}.get(self.file, self.file)
+        return (path, place.home.settings_path + ".lock") if path.startswith("/") else ()
+
+
+def files_of(place):
+    """The names of the files of a write."""
+    path = place.home.settings_path
+    return {place.home.settings_folder: "folder", path: "settings", path + ".lock": "lock", path + ".new": "new file",
+            path + ".new.lock": "new file's lock"}
 
 
 @contextlib.contextmanager
-def attached(tried, place, *expressions):
+def attached(tried, place, *expressions, paths=()):
     """strace at the main thread of a program whose window waits, so that calls are counted from the press on."""
     path = os.path.join(place.folder, "calls")
     tracer = subprocess.Popen(
-        ["strace", "-qq", "-y", "-s", "300", "-o", path, *expressions, "-p", str(tried.program.pid)],
-        stderr=subprocess.DEVNULL)
+        ["strace", "-qq", "-y", "-s", "300", "-o", path, *expressions, *(word for of in paths for word in ("-P", of)),
+         "-p", str(tried.program.pid)], stderr=subprocess.DEVNULL)
     try:
         wait_until(lambda: is_traced(tried.program.pid), "the tracer")
         yield path
@@ -225,8 +258,12 @@ def calls_of(path):
     """The calls since the press, and how many of them there were before the write, which begins with its lock."""
     with open(path, encoding="utf-8", errors="replace") as file:
         lines = [line for line in file if re.match(r"\w+\(", line)]
-    touched = [number for number, line in enumerate(lines) if "CrashReporter.conf.lock" in line]
-    return lines, touched[0] if touched else len(lines), touched[-1] if touched else len(lines)
+    touched = touching_the_lock(lines)
+    return lines, touched[0], touched[-1]
+
+
+def touching_the_lock(lines):
+    return [number for number, line in enumerate(lines) if "CrashReporter.conf.lock" in line] or [len(lines)]
 
 
 def name_of(line):
@@ -238,8 +275,27 @@ def is_of_the_write(line):
     return "anon_inode:" not in line and name_of(line) not in ("poll", "futex", "writev", "recvmsg")
 
 
-def which_of_its_name(lines, begin, number):
-    return sum(is_of_the_write(line) and name_of(line) == name_of(lines[number]) for line in lines[begin:number + 1])
+def paths_in(line):
+    """The paths of a call, without its result and the folder that relative ones begin at."""
+    arguments = re.sub(r"AT_FDCWD<[^>]*>", "", line.rpartition(") = ")[0] or line)
+    return [one or other for one, other in re.findall(r'<([^>]*)>|"([^"]*)"', arguments) if one or other]
+
+
+def file_in(line, place):
+    """What the call is made on: of two files, the one that is to be."""
+    paths = paths_in(line) or [""]
+    path = paths[-1] if name_of(line) in TWO_PATHS else paths[0]
+    if "/#" in path:
+        return "unnamed file"
+    if path.startswith(place.home.settings_path + ".new.") and not path.endswith(".lock"):
+        return "unnamed file's name"
+    return files_of(place).get(path, path if path.startswith("/") else "")
+
+
+def which_on_its_file(lines, begin, number, place):
+    def what(line):
+        return name_of(line), file_in(line, place)
+    return sum(is_of_the_write(line) and what(line) == what(lines[number]) for line in lines[begin:number + 1])
 
 
 def recorded(world, lay):
@@ -252,9 +308,13 @@ def recorded(world, lay):
         with attached(tried, place) as path:
             tried.submit()
         lines, begin, end = calls_of(path)
-    return [Call(name_of(lines[number]), sum(name_of(line) == name_of(lines[number]) for line in lines[:number + 1]),
-                 which_of_its_name(lines, begin, number))
-            for number in range(begin, end + 1) if is_of_the_write(lines[number])]
+        found = [Call(name_of(lines[number]), file_in(lines[number], place),
+                      which_on_its_file(lines, begin, number, place), 0)
+                 for number in range(begin, end + 1) if is_of_the_write(lines[number])]
+        for call in found:
+            traced = [line for line in lines if not (paths := call.paths(place)) or {*paths} & {*paths_in(line)}]
+            call.count = better_count(traced, touching_the_lock(traced)[0], call, place, 0)
+        return found
 
 
 @contextlib.contextmanager
@@ -264,19 +324,19 @@ def one_submission(world, lay):
         place.serve()
         tried = place.report(place.crash_log())
         tried.has_window()
-        tried.before = place.home.settings()
+        tried.before = file_of(place)
         yield place, tried
 
 
-def has_hit(lines, begin, hit, call):
+def has_hit(lines, begin, hit, call, place):
     return hit is not None and hit >= begin and name_of(lines[hit]) == call.name and is_of_the_write(lines[hit]) \
-        and which_of_its_name(lines, begin, hit) == call.which
+        and file_in(lines[hit], place) == call.file and which_on_its_file(lines, begin, hit, place) == call.which
 
 
-def better_count(lines, begin, call, count):
+def better_count(lines, begin, call, place, count):
     """What would have hit the call; the event loop may shift the count."""
-    for number, line in enumerate(lines):
-        if has_hit(lines, begin, number, call):
+    for number in range(len(lines)):
+        if has_hit(lines, begin, number, call, place):
             return sum(name_of(earlier) == call.name for earlier in lines[:number + 1])
     return count + 1
 
@@ -286,55 +346,49 @@ def killed(world, lay, call, with_next):
     count = call.count
     for _ in range(TRIES):
         with one_submission(world, lay) as (place, tried):
-            with attached(tried, place, "-e", f"inject={call.name}:signal=KILL:when={count}") as path:
+            with attached(tried, place, "-e", f"inject={call.name}:signal=KILL:when={count}",
+                          paths=call.paths(place)) as path:
                 with contextlib.suppress(Exception):  # the program may be gone before it has answered the press
                     tried.press()
                 with contextlib.suppress(WaitedInVain):
                     wait_until(lambda: not tried.is_running() or tried.outcome(), "the end by SIGKILL", 5)
             lines, begin, _ = calls_of(path)
-            if has_hit(lines, begin, len(lines) - 1, call):
+            if has_hit(lines, begin, len(lines) - 1, call, place):
                 seen = tried.seen(tried.outcome() or "still running")
-                seen.differences += [*old_or_new(place, tried.before)]
+                if file_of(place) != tried.before:
+                    seen.differences += not_new(tried.before, file_of(place))
                 if seen.posts:
                     seen.differences.append("a report was sent")
                 if with_next or world.options.all:
                     seen.differences += [*next_one_counts(place)]
                 return seen
-            count = better_count(lines, begin, call, count)
+            count = better_count(lines, begin, call, place, count)
     return Seen("not killed there", differences=[f"the call was never hit: {lines[-3:]}"])
 
 
-def one_fails(world, call, error, says):
+def one_fails(world, call, error, says, old_stay, rights):
     """One run in which that call fails."""
     count = call.count
     for _ in range(TRIES):
         with one_submission(world, with_old) as (place, tried):
-            with attached(tried, place, "-e", f"inject={call.name}:error={error}:when={count}") as path:
+            with attached(tried, place, "-e", f"inject={call.name}:error={error}:when={count}",
+                          paths=call.paths(place)) as path:
                 seen = tried.seen(tried.submit())
             lines, begin, _ = calls_of(path)
             hit = next((number for number, line in enumerate(lines) if "(INJECTED)" in line), None)
-            if has_hit(lines, begin, hit, call):
-                seen.differences += [*place.differing_requests(1), *old_or_new(place, tried.before)]
+            if has_hit(lines, begin, hit, call, place):
+                seen.differences += place.differing_requests(1)
+                if not old_stay:
+                    seen.differences += not_new(tried.before, file_of(place), rights)
+                elif file_of(place) != tried.before:
+                    seen.differences.append(f"the file was {tried.before} and is {file_of(place)}")
                 seen.notes.append(lines[hit].strip())
                 strange = [line for line in tried.log_lines() if not says or not line.startswith(says)]
                 if strange:
                     seen.differences.append(f"the log has {strange}")
                 return seen
-            count = better_count(lines, begin, call, count)
+            count = better_count(lines, begin, call, place, count)
     return Seen("nothing failed", differences=[f"the call was never hit: {call}, {count}"])
-
-
-def old_or_new(place, before):
-    """The file is as it was, or it is the new one, whole."""
-    stored = place.home.settings()
-    if stored == before:
-        return
-    if stored.get(COUNT) != str(int(before.get(COUNT, 0)) + 1) or not is_date(stored.get(DATE, "")):
-        yield f"the file was {before} and is {stored}"
-    if lost := before.keys() - stored.keys():
-        yield f"{lost} are lost"
-    if not read(place.home.settings_path).endswith(b"\n"):
-        yield "the file has no end"
 
 
 def next_one_counts(place):
