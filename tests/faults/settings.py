@@ -13,7 +13,7 @@ import time
 from attempt import COUNT, DATE
 from network_world import ADDRESS
 from settings_world import (
-    KEPT, NEW_COUNT, OLD, OLD_COUNT, THROTTLED, Setting, at_once, failing, held_lock, in_turn, kills, overlapping)
+    KEPT, NEW_COUNT, OLD, THROTTLED, Setting, at_once, failing, held_lock, in_turn, kills, overlapping, with_old)
 from situation import Group, REFUSED
 from tracing import Trace
 from trial.home import write
@@ -119,6 +119,12 @@ def home_is(path):
     return lay
 
 
+def home_in_a_closed_folder(place):
+    folder = os.path.join(place.folder, "closed")
+    os.mkdir(folder, 0o555)
+    return home_is(os.path.join(folder, "home"))(place)
+
+
 def home_below_a_file(place):
     write(os.path.join(place.folder, "file"), b"")
     return ("-u", "XDG_CONFIG_HOME", f"HOME={place.folder}/file/home"), ()
@@ -204,7 +210,7 @@ PLACES = Group("settings: what stands there", "settings_world", (
     Setting("a link that leads to itself in the place of the folder", untouched=True,
             lay=in_place_of("folder", link_to("Korvale"))),
     Setting("no home", count=None, each=(
-        ("in no folder", home_is("/nonexistent/home")), ("empty", home_is("")), ("below a file", home_below_a_file))),
+        ("in a closed folder", home_in_a_closed_folder), ("empty", home_is("")), ("below a file", home_below_a_file))),
 ))
 
 RIGHTS = Group("settings: what can be written", "settings_world", (
@@ -229,8 +235,8 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
     *(Setting(f"a call of {name} fails with {error}", run=failing(name, error, *kept), says=says)
       for name, error, says, *kept in (
         ("openat", "EMFILE", "", FILES_OPENED), ("openat", "EACCES", "", FILES_OPENED),
-        ("statx", "EACCES", "", ("new file 12",), ("settings",)),
-        ("access", "EIO", "", ("new file 1", "new file 6", "settings 3")),
+        ("statx", "EACCES", "", ("new file 14",), ("settings",)),
+        ("access", "EIO", "", ("new file 1", "new file 6", "settings 2")),
         ("read", "EIO", "", ("settings", "new file 1", "new file 3", "new file 4")),
         ("write", "ENOSPC", "", ("all",)), ("write", "EIO", "", ("all",)),
         ("fdatasync", "EIO", ""), ("fdatasync", "ENOSPC", ""),
@@ -243,13 +249,13 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
 
 TIME = Group("settings: others and the clock", "settings_world", (
     Setting("SIGKILL at each system call of the write, with a file", "ended by SIGKILL",
-            run=kills(holding(OLD)), sample=12),
+            run=kills(with_old), sample=12),
     Setting("SIGKILL at each system call of the write, without a file", "ended by SIGKILL",
             run=kills(lambda place: None), sample=6),
     Setting("two programs submit in turn, a hundred times", REFUSED, run=in_turn),
     Setting("two programs submit at the same moment", REFUSED, run=at_once(10)),
-    Setting("another program is in its write for a fifth of a second", REFUSED, run=overlapping(200)),
-    Setting("another program is in its write for two seconds", REFUSED, run=overlapping(2000)),
+    Setting("another program is in its write, and ends it", REFUSED, run=overlapping(goes_on=True)),
+    Setting("another program is in its write, and stays there", REFUSED, run=overlapping(goes_on=False)),
     Setting("twelve attempts, the last one just now", THROTTLED, lay=stored_at("+0"), untouched=True),
     Setting("the same with an address", lay=stored_at("+0"), address=ADDRESS, count="13"),
     Setting("the same, the clock four minutes forward", lay=stored_at("+240"), count="13"),

@@ -5,6 +5,7 @@ import dataclasses
 import fcntl
 import os
 import re
+import signal
 import stat
 import subprocess
 
@@ -132,8 +133,8 @@ def file_of(place):
     return (stat.filemode(os.stat(path).st_mode), read(path)) if os.path.isfile(path) else None
 
 
-def not_new(old, new, rights=None):
-    """How the file is not the old one with the next count and a date, every other line, and its rights."""
+def not_new(old, new, rights=None, attempts=1):
+    """How the file is not the old one with so many more attempts and a date, every other line, and its rights."""
     if not new:
         yield "there is no file"
         return
@@ -143,7 +144,7 @@ def not_new(old, new, rights=None):
     wanted, found = (sections(content) for content in (old[1] if old else b"", new[1]))
     general = dict(line.partition("=")[::2] for line in wanted.get("[General]", []))
     date = dict(line.partition("=")[::2] for line in found.get("[General]", [])).get(DATE, "")
-    general |= {COUNT: str(int(general.get(COUNT, 0)) + 1), DATE: date}
+    general |= {COUNT: str(int(general.get(COUNT, 0)) + attempts), DATE: date}
     wanted["[General]"] = sorted(f"{key}={value}" for key, value in general.items())
     if found != wanted or not is_date(date) or not new[1].endswith(b"\n"):
         yield f"the file was {old!r:.300} and is {new!r:.300}"
@@ -235,9 +236,9 @@ def files_of(place):
 
 
 @contextlib.contextmanager
-def attached(tried, place, *expressions, paths=()):
+def attached(tried, place, *expressions, paths=(), name="calls"):
     """strace at the main thread of a program whose window waits, so that calls are counted from the press on."""
-    path = os.path.join(place.folder, "calls")
+    path = os.path.join(place.folder, name)
     tracer = subprocess.Popen(
         ["strace", "-qq", "-y", "-s", "300", "-o", path, *expressions, *(word for of in paths for word in ("-P", of)),
          "-p", str(tried.program.pid)], stderr=subprocess.DEVNULL)
@@ -459,32 +460,61 @@ def at_once(rounds):
     return run
 
 
-def overlapping(hold_ms):
-    """One program is held in its write for so long; the other submits meanwhile. One attempt of two may be lost."""
+def overlapping(goes_on):
+    """One program is stopped in its write; another submits, and waits for it, or goes on without storing."""
     def run(world, row):
         with world.place() as place:
             place.serve(REFUSE)
             place.home.write_settings(OLD)
+            before = file_of(place)
             first, second = (place.report(place.crash_log()) for _ in range(2))
             for tried in (first, second):
                 tried.has_window()
                 tried.program.fill_in(ADDRESS)
-            with attached(first, place, "-e", "trace=fdatasync",
-                          "-e", f"inject=fdatasync:delay_enter={hold_ms}ms:when=1"):
+            # The third one is that of the new bytes, behind those of the two locks.
+            with attached(first, place, "-e", "trace=fdatasync,rename",
+                          "-e", "inject=fdatasync:signal=STOP:when=3") as firsts:
                 first.press()
-                lock = place.home.settings_path + ".lock"
-                with contextlib.suppress(WaitedInVain):
-                    wait_until(lambda: os.path.exists(lock), "the lock", 2)
-                seen = second.seen(second.submit())
-                ends = {wait_until(first.outcome, "the first one's end"), seen.end}
-            stored = int(attempt.stored(place).get(COUNT, 0))
-            if stored not in (OLD_COUNT + 1, OLD_COUNT + 2):
-                seen.differences.append(f"{OLD_COUNT} has become {stored}")
-            if ends != {REFUSED}:
-                seen.differences.append(f"ended as {ends}")
-            seen.differences += place.differing_requests(2)
+                wait_until(lambda: "stopped by SIGSTOP" in text_of(firsts), "the stop in the write")
+                with attached(second, place, "-e", "trace=openat,rename", name="seconds") as seconds:
+                    second.press()
+                    # Not by its window, which stands still while it waits, and it would not wait for long.
+                    wait_until(lambda: re.search(r'CrashReporter\.conf\.lock", O_RDWR.*EEXIST', text_of(seconds)),
+                               "the other one's try at the held lock")
+                    if goes_on:
+                        first.send_signal(signal.SIGCONT)
+                    seen = second.seen(wait_until(second.outcome, "the other one's end"))
+                    differing = []
+                    if goes_on and not has_stored(seconds):
+                        differing.append(Delay("the other one has not stored"))
+                if not goes_on:
+                    if has_stored(seconds):
+                        differing.append("the other one has stored")
+                    if has_stored(firsts) or file_of(place) != before:
+                        differing.append("the first one has not stayed in its write")
+                    first.send_signal(signal.SIGCONT)
+                first_end = wait_until(first.outcome, "the first one's end")
+                if not has_stored(firsts):
+                    differing.append("the first one has not stored")
+            if first_end != REFUSED:
+                differing.append(f"the first one ended as {first_end}")
+            seen.posts = place.posts()
+            seen.differences += [*differing, *not_new(before, file_of(place), attempts=2 if goes_on else 1),
+                                 *place.differing_requests(2)]
+            if seen.seconds > row.within:
+                seen.differences.append(Delay(f"it took {seen.seconds:.1f} s"))
             return [("", seen)]
     return run
+
+
+def text_of(path):
+    with open(path, encoding="utf-8", errors="replace") as file:
+        return file.read()
+
+
+def has_stored(path):
+    """Whether a traced program has put a file in the place of the settings."""
+    return re.search(r'rename\(.*CrashReporter\.conf"\) += 0', text_of(path)) is not None
 
 
 def held_lock(place, text=None):
