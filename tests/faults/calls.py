@@ -1,20 +1,34 @@
 """Every system call and allocation that is made to fail once: which calls, and with which errors.
 
-The errors are those that the calls' manuals name, without those that a mistake in the program alone could bring about.
+The errors are those that the calls' manuals name, and of sockets those of the protocols' manuals. Left out is what only
+a mistake in the program brings about: EBADF, EFAULT, ENOTSOCK, EISCONN and EDESTADDRREQ; and EINVAL and EOPNOTSUPP, but
+where the kind of a file or the system's own bounds may be the reason. EIO and ENOMEM, which a file system may give, and
+ENOSYS, which a sandbox gives, stand also where no manual names them.
 However it ends, a person sees it: the report was accepted, and whole; or an alert; or a line, and exit status 1. Only a
 crash log that cannot be read ends it without a word: there is nothing to show.
 """
 
-from calls_world import Calls, Memory
+from calls_world import Calls, DISPLAY_LOST, Memory
 from situation import Group, SENDING
 
-FILES = ("EACCES", "ENOENT", "ELOOP", "ENOTDIR", "ENOMEM", "EIO")
+# Of a path, wherever it leads.
+PATH = ("EACCES", "EIO", "ELOOP", "ENAMETOOLONG", "ENOENT", "ENOMEM", "ENOTDIR")
+# Of what is made or taken away in a folder.
+FOLDER = (*PATH, "EPERM", "EROFS")
+SPACE = ("EDQUOT", "EIO", "ENOSPC")
 DESCRIPTORS = ("EMFILE", "ENFILE", "ENOMEM")
-SPACE = ("ENOSPC", "EDQUOT", "EIO")
+# What the network, or who is at the other end, brings about: ip(7), tcp(7) and unix(7).
+PEER = ("ECONNREFUSED", "ECONNRESET", "EHOSTUNREACH", "ENETUNREACH", "ETIMEDOUT")
+SEND = (*PEER, "EACCES", "EAGAIN", "EINTR", "EMSGSIZE", "ENOBUFS", "ENOMEM", "ENOTCONN", "EPERM", "EPIPE")
+RECEIVE = (*PEER, "EAGAIN", "EINTR", "ENOMEM", "ENOTCONN")
+WRITE = (*SPACE, "EAGAIN", "EFBIG", "EINTR", "EPERM", "EPIPE")
+SYNC = (*SPACE, "EINTR", "EINVAL", "EROFS")
+PROCESS = ("EAGAIN", "ENOMEM", "ENOSPC", "ENOSYS", "EPERM")
 # Where what lies below the program ends it, or leaves it without an end, whatever the program does.
 NO_WINDOW = "no window and no end"
 LOST_CONNECTION = "libxcb gives the connection up, and the toolkit's thread that reads from it waits forever"
 NO_CONNECTION = "the toolkit's plug-in for X goes on with the answers that libxcb has not got"
+DISPLAY_GIVEN_UP = "the toolkit or libX11 ends a program whose connection to the display has broken"
 LOST_WAKING = "the toolkit's event loop sleeps on when the write to its eventfd has failed, which eventfd(2) rules out"
 # A thread is not made where its stack, of the usual 8 MiB, is not to be had either.
 NO_THREAD = r"clone3\(|MAP_STACK|mprotect\(0x\w+, 8388608, PROT_READ\|PROT_WRITE\)"
@@ -30,6 +44,7 @@ PLACES = (
     (r"poll\(\[\{fd=\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
     (r"poll\(\[\{fd=\d+<socket:", NO_WINDOW, LOST_CONNECTION),
     (r"poll\(\[\{fd=\d+<socket:", SENDING, LOST_CONNECTION),
+    (r"(?:writev|recvmsg|recvfrom|poll)\((?:\[\{fd=)?\d+<socket:", DISPLAY_LOST, DISPLAY_GIVEN_UP),
     (r"write\(\d+<anon_inode:\[eventfd\]>", NO_WINDOW, LOST_WAKING),
     (r"write\(\d+<anon_inode:\[eventfd\]>", SENDING, LOST_WAKING),
     (NO_THREAD, NO_WINDOW, "the toolkit waits for a thread that was not made"),
@@ -58,47 +73,58 @@ MEMORY_PLACES = (
 SHARES = 4
 # The calls come in families, so that a quick look has some of each.
 SYSTEM = Group("calls: system", "calls_world", prints_runs=True, rows=(
-    Calls("files are opened", {"openat": ("EACCES", "ENOENT", "EMFILE", "ENFILE", "ENOMEM", "EINTR", "EIO")}),
-    Calls("files are looked at", {
-        "newfstatat": FILES, "statx": FILES, "access": FILES, "readlink": FILES, "getdents64": ("ENOENT", "EIO"),
-        "statfs": ("EACCES", "EIO", "ENOSYS"), "fstatfs": ("EIO", "ENOSYS"), "getcwd": ("EACCES", "ENOENT", "ENOMEM"),
-        "lseek": ("ESPIPE",)}),
-    Calls("files are read", {
-        "read": ("EIO", "EINTR", "EAGAIN", "EISDIR"), "pread64": ("EIO", "EINTR"), "fadvise64": ("EINVAL",)}),
-    Calls("files are written", places=PLACES, errors={
-        "write": (*SPACE, "EINTR", "EAGAIN"), "fdatasync": SPACE, "fsync": SPACE, "linkat": (*SPACE, "EPERM", "EEXIST"),
-        "rename": (*SPACE, "EACCES", "EPERM"), "unlink": ("EACCES", "EIO"), "mkdir": (*SPACE, "EACCES", "EEXIST"),
-        "flock": ("ENOLCK", "EINTR", "EAGAIN"), "chmod": ("EPERM", "EROFS"), "fchmod": ("EPERM", "EROFS"),
-        "ftruncate": ("EIO", "EINTR")}),
-    Calls("the display and the server are spoken to", places=PLACES, errors={
-        "socket": (*DESCRIPTORS, "EACCES", "ENOBUFS", "EAFNOSUPPORT"), "socketpair": DESCRIPTORS,
-        "connect": ("ECONNREFUSED", "ENETUNREACH", "ETIMEDOUT", "EACCES", "EADDRNOTAVAIL", "ENOENT"),
-        "sendto": ("ECONNRESET", "EPIPE", "ENOBUFS", "ENOMEM", "EINTR", "EAGAIN"),
-        "sendmsg": ("ECONNRESET", "EPIPE", "ENOBUFS", "ENOMEM", "EINTR", "EAGAIN"),
-        "recvfrom": ("ECONNRESET", "ENOMEM", "EINTR", "EAGAIN"), "recvmsg": ("ECONNRESET", "ENOMEM", "EINTR", "EAGAIN"),
-        "writev": ("EPIPE", "ECONNRESET", "EINTR", "EAGAIN"), "getsockopt": ("ENOBUFS", "ENOMEM"),
-        "setsockopt": ("ENOMEM", "ENOBUFS"), "getsockname": ("ENOBUFS",), "getpeername": ("ENOTCONN", "ENOBUFS"),
-        "shutdown": ("ENOTCONN",)}),
-    Calls("descriptors are made and waited for", places=PLACES, errors={
-        "close": ("EIO", "EINTR"), "fcntl": ("EMFILE", "EAGAIN"), "ioctl": ("ENOTTY",), "pipe2": DESCRIPTORS,
-        "eventfd2": (*DESCRIPTORS, "ENODEV"), "poll": ("EINTR", "ENOMEM"), "ppoll": ("EINTR", "ENOMEM"),
-        "inotify_init1": DESCRIPTORS, "memfd_create": DESCRIPTORS, "dup2": ("EBUSY", "EINTR", "EMFILE")}),
+    Calls("files are opened", sample=1, errors={
+        "openat": (*FOLDER, "EAGAIN", "EBUSY", "EDQUOT", "EEXIST", "EINTR", "EISDIR", "EMFILE", "ENFILE", "ENODEV",
+                   "ENOSPC", "ENXIO", "EOVERFLOW", "ETXTBSY")}),
+    Calls("files are looked at", sample=3, errors={
+        "newfstatat": (*PATH, "EOVERFLOW"), "statx": PATH, "access": (*FOLDER, "ETXTBSY"),
+        "readlink": (*PATH, "EINVAL"), "getdents64": ("EIO", "ENOENT", "ENOTDIR"),
+        "statfs": (*PATH, "EINTR", "ENOSYS", "EOVERFLOW"), "fstatfs": ("EINTR", "EIO", "ENOMEM", "ENOSYS", "EOVERFLOW"),
+        "getcwd": ("EACCES", "ENAMETOOLONG", "ENOENT", "ENOMEM"), "lseek": ("ENXIO", "EOVERFLOW", "ESPIPE")}),
+    Calls("files are read", sample=2, errors={
+        "read": ("EAGAIN", "ECONNRESET", "EINTR", "EIO", "EISDIR"),
+        "pread64": ("EINTR", "EIO", "EISDIR", "ENXIO", "EOVERFLOW", "ESPIPE"), "fadvise64": ("EINVAL", "ESPIPE")}),
+    Calls("files are written", sample=8, places=PLACES, errors={
+        "write": WRITE, "fdatasync": SYNC, "fsync": SYNC,
+        "linkat": (*FOLDER, "EDQUOT", "EEXIST", "EMLINK", "ENOSPC", "EXDEV"),
+        "rename": (*FOLDER, "EBUSY", "EDQUOT", "EISDIR", "EMLINK", "ENOSPC", "EXDEV"),
+        "unlink": (*FOLDER, "EBUSY", "EISDIR"), "mkdir": (*FOLDER, "EDQUOT", "EEXIST", "EMLINK", "ENOSPC"),
+        "flock": ("EAGAIN", "EINTR", "ENOLCK"), "chmod": FOLDER, "fchmod": ("EIO", "EPERM", "EROFS"),
+        "ftruncate": ("EFBIG", "EINTR", "EINVAL", "EIO", "EPERM", "EROFS", "ETXTBSY")}),
+    Calls("the display and the server are spoken to", sample=12, places=PLACES, errors={
+        "socket": (*DESCRIPTORS, "EACCES", "EAFNOSUPPORT", "EINVAL", "ENOBUFS", "EPROTONOSUPPORT"),
+        "socketpair": (*DESCRIPTORS, "EAFNOSUPPORT", "EOPNOTSUPP", "EPROTONOSUPPORT"),
+        "connect": (*PEER, "EACCES", "EADDRINUSE", "EADDRNOTAVAIL", "EAFNOSUPPORT", "EAGAIN", "EALREADY", "EINPROGRESS",
+                    "EINTR", "ENOENT", "EPERM", "EPROTOTYPE"),
+        "sendto": SEND, "sendmsg": (*SEND, "ETOOMANYREFS"), "recvfrom": RECEIVE, "recvmsg": RECEIVE,
+        "writev": (*WRITE, "ECONNRESET", "ENOBUFS", "ENOMEM"),
+        "getsockopt": ("EINVAL", "ENOBUFS", "ENOMEM", "ENOPROTOOPT"),
+        "setsockopt": ("EDOM", "EINVAL", "ENOBUFS", "ENOMEM", "ENOPROTOOPT", "EPERM"), "getsockname": ("ENOBUFS",),
+        "getpeername": ("ENOBUFS", "ENOTCONN"), "shutdown": ("ENOTCONN",)}),
+    Calls("descriptors are made and waited for", sample=4, places=PLACES, errors={
+        "close": (*SPACE, "EINTR"), "fcntl": ("EACCES", "EAGAIN", "EBUSY", "EINTR", "EMFILE", "ENOLCK", "EPERM"),
+        "ioctl": ("EINVAL", "ENOTTY"), "pipe2": DESCRIPTORS, "eventfd2": (*DESCRIPTORS, "ENODEV"),
+        "poll": ("EINTR", "EINVAL", "ENOMEM"), "ppoll": ("EINTR", "EINVAL", "ENOMEM"), "inotify_init1": DESCRIPTORS,
+        "memfd_create": (*DESCRIPTORS, "EPERM"), "dup2": ("EBUSY", "EINTR", "EMFILE")}),
     # Not brk(2): the system gives back where the memory ends, and an error in its place is taken for that. Nor
     # futex(2), whose errors the C library does not look for.
-    Calls("memory is asked of the system", places=PLACES, errors={
-        "mmap": ("ENOMEM", "EAGAIN", "ENFILE", "ENODEV"), "mprotect": ("ENOMEM", "EACCES"), "munmap": ("ENOMEM",),
-        "mremap": ("ENOMEM", "EAGAIN"), "madvise": ("ENOMEM", "EAGAIN"),
-        "shmget": ("ENOMEM", "ENOSPC"), "shmat": ("ENOMEM", "EACCES"), "shmctl": ("EACCES",),
+    Calls("memory is asked of the system", sample=3, places=PLACES, errors={
+        "mmap": ("EACCES", "EAGAIN", "ENFILE", "ENODEV", "ENOMEM", "EOVERFLOW", "EPERM", "ETXTBSY"),
+        "mprotect": ("EACCES", "ENOMEM"), "munmap": ("ENOMEM",), "mremap": ("EAGAIN", "ENOMEM"),
+        "madvise": ("EACCES", "EAGAIN", "EBUSY", "EINVAL", "EIO", "ENOMEM", "EPERM"),
+        "shmget": ("EACCES", "EEXIST", "EINVAL", "ENFILE", "ENOENT", "ENOMEM", "ENOSPC", "EPERM"),
+        "shmat": ("EACCES", "EIDRM", "EINVAL", "ENOMEM"), "shmctl": ("EACCES", "EIDRM", "EINVAL", "EPERM"),
         "shmdt": ("EINVAL",)}),
     Calls("processes and threads are made", places=PLACES, errors={
-        "clone3": ("EAGAIN", "ENOMEM", "ENOSPC"), "clone": ("EAGAIN", "ENOMEM", "ENOSPC"),
-        "vfork": ("EAGAIN", "ENOMEM"),
-        "waitid": ("EINTR", "ECHILD"), "wait4": ("EINTR", "ECHILD"), "getrandom": ("EINTR", "EAGAIN", "ENOSYS"),
-        "prlimit64": ("EPERM",), "sysinfo": ("ENOSYS",), "uname": ("ENOSYS",), "sched_getaffinity": ("ENOSYS",)}),
+        "clone3": PROCESS, "clone": PROCESS, "vfork": PROCESS,
+        "waitid": ("ECHILD", "EINTR"), "wait4": ("ECHILD", "EINTR"), "getrandom": ("EAGAIN", "EINTR", "ENOSYS"),
+        "prlimit64": ("EPERM", "ESRCH"), "sysinfo": ("ENOSYS",), "uname": ("ENOSYS",),
+        "sched_getaffinity": ("ENOSYS", "ESRCH")}),
     # The thread of libcurl in which the C library looks the host up.
     Calls("the list of hosts is read", files=("/etc/hosts", "/etc/resolv.conf"), errors={
-        "openat": ("EACCES", "ENOENT", "EMFILE", "ENFILE", "ENOMEM", "EIO"), "newfstatat": ("EACCES", "ENOMEM", "EIO"),
-        "read": ("EIO", "EINTR"), "lseek": ("ESPIPE",), "close": ("EIO", "EINTR")}),
+        "openat": (*PATH, "EAGAIN", "EINTR", "EISDIR", "EMFILE", "ENFILE", "ENXIO", "EOVERFLOW", "EPERM"),
+        "newfstatat": (*PATH, "EOVERFLOW"), "read": ("EAGAIN", "EINTR", "EIO", "EISDIR"),
+        "lseek": ("ENXIO", "EOVERFLOW", "ESPIPE"), "close": (*SPACE, "EINTR")}),
 ))
 
 MEMORY = Group("calls: memory", "calls_world", prints_runs=True, rows=(

@@ -2,7 +2,9 @@
 
 import contextlib
 import dataclasses
+import itertools
 import os
+import random
 import re
 import signal
 import subprocess
@@ -12,10 +14,17 @@ import attempt
 from attempt import NO_REPORT, is_whole
 from network_world import CRASH_LOG, LOCAL_HOSTS, NAMED_HOST, TRY_AGAIN, write_file
 from situation import ACCEPTED, NOT_REACHED, SENDING
-from tracing import Trace, drawn
+from tracing import Trace
 from trial.waiting import WaitedInVain, wait_until
 
 SAID = "a line and exit status 1"
+DISPLAY_LOST = "the toolkit's own words of a lost display and exit status 1"
+# All that stands in the log when the exit status is 1.
+LAST_WORDS = (
+    ("korvale-crash-reporter: there is no memory to go on", SAID),
+    ("korvale-crash-reporter: the report window cannot be shown on this display: .+", SAID),
+    (r"(?:(?:The X11 connection broke|XIO:  fatal IO error| +after \d+ requests).+\n?)+", DISPLAY_LOST),
+)
 ALERT = "an alert"
 # That the report has not arrived. None other can be right: the server never refuses, and the log is read before.
 ALERTS = tuple((title, TRY_AGAIN) for title in (
@@ -34,7 +43,7 @@ TOOLKIT = re.compile(r"/qt6/plugins/|"
 # The request goes out all the same, which a server has to refuse; the log says so.
 NO_BODY = "a request without a body"
 # How it may come to an end; a run that was not reached has to be accepted.
-ENDS = (ACCEPTED, NO_BODY, ALERT, SAID, UNREAD, BELOW, NOT_REACHED)
+ENDS = (ACCEPTED, ALERT, SAID, UNREAD, BELOW, NOT_REACHED)
 # The first call of main, that no library makes before it; and one that main makes soon after, and nobody else.
 FIRST_OF_MAIN, SOON_AFTER, HOW_SOON = "rt_sigaction(SIGPIPE, {sa_handler=SIG_IGN", "setitimer", 20
 
@@ -65,7 +74,7 @@ class Memory:
     share: int
     shares: int
     places: tuple = ()             # the same, by the stack of the crash, or of who got no memory
-    end: object = ENDS
+    end: object = (*ENDS, NO_BODY)
     sample: int = 2
 
     def variations(self):
@@ -95,12 +104,11 @@ class World(attempt.World):
         if isinstance(row, Memory):
             return [self.told_at_once(f"allocation {number}", self.out_of_memory(row, number))
                     for number in self.numbers(row, limit)]
-        plan = [(name, number, error) for name, errors in row.errors.items()
-                for number in self.occurrences(row, name) for error in errors]
+        plan = self.plan(row, limit)
         if not plan:
             return [("", attempt.Seen("nothing to fail", differences=["none of these calls is made"]))]
         return [self.told_at_once(f"{name} {number} {error}", self.one_fails(row, name, number, error))
-                for name, number, error in drawn(plan, limit)]
+                for name, number, error in plan]
 
     def told_at_once(self, label, seen):
         """The run; where all are asked for, the table is hours away, so each is told as it is seen."""
@@ -109,6 +117,22 @@ class World(attempt.World):
         return label, seen
 
     # What there is to fail
+
+    def plan(self, row, limit):
+        """What fails in each run; of a sample evenly many for each name, at calls and with errors that are drawn."""
+        runs = {name: [(name, number, error) for number in self.occurrences(row, name) for error in errors]
+                for name, errors in row.errors.items()}
+        if never := [name for name in runs if not runs[name]]:
+            print(f"{row.name}: never made: {', '.join(never)}", file=sys.stderr, flush=True)
+        if limit is None:
+            return [run for name in runs for run in runs[name]]
+        names = self.sample(row.name, [*runs], len(runs))
+        turns = itertools.zip_longest(*(self.sample(f"{row.name} {name}", runs[name], limit) for name in names))
+        return [run for turn in turns for run in turn if run][:limit]
+
+    def sample(self, purpose, values, count):
+        """So many of the values; with the same seed the same ones again."""
+        return random.Random(f"{self.options.seed} {purpose}").sample(values, min(count, len(values)))
 
     def occurrences(self, row, name):
         """The numbers of the calls of that name: in the main thread from the first line of main on, or on the files."""
@@ -135,7 +159,8 @@ class World(attempt.World):
                     raise RuntimeError(f"the report without a fault ended as {end}")
                 with open(path, encoding="ascii") as file:
                     self.allocations = int(file.read())
-        return drawn(range(1 + row.share, self.allocations + 1, row.shares), limit)
+        numbers = range(1 + row.share, self.allocations + 1, row.shares)
+        return numbers if limit is None else self.sample(row.name, numbers, limit)
 
     @contextlib.contextmanager
     def submission(self, *expressions, files=(), fail_at=None):
@@ -244,8 +269,9 @@ def end_of(tried):
     if tried.is_running():
         return ALERT if len(windows(tried)) > 1 else None
     status = tried.process.returncode
-    if status == 1 and tried.log_lines():
-        return SAID
+    if status == 1:
+        log = "\n".join(tried.log_lines())
+        return next((end for words, end in LAST_WORDS if re.fullmatch(words, log)), tried.end_of_process())
     if status == 0:
         return ACCEPTED if tried.place.posts() else NO_REPORT
     return tried.end_of_process()
@@ -291,6 +317,8 @@ def judge(row, seen, place, tried, where):
         seen.where = UNTOLD if texts is None else " ".join(texts)
         if texts is not None and texts not in ALERTS:
             seen.differences.append(f"the window that came says {texts}")
+        if texts is None and not where:
+            seen.differences.append("the texts of the window that came cannot be read, though no fault is the bus's")
     for pattern, end, words in row.places:
         if seen.end == end and re.search(pattern, where):
             seen.end = BELOW

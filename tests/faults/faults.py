@@ -16,6 +16,7 @@ PROJECT = os.path.dirname(os.path.dirname(HERE))
 sys.path[:0] = [HERE, os.path.join(PROJECT, "tools")]
 
 import calls  # noqa: E402 (found through the path above)
+import calls_world  # noqa: E402
 import ends  # noqa: E402
 import files  # noqa: E402
 import network  # noqa: E402
@@ -199,6 +200,8 @@ def print_table(chosen, results):
     print(f"{'all':40} {passed:4} of {total:4} as expected")
     not_reached = sum(result.not_reached for result in results.values())
     print(f"{sum(len(result.runs) for result in results.values())} runs{apart(not_reached)}")
+    if untold := sum(calls_world.UNTOLD in run for result in results.values() for run in result.runs):
+        print(f"{untold} alerts of which {calls_world.UNTOLD}")
     if again := sum(result.again for result in results.values()):
         print(f"{again} of the situations were tried a second time (ok 2 where that came out as expected)")
     return passed == total
@@ -226,6 +229,8 @@ def options(arguments):
     parser.add_argument("--all", action="store_true", help="every run of the rows of which else a sample is drawn")
     parser.add_argument("--runs", type=int, metavar="N",
                         help="so many runs at most of each row of calls that fail, and of each series of the network")
+    parser.add_argument("--seed", type=int, metavar="N", default=1,
+                        help="draws other runs of the rows of calls, and the same ones again (default: 1)")
     parser.add_argument("--workers", type=int, default=WORKERS)
     parser.add_argument("--list", action="store_true", help="only the names")
     parser.add_argument("--worker", action="store_true", help=argparse.SUPPRESS)
@@ -251,6 +256,8 @@ def main(arguments):
         return 0
     begun = time.monotonic()
     passed = print_table(chosen, results_of(chosen_options, chosen))
+    if not chosen_options.all and any(all_rows(GROUPS)[number][0].prints_runs for number in chosen):
+        print(f"the runs of calls are those of --seed {chosen_options.seed}")
     print(f"in {time.monotonic() - begun:.0f} s")
     return 0 if passed else 1
 

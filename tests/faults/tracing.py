@@ -39,8 +39,8 @@ class Trace:
         wait_until(lambda: sum(f" {call}(" in line for line in self.lines()) >= times, f"the call of {call}")
 
 
-def drawn(values, count=None, first=0):
+def drawn(values, count=None):
     """So many of the values, evenly spread over all of them; all where no number is given."""
     if count is None or count >= len(values):
         return values
-    return [values[(number * len(values) + first) // count % len(values)] for number in range(count)]
+    return [values[number * len(values) // count] for number in range(count)]
