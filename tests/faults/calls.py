@@ -36,7 +36,7 @@ PLACES = (
     (r"writev\(\d+<socket:", NO_WINDOW, LOST_CONNECTION),
     (r"writev\(\d+<socket:", SENDING, LOST_CONNECTION),
     (r"writev\(\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
-    # The display's is the first that is opened; the server's must not be among these.
+    # The display's is the first that is opened.
     (r"recvfrom\(3<socket:", NO_WINDOW, LOST_CONNECTION),
     (r"recvfrom\(3<socket:", SENDING, LOST_CONNECTION),
     (r"recvmsg\(\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
@@ -50,7 +50,7 @@ PLACES = (
     (NO_THREAD, NO_WINDOW, "the toolkit waits for a thread that was not made"),
     (NO_THREAD, SENDING, "the toolkit reads the display's events in a thread, and goes on alone"),
     # Of an open file neither can fail.
-    (r"fcntl\(\d+<socket:[^)]*F_[GS]ETFL", SENDING, "libcurl goes on with a socket that waits"),
+    (r"fcntl\(\d+<server:[^)]*F_[GS]ETFL", SENDING, "libcurl goes on with a socket that waits"),
     # The system closes it also where it says that it could not; strace does not.
     (r"close\(\d+<pipe:", SENDING, "who waits for a pipe's end waits for one that strace has left open"),
     (r"getrandom\(", "ended by SIGABRT", "the C library's arc4random ends a program that gets no random numbers"),

@@ -23,7 +23,8 @@ DISPLAY_LOST = "the toolkit's own words of a lost display and exit status 1"
 LAST_WORDS = (
     ("korvale-crash-reporter: there is no memory to go on", SAID),
     ("korvale-crash-reporter: the report window cannot be shown on this display: .+", SAID),
-    (r"(?:(?:The X11 connection broke|XIO:  fatal IO error| +after \d+ requests).+\n?)+", DISPLAY_LOST),
+    (r"(?:qt[.]qpa[.]xcb: .+\n)*(?:(?:The X11 connection broke|XIO:  fatal IO error| +after \d+ requests).+\n?)+",
+     DISPLAY_LOST),
 )
 ALERT = "an alert"
 # That the report has not arrived. None other can be right: the server never refuses, and the log is read before.
@@ -44,6 +45,8 @@ TOOLKIT = re.compile(r"/qt6/plugins/|"
 NO_BODY = "a request without a body"
 # How it may come to an end; a run that was not reached has to be accepted.
 ENDS = (ACCEPTED, ALERT, SAID, UNREAD, BELOW, NOT_REACHED)
+# What strace's "<socket:" becomes where the socket is the server's.
+SERVER = "<server:"
 # The first call of main, that no library makes before it; and one that main makes soon after, and nobody else.
 FIRST_OF_MAIN, SOON_AFTER, HOW_SOON = "rt_sigaction(SIGPIPE, {sa_handler=SIG_IGN", "setitimer", 20
 
@@ -126,13 +129,13 @@ class World(attempt.World):
             print(f"{row.name}: never made: {', '.join(never)}", file=sys.stderr, flush=True)
         if limit is None:
             return [run for name in runs for run in runs[name]]
-        names = self.sample(row.name, [*runs], len(runs))
-        turns = itertools.zip_longest(*(self.sample(f"{row.name} {name}", runs[name], limit) for name in names))
+        turns = itertools.zip_longest(*(self.sample(runs[name], limit) for name in self.sample(runs)))
         return [run for turn in turns for run in turn if run][:limit]
 
-    def sample(self, purpose, values, count):
-        """So many of the values; with the same seed the same ones again."""
-        return random.Random(f"{self.options.seed} {purpose}").sample(values, min(count, len(values)))
+    def sample(self, values, count=None):
+        """So many of the values, or all in another order. The seed alone decides which of two comes first, so that a
+        call more or less, as there is from run to run, changes no other."""
+        return sorted(values, key=lambda value: random.Random(f"{self.options.seed} {value}").random())[:count]
 
     def occurrences(self, row, name):
         """The numbers of the calls of that name: in the main thread from the first line of main on, or on the files."""
@@ -160,7 +163,7 @@ class World(attempt.World):
                 with open(path, encoding="ascii") as file:
                     self.allocations = int(file.read())
         numbers = range(1 + row.share, self.allocations + 1, row.shares)
-        return numbers if limit is None else self.sample(row.name, numbers, limit)
+        return numbers if limit is None else self.sample(numbers, limit)
 
     @contextlib.contextmanager
     def submission(self, *expressions, files=(), fail_at=None):
@@ -193,7 +196,9 @@ class World(attempt.World):
             seen.notes += injected
             if seen.end == NO_REPORT and any(attempt.LOG_NAME in line for line in injected):
                 seen.end = UNREAD
-            judge(row, seen, place, tried, "" if is_of_the_server(injected, trace.lines()) else "".join(injected))
+            where = "".join(injected)
+            judge(row, seen, place, tried,
+                  where.replace("<socket:", SERVER) if is_of_the_server(injected, trace.lines()) else where)
             return seen if injected else untouched(seen)
 
     def out_of_memory(self, row, number):
@@ -208,7 +213,7 @@ class World(attempt.World):
 
 
 def is_of_the_server(injected, lines):
-    """Whether the call that failed was on a socket of the Internet's: what it leads to is the program's own."""
+    """Whether the call that failed was on a socket of the Internet's: what the display's brings about is no excuse."""
     sockets = {found[1] for line in lines if (found := re.search(r"connect\((\d+)<.*sa_family=AF_INET", line))}
     return any((found := re.search(r"\((?:\[\{fd=)?(\d+)<", line)) and found[1] in sockets for line in injected)
 
@@ -317,7 +322,7 @@ def judge(row, seen, place, tried, where):
         seen.where = UNTOLD if texts is None else " ".join(texts)
         if texts is not None and texts not in ALERTS:
             seen.differences.append(f"the window that came says {texts}")
-        if texts is None and not where:
+        if texts is None and SERVER in where:
             seen.differences.append("the texts of the window that came cannot be read, though no fault is the bus's")
     for pattern, end, words in row.places:
         if seen.end == end and re.search(pattern, where):
