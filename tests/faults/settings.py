@@ -130,6 +130,12 @@ def home_below_a_file(place):
     return ("-u", "XDG_CONFIG_HOME", f"HOME={place.folder}/file/home"), ()
 
 
+def unreadable_link(place):
+    linked_file(place)
+    return (), Trace(place.folder, "trace=readlink", "inject=readlink:error=EIO", paths=[place.home.settings_path],
+                     follow=False).prefix()
+
+
 def no_longer_than(bytes_allowed, text=OLD):
     def lay(place):
         holding(text)(place)
@@ -198,6 +204,7 @@ PLACES = Group("settings: what stands there", "settings_world", (
             count="9223372036854775807"),
     Setting("a negative count", lay=holding(f"[General]\n{COUNT}=-5\n"), count="-4"),
     Setting("a link to a file, which stays a link", lay=linked_file, count=NEW_COUNT),
+    Setting("a link to a file, which cannot be read", lay=unreadable_link, untouched=True),
     Setting("a link in the place of the folder", lay=linked_folder),
     Setting("something else in the place of the file", each=instead_of("file", NO_FILE), untouched=True),
     Setting("something else in the place of the lock", each=instead_of("lock", NO_FILE, OLD), untouched=True),

@@ -19,7 +19,7 @@ class Trace:
 
     def prefix(self):
         # -s is for the paths, which are never cut; -y names the file behind each descriptor.
-        return ("strace", "-D", *(("-f",) if self.follow else ()), "-qq", "-y", "-s", "64", "-o", self.path,
+        return ("strace", "-D", *(("-f",) if self.follow else ()), "--quiet=all", "-y", "-s", "64", "-o", self.path,
                 *(word for expression in self.expressions for word in ("-e", expression)),
                 *(word for path in self.paths for word in ("-P", path)))
 
