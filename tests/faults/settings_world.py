@@ -290,7 +290,10 @@ def file_in(line, place):
         return "unnamed file"
     if path.startswith(place.home.settings_path + ".new.") and not path.endswith(".lock"):
         return "unnamed file's name"
-    return files_of(place).get(path, path if path.startswith("/") else "")
+    if not path.startswith("/"):
+        return ""
+    # The next run has another home and another process.
+    return files_of(place).get(path) or re.sub(r"^/proc/\d+/", "process's ", path.replace(place.home.path, "home"))
 
 
 def which_on_its_file(lines, begin, number, place):

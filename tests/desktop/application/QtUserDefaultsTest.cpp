@@ -464,11 +464,11 @@ TEST_F(UserDefaultsTest, EveryOneOfSeveralLinksStaysALinkBeTheFileThereOrNot)
     }
 }
 
-TEST_F(UserDefaultsTest, LinksInACircleAndThoseToANameThatIsNoTextStayAsTheyAre)
+TEST_F(UserDefaultsTest, LinksThatLeadToNoPlaceForAFileStayAsTheyAre)
 {
     QDir().mkpath(user.filePath(u"Korvale"_s));
     const QByteArray link = path().toLocal8Bit();
-    for (const char *target : {"CrashReporter.conf", "d\377"}) {
+    for (const char *target : {"CrashReporter.conf", "d\377", "missing/file"}) {
         ASSERT_EQ(::symlink(target, link.constData()), 0);
         StoredDefaults defaults;
         defaults.setIntegerForKey(4, kCount);
