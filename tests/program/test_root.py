@@ -312,18 +312,17 @@ class Root(ProgramTest):
                    # Loaded by a library that the toolkit brings with it, before the first line of main.
                    f"ACC_PROFLIB={self.folder}/profiling.so")
         self.closed(self.launch_as_root(environment=hostile, trace=trace.prefix()))
-        lines = self.calls_of_program(trace)
-        self.assertEqual(self.strangers(lines), set())
-        self.assertEqual([line for line in lines if "execve(" in line], [])
-        self.assertEqual(self.uses_of_users_files(lines), [])
+        self.assert_nothing_of_the_users(self.calls_of_program(trace))
 
-    @staticmethod
-    def strangers(lines):
-        return {path for path in local_sockets(lines) if not SOCKETS_OF_ROOT.fullmatch(path.replace('"', ""))}
-
-    def uses_of_users_files(self, lines):
+    def assert_nothing_of_the_users(self, lines, *commands):
+        """The display is spoken to, the commands are run, and of this folder only what root may use is named."""
+        strangers = {path for path in local_sockets(lines) if not SOCKETS_OF_ROOT.fullmatch(path.replace('"', ""))}
+        self.assertEqual(strangers, set())
+        started = [line for line in lines if "execve(" in line]
+        self.assertEqual([line for line in started if not any(f'execve("{path}"' in line for path in commands)], [])
         allowed = (self.crash_log, self.home.logs, self.home_of_root.path)
-        return [line for line in lines if self.folder in line and not any(path in line for path in allowed)]
+        self.assertEqual([line for line in lines if self.folder in line and not any(path in line for path in allowed)],
+                         [])
 
     def test_a_report_is_sent_by_what_the_system_has_alone(self):
         self.server = self.serve()
@@ -334,11 +333,8 @@ class Root(ProgramTest):
             "GIO_MODULE_DIR", "GIO_EXTRA_MODULES")]
         program = self.submitted_by_keyboard(self.launch_as_root(environment=hostile, trace=trace.prefix()))
         self.assert_report_with(program, *APPLICATION_LOGS)
-        lines = self.calls_of_program(trace)
-        self.assertEqual(self.strangers(lines), set())
-        self.assertEqual(self.uses_of_users_files(lines), [])
         # It asks what the system says of proxies, with the system's own command.
-        self.assertEqual([line for line in lines if "execve(" in line and 'execve("/usr/bin/proxy"' not in line], [])
+        self.assert_nothing_of_the_users(self.calls_of_program(trace), "/usr/bin/proxy")
 
     @cases(served=("vnc:port=5999",), drawn_into_a_file=("offscreen",), listed=("vnc;xcb",))
     def test_the_window_is_shown_on_the_display_and_not(self, platform):
