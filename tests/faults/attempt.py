@@ -68,9 +68,17 @@ class Place:
         self.ended = ended
         self.home = Home(os.path.join(folder, "home"))
         self.peers = []
+        self.content = b""         # of the crash log that was laid down last
+        self.typed = {}            # by the field of the form
 
     def crash_log(self, name=LOG_NAME, content=CRASH_LOG):
+        self.content = content
         return self.home.crash_log(name, content)
+
+    def types(self, address, description=None):
+        self.typed["email"] = address.encode()
+        if description:
+            self.typed["info"] = description.encode()
 
     def serve(self, steps=ACCEPT, addresses=("127.0.0.1", "::1")):
         for address in addresses:
@@ -104,11 +112,17 @@ class Place:
         """The fields of each whole POST."""
         return [fields_of(*body) for request in self.requests() for body in request.bodies]
 
-    def differing_requests(self, expected_posts):
+    def differing_requests(self, expected_posts, report=None):
         if self.posts() != expected_posts:
             yield f"{self.posts()} whole POSTs, not {expected_posts}"
-        if (begun := sum(request.begun for request in self.requests())) > max(expected_posts, 1):
+        if (begun := sum(request.begun for request in self.requests())) > expected_posts:
             yield f"{begun} requests were begun"
+        yield from self.differing_content(report)
+
+    def differing_content(self, report=None):
+        """How what arrived is not the crash log, unless it is another report, with what was typed."""
+        expected = {"crashlog": self.content if report is None else report, **self.typed}
+        yield from (f"what arrived is {found!r:.300}, not the report" for found in self.bodies() if found != expected)
         yield from (problem for request in self.requests() for problem in request.problems)
 
     def notes(self):
@@ -161,6 +175,10 @@ class Attempt:
             return False
         self.form = Form(self.program.screen)
         return True
+
+    def fill_in(self, address, description=None):
+        self.program.fill_in(address, description)
+        self.place.types(address, description)
 
     def press(self):
         self.pressed = time.monotonic()
@@ -221,11 +239,3 @@ def stored(place):
 
 def is_date(text):
     return re.fullmatch(r"@DateTime\(.+\)", text.strip('"')) is not None
-
-
-def is_whole(place):
-    """Where there is a file of settings, it is a whole one."""
-    if os.path.exists(place.home.settings_path):
-        found = stored(place)
-        if not found.get(COUNT, "").isdigit() or not is_date(found.get(DATE, "")):
-            yield f"the settings are {found}"

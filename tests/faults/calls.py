@@ -8,7 +8,7 @@ However it ends, a person sees it: the report was accepted, and whole; or an ale
 crash log that cannot be read ends it without a word: there is nothing to show.
 """
 
-from calls_world import Calls, DISPLAY_LOST, Memory
+from calls_world import Calls, DISPLAY_LOST, Memory, Others
 from situation import Group, SENDING
 
 # Of a path, wherever it leads.
@@ -71,8 +71,12 @@ MEMORY_PLACES = (
 )
 
 SHARES = 4
+# brk(2) gives back where the memory ends, and an error in its place is taken for that; futex(2)'s errors the C library
+# does not look for. The others' manuals name no error, or only what a mistake in the program brings about.
+LEFT_OUT = ("brk", "futex", "exit_group", "geteuid", "getpid", "getuid", "rt_sigaction", "rt_sigpending",
+            "rt_sigprocmask", "setitimer", "umask")
 # The calls come in families, so that a quick look has some of each.
-SYSTEM = Group("calls: system", "calls_world", prints_runs=True, rows=(
+FAMILIES = (
     Calls("files are opened", sample=1, errors={
         "openat": (*FOLDER, "EAGAIN", "EBUSY", "EDQUOT", "EEXIST", "EINTR", "EISDIR", "EMFILE", "ENFILE", "ENODEV",
                    "ENOSPC", "ENXIO", "EOVERFLOW", "ETXTBSY")}),
@@ -86,6 +90,7 @@ SYSTEM = Group("calls: system", "calls_world", prints_runs=True, rows=(
         "pread64": ("EINTR", "EIO", "EISDIR", "ENXIO", "EOVERFLOW", "ESPIPE"), "fadvise64": ("EINVAL", "ESPIPE")}),
     Calls("files are written", sample=8, places=PLACES, errors={
         "write": WRITE, "fdatasync": SYNC, "fsync": SYNC,
+        "link": (*FOLDER, "EDQUOT", "EEXIST", "EMLINK", "ENOSPC", "EXDEV"),
         "linkat": (*FOLDER, "EDQUOT", "EEXIST", "EMLINK", "ENOSPC", "EXDEV"),
         "rename": (*FOLDER, "EBUSY", "EDQUOT", "EISDIR", "EMLINK", "ENOSPC", "EXDEV"),
         "unlink": (*FOLDER, "EBUSY", "EISDIR"), "mkdir": (*FOLDER, "EDQUOT", "EEXIST", "EMLINK", "ENOSPC"),
@@ -106,8 +111,6 @@ SYSTEM = Group("calls: system", "calls_world", prints_runs=True, rows=(
         "ioctl": ("EINVAL", "ENOTTY"), "pipe2": DESCRIPTORS, "eventfd2": (*DESCRIPTORS, "ENODEV"),
         "poll": ("EINTR", "EINVAL", "ENOMEM"), "ppoll": ("EINTR", "EINVAL", "ENOMEM"), "inotify_init1": DESCRIPTORS,
         "memfd_create": (*DESCRIPTORS, "EPERM"), "dup2": ("EBUSY", "EINTR", "EMFILE")}),
-    # Not brk(2): the system gives back where the memory ends, and an error in its place is taken for that. Nor
-    # futex(2), whose errors the C library does not look for.
     Calls("memory is asked of the system", sample=3, places=PLACES, errors={
         "mmap": ("EACCES", "EAGAIN", "ENFILE", "ENODEV", "ENOMEM", "EOVERFLOW", "EPERM", "ETXTBSY"),
         "mprotect": ("EACCES", "ENOMEM"), "munmap": ("ENOMEM",), "mremap": ("EAGAIN", "ENOMEM"),
@@ -125,7 +128,10 @@ SYSTEM = Group("calls: system", "calls_world", prints_runs=True, rows=(
         "openat": (*PATH, "EAGAIN", "EINTR", "EISDIR", "EMFILE", "ENFILE", "ENXIO", "EOVERFLOW", "EPERM"),
         "newfstatat": (*PATH, "EOVERFLOW"), "read": ("EAGAIN", "EINTR", "EIO", "EISDIR"),
         "lseek": ("ENXIO", "EOVERFLOW", "ESPIPE"), "close": (*SPACE, "EINTR")}),
-))
+)
+SYSTEM = Group("calls: system", "calls_world", prints_runs=True, rows=(
+    *FAMILIES, Others("no call is made that none of these makes fail",
+                      frozenset(name for family in FAMILIES for name in family.errors) | {*LEFT_OUT})))
 
 MEMORY = Group("calls: memory", "calls_world", prints_runs=True, rows=(
     *(Memory(f"an allocation of a submission fails, {share + 1} of {SHARES}", share, SHARES, MEMORY_PLACES)

@@ -11,8 +11,9 @@ import subprocess
 import sys
 
 import attempt
-from attempt import NO_REPORT, is_whole
-from network_world import CRASH_LOG, LOCAL_HOSTS, NAMED_HOST, TRY_AGAIN, write_file
+from attempt import NO_REPORT
+from network_world import ADDRESS, LOCAL_HOSTS, NAMED_HOST, TRY_AGAIN, write_file
+from settings_world import FOR_THE_USER, file_of, not_new, with_old
 from situation import ACCEPTED, NOT_REACHED, SENDING
 from tracing import Trace
 from trial.waiting import WaitedInVain, wait_until
@@ -27,6 +28,7 @@ LAST_WORDS = (
     (r"(?:(?!korvale-).*\n)*(?:The X11 connection broke.+|XIO:  fatal IO error.+\n +after \d+ .+)", DISPLAY_LOST),
 )
 ALERT = "an alert"
+DESCRIPTION = "Saved a scene"
 # That the report has not arrived. None other can be right: the server never refuses, and the log is read before.
 ALERTS = tuple((title, TRY_AGAIN) for title in (
     "Connection failed.", "Unable to submit crash report - failed to establish a connection."))
@@ -70,6 +72,24 @@ class Calls:
 
 
 @dataclasses.dataclass(frozen=True)
+class Others:
+    """One row: that the program makes no call but those that other rows make fail and those that are left out."""
+
+    name: str
+    known: frozenset
+    places: tuple = ()
+    files: tuple = ()
+    end: object = ACCEPTED
+    sample: int = 1
+
+    def variations(self):
+        return ((None, None),)
+
+    def cost(self):
+        return 8.0
+
+
+@dataclasses.dataclass(frozen=True)
 class Memory:
     """One row: allocations of a submission, of which one fails; each row has its share of all."""
 
@@ -104,6 +124,9 @@ class World(attempt.World):
 
     def runs_of(self, row):
         limit = None if self.options.all else self.options.runs or row.sample
+        if isinstance(row, Others):
+            strange = sorted(self.all_counts(row).keys() - row.known)
+            return [("", attempt.Seen(ACCEPTED, differences=[f"it has no row: {name}" for name in strange]))]
         if isinstance(row, Memory):
             return [self.told_at_once(f"allocation {number}", self.out_of_memory(row, number))
                     for number in self.numbers(row, limit)]
@@ -139,12 +162,15 @@ class World(attempt.World):
 
     def occurrences(self, row, name):
         """The numbers of the calls of that name: in the main thread from the first line of main on, or on the files."""
+        first, last = self.all_counts(row).get(name, (0, 0))
+        return range(first + 1, last + 1)
+
+    def all_counts(self, row):
         if row.files not in self.counts:
             # The first program of a system reads every font, of which it keeps what the others need.
             self.counted_calls(row)
             self.counts[row.files] = self.counted_calls(row)
-        first, last = self.counts[row.files].get(name, (0, 0))
-        return range(first + 1, last + 1)
+        return self.counts[row.files]
 
     def counted_calls(self, row):
         with self.submission(files=row.files) as (place, trace, tried):
@@ -170,6 +196,8 @@ class World(attempt.World):
         write_file("/etc/hosts", LOCAL_HOSTS + f"127.0.0.1 {NAMED_HOST}\n")
         write_file("/etc/resolv.conf", "nameserver 127.0.0.1\n")
         with self.place() as place:
+            with_old(place)
+            place.before = file_of(place)
             place.serve(addresses=("127.0.0.1",))
             trace = Trace(place.folder, *expressions, paths=files, follow=bool(files))
             memory = () if fail_at is None else (
@@ -252,8 +280,8 @@ def submit(tried):
         wait_until(lambda: not tried.is_running() or windows(tried), "a window or the end", attempt.PATIENCE)
     except WaitedInVain:
         return "no window and no end"
-    if tried.arms and tried.is_running():
-        tried.send_signal(signal.SIGUSR1)
+    if tried.is_running():
+        fill_in(tried)
     for _ in range(20):
         if has_reacted(tried):
             break
@@ -295,6 +323,19 @@ def windows(tried):
                           capture_output=True, text=True, check=False, timeout=30).stdout.split()
 
 
+def fill_in(tried):
+    """By keyboard too, but where memory runs out, from the moment on at which all that was typed is in the form."""
+    if tried.arms:
+        tried.fill_in(ADDRESS, DESCRIPTION)
+        tried.send_signal(signal.SIGUSR1)
+        return
+    tried.place.types(ADDRESS, DESCRIPTION)
+    typing = ("type", "--delay", "0", "--args", "1")
+    subprocess.run(["xdotool", "key", "--window", "0", "alt+e", *typing, ADDRESS,
+                    "key", "--window", "0", "alt+s", *typing, DESCRIPTION],
+                   capture_output=True, check=False, timeout=30)
+
+
 def press_key(tried):
     subprocess.run(["xdotool", "key", "--window", "0", "alt+r"], capture_output=True, check=False, timeout=30)
 
@@ -315,8 +356,16 @@ def taken_for_granted(crashed, refused):
     return None
 
 
+def damage(place):
+    """How the settings are neither the old ones nor those with one attempt more, with their rights or the user's."""
+    after = file_of(place)
+    if after != place.before:
+        alone = FOR_THE_USER["file"]
+        yield from not_new(place.before, after, alone if after and after[0] == alone else None)
+
+
 def judge(row, seen, place, tried, where):
-    """Accepted only with the whole report; an alert only one of failure; the settings whole; nothing sent twice."""
+    """Accepted only with the whole report; an alert only one of failure; no setting lost; nothing sent twice."""
     if seen.end == ALERT:
         texts = told(tried)
         seen.where = UNTOLD if texts is None else " ".join(texts)
@@ -335,10 +384,8 @@ def judge(row, seen, place, tried, where):
         seen.differences.append(f"{place.posts()} whole POSTs")
     if sum(request.begun for request in place.requests()) > 1:
         seen.differences.append("a second request was begun")
-    if any(fields.get("crashlog") != CRASH_LOG for fields in place.bodies() if fields):
-        seen.differences.append("what arrived is not the report")
-    if seen.end == ACCEPTED and not any(place.bodies()):
-        seen.differences.append("no form has arrived")
-    seen.differences += [*is_whole(place)]
+    if seen.end != NO_BODY:
+        seen.differences += place.differing_content()
+    seen.differences += damage(place)
     if tried.log_lines():
         seen.notes.append(f"log: {tried.log_lines()[:3]}")

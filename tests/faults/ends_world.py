@@ -138,6 +138,7 @@ class World(attempt.World):
                 yield f"the next submission ended as {end}"
         if more := place.posts() - posts - again:
             yield f"{more} further POSTs"
+        yield from place.differing_content()
         if (counted := place.home.settings().get(COUNT)) != str(tried.attempts + again):
             yield f"{counted} attempts are counted, of {tried.attempts + again}"
         # What an answer said is written down when its alert is gone.
@@ -169,7 +170,7 @@ def begin(place, row, asked, logged_in):
     tried.session = logged_in
     tried.attempts = 1
     tried.has_window()
-    tried.program.fill_in(ADDRESS)
+    tried.fill_in(ADDRESS)
     tried.press()
     return tried
 

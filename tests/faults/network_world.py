@@ -293,6 +293,8 @@ def differing_posts(row, steps, sender, peers, seen):
     requests = [request for peer in peers for request in peer.requests]
     if seen.posts not in row.expected_posts(steps):
         yield f"{seen.posts} whole POSTs"
+    if seen.end == ACCEPTED and seen.posts != 1 and row.posts != 0:
+        yield "accepted without a report at the server"
     if (begun := sum(request.begun for request in requests)) > 1:
         yield f"{begun} requests were begun"
     yield from (problem for request in requests for problem in request.problems)

@@ -78,13 +78,16 @@ class Requests:
         if not self.header("Content-Length").isdigit():
             self.problems.append("the request has no length")
         for name in ("Expect", "Authorization", "Cookie", "Proxy-Authorization"):
-            if self.header(name):
+            if self.values(name):
                 self.problems.append(f"the request has the header {name}")
 
     def header(self, name):
-        values = [line.partition(":")[2].strip() for line in self.head[1:]
-                  if line.partition(":")[0].lower() == name.lower()]
+        values = self.values(name)
         return values[0] if len(values) == 1 else ""
+
+    def values(self, name):
+        return [line.partition(":")[2].strip() for line in self.head[1:]
+                if line.partition(":")[0].lower() == name.lower()]
 
     def length(self):
         length = self.header("Content-Length")

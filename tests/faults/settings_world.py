@@ -67,7 +67,7 @@ class World(attempt.World):
             if not tried.has_window():
                 return tried.seen(tried.end_of_process())
             if row.address:
-                tried.program.fill_in(row.address)
+                tried.fill_in(row.address)
             seen = tried.seen(submitted(tried))
             seen.differences += [*differences(row, place, tried, before, file)]
             if seen.seconds > row.within:
@@ -400,9 +400,10 @@ def next_one_counts(place):
     stored = int(place.home.settings().get(COUNT, 0))
     tried = place.report(place.crash_log())
     tried.has_window()
-    tried.program.fill_in(ADDRESS)  # one without an address may come too soon after an attempt that was counted
+    tried.fill_in(ADDRESS)  # one without an address may come too soon after an attempt that was counted
     if (end := tried.submit()) != ACCEPTED:
         yield f"the next one ended as {end}"
+    yield from place.differing_requests(1)
     if place.home.settings().get(COUNT) != str(stored + 1):
         yield f"the next one was not counted: {place.home.settings()}"
 
@@ -420,7 +421,7 @@ def in_turn(world, row):
             tried = pair[number % 2]
             if not tried.form:
                 tried.has_window()
-                tried.program.fill_in(ADDRESS)
+                tried.fill_in(ADDRESS)
             end = tried.submit()
             if end != REFUSED or not tried.dismiss() or not tried.can_go_on():
                 differences_seen.append(f"submission {number + 1} ended as {end}")
@@ -442,7 +443,7 @@ def at_once(rounds):
             pair = [place.report(place.crash_log()) for _ in range(2)]
             for tried in pair:
                 tried.has_window()
-                tried.program.fill_in(ADDRESS)
+                tried.fill_in(ADDRESS)
             for number in range(rounds):
                 before = int(place.home.settings()[COUNT])
                 for tried in pair:
@@ -473,7 +474,7 @@ def overlapping(goes_on):
             first, second = (place.report(place.crash_log()) for _ in range(2))
             for tried in (first, second):
                 tried.has_window()
-                tried.program.fill_in(ADDRESS)
+                tried.fill_in(ADDRESS)
             # The third one is that of the new bytes, behind those of the two locks.
             with attached(first, place, "-e", "trace=fdatasync,rename",
                           "-e", "inject=fdatasync:signal=STOP:when=3") as firsts:

@@ -26,7 +26,7 @@ CALLS = "socket,connect,bind,sendto,sendmsg,sendmmsg,open,openat,openat2,execve,
 LOOKUP_FILES = ("/etc/hosts", "/etc/resolv.conf", "/etc/host.conf", "/etc/gai.conf")
 # Where a program speaks to its own desktop, and to the services that know the accounts of this machine.
 DESKTOP_SOCKETS = re.compile(r"@?/tmp/\.X11-unix/X\d+|.*/program-desktop-\w+/bus|/dev/log|/(var/)?run/nscd/socket"
-                             r"|/run/systemd/\S+|/run/dbus/system_bus_socket")
+                             r"|/run/systemd/(userdb|journal)/\S+|/run/dbus/system_bus_socket")
 
 
 class Trace:

@@ -234,7 +234,8 @@ class Cancel(ProgramTest):
         program.fill_in("other@example.org")
         program.submit()
         self.assert_accepted(program, server, posts=2)
-        self.assertEqual(server.posts()[1].fields()["email"], b"other@example.org")
+        self.assertEqual(server.posts()[1].fields(),
+                         {"crashlog": self.expected(), "email": b"other@example.org", "info": b"It froze."})
 
     def test_escape_cancels_a_running_upload(self):
         server = self.serve("never")
