@@ -40,6 +40,7 @@ PLACES = (
     (r"recvfrom\(3<socket:", NO_WINDOW, LOST_CONNECTION),
     (r"recvfrom\(3<socket:", SENDING, LOST_CONNECTION),
     (r"recvmsg\(\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
+    (r"recvmsg\(\d+<socket:", NO_WINDOW, LOST_CONNECTION),
     (r"recvmsg\(\d+<socket:", SENDING, LOST_CONNECTION),
     (r"poll\(\[\{fd=\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
     (r"poll\(\[\{fd=\d+<socket:", NO_WINDOW, LOST_CONNECTION),
