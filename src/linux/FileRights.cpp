@@ -12,7 +12,6 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 
 namespace {
@@ -43,9 +42,12 @@ std::optional<ThreadRights> presentRights()
 {
     // The number first: of many groups that a process may have, it has few.
     const int count = ::getgroups(0, nullptr);
+    if (count < 0) {
+        return std::nullopt;
+    }
     ThreadRights rights = {.user = ::geteuid(),
                            .group = ::getegid(),
-                           .groups = std::vector<gid_t>(static_cast<std::size_t>(std::max(count, 0))),
+                           .groups = std::vector<gid_t>(static_cast<std::size_t>(count)),
                            .capabilities = std::vector<CapabilitySets>(_LINUX_CAPABILITY_U32S_3)};
     __user_cap_header_struct header = ofThisThread();
     if (::getgroups(count, rights.groups.data()) != count

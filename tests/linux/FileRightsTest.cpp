@@ -13,6 +13,8 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <linux/capability.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <linux/securebits.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -24,6 +26,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <future>
 #include <thread>
 
@@ -92,6 +95,21 @@ bool hideProc()
 {
     return ::unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
         && ::mount("none", "/proc", "tmpfs", 0, nullptr) == 0 && ::access("/proc/self", F_OK) != 0;
+}
+
+/// From here on the process is not told how many groups it has (seccomp(2)).
+bool hideGroupCount()
+{
+    std::array<sock_filter, 6> filter = {{
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_getgroups, 0, 3),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[0])),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    }};
+    const sock_fprog program = {.len = static_cast<unsigned short>(filter.size()), .filter = filter.data()};
+    return ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0 && ::getgroups(0, nullptr) == -1;
 }
 
 class FileRightsTest : public testing::Test
@@ -274,6 +292,9 @@ TEST_F(FileRightsTest, OfTheProcessComeBackAlsoWhereTheUsersAreNotTaken)
     };
     EXPECT_EXIT(_exit(drop(CAP_SETUID) && noneTaken() ? 0 : 1), testing::ExitedWithCode(0), "");
     EXPECT_EXIT(_exit(drop(CAP_SETGID) && noneTaken() ? 0 : 1), testing::ExitedWithCode(0), "");
+    const std::array<gid_t, 1> groups = {4712};
+    EXPECT_EXIT(_exit(::setgroups(groups.size(), groups.data()) == 0 && hideGroupCount() && noneTaken() ? 0 : 1),
+                testing::ExitedWithCode(0), "");
 }
 
 TEST_F(UsersFile, IsReadWithoutCapabilitiesThatTheKernelIsToldToLeave)
