@@ -12,16 +12,19 @@
 
 namespace {
 
-constexpr std::string_view kProxies[] = {"http_proxy", "https_proxy", "all_proxy",
-                                         "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY"};
 constexpr std::string_view kHarmless[] = {
     // the display, and the launcher's word that the window may come to the front
     "DISPLAY", "WAYLAND_DISPLAY", "XDG_RUNTIME_DIR", "XAUTHORITY", "XDG_SESSION_TYPE", "XDG_ACTIVATION_TOKEN",
     "DESKTOP_STARTUP_ID", "QT_QPA_PLATFORM", "QT_SCALE_FACTOR", "QT_FONT_DPI",
     // how texts are written, and what is logged; the C library takes no path for a language
     "LANG", "QT_LOGGING_RULES",
-    // what needs no proxy
-    "no_proxy", "NO_PROXY"};
+    // the proxy, and what needs none; libcurl, which goes by the four that are not looked at further, fails with what
+    // it
+    // does not understand
+    "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "http_proxy", "HTTP_PROXY", "no_proxy", "NO_PROXY"};
+
+/// A proxy that libproxy passes on and that libcurl refuses.
+constexpr const char *kRefusedProxy = "refused://not.understood";
 
 /// A bus address (D-Bus Specification, "Server Addresses") of no known transport: it opens and launches nothing. With
 /// none at all the bus's library would look for a bus, or launch one.
@@ -97,9 +100,6 @@ bool isHarmless(std::string_view entry)
         return false;
     }
     const std::string_view name = entry.substr(0, end);
-    if (isAmong(kProxies, name)) {
-        return isAddressOfAProxy(entry.substr(end + 1));
-    }
     return name.starts_with("LC_") || isAmong(kHarmless, name);
 }
 
@@ -117,6 +117,17 @@ void dropOtherPlatforms()
 {
     if (!std::ranges::all_of(qgetenv("QT_QPA_PLATFORM").split(';'), isDesktop)) {
         qunsetenv("QT_QPA_PLATFORM");
+    }
+}
+
+/// By these libproxy would run scripts. Without the variable the report would be sent past the proxy.
+void refuseScriptsForProxies()
+{
+    for (const char *name : {"http_proxy", "HTTP_PROXY"}) {
+        const QByteArray proxy = qgetenv(name);
+        if (!isAddressOfAProxy({proxy.constData(), static_cast<size_t>(proxy.size())})) {
+            qputenv(name, kRefusedProxy);
+        }
     }
 }
 
@@ -143,6 +154,7 @@ void keepOnlyHarmlessVariables(const platform::LocalLookups &lookups)
     }
     makeWaylandDisplayAbsolute();
     dropOtherPlatforms();
+    refuseScriptsForProxies();
     if (const auto home = lookups.homeDirectoryForUser(lookups.userName())) {
         qputenv("HOME", home->toUtf8());
     }

@@ -174,6 +174,9 @@ TEST(RootEnvironment, OfRootNamesProxiesByTheirAddressesAndNotByScripts)
                               "proxy:",
                               "proxy:80:80",
                               "socks+pac://proxy",
+                              "127.0.0.1:1/x",
+                              "http:/127.0.0.1:1",
+                              "socks6://127.0.0.1:1",
                               "PAC+file:/home/user1/proxy.pac",
                               "pac+file:x@proxy",
                               "wpad:x@proxy",
@@ -185,7 +188,12 @@ TEST(RootEnvironment, OfRootNamesProxiesByTheirAddressesAndNotByScripts)
                               "[::1]:",
                               "[/]",
                               "x@pro xy"}) {
-        expectOfRoot({{"http_proxy", proxy}, {"ALL_PROXY", proxy}}, {});
+        // What libcurl does not understand it fails with; by the other two a script would be run.
+        expectOfRoot({{"http_proxy", proxy}, {"HTTP_PROXY", proxy}},
+                     {{"http_proxy", "refused://not.understood"}, {"HTTP_PROXY", "refused://not.understood"}});
+        const Variables toLibcurl = {
+            {"https_proxy", proxy}, {"HTTPS_PROXY", proxy}, {"all_proxy", proxy}, {"ALL_PROXY", proxy}};
+        expectOfRoot(toLibcurl, toLibcurl);
     }
 }
 
