@@ -95,7 +95,8 @@ FAMILIES = (
         "linkat": (*FOLDER, "EDQUOT", "EEXIST", "EMLINK", "ENOSPC", "EXDEV"),
         "rename": (*FOLDER, "EBUSY", "EDQUOT", "EISDIR", "EMLINK", "ENOSPC", "EXDEV"),
         "unlink": (*FOLDER, "EBUSY", "EISDIR"), "mkdir": (*FOLDER, "EDQUOT", "EEXIST", "EMLINK", "ENOSPC"),
-        "flock": ("EAGAIN", "EINTR", "ENOLCK"), "chmod": FOLDER, "fchmod": ("EIO", "EPERM", "EROFS"),
+        "flock": ("EAGAIN", "EINTR", "ENOLCK"), "chmod": FOLDER, "chown": FOLDER,
+        "fchmod": ("EIO", "EPERM", "EROFS"),
         "ftruncate": ("EFBIG", "EINTR", "EINVAL", "EIO", "EPERM", "EROFS", "ETXTBSY")}),
     Calls("the display and the server are spoken to", sample=12, places=PLACES, errors={
         "socket": (*DESCRIPTORS, "EACCES", "EAFNOSUPPORT", "EINVAL", "ENOBUFS", "EPROTONOSUPPORT"),

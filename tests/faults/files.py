@@ -8,15 +8,14 @@ another process holds a lease.
 import os
 import socket
 import subprocess
-import sys
 
 from attempt import LOG_NAME, NOTHING_TO_SEND, NO_REPORT
 from files_world import File, Made
+from leases import KEEPS, LETS_GO, lease
 from network_world import CRASH_LOG
 from situation import ACCEPTED, Group
 from trial.expected import APPLICATION_LOGS, SIZE_CEILING, expected_report
 from trial.home import write
-from trial.processes import Started
 
 GIBIBYTE = 1 << 30
 OTHER = b"10:15:00 another text, longer or shorter than what it takes the place of\n" * 3
@@ -88,27 +87,6 @@ TEXTS = {
     "a single line feed": b"\n",
     "multipart boundaries": b"\r\n--\r\n------\r\nContent-Disposition: form-data; name=\"email\"\r\n\r\n" + CRASH_LOG,
 }
-
-
-# A lease, which its holder is asked to let go when the file is opened (fcntl(2), F_SETLEASE)
-
-LETS_GO, KEEPS = "SIG_DFL", "SIG_IGN"  # by its end, which is that signal's default
-HOLDER = """
-import fcntl, os, signal, sys
-file = os.open(sys.argv[1], os.O_RDWR)
-signal.signal(signal.SIGIO, getattr(signal, sys.argv[2]))
-fcntl.fcntl(file, fcntl.F_SETLEASE, fcntl.F_WRLCK)
-print("held", flush=True)
-while True:
-    signal.pause()
-"""
-
-
-def lease(place, path, asked):
-    """Another process holds a lease on the file, until the run's end or until it is asked to let go."""
-    holder = Started([sys.executable, "-c", HOLDER, path, asked], place.folder, "holder")
-    place.ended.callback(holder.end)
-    holder.wait_for_output("held")
 
 
 # The crash log

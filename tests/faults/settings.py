@@ -11,9 +11,11 @@ import subprocess
 import time
 
 from attempt import COUNT, DATE
+from leases import KEEPS, LETS_GO
 from network_world import ADDRESS
 from settings_world import (
-    KEPT, NEW_COUNT, OLD, THROTTLED, Setting, at_once, failing, held_lock, in_turn, kills, overlapping, with_old)
+    KEPT, NEW_COUNT, OLD, THROTTLED, Setting, at_once, failing, held_lock, in_turn, kills, leased, overlapping,
+    with_old)
 from situation import Group, REFUSED
 from tracing import Trace
 from trial.home import write
@@ -206,6 +208,9 @@ PLACES = Group("settings: what stands there", "settings_world", (
     Setting("a link to a file, which stays a link", lay=linked_file, count=NEW_COUNT),
     Setting("a link to a file, which cannot be read", lay=unreadable_link, untouched=True),
     Setting("a link in the place of the folder", lay=linked_folder),
+    Setting("a file under a lease, which is given up when it is asked for", run=leased(LETS_GO, is_stored=True)),
+    # Two seconds for each of the two values, and for the file before it is written.
+    Setting("a file under a lease that is not given up", run=leased(KEEPS, is_stored=False), within=9.0),
     Setting("something else in the place of the file", each=instead_of("file", NO_FILE), untouched=True),
     Setting("something else in the place of the lock", each=instead_of("lock", NO_FILE, OLD), untouched=True),
     Setting("something else in the place of the folder", untouched=True,
@@ -242,13 +247,14 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
     *(Setting(f"a call of {name} fails with {error}", run=failing(name, error, *kept), says=says)
       for name, error, says, *kept in (
         ("openat", "EMFILE", "", FILES_OPENED), ("openat", "EACCES", "", FILES_OPENED),
-        ("statx", "EACCES", "", ("new file 14",), ("settings",)),
+        ("statx", "EACCES", "", ("new file 14", "folder"), ("settings",)),
         ("access", "EIO", "", ("new file 1", "new file 6", "settings 2")),
         ("read", "EIO", "", ("settings", "new file 1", "new file 3", "new file 4")),
         ("write", "ENOSPC", "", ("all",)), ("write", "EIO", "", ("all",)),
         ("fdatasync", "EIO", ""), ("fdatasync", "ENOSPC", ""),
         ("flock", "ENOLCK", "setNativeLocks failed: "), ("flock", "EAGAIN", "setNativeLocks failed: "),
         ("linkat", "EIO", "", ("new file",)), ("linkat", "ENOSPC", "", ("new file",)),
+        ("chown", "EPERM", "", (), ("new file",)), ("chmod", "EPERM", "", (), ("new file",)),
         ("rename", "EIO", "", ("all",)), ("rename", "ENOSPC", "", ("all",)),
         ("unlink", "EIO", "Could not remove our own lock file ", ("new file 2",)),
         ("lseek", "EINVAL", "QFile::at: Cannot set "), ("close", "EIO", ""))),

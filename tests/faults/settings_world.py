@@ -11,6 +11,7 @@ import subprocess
 
 import attempt
 from attempt import COUNT, DATE, REFUSE, is_date
+from leases import lease
 from network_world import ADDRESS
 from situation import ACCEPTED, REFUSED, Delay, Seen
 from tracing import drawn
@@ -22,6 +23,8 @@ OLD_COUNT = 41
 OLD = f"[General]\n{COUNT}={OLD_COUNT}\n"
 KEPT = "colour=\"green, and blue\""
 NEW_COUNT = str(OLD_COUNT + 1)
+# Behind the name of the settings, the name of the file that comes in their place.
+NEW = ".korvale-new"
 # The rights of what the program makes.
 FOR_THE_USER = {"file": "-rw-------", "folder": "drwx------"}
 # The calls that give a file another name.
@@ -162,6 +165,35 @@ def sections(content):
     return {name: sorted(lines) for name, lines in found.items()}
 
 
+# A lease of another process
+
+
+def leased(asked, is_stored):
+    """The settings are under a lease, which nobody looks at but the program; an attempt is stored, or none."""
+    def run(world, row):
+        with world.place() as place:
+            with_old(place)
+            before = file_of(place)
+            place.serve()
+            holder = lease(place, place.home.settings_path, asked)
+            tried = place.report(place.crash_log())
+            if not tried.has_window():
+                return [("", tried.seen(tried.end_of_process()))]
+            seen = tried.seen(tried.submit())
+            holder.end()
+            seen.differences += [*place.differing_requests(1), *(
+                not_new(before, file_of(place)) if is_stored else is_another(before, file_of(place)))]
+            if seen.seconds > row.within:
+                seen.differences.append(Delay(f"it took {seen.seconds:.1f} s"))
+            return [("", seen)]
+    return run
+
+
+def is_another(before, after):
+    if after != before:
+        yield f"the file was {before!r:.300} and is {after!r:.300}"
+
+
 # Faults at each system call of the write
 
 
@@ -231,8 +263,8 @@ class Call:
 def files_of(place):
     """The names of the files of a write."""
     path = place.home.settings_path
-    return {place.home.settings_folder: "folder", path: "settings", path + ".lock": "lock", path + ".new": "new file",
-            path + ".new.lock": "new file's lock"}
+    return {place.home.settings_folder: "folder", path: "settings", path + ".lock": "lock", path + NEW: "new file",
+            path + NEW + ".lock": "new file's lock"}
 
 
 @contextlib.contextmanager
@@ -288,7 +320,7 @@ def file_in(line, place):
     path = paths[-1] if name_of(line) in TWO_PATHS else paths[0]
     if "/#" in path:
         return "unnamed file"
-    if path.startswith(place.home.settings_path + ".new.") and not path.endswith(".lock"):
+    if path.startswith(place.home.settings_path + NEW + ".") and not path.endswith(".lock"):
         return "unnamed file's name"
     if not path.startswith("/"):
         return ""
@@ -384,8 +416,8 @@ def one_fails(world, call, error, says, old_stay, rights):
                 seen.differences += place.differing_requests(1)
                 if not old_stay:
                     seen.differences += not_new(tried.before, file_of(place), rights)
-                elif file_of(place) != tried.before:
-                    seen.differences.append(f"the file was {tried.before} and is {file_of(place)}")
+                else:
+                    seen.differences += is_another(tried.before, file_of(place))
                 seen.notes.append(lines[hit].strip())
                 strange = [line for line in tried.log_lines() if not says or not line.startswith(says)]
                 if strange:

@@ -9,14 +9,17 @@
 #include <QFileInfo>
 #include <QLockFile>
 #include <QLoggingCategory>
+#include <QSettings>
 #include <QVariantMap>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
@@ -88,20 +91,29 @@ bool mayBeLedElsewhere(const QString &store)
 /// For the user alone, whatever the mask, as the XDG Base Directory Specification asks for.
 bool makeFolder(const QString &path)
 {
-    if (QFileInfo(path).isDir()) {
-        return true;
+    const QByteArray folder = QFile::encodeName(path);
+    // Each folder above it first. What is there already, maybe made by another process just now, does no harm.
+    for (qsizetype end = folder.indexOf('/', 1); end >= 0 && end < PATH_MAX; end = folder.indexOf('/', end + 1)) {
+        ::mkdir(folder.first(end).constData(), S_IRWXU);
     }
-    // Another process may be making it, too.
-    return makeFolder(QFileInfo(path).path())
-        && (::mkdir(QFile::encodeName(path).constData(), S_IRWXU) == 0 || QFileInfo(path).isDir());
+    ::mkdir(folder.constData(), S_IRWXU);
+    return QFileInfo(path).isDir();
 }
 
 /// Keeps other processes from writing the store, for as long as the lock lives; nothing where they cannot be kept from
-/// it. The toolkit by itself would wait for its lock up to 30 seconds, or forever if the lock is not a regular file.
+/// it. The toolkit by itself would wait for its lock up to 30 seconds.
 std::unique_ptr<QLockFile> lockOf(const QString &store)
 {
+    constexpr qsizetype kLongestLock = 1024; // in bytes; it has an ID and two names
     const QString path = store + u".lock"_s;
-    if (!canBeReplaced(path) || !makeFolder(QFileInfo(store).path())) {
+    // One that is there is read by the toolkit, and removed by a lock on itself where it was left behind. It would wait
+    // forever for what is no file.
+    for (QString read = path; fileExists(read); read += u".rmlock") {
+        if (!contentsOfRegularFile(read, kLongestLock)) {
+            return nullptr;
+        }
+    }
+    if (!makeFolder(QFileInfo(store).path())) {
         return nullptr;
     }
     auto lock = std::make_unique<QLockFile>(path);
@@ -137,10 +149,11 @@ std::optional<QString> linkTarget(const QString &store)
     return std::nullopt;
 }
 
-/// The path at which a file is made that comes in the place of this one.
+/// The path at which a file is made that comes in the place of this one. What lies there is removed, and where a link
+/// leads, a user's own files lie as well: it is a name that nobody else chooses.
 QString freshOf(const QString &file)
 {
-    return file + u".new"_s;
+    return file + u".korvale-new"_s;
 }
 
 /// For the user alone from the beginning; the toolkit keeps the permissions of a file that it writes anew. What a
@@ -158,20 +171,25 @@ bool makeFile(const QString &path, const QByteArray &content)
 bool hasAValue(const QByteArray &content)
 {
     return std::ranges::any_of(content.split('\n'), [](const QByteArray &line) {
-        return line.contains('=') && !line.trimmed().startsWith(';');
+        const QByteArray text = line.trimmed();
+        return text.contains('=') && !text.startsWith(';') && !text.startsWith('[');
     });
+}
+
+/// The content of the file, which has none while it is not there; std::nullopt where it cannot be read whole.
+std::optional<QByteArray> contentOf(const QString &file)
+{
+    std::optional<QByteArray> content = contentsOfRegularFile(file);
+    return content || QFileInfo::exists(file) ? std::move(content) : QByteArray();
 }
 
 /// What the file has; std::nullopt where it cannot be read whole. The toolkit, which takes a file that it cannot read
 /// for an empty one, reads a copy.
 std::optional<QVariantMap> storedIn(const QString &file)
 {
-    const std::optional<QByteArray> content = contentsOfRegularFile(file);
-    if (!content) {
-        return QFileInfo::exists(file) ? std::nullopt : std::make_optional(QVariantMap());
-    }
+    const std::optional<QByteArray> content = contentOf(file);
     const QString copy = freshOf(file);
-    if (!makeFile(copy, *content)) {
+    if (!content || !makeFile(copy, *content)) {
         return std::nullopt;
     }
     const QSettings reader(copy, QSettings::IniFormat);
@@ -198,6 +216,18 @@ bool isWhole(const QString &path, qsizetype valueCount)
     return content.endsWith('\n') && std::ranges::count_if(lines, isValue) == valueCount;
 }
 
+/// Gives the new file the group and the rights of the one that it replaces. Where there is none, or they cannot be told
+/// or given, it stays the user's alone.
+void keepRights(const QByteArray &replaced, const QByteArray &fresh)
+{
+    constexpr mode_t kRights = S_IRWXU | S_IRWXG | S_IRWXO;
+    struct stat status = {};
+    if (::stat(replaced.constData(), &status) == 0
+        && ::chown(fresh.constData(), static_cast<uid_t>(-1), status.st_gid) == 0) {
+        ::chmod(fresh.constData(), status.st_mode & kRights);
+    }
+}
+
 /// Puts a file with these values in the place of this one. It is written beside it and looked at first: the toolkit
 /// takes a file whose last bytes could not be written, on a full disk, for a good one.
 bool replaceFile(const QString &file, const QVariantMap &values)
@@ -215,10 +245,7 @@ bool replaceFile(const QString &file, const QVariantMap &values)
     if (writer.status() != QSettings::NoError || !isWhole(fresh, writer.allKeys().size())) {
         return false;
     }
-    // Of a file that is not there none are told, nor where they cannot be: the new one then stays the user's alone.
-    if (const QFile::Permissions permissions = QFile::permissions(file); permissions != QFile::Permissions()) {
-        QFile::setPermissions(fresh, permissions);
-    }
+    keepRights(QFile::encodeName(file), QFile::encodeName(fresh));
     return std::rename(QFile::encodeName(fresh).constData(), QFile::encodeName(file).constData()) == 0;
 }
 
@@ -233,23 +260,19 @@ bool canBeAStore(const QString &path, bool isRoots)
     return canBeReplaced(path) && !(isRoots && mayBeLedElsewhere(path));
 }
 
-std::unique_ptr<QSettings> openedStore(const platform::LocalLookups &lookups)
+/// By its path: asked for by the program's name, the toolkit would open what an administrator or another program of the
+/// organisation has stored, and wait for it where it is a FIFO.
+std::optional<QString> storeOf(const platform::LocalLookups &lookups)
 {
     const std::optional<QString> folder = configurationFolder(lookups);
-    if (!folder) {
-        return nullptr;
-    }
-    // By its path: asked for by the program's name, the toolkit would open what an administrator or another program of
-    // the organisation has stored, and wait for it where it is a FIFO.
-    const QString store = *folder + kStore;
-    return canBeAStore(store, isRoot(lookups)) ? std::make_unique<QSettings>(store, QSettings::IniFormat) : nullptr;
+    return folder ? std::make_optional(*folder + kStore) : std::nullopt;
 }
 
 } // namespace
 
 QtUserDefaults::QtUserDefaults(const platform::LocalLookups &lookups)
     : isRoots(isRoot(lookups))
-    , settings(openedStore(lookups))
+    , store(storeOf(lookups))
 {
 }
 
@@ -283,20 +306,18 @@ void QtUserDefaults::setObjectForKey(const QVariant &value, const QString &key)
 
 void QtUserDefaults::synchronize()
 {
-    if (!settings) {
-        qCInfo(lcSettings)
-            << "nothing is kept: there is no folder for the settings, or no regular file, or not root's alone";
+    if (!store) {
+        qCInfo(lcSettings) << "nothing is kept: there is no folder for the settings";
         return;
     }
-    const QString store = settings->fileName();
-    const std::unique_ptr<QLockFile> lock = canBeAStore(store, isRoots) ? lockOf(store) : nullptr;
+    const std::unique_ptr<QLockFile> lock = canBeAStore(*store, isRoots) ? lockOf(*store) : nullptr;
     if (!lock) {
-        qCInfo(lcSettings) << store
+        qCInfo(lcSettings) << *store
                            << "is not written: it or its lock is no regular file, or not root's alone, or is locked";
         return;
     }
-    if (const std::optional<QString> file = linkTarget(store); !file || !storeUnsavedIn(*file)) {
-        qCInfo(lcSettings) << store << "cannot be read or replaced";
+    if (const std::optional<QString> file = linkTarget(*store); !file || !storeUnsavedIn(*file)) {
+        qCInfo(lcSettings) << *store << "cannot be read or replaced";
         return;
     }
     unsaved.clear();
@@ -333,27 +354,17 @@ QVariant QtUserDefaults::Change::over(const QVariant &stored) const
     }
 }
 
-bool QtUserDefaults::isReadable() const
-{
-    return settings && canBeAStore(settings->fileName(), isRoots);
-}
-
 QVariant QtUserDefaults::valueForKey(const QString &key) const
 {
     readStored(key);
     const auto change = unsaved.constFind(key);
-    if (change == unsaved.cend()) {
-        return known[key];
-    }
-    return isReadable() ? change->over(known[key]) : change->value;
+    return change == unsaved.cend() ? known[key] : change->over(known[key]);
 }
 
 void QtUserDefaults::readStored(const QString &key) const
 {
-    known[key] = QVariant();
-    if (isReadable()) {
-        // Another window may have submitted since: what counts is what is stored now.
-        settings->sync();
-        known[key] = settings->value(key);
-    }
+    // Another window may have submitted since: what counts is what is stored now. The toolkit reads only what could be
+    // read without waiting for it.
+    const bool isReadable = store && canBeAStore(*store, isRoots) && contentOf(*store);
+    known[key] = isReadable ? QSettings(*store, QSettings::IniFormat).value(key) : unsaved.value(key).replaced;
 }

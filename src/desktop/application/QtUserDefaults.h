@@ -5,10 +5,9 @@
 #include "platform/UserDefaults.h"
 
 #include <QMap>
-#include <QSettings>
 #include <QVariant>
 
-#include <memory>
+#include <optional>
 
 /// Keeps the settings in Korvale/CrashReporter.conf in the user's configuration folder: $XDG_CONFIG_HOME if that is an
 /// absolute path, else .config in the user's home (freedesktop.org, XDG Base Directory Specification).
@@ -44,12 +43,11 @@ private:
     };
 
     bool storeUnsavedIn(const QString &file) const;
-    bool isReadable() const;
     QVariant valueForKey(const QString &key) const;
     void readStored(const QString &key) const;
 
     const bool isRoots;
-    std::unique_ptr<QSettings> settings;   ///< Only read; none where nothing can be stored.
+    const std::optional<QString> store;    ///< The path of the settings; none where there is no folder for them.
     QMap<QString, Change> unsaved;         ///< What was set since the store was last written.
     mutable QMap<QString, QVariant> known; ///< What was stored of what was asked for since then.
 };

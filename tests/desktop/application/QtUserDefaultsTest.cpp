@@ -104,6 +104,23 @@ mode_t modeOf(const QString &path)
     return stat(path.toLocal8Bit().constData(), &status) == 0 ? status.st_mode & 0777 : 0;
 }
 
+gid_t groupOf(const QString &path)
+{
+    struct stat status = {};
+    EXPECT_EQ(stat(path.toLocal8Bit().constData(), &status), 0);
+    return status.st_gid;
+}
+
+/// A group that this process may give a file to: any for root; for a user who is in no other, the user's own.
+gid_t anotherGroup()
+{
+    std::array<gid_t, 1000> groups = {4321};
+    const int count = geteuid() == 0 ? 1 : getgroups(static_cast<int>(groups.size()), groups.data());
+    const auto *const end = groups.cbegin() + std::max(count, 0);
+    const auto *const other = std::find_if(groups.cbegin(), end, [](gid_t group) { return group != getegid(); });
+    return other == end ? getegid() : *other;
+}
+
 } // namespace
 
 TEST_F(UserDefaultsTest, AnAbsentCountIsZeroAndAnAbsentObjectIsNothing)
@@ -254,6 +271,17 @@ TEST_F(UserDefaultsTest, WhatTheToolkitWouldNotWriteAgainDoesNotStopTheCount)
     }
 }
 
+TEST_F(UserDefaultsTest, AHeadingIsNoValueWhateverIsInIt)
+{
+    write(path(), "[a=b]\n");
+    StoredDefaults defaults;
+
+    defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
+    defaults.synchronize();
+
+    EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=1\n");
+}
+
 TEST_F(UserDefaultsTest, SettingsOfTheWholeSystemAreNotTheUsers)
 {
     write(everyone.filePath(u"Korvale/CrashReporter.conf"_s), "[General]\ncrashSubmissionCount=99\n");
@@ -290,6 +318,13 @@ TEST_F(UserDefaultsTest, AStoreWhoseFolderCannotBeMadeIsNoErrorAndKeepsTheValues
 
     EXPECT_EQ(defaults.integerForKey(kCount), 5);
     EXPECT_EQ(QDir(user.path()).entryList(QDir::Files), QStringList{u"Korvale"_s});
+}
+
+TEST_F(UserDefaultsTest, AConfigurationFolderLongerThanAnyPathIsNoErrorAndKeepsTheValuesForThisRun)
+{
+    const ScopedVariable elsewhere("XDG_CONFIG_HOME", user.path().toUtf8() + QByteArray("/d").repeated(60'000));
+
+    EXPECT_EXIT(countToFourAndEnd(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(UserDefaultsTest, AStoreThatIsAFolderIsNoError)
@@ -461,6 +496,29 @@ TEST_F(UserDefaultsTest, EveryOneOfSeveralLinksStaysALinkBeTheFileThereOrNot)
         EXPECT_TRUE(QFileInfo(user.filePath(u"kept/inner/second"_s)).isSymLink());
         EXPECT_TRUE(QFileInfo(user.filePath(u"kept/real"_s)).isFile());
         EXPECT_EQ(StoredDefaults().integerForKey(kCount), count);
+    }
+}
+
+TEST_F(UserDefaultsTest, AUsersOwnFilesBesideWhatALinkLeadsToStay)
+{
+    const QString file = user.filePath(u"dotfiles/crash.conf"_s);
+    write(file, "[General]\ncrashSubmissionCount=3\n");
+    const QStringList drafts = {file + u".new"_s, file + u".new.lock"_s, file + u".lock"_s};
+    for (const QString &draft : drafts) {
+        write(draft, "a draft");
+    }
+    QDir().mkpath(QFileInfo(path()).path());
+    ASSERT_TRUE(QFile::link(file, path()));
+    StoredDefaults defaults;
+
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+
+    EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
+    for (const QString &draft : drafts) {
+        QFile opened(draft);
+        ASSERT_TRUE(opened.open(QFile::ReadOnly)) << draft.toStdString();
+        EXPECT_EQ(opened.readAll(), "a draft");
     }
 }
 
@@ -730,10 +788,40 @@ TEST_F(UserDefaultsTest, TheStoreKeepsItsPermissions)
     }
 }
 
+TEST_F(UserDefaultsTest, TheStoreKeepsItsGroup)
+{
+    const gid_t group = anotherGroup();
+    aFileWith("crashSubmissionCount=3");
+    ASSERT_EQ(chown(path().toLocal8Bit().constData(), static_cast<uid_t>(-1), group), 0);
+    ASSERT_EQ(chmod(path().toLocal8Bit().constData(), 0660), 0);
+    StoredDefaults defaults;
+
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+
+    EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
+    EXPECT_EQ(groupOf(path()), group);
+    EXPECT_EQ(modeOf(path()), 0660U);
+}
+
+TEST_F(UserDefaultsTest, WhereItsGroupCannotBeGivenTheStoreIsTheUsersAlone)
+{
+    aFileWith("crashSubmissionCount=3");
+    const bool isOfAnother = geteuid() == 0;
+    ASSERT_EQ(chown(path().toLocal8Bit().constData(), static_cast<uid_t>(-1), isOfAnother ? 4321 : getegid()), 0);
+    ASSERT_EQ(chmod(path().toLocal8Bit().constData(), 0664), 0);
+
+    EXPECT_EXIT(countToFourAsAnOrdinaryUserAndEnd(), testing::ExitedWithCode(0), "");
+
+    EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
+    EXPECT_EQ(groupOf(path()), getegid());
+    EXPECT_EQ(modeOf(path()), isOfAnother ? 0600U : 0664U);
+}
+
 TEST_F(UserDefaultsTest, WhatAKilledProcessHasWrittenHalfwayIsClearedAway)
 {
-    write(path() + u".new"_s, "[General]\nhalf=");
-    write(path() + u".new.lock"_s, "");
+    write(path() + u".korvale-new"_s, "[General]\nhalf=");
+    write(path() + u".korvale-new.lock"_s, "");
     StoredDefaults defaults;
 
     defaults.setIntegerForKey(4, kCount);
@@ -747,7 +835,7 @@ TEST_F(UserDefaultsTest, WhatAKilledProcessHasWrittenHalfwayIsClearedAway)
 TEST_F(UserDefaultsTest, WhatCannotBeClearedAwayIsNotWaitedFor)
 {
     aFileWith("crashSubmissionCount=3");
-    QDir().mkpath(path() + u".new.lock"_s);
+    QDir().mkpath(path() + u".korvale-new.lock"_s);
     StoredDefaults defaults;
     defaults.setIntegerForKey(4, kCount);
     QElapsedTimer clock;
@@ -777,6 +865,30 @@ TEST_F(UserDefaultsTest, ALockOfAKilledProcessHoldsNobodyUp)
         defaults.synchronize();
 
         EXPECT_TRUE(stored().contains("crashSubmissionCount=" + QByteArray::number(count) + "\n"));
+    }
+}
+
+TEST_F(UserDefaultsTest, ALockOfAKilledProcessIsNotWaitedForWhereItCannotBeRemoved)
+{
+    aFileWith("crashSubmissionCount=3");
+    // By a lock on a lock the toolkit removes one that was left behind, and this one by the next.
+    for (const QString &left : {u".lock"_s, u".lock.rmlock"_s}) {
+        write(path() + left, "");
+        const timespec time = {.tv_sec = 1'000'000'000, .tv_nsec = 0};
+        const std::array longAgo = {time, time};
+        ASSERT_EQ(utimensat(AT_FDCWD, (path() + left).toLocal8Bit().constData(), longAgo.data(), 0), 0);
+        const QByteArray next = (path() + left + u".rmlock"_s).toLocal8Bit();
+        ASSERT_EQ(mkfifo(next.constData(), 0600), 0);
+
+        EXPECT_EXIT(
+            {
+                alarm(60);
+                countToFourAndEnd();
+            },
+            testing::ExitedWithCode(0), "");
+
+        EXPECT_TRUE(stored().contains("crashSubmissionCount=3\n"));
+        ASSERT_TRUE(QFile::remove(QString::fromLocal8Bit(next)));
     }
 }
 
@@ -946,4 +1058,27 @@ TEST_F(UserDefaultsTest, WhatIsCountedWhileSomethingElseIsInPlaceOfTheStoreIsAdd
     EXPECT_EQ(defaults.integerForKey(kCount), 13);
     defaults.synchronize();
     EXPECT_EQ(StoredDefaults().integerForKey(kCount), 13);
+}
+
+TEST_F(UserDefaultsTest, NoAttemptCountsTwiceWhereAnotherCouldNotBeAddedToIt)
+{
+    aFileWith("crashSubmissionCount=5");
+    StoredDefaults defaults;
+    auto held = std::make_unique<HeldLock>(path() + u".lock"_s);
+    defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
+    defaults.synchronize();
+    held.reset();
+    ASSERT_TRUE(QFile::remove(path() + u".lock"_s));
+    ASSERT_TRUE(QFile::rename(path(), path() + u".away"_s));
+    ASSERT_EQ(mkfifo(path().toLocal8Bit().constData(), 0600), 0);
+    defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
+    defaults.synchronize();
+    EXPECT_EQ(defaults.integerForKey(kCount), 7);
+
+    ASSERT_TRUE(QFile::remove(path()));
+    ASSERT_TRUE(QFile::rename(path() + u".away"_s, path()));
+
+    EXPECT_EQ(defaults.integerForKey(kCount), 7);
+    defaults.synchronize();
+    EXPECT_EQ(StoredDefaults().integerForKey(kCount), 7);
 }
