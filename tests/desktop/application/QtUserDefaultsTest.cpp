@@ -18,6 +18,7 @@
 
 #include <fcntl.h>
 #include <linux/capability.h>
+#include <sched.h>
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -54,6 +55,28 @@ const QString kDate = u"lastCrashSubmissionDate"_s;
     if (::syscall(SYS_capset, &header, none.data()) != 0) {
         _exit(2);
     }
+    countToFourAndEnd();
+}
+
+void writeOrEnd(const char *path, const QByteArray &text)
+{
+    QFile file(QString::fromLatin1(path));
+    if (!file.open(QFile::WriteOnly | QFile::Unbuffered) || file.write(text) != text.size()) {
+        _exit(2);
+    }
+}
+
+/// Root is another user in a namespace in which there is nobody else (user_namespaces(7)).
+[[noreturn]] void countToFourAsUser1000AndEnd()
+{
+    const QByteArray user = "1000 " + QByteArray::number(geteuid()) + " 1\n";
+    const QByteArray group = "1000 " + QByteArray::number(getegid()) + " 1\n";
+    if (unshare(CLONE_NEWUSER) != 0) {
+        _exit(2);
+    }
+    writeOrEnd("/proc/self/setgroups", "deny");
+    writeOrEnd("/proc/self/uid_map", user);
+    writeOrEnd("/proc/self/gid_map", group);
     countToFourAndEnd();
 }
 
@@ -786,6 +809,18 @@ TEST_F(UserDefaultsTest, TheStoreKeepsItsPermissions)
         EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
         EXPECT_EQ(QFile::permissions(path()), permissions);
     }
+}
+
+TEST_F(UserDefaultsTest, AnOrdinaryUsersStoreKeepsItsPermissionsAndOwner)
+{
+    aFileWith("crashSubmissionCount=3");
+    ASSERT_EQ(chmod(path().toLocal8Bit().constData(), 0664), 0);
+
+    EXPECT_EXIT(countToFourAsUser1000AndEnd(), testing::ExitedWithCode(0), "");
+
+    EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
+    EXPECT_EQ(modeOf(path()), 0664U);
+    EXPECT_EQ(QFileInfo(path()).ownerId(), geteuid());
 }
 
 TEST_F(UserDefaultsTest, TheStoreKeepsItsGroup)
