@@ -19,7 +19,6 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <climits>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
@@ -91,12 +90,12 @@ bool mayBeLedElsewhere(const QString &store)
 /// For the user alone, whatever the mask, as the XDG Base Directory Specification asks for.
 bool makeFolder(const QString &path)
 {
-    const QByteArray folder = QFile::encodeName(path);
-    // Each folder above it first. What is there already, maybe made by another process just now, does no harm.
-    for (qsizetype end = folder.indexOf('/', 1); end >= 0 && end < PATH_MAX; end = folder.indexOf('/', end + 1)) {
-        ::mkdir(folder.first(end).constData(), S_IRWXU);
+    std::filesystem::path folder;
+    for (const std::filesystem::path &name : std::filesystem::path(QFile::encodeName(path).toStdString())) {
+        folder /= name;
+        // What is there already, maybe made by another process just now, does no harm.
+        ::mkdir(folder.c_str(), S_IRWXU);
     }
-    ::mkdir(folder.constData(), S_IRWXU);
     return QFileInfo(path).isDir();
 }
 
