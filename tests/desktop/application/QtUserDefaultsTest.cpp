@@ -105,6 +105,18 @@ protected:
         file.write(content);
     }
 
+    void putFifoInPlace() const
+    {
+        ASSERT_TRUE(QFile::rename(path(), path() + u".away"_s));
+        ASSERT_EQ(mkfifo(path().toLocal8Bit().constData(), 0600), 0);
+    }
+
+    void putStoreBack() const
+    {
+        ASSERT_TRUE(QFile::remove(path()));
+        ASSERT_TRUE(QFile::rename(path() + u".away"_s, path()));
+    }
+
     void aFileWith(const QByteArray &content) const { write(path(), "[General]\n" + content + "\n"); }
 
     qint64 countIn(const QByteArray &value) const
@@ -1081,14 +1093,12 @@ TEST_F(UserDefaultsTest, WhatIsCountedWhileSomethingElseIsInPlaceOfTheStoreIsAdd
     aFileWith("crashSubmissionCount=12");
     StoredDefaults defaults;
     ASSERT_EQ(defaults.integerForKey(kCount), 12);
-    ASSERT_TRUE(QFile::rename(path(), path() + u".away"_s));
-    ASSERT_EQ(mkfifo(path().toLocal8Bit().constData(), 0600), 0);
+    ASSERT_NO_FATAL_FAILURE(putFifoInPlace());
     defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
     defaults.synchronize();
     ASSERT_EQ(defaults.integerForKey(kCount), 1);
 
-    ASSERT_TRUE(QFile::remove(path()));
-    ASSERT_TRUE(QFile::rename(path() + u".away"_s, path()));
+    ASSERT_NO_FATAL_FAILURE(putStoreBack());
 
     EXPECT_EQ(defaults.integerForKey(kCount), 13);
     defaults.synchronize();
@@ -1104,14 +1114,12 @@ TEST_F(UserDefaultsTest, NoAttemptCountsTwiceWhereAnotherCouldNotBeAddedToIt)
     defaults.synchronize();
     held.reset();
     ASSERT_TRUE(QFile::remove(path() + u".lock"_s));
-    ASSERT_TRUE(QFile::rename(path(), path() + u".away"_s));
-    ASSERT_EQ(mkfifo(path().toLocal8Bit().constData(), 0600), 0);
+    ASSERT_NO_FATAL_FAILURE(putFifoInPlace());
     defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
     defaults.synchronize();
     EXPECT_EQ(defaults.integerForKey(kCount), 7);
 
-    ASSERT_TRUE(QFile::remove(path()));
-    ASSERT_TRUE(QFile::rename(path() + u".away"_s, path()));
+    ASSERT_NO_FATAL_FAILURE(putStoreBack());
 
     EXPECT_EQ(defaults.integerForKey(kCount), 7);
     defaults.synchronize();
