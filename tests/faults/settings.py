@@ -15,7 +15,7 @@ from leases import KEEPS, LETS_GO
 from network_world import ADDRESS
 from settings_world import (
     KEPT, NEW_COUNT, OLD, THROTTLED, Setting, at_once, failing, held_lock, in_turn, kills, leased, overlapping,
-    with_old)
+    vanishing_lock, with_old)
 from situation import Group, REFUSED
 from tracing import Trace
 from trial.home import write
@@ -269,6 +269,7 @@ TIME = Group("settings: others and the clock", "settings_world", (
     Setting("two programs submit at the same moment", REFUSED, run=at_once(10)),
     Setting("another program is in its write, and ends it", REFUSED, run=overlapping(goes_on=True)),
     Setting("another program is in its write, and stays there", REFUSED, run=overlapping(goes_on=False)),
+    Setting("another program's lock goes just when it is looked at", run=vanishing_lock),
     Setting("twelve attempts, the last one just now", THROTTLED, lay=stored_at("+0"), untouched=True),
     Setting("the same with an address", lay=stored_at("+0"), address=ADDRESS, count="13"),
     Setting("the same, the clock four minutes forward", lay=stored_at("+240"), count="13"),

@@ -15,7 +15,7 @@ from leases import lease
 from network_world import ADDRESS
 from situation import ACCEPTED, REFUSED, Delay, Seen
 from tracing import drawn
-from trial.home import read
+from trial.home import read, write
 from trial.waiting import WaitedInVain, wait_until
 
 THROTTLED = "asked for an address"
@@ -541,6 +541,29 @@ def overlapping(goes_on):
                 seen.differences.append(Delay(f"it took {seen.seconds:.1f} s"))
             return [("", seen)]
     return run
+
+
+def vanishing_lock(world, row):
+    """Another program's lock is there when it is looked for, and gone when it is opened."""
+    with world.place() as place:
+        with_old(place)
+        before = file_of(place)
+        lock = place.home.settings_path + ".lock"
+        write(lock, b"")
+        place.serve()
+        tried = place.report(place.crash_log())
+        tried.has_window()
+        with attached(tried, place, "-e", "trace=newfstatat,openat", "-e", "inject=openat:delay_enter=400ms:when=1",
+                      paths=[lock]) as path:
+            tried.press()
+            wait_until(lambda: "newfstatat" in text_of(path), "the look at the lock")
+            os.remove(lock)
+            is_late = "(DELAYED)" in text_of(path)
+            seen = tried.seen(wait_until(tried.outcome, "the end"))
+            if is_late or "(DELAYED)" not in text_of(path):
+                seen.differences.append(Delay(f"the lock was not removed in between: {text_of(path)!r:.300}"))
+        seen.differences += [*not_new(before, file_of(place)), *place.differing_requests(1)]
+        return [("", seen)]
 
 
 def text_of(path):

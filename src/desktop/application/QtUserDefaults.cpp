@@ -106,9 +106,9 @@ std::unique_ptr<QLockFile> lockOf(const QString &store)
     constexpr qsizetype kLongestLock = 1024; // in bytes; it has an ID and two names
     const QString path = store + u".lock"_s;
     // One that is there is read by the toolkit, and removed by a lock on itself where it was left behind. It would wait
-    // forever for what is no file.
+    // forever for what is no file. One that is gone when it is looked at was another process's, which has written.
     for (QString read = path; fileExists(read); read += u".rmlock") {
-        if (!contentsOfRegularFile(read, kLongestLock)) {
+        if (!contentsOfRegularFile(read, kLongestLock) && fileExists(read)) {
             return nullptr;
         }
     }
