@@ -18,9 +18,7 @@ constexpr std::string_view kHarmless[] = {
     "DESKTOP_STARTUP_ID", "QT_QPA_PLATFORM", "QT_SCALE_FACTOR", "QT_FONT_DPI",
     // how texts are written, and what is logged; the C library takes no path for a language
     "LANG", "QT_LOGGING_RULES",
-    // the proxy, and what needs none; libcurl, which goes by the four that are not looked at further, fails with what
-    // it
-    // does not understand
+    // the proxy, and what needs none; libcurl, which goes by the first four, fails with what it does not understand
     "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "http_proxy", "HTTP_PROXY", "no_proxy", "NO_PROXY"};
 
 /// A proxy that libproxy passes on and that libcurl refuses.
@@ -75,8 +73,8 @@ bool beginsWith(std::string_view value, std::string_view beginning)
     return ::strncasecmp(value.data(), beginning.data(), beginning.size()) == 0;
 }
 
-/// An address with the scheme of a proxy, or without one. Of what libproxy takes, "pac+file" names a script to run, and
-/// "wpad" has one looked for; it needs no "//" behind either.
+/// Something that can be nothing but an address: with the scheme of a proxy, or without one. Of what libproxy takes,
+/// "pac+file" names a script to run, and "wpad" has one looked for; it needs no "//" behind either.
 bool isAddressOfAProxy(std::string_view value)
 {
     constexpr std::string_view kSchemes[] = {"http://",    "https://",  "socks://",  "socks4://",
@@ -120,7 +118,8 @@ void dropOtherPlatforms()
     }
 }
 
-/// By these libproxy would run scripts. Without the variable the report would be sent past the proxy.
+/// By these libproxy would run scripts. What may name one is refused: without the variable the report would be sent
+/// past the proxy that the script names. Of an address libproxy makes what it makes for any user, which may be none.
 void refuseScriptsForProxies()
 {
     for (const char *name : {"http_proxy", "HTTP_PROXY"}) {
