@@ -19,6 +19,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
@@ -87,11 +88,16 @@ bool mayBeLedElsewhere(const QString &store)
     });
 }
 
-/// For the user alone, whatever the mask, as the XDG Base Directory Specification asks for.
+/// For the user alone, whatever the mask, as the XDG Base Directory Specification asks for. Of a path that is too long
+/// for the system nothing is made.
 bool makeFolder(const QString &path)
 {
+    const QByteArray whole = QFile::encodeName(path);
+    if (whole.size() >= PATH_MAX) {
+        return false;
+    }
     std::filesystem::path folder;
-    for (const std::filesystem::path &name : std::filesystem::path(QFile::encodeName(path).toStdString())) {
+    for (const std::filesystem::path &name : std::filesystem::path(whole.toStdString())) {
         folder /= name;
         // What is there already, maybe made by another process just now, does no harm.
         ::mkdir(folder.c_str(), S_IRWXU);

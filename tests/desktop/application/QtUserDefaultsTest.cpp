@@ -360,6 +360,7 @@ TEST_F(UserDefaultsTest, AConfigurationFolderLongerThanAnyPathIsNoErrorAndKeepsT
     const ScopedVariable elsewhere("XDG_CONFIG_HOME", user.path().toUtf8() + QByteArray("/d").repeated(60'000));
 
     EXPECT_EXIT(countToFourAndEnd(), testing::ExitedWithCode(0), "");
+    EXPECT_TRUE(QDir(user.path()).isEmpty());
 }
 
 TEST_F(UserDefaultsTest, AStoreThatIsAFolderIsNoError)
