@@ -83,7 +83,8 @@ FAMILIES = (
                    "ENOSPC", "ENXIO", "EOVERFLOW", "ETXTBSY")}),
     Calls("files are looked at", sample=3, errors={
         "newfstatat": (*PATH, "EOVERFLOW"), "statx": PATH, "access": (*FOLDER, "ETXTBSY"),
-        "readlink": (*PATH, "EINVAL"), "getdents64": ("EIO", "ENOENT", "ENOTDIR"),
+        "readlink": (*PATH, "EINVAL"), "getxattr": (*PATH, "E2BIG", "ENODATA", "EOPNOTSUPP", "ERANGE"),
+        "getdents64": ("EIO", "ENOENT", "ENOTDIR"),
         "statfs": (*PATH, "EINTR", "ENOSYS", "EOVERFLOW"), "fstatfs": ("EINTR", "EIO", "ENOMEM", "ENOSYS", "EOVERFLOW"),
         "getcwd": ("EACCES", "ENAMETOOLONG", "ENOENT", "ENOMEM"), "lseek": ("ENXIO", "EOVERFLOW", "ESPIPE")}),
     Calls("files are read", sample=2, errors={

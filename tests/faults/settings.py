@@ -255,6 +255,7 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
         ("flock", "ENOLCK", "setNativeLocks failed: "), ("flock", "EAGAIN", "setNativeLocks failed: "),
         ("linkat", "EIO", "", ("new file",)), ("linkat", "ENOSPC", "", ("new file",)),
         ("chown", "EPERM", "", (), ("new file",)), ("chmod", "EPERM", "", (), ("new file",)),
+        ("getxattr", "EOPNOTSUPP", ""), ("getxattr", "EIO", "", (), ("settings", "new file")),
         ("rename", "EIO", "", ("all",)), ("rename", "ENOSPC", "", ("all",)),
         ("unlink", "EIO", "Could not remove our own lock file ", ("new file 2",)),
         ("lseek", "EINVAL", "QFile::at: Cannot set "), ("close", "EIO", ""))),

@@ -13,6 +13,9 @@
 #include <QVariantMap>
 
 #include <sys/stat.h>
+#ifdef Q_OS_LINUX
+#include <sys/xattr.h>
+#endif
 #include <unistd.h>
 
 #include <algorithm>
@@ -221,13 +224,26 @@ bool isWhole(const QString &path, qsizetype valueCount)
     return content.endsWith('\n') && std::ranges::count_if(lines, isValue) == valueCount;
 }
 
+/// Whether an access control list may say more of the file than its mode does, in which the group's rights are then
+/// what the list leaves to others at most (acl(5)).
+bool mayHaveAccessControlList([[maybe_unused]] const QByteArray &file)
+{
+#ifdef Q_OS_LINUX
+    return ::getxattr(file.constData(), "system.posix_acl_access", nullptr, 0) >= 0
+        || (errno != ENODATA && errno != ENOTSUP);
+#else
+    return false;
+#endif
+}
+
 /// Gives the new file the group and the rights of the one that it replaces. Where there is none, or they cannot be told
-/// or given, it stays the user's alone.
+/// or given, or there is more to them than the mode, it stays the user's alone.
 void keepRights(const QByteArray &replaced, const QByteArray &fresh)
 {
     constexpr mode_t kRights = S_IRWXU | S_IRWXG | S_IRWXO;
     struct stat status = {};
-    if (::stat(replaced.constData(), &status) == 0
+    if (!mayHaveAccessControlList(replaced) && !mayHaveAccessControlList(fresh)
+        && ::stat(replaced.constData(), &status) == 0
         && ::chown(fresh.constData(), static_cast<uid_t>(-1), status.st_gid) == 0) {
         ::chmod(fresh.constData(), status.st_mode & kRights);
     }

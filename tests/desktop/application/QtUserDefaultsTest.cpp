@@ -18,11 +18,14 @@
 
 #include <fcntl.h>
 #include <linux/capability.h>
+#include <linux/posix_acl.h>
+#include <linux/posix_acl_xattr.h>
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -144,6 +147,24 @@ gid_t groupOf(const QString &path)
     struct stat status = {};
     EXPECT_EQ(stat(path.toLocal8Bit().constData(), &status), 0);
     return status.st_gid;
+}
+
+constexpr const char *kOfAFile = "system.posix_acl_access";
+constexpr const char *kOfNewFiles = "system.posix_acl_default";
+
+/// Gives it an access control list (acl(5)) by which user 4242 and the owner may read and write, and nobody else.
+bool letUser4242ReadAndWrite(const QString &path, const char *attribute)
+{
+    constexpr auto kNobody = static_cast<__le32>(ACL_UNDEFINED_ID);
+    const struct {
+        posix_acl_xattr_header header = {POSIX_ACL_XATTR_VERSION};
+        std::array<posix_acl_xattr_entry, 5> entries = {{{ACL_USER_OBJ, ACL_READ | ACL_WRITE, kNobody},
+                                                         {ACL_USER, ACL_READ | ACL_WRITE, 4242},
+                                                         {ACL_GROUP_OBJ, 0, kNobody},
+                                                         {ACL_MASK, ACL_READ | ACL_WRITE, kNobody},
+                                                         {ACL_OTHER, 0, kNobody}}};
+    } list;
+    return setxattr(path.toLocal8Bit().constData(), attribute, &list, sizeof list, 0) == 0;
 }
 
 /// A group that this process may give a file to: any for root; for a user who is in no other, the user's own.
@@ -864,6 +885,35 @@ TEST_F(UserDefaultsTest, WhereItsGroupCannotBeGivenTheStoreIsTheUsersAlone)
     EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
     EXPECT_EQ(groupOf(path()), getegid());
     EXPECT_EQ(modeOf(path()), isOfAnother ? 0600U : 0664U);
+}
+
+TEST_F(UserDefaultsTest, WhoeverAnAccessControlListKeptOutStaysOut)
+{
+    aFileWith("crashSubmissionCount=3");
+    ASSERT_EQ(chown(path().toLocal8Bit().constData(), static_cast<uid_t>(-1), anotherGroup()), 0);
+    ASSERT_TRUE(letUser4242ReadAndWrite(path(), kOfAFile));
+    ASSERT_EQ(modeOf(path()), 0660U) << "the group's rights are what the list leaves others at most, not its own";
+    StoredDefaults defaults;
+
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+
+    EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
+    EXPECT_EQ(modeOf(path()), 0600U);
+}
+
+TEST_F(UserDefaultsTest, NobodyElseGetsRightsByTheListOfTheFolder)
+{
+    aFileWith("crashSubmissionCount=3");
+    ASSERT_EQ(chmod(path().toLocal8Bit().constData(), 0660), 0);
+    ASSERT_TRUE(letUser4242ReadAndWrite(QFileInfo(path()).path(), kOfNewFiles));
+    StoredDefaults defaults;
+
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+
+    EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
+    EXPECT_EQ(modeOf(path()), 0600U);
 }
 
 TEST_F(UserDefaultsTest, WhatAKilledProcessHasWrittenHalfwayIsClearedAway)
