@@ -76,13 +76,12 @@ bool isRegularFile(const char *path)
 /// Where another process holds a lease on the file (fcntl(2), F_SETLEASE), as servers of files do, the first try has it
 /// asked to let go. The system would give it 45 seconds; a window is not kept waiting for so long. A busy device may
 /// give the same error: only regular files are tried again.
-int openOnceItIsLetGo(FileOpener open, const char *path)
+int openOnceItIsLetGo(FileOpener open, const char *path, std::chrono::milliseconds limit)
 {
     constexpr std::chrono::milliseconds kInterval(10);
-    constexpr std::chrono::seconds kLimit(2);
     int file = open(path, kForReading);
     const auto isHeld = [&] { return file < 0 && errno == EWOULDBLOCK && isRegularFile(path); };
-    for (auto triesLeft = kLimit / kInterval; triesLeft > 0 && isHeld(); --triesLeft) {
+    for (auto triesLeft = limit / kInterval; triesLeft > 0 && isHeld(); --triesLeft) {
         std::this_thread::sleep_for(kInterval);
         file = open(path, kForReading);
     }
@@ -175,14 +174,15 @@ std::optional<QString> decodeToEnd(const FileDescriptor &file, qsizetype sizeHin
 
 /// Opens the regular file at the path and returns what reading it to its end returns.
 template<class Content>
-std::optional<Content> readRegularFile(const QString &path, qsizetype maxBytes, FileOpener open,
+std::optional<Content> readRegularFile(const QString &path, qsizetype maxBytes, std::chrono::milliseconds leaseLimit,
+                                       FileOpener open,
                                        std::optional<Content> (*read)(const FileDescriptor &, qsizetype, qsizetype))
 {
     const std::optional<QByteArray> name = fileSystemRepresentation(path);
     if (!name) {
         return notTaken(path, "it is not a name that a file can have");
     }
-    const FileDescriptor file(openOnceItIsLetGo(open, name->constData()));
+    const FileDescriptor file(openOnceItIsLetGo(open, name->constData(), leaseLimit));
     struct stat status = {};
     if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
         return notTaken(path, std::strerror(errno));
@@ -215,9 +215,10 @@ bool fileExists(const QString &path)
     return true;
 }
 
-std::optional<QByteArray> contentsOfRegularFile(const QString &path, qsizetype maxBytes)
+std::optional<QByteArray> contentsOfRegularFile(const QString &path, qsizetype maxBytes,
+                                                std::chrono::milliseconds leaseLimit)
 {
-    return readRegularFile(path, maxBytes, &openByPath, &readToEnd);
+    return readRegularFile(path, maxBytes, leaseLimit, &openByPath, &readToEnd);
 }
 
 std::optional<QString> textOfFile(const QString &path, qsizetype maxBytes)
@@ -227,5 +228,5 @@ std::optional<QString> textOfFile(const QString &path, qsizetype maxBytes)
 
 std::optional<QString> textOfFile(const QString &path, qsizetype maxBytes, FileOpener open)
 {
-    return readRegularFile(path, maxBytes, open, &decodeToEnd);
+    return readRegularFile(path, maxBytes, kLeaseLimit, open, &decodeToEnd);
 }

@@ -1,6 +1,7 @@
 // Whole files, and what is never waited for.
 #include "base/TextFile.h"
 
+#include "support/LeaseHolder.h"
 #include "support/LimitedMemory.h"
 #include "support/SampleHome.h"
 
@@ -16,13 +17,11 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <limits>
 #include <thread>
@@ -468,45 +467,6 @@ TEST_F(TextFile, WhoAsksReadsWhyAFileIsNotTaken)
                      uR"("a\u0000b\nc" is not taken: it is not a name that a file can have)"_s}));
 }
 
-namespace {
-
-/// A process that holds a lease on the file. Asked to let go it ends, by the signal's default, or it does not listen.
-class LeaseHolder
-{
-public:
-    LeaseHolder(const QString &path, bool listens)
-    {
-        int ready[2] = {};
-        EXPECT_EQ(::pipe(ready), 0);
-        process = ::fork();
-        if (process == 0) {
-            const int file = ::open(path.toUtf8().constData(), O_RDWR);
-            std::signal(SIGIO, listens ? SIG_DFL : SIG_IGN);
-            const char isHeld = ::fcntl(file, F_SETLEASE, F_WRLCK) == 0 ? 'y' : 'n';
-            [[maybe_unused]] const ssize_t written = ::write(ready[1], &isHeld, 1);
-            ::pause();
-            ::_exit(0);
-        }
-        char isHeld = 0;
-        EXPECT_EQ(::read(ready[0], &isHeld, 1), 1);
-        EXPECT_EQ(isHeld, 'y');
-        ::close(ready[0]);
-        ::close(ready[1]);
-    }
-    LeaseHolder(const LeaseHolder &) = delete;
-    LeaseHolder &operator=(const LeaseHolder &) = delete;
-    ~LeaseHolder()
-    {
-        ::kill(process, SIGKILL);
-        ::waitpid(process, nullptr, 0);
-    }
-
-private:
-    pid_t process = -1;
-};
-
-} // namespace
-
 TEST_F(TextFile, ALeaseOfAnotherProcessIsWaitedFor)
 {
     const QString path = home.write(u"leased"_s, "content");
@@ -526,6 +486,19 @@ TEST_F(TextFile, ALeaseThatIsNotGivenUpIsWaitedForTwoSecondsAndNoLonger)
 
     EXPECT_GE(clock.elapsed(), 2000);
     EXPECT_LT(clock.elapsed(), 20'000);
+}
+
+TEST_F(TextFile, ALeaseIsWaitedForAsLongAsIsAskedFor)
+{
+    const QString path = home.write(u"leased"_s, "content");
+    const LeaseHolder holder(path, false);
+    QElapsedTimer clock;
+    clock.start();
+
+    EXPECT_EQ(contentsOfRegularFile(path, kAnySize, std::chrono::milliseconds(300)), std::nullopt);
+
+    EXPECT_GE(clock.elapsed(), 300);
+    EXPECT_LT(clock.elapsed(), 2000);
 }
 
 TEST_F(TextFile, WhatIsNoRegularFileIsNotWaitedForWhateverItsOpeningSays)

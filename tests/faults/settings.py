@@ -15,7 +15,7 @@ from leases import KEEPS, LETS_GO
 from network_world import ADDRESS
 from settings_world import (
     KEPT, NEW_COUNT, OLD, THROTTLED, Setting, at_once, failing, held_lock, in_turn, kills, leased, overlapping,
-    vanishing_lock, with_old)
+    replaced_lock, vanishing_lock, with_old)
 from situation import Group, REFUSED
 from tracing import Trace
 from trial.home import write
@@ -209,8 +209,8 @@ PLACES = Group("settings: what stands there", "settings_world", (
     Setting("a link to a file, which cannot be read", lay=unreadable_link, untouched=True),
     Setting("a link in the place of the folder", lay=linked_folder),
     Setting("a file under a lease, which is given up when it is asked for", run=leased(LETS_GO, is_stored=True)),
-    # Two seconds for each of the two values, and for the file before it is written.
-    Setting("a file under a lease that is not given up", run=leased(KEEPS, is_stored=False), within=9.0),
+    # The system would wait for 45 seconds, at each of three readings.
+    Setting("a file under a lease that is not given up", run=leased(KEEPS, is_stored=False), within=4.0),
     Setting("something else in the place of the file", each=instead_of("file", NO_FILE), untouched=True),
     Setting("something else in the place of the lock", each=instead_of("lock", NO_FILE, OLD), untouched=True),
     Setting("something else in the place of the folder", untouched=True,
@@ -271,6 +271,7 @@ TIME = Group("settings: others and the clock", "settings_world", (
     Setting("another program is in its write, and ends it", REFUSED, run=overlapping(goes_on=True)),
     Setting("another program is in its write, and stays there", REFUSED, run=overlapping(goes_on=False)),
     Setting("another program's lock goes just when it is looked at", run=vanishing_lock),
+    Setting("the same, and there is another in its place", run=replaced_lock),
     Setting("twelve attempts, the last one just now", THROTTLED, lay=stored_at("+0"), untouched=True),
     Setting("the same with an address", lay=stored_at("+0"), address=ADDRESS, count="13"),
     Setting("the same, the clock four minutes forward", lay=stored_at("+240"), count="13"),

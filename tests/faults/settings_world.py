@@ -566,6 +566,24 @@ def vanishing_lock(world, row):
         return [("", seen)]
 
 
+def replaced_lock(world, row):
+    """The same, but another is in its place when it is looked at again, which was left behind."""
+    with world.place() as place:
+        with_old(place)
+        before = file_of(place)
+        write(place.home.settings_path + ".lock", b"")
+        place.serve()
+        tried = place.report(place.crash_log())
+        tried.has_window()
+        with attached(tried, place, "-e", "trace=openat", "-e", "inject=openat:error=ENOENT:when=1",
+                      paths=[place.home.settings_path + ".lock"]) as path:
+            seen = tried.seen(tried.submit())
+            if "ENOENT" not in text_of(path):
+                seen.differences.append(f"no reading of the lock failed: {text_of(path)!r:.300}")
+        seen.differences += [*not_new(before, file_of(place)), *place.differing_requests(1)]
+        return [("", seen)]
+
+
 def text_of(path):
     with open(path, encoding="utf-8", errors="replace") as file:
         return file.read()

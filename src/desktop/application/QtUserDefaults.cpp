@@ -34,8 +34,8 @@ Q_LOGGING_CATEGORY(lcSettings, "korvale.settings", QtFatalMsg)
 
 namespace {
 
-/// For another process that is just writing, which takes some milliseconds. The window stands still for at most twice
-/// as long.
+/// For another process that is just writing, which takes some milliseconds, or that holds a lease on a file. The window
+/// stands still for as long at each of three readings, and at most twice as long for a lock.
 constexpr std::chrono::milliseconds kMaxWait(250);
 
 const QString kStore = u"/Korvale/CrashReporter.conf"_s;
@@ -108,16 +108,29 @@ bool makeFolder(const QString &path)
     return QFileInfo(path).isDir();
 }
 
+/// The bytes of the regular file; what holds a lease on it has less time to let go than for a report.
+std::optional<QByteArray> bytesOf(const QString &path, qsizetype maxBytes = kAnySize)
+{
+    return contentsOfRegularFile(path, maxBytes, kMaxWait);
+}
+
+/// Whether the toolkit may read and remove the lock without waiting for anything: it is a small file. One that is gone
+/// when it is looked at was another process's, which has written.
+bool isReadableLock(const QString &path)
+{
+    constexpr qsizetype kLongestLock = 1024; // in bytes; it has an ID and two names
+    return bytesOf(path, kLongestLock) || !fileExists(path);
+}
+
 /// Keeps other processes from writing the store, for as long as the lock lives; nothing where they cannot be kept from
 /// it. The toolkit by itself would wait for its lock up to 30 seconds.
 std::unique_ptr<QLockFile> lockOf(const QString &store)
 {
-    constexpr qsizetype kLongestLock = 1024; // in bytes; it has an ID and two names
     const QString path = store + u".lock"_s;
     // One that is there is read by the toolkit, and removed by a lock on itself where it was left behind. It would wait
-    // forever for what is no file. One that is gone when it is looked at was another process's, which has written.
+    // forever for what is no file. The second look is for one that came in the place of another meanwhile.
     for (QString read = path; fileExists(read); read += u".rmlock") {
-        if (!contentsOfRegularFile(read, kLongestLock) && fileExists(read)) {
+        if (!isReadableLock(read) && !isReadableLock(read)) {
             return nullptr;
         }
     }
@@ -187,7 +200,7 @@ bool hasAValue(const QByteArray &content)
 /// The content of the file, which has none while it is not there; std::nullopt where it cannot be read whole.
 std::optional<QByteArray> contentOf(const QString &file)
 {
-    std::optional<QByteArray> content = contentsOfRegularFile(file);
+    std::optional<QByteArray> content = bytesOf(file);
     return content || QFileInfo::exists(file) ? std::move(content) : QByteArray();
 }
 
@@ -218,7 +231,7 @@ std::optional<QVariantMap> storedIn(const QString &file)
 /// Whether the file has a line for each of so many values, and the last line its end.
 bool isWhole(const QString &path, qsizetype valueCount)
 {
-    const QByteArray content = contentsOfRegularFile(path).value_or(QByteArray());
+    const QByteArray content = bytesOf(path).value_or(QByteArray());
     const QList<QByteArray> lines = content.split('\n');
     const auto isValue = [](const QByteArray &line) { return !line.isEmpty() && !line.startsWith('['); };
     return content.endsWith('\n') && std::ranges::count_if(lines, isValue) == valueCount;

@@ -1,6 +1,7 @@
 // The settings in a real file, and what is made of a file that somebody else has written.
 #include "desktop/application/QtUserDefaults.h"
 
+#include "support/LeaseHolder.h"
 #include "support/PrintQt.h"
 #include "support/ScopedVariable.h"
 #include "support/ScriptedLookups.h"
@@ -455,6 +456,37 @@ TEST_F(UserDefaultsTest, AWriteThatFailsHalfwayKeepsTheFormerContentWhole)
         EXPECT_EQ(QDir(QFileInfo(path()).path()).entryList(QDir::Files | QDir::Hidden),
                   QStringList{u"CrashReporter.conf"_s});
     }
+}
+
+TEST_F(UserDefaultsTest, AStoreUnderALeaseIsNotWaitedForAsTheSystemWould)
+{
+    aFileWith("crashSubmissionCount=3");
+    StoredDefaults defaults;
+    const LeaseHolder holder(path(), false);
+    QElapsedTimer clock;
+    clock.start();
+
+    EXPECT_EQ(defaults.integerForKey(kCount), 0);
+    EXPECT_EQ(defaults.objectForKey(kDate), std::nullopt);
+    defaults.setIntegerForKey(1, kCount);
+    defaults.synchronize();
+
+    EXPECT_LT(clock.elapsed(), 2000) << "the system would wait for 45 seconds";
+}
+
+TEST_F(UserDefaultsTest, WhatALeaseKeptBackIsStoredWithTheNext)
+{
+    aFileWith("crashSubmissionCount=3");
+    StoredDefaults defaults;
+    {
+        const LeaseHolder holder(path(), false);
+        defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
+        defaults.synchronize();
+    }
+
+    defaults.synchronize();
+
+    EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=4\n");
 }
 
 TEST_F(UserDefaultsTest, AHomeThatDoesNotExistIsNoError)
