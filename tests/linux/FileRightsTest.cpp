@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <linux/capability.h>
@@ -19,34 +20,82 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/vfs.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdarg>
+#include <cstring>
 #include <future>
 #include <limits>
 #include <thread>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-/// How many calls of getgroups(2) fail from now on.
-int failingCalls = 0;
-constexpr int kEachCall = std::numeric_limits<int>::max();
+/// Which of the calls on rights and files fail from now on: so many after so many others.
+struct {
+    int before = 0;
+    int count = 0;
+    int error = EPERM;
+    bool isReached = false;
+} failing;
+
+bool failsNow()
+{
+    if (failing.before > 0) {
+        --failing.before;
+        return false;
+    }
+    if (failing.count == 0) {
+        return false;
+    }
+    --failing.count;
+    failing.isReached = true;
+    errno = failing.error;
+    return true;
+}
+
+template<class Function>
+Function libraryFunction(const char *name)
+{
+    return reinterpret_cast<Function>(::dlsym(RTLD_NEXT, name));
+}
 
 } // namespace
 
-/// In the place of the library's.
+// In the place of the library's. Of the calls that have no function there, one that is about anything else never fails.
+
 int getgroups(int count, gid_t groups[]) noexcept
 {
-    if (failingCalls > 0) {
-        --failingCalls;
-        errno = EPERM;
+    return failsNow() ? -1 : libraryFunction<decltype(&getgroups)>("getgroups")(count, groups);
+}
+
+int fstatfs(int file, struct statfs *system) noexcept
+{
+    return failsNow() ? -1 : libraryFunction<decltype(&fstatfs)>("fstatfs")(file, system);
+}
+
+/// It reads as many words as any call has, be there fewer, as the library's does; that must not be looked at.
+__attribute__((no_sanitize_address)) long syscall(long number, ...) noexcept
+{
+    constexpr std::array kNumbers = {SYS_setresuid, SYS_setresgid, SYS_setgroups, SYS_capget, SYS_capset, SYS_openat2};
+    if (std::ranges::find(kNumbers, number) != kNumbers.end() && failsNow()) {
         return -1;
     }
-    return static_cast<int>(::syscall(SYS_getgroups, count, groups));
+    va_list list;
+    va_start(list, number);
+    const std::array words = {va_arg(list, long), va_arg(list, long), va_arg(list, long),
+                              va_arg(list, long), va_arg(list, long), va_arg(list, long)};
+    va_end(list);
+    static const auto kLibrarys = libraryFunction<long (*)(long, ...)>("syscall");
+    return kLibrarys(number, words[0], words[1], words[2], words[3], words[4], words[5]);
 }
 
 namespace {
@@ -294,14 +343,15 @@ TEST_F(FileRightsTest, OfTheProcessComeBackAlsoWhereTheUsersAreNotTaken)
     };
     EXPECT_EXIT(_exit(drop(CAP_SETUID) && noneTaken() ? 0 : 1), testing::ExitedWithCode(0), "");
     EXPECT_EXIT(_exit(drop(CAP_SETGID) && noneTaken() ? 0 : 1), testing::ExitedWithCode(0), "");
-    const auto noneTakenAfter = [&](int failures) {
+    const auto noneTakenWhile = [&](int failures) {
         const std::array<gid_t, 1> groups = {4712};
         const bool set = ::setgroups(groups.size(), groups.data()) == 0;
-        failingCalls = failures;
+        failing.count = failures;
         return set && noneTaken();
     };
-    EXPECT_EXIT(_exit(noneTakenAfter(1) ? 0 : 1), testing::ExitedWithCode(0), "") << "the number is not told at first";
-    EXPECT_EXIT(_exit(noneTakenAfter(kEachCall) ? 0 : 1), testing::ExitedWithCode(0), "") << "nor later";
+    // How many groups there are is not told at first, nor later.
+    EXPECT_EXIT(_exit(noneTakenWhile(1) ? 0 : 1), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(_exit(noneTakenWhile(std::numeric_limits<int>::max()) ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(UsersFile, IsReadWithoutCapabilitiesThatTheKernelIsToldToLeave)
@@ -373,6 +423,42 @@ TEST_F(UsersFile, OfAUserWhomTheNamespaceDoesNotHaveIsNotRead)
 TEST_F(UsersFile, IsNotReadWhereGroupsCannotBeSet)
 {
     EXPECT_EXIT(_exit(enterNamespaceOf(kUserId) && !readByUser(ofAll) ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+namespace {
+
+/// How a process ends that reads a user's file while one call fails.
+enum : int { kUnread = 0, kRead = 1, kOtherRights = 2, kNotReached = 3 };
+
+} // namespace
+
+TEST_F(UsersFile, IsUnreadWhereACallForItFailsAndRootsOwnRightsComeBackOrTheProcessEnds)
+{
+    const auto endOfReading = [&](int call, int error) {
+        const QList<QByteArray> before = rightsOfThread();
+        failing = {.before = call, .count = 1, .error = error};
+        const int end = readByUser(ofUser) ? kRead : kUnread;
+        const bool isReached = failing.isReached;
+        failing = {};
+        return !isReached ? kNotReached : rightsOfThread() != before ? kOtherRights : end;
+    };
+    for (const int error : {EPERM, EFAULT, EINTR, EINVAL, ENOMEM, ENOSYS}) {
+        std::vector<int> ends;
+        const auto isKept = [&](int status) {
+            ends.push_back(WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status));
+            return true;
+        };
+        do {
+            EXPECT_EXIT(_exit(endOfReading(static_cast<int>(ends.size()), error)), isKept, "");
+        } while (ends.size() < 100 && ends.back() != kNotReached);
+
+        const auto givenBack = std::ranges::find_if(ends, [](int end) { return end != kUnread; });
+        EXPECT_GE(givenBack - ends.begin(), 8)
+            << "of those that take the user's rights and open the file each has failed";
+        EXPECT_GE(ends.end() - givenBack, 5) << "and of those that give them back";
+        EXPECT_TRUE(std::all_of(givenBack, ends.end() - 1, [](int end) { return end == kRead || end == -SIGABRT; }))
+            << testing::PrintToString(ends) << " with " << std::strerror(error);
+    }
 }
 
 TEST_F(UsersFile, IsReadAlikeWithoutProc)
