@@ -69,6 +69,7 @@ MEMORY_PLACES = (
     (r"\(__libc_free.*\n.*/libcurl[.]so", "ended by SIGABRT", "libcurl frees twice what it has of a TLS session"),
     (r"/libglib-2[.]0[.]so[^(]*\(g_\w*alloc", "ended by SIGTRAP", "GLib ends a program that gets no memory"),
     (r"\A(?:.*/libxcb.*\n){2}", SENDING, "libxcb gives up its connection, and the toolkit's thread waits for it"),
+    (r"\A(?:.*/libxcb.*\n){2}", DISPLAY_LOST, DISPLAY_GIVEN_UP),
 )
 
 SHARES = 4
