@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <climits>
 #include <ctime>
 
 using namespace Qt::StringLiterals;
@@ -102,6 +103,8 @@ TEST_F(MacLookups, TheHomeIsTheEnvironmentsWhereItIsAbsoluteAndElseTheAccounts)
     const ScopedVariable relative{"HOME", "relative"};
     system.accounts[kUser].home = "/Volumes/Home/user1//";
     EXPECT_EQ(ordinary.homeDirectory(), u"/Volumes/Home/user1"_s);
+    system.accounts[kUser].home = "//";
+    EXPECT_EQ(ordinary.homeDirectory(), u"/"_s);
     system.accounts.clear();
     EXPECT_EQ(ordinary.homeDirectory(), std::nullopt);
 }
@@ -127,6 +130,13 @@ TEST_F(MacLookups, TheConsoleUserIsNamedAndTheSystemsTextReleased)
 
     EXPECT_EQ(ordinary.copyConsoleUser(), system.consoleUser);
     EXPECT_EQ(system.stringsOut, 0);
+}
+
+TEST_F(MacLookups, AConsoleUserWhoseNameTakesTheMostBytesIsNamed)
+{
+    system.consoleUser = u"\u4F60\u597D"_s;
+
+    EXPECT_EQ(ordinary.copyConsoleUser(), system.consoleUser);
 }
 
 TEST_F(MacLookups, TheLoginScreenHasTheNameThatThePathsKnow)
@@ -164,6 +174,19 @@ TEST_F(MacLookups, TheTemporaryDirectoryIsTheUsersOwnAndElseTmp)
     EXPECT_EQ(ordinary.temporaryDirectory(), u"/tmp"_s);
     system.configurationStrings[kTemporaryDirectoryName] = "/var/folders/x/T/";
     EXPECT_EQ(ordinary.temporaryDirectory(), u"/var/folders/x/T/"_s);
+    system.configurationStrings[kTemporaryDirectoryName] = "/";
+    EXPECT_EQ(ordinary.temporaryDirectory(), u"/"_s);
+    system.configurationStrings[kTemporaryDirectoryName] = "";
+    EXPECT_EQ(ordinary.temporaryDirectory(), u"/tmp"_s);
+}
+
+TEST_F(MacLookups, TheTemporaryDirectoryMayBeAsLongAsAnyPathAndNoLonger)
+{
+    const QByteArray longest = '/' + QByteArray(PATH_MAX - 2, 'x');
+    system.configurationStrings[kTemporaryDirectoryName] = longest;
+    EXPECT_EQ(ordinary.temporaryDirectory(), QString::fromLatin1(longest));
+    system.configurationStrings[kTemporaryDirectoryName] = longest + 'x';
+    EXPECT_EQ(ordinary.temporaryDirectory(), u"/tmp"_s);
 }
 
 TEST_F(MacLookups, TheRealUserIdIsTheProcesss)
