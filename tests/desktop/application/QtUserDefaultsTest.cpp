@@ -31,9 +31,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <limits>
 #include <memory>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -168,6 +170,18 @@ bool letUser4242ReadAndWrite(const QString &path, const char *attribute)
     return setxattr(path.toLocal8Bit().constData(), attribute, &list, sizeof list, 0) == 0;
 }
 
+/// The error that getxattr(2) gives in place of an answer; 0 where it answers.
+int errorOfAttributes = 0;
+
+class AttributesFail
+{
+public:
+    explicit AttributesFail(int error) { errorOfAttributes = error; }
+    AttributesFail(const AttributesFail &) = delete;
+    AttributesFail &operator=(const AttributesFail &) = delete;
+    ~AttributesFail() { errorOfAttributes = 0; }
+};
+
 /// A group that this process may give a file to: any for root; for a user who is in no other, the user's own.
 gid_t anotherGroup()
 {
@@ -179,6 +193,16 @@ gid_t anotherGroup()
 }
 
 } // namespace
+
+/// In the place of the library's.
+ssize_t getxattr(const char *path, const char *name, void *value, size_t size) noexcept
+{
+    if (errorOfAttributes != 0) {
+        errno = errorOfAttributes;
+        return -1;
+    }
+    return ::syscall(SYS_getxattr, path, name, value, size);
+}
 
 TEST_F(UserDefaultsTest, AnAbsentCountIsZeroAndAnAbsentObjectIsNothing)
 {
@@ -946,6 +970,22 @@ TEST_F(UserDefaultsTest, NobodyElseGetsRightsByTheListOfTheFolder)
 
     EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
     EXPECT_EQ(modeOf(path()), 0600U);
+}
+
+TEST_F(UserDefaultsTest, WhereItIsNotKnownWhetherThereIsAnAccessControlListTheStoreIsTheUsersAlone)
+{
+    for (const auto &[error, mode] : {std::pair(EIO, 0600U), {EACCES, 0600U}, {ENOTSUP, 0660U}}) {
+        const AttributesFail fail(error);
+        aFileWith("crashSubmissionCount=3");
+        ASSERT_EQ(chmod(path().toLocal8Bit().constData(), 0660), 0);
+        StoredDefaults defaults;
+
+        defaults.setIntegerForKey(4, kCount);
+        defaults.synchronize();
+
+        EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
+        EXPECT_EQ(modeOf(path()), mode) << "a file system without such lists gives ENOTSUP";
+    }
 }
 
 TEST_F(UserDefaultsTest, WhatAKilledProcessHasWrittenHalfwayIsClearedAway)
