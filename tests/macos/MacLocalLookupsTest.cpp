@@ -90,6 +90,13 @@ TEST_F(MacLookups, DirectoriesOfUnknownKindsAreNowhere)
     EXPECT_EQ(ordinary.searchPathForDirectoriesInDomains(0x1'0000'0005, kAllDomains), QStringList());
 }
 
+TEST_F(MacLookups, DirectoriesOfTheLastKindThatTheSystemCanBeAskedForAreFound)
+{
+    system.directories[{0xFFFF'FFFF, kAllDomains}] = {"/Last"};
+
+    EXPECT_EQ(ordinary.searchPathForDirectoriesInDomains(0xFFFF'FFFF, kAllDomains), QStringList(u"/Last"_s));
+}
+
 TEST_F(MacLookups, ADirectoryWhosePathIsNotUtf8IsLeftOut)
 {
     system.directories[{directory::kLibrary, domain::kLocal}] = {"/Lib\xFFrary"};

@@ -188,6 +188,8 @@ TEST(RootEnvironment, OfRootNamesProxiesByTheirAddressesAndNotByScripts)
                               "[::1]80",
                               "[::1]:",
                               "[/]",
+                              "[{]",
+                              "[{::1]:80",
                               "x@pro xy",
                               "pro{xy:80",
                               "pro`xy:80",
