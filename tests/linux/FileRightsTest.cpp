@@ -330,6 +330,9 @@ TEST_F(FileRightsTest, OfTheProcessComeBackToTheLastOne)
         EXPECT_EXIT(_exit(groupsComeBack(groups) ? 0 : 1), testing::ExitedWithCode(0), "") << groups.size();
     }
     EXPECT_EXIT(_exit(::setegid(4711) == 0 && rightsComeBack() ? 0 : 1), testing::ExitedWithCode(0), "");
+    // Real and saved IDs are neither taken nor given back.
+    EXPECT_EXIT(_exit(::setresgid(4711, 4712, 4713) == 0 && rightsComeBack() ? 0 : 1), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(_exit(::setresuid(0, 0, 65533) == 0 && rightsComeBack() ? 0 : 1), testing::ExitedWithCode(0), "");
     // What had no effect before has none afterwards.
     EXPECT_EXIT(_exit(drop(CAP_SYS_PTRACE) && rightsComeBack() ? 0 : 1), testing::ExitedWithCode(0), "");
 }

@@ -140,7 +140,7 @@ TEST(RootEnvironment, OfRootNamesProxiesByTheirAddressesAndNotByScripts)
 {
     for (const char *proxy : {"",
                               "proxy.example.org",
-                              "proxy-1:3128",
+                              "proxy-1:9012345678",
                               "aBYz.EXAMPLE:3128",
                               "10.0.0.1:3128/",
                               "http://jo:secret@[::1]:3128",
