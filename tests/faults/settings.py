@@ -185,6 +185,12 @@ def long(text):
     return text + "\n[Other]\n" + "".join(f"key{number}={'x' * 1000}\n" for number in range(10_000))
 
 
+def deep(text):
+    """A value that the toolkit reads by calling itself."""
+    nested = r"\0\0\0\x09\0\0\0\x01" * 100_000
+    return f'{text}x="@Variant({nested})"\n'
+
+
 # Of what the program opens for a write, what it cannot do without.
 FILES_OPENED = ("lock", "settings", "new file", "new file's lock", "folder")
 
@@ -193,13 +199,14 @@ PLACES = Group("settings: what stands there", "settings_world", (
     Setting("a file", lay=holding(OLD), count=NEW_COUNT),
     Setting("a file with other values and sections, which are kept", count=NEW_COUNT, kept=KEPT,
             lay=holding(f"{OLD}{KEPT}\n\n[Other]\nkey=value\n")),
-    Setting("ten megabytes of other settings", lay=holding(long(OLD)), count=NEW_COUNT, within=10.0),
+    Setting("ten megabytes of other settings, which are not read", lay=holding(long(OLD)), untouched=True),
+    Setting("a list in a list, a hundred thousand times, which is not read", lay=holding(deep(OLD)), untouched=True),
     Setting("a file without a byte", lay=holding("")),
     Setting("a file that is none of settings", each=(
         ("random bytes", holding(bytes(range(256)) * 16)),
         ("a picture's head", holding(b"\x89PNG\r\n\x1a\n\0\0\0\rIHDR")),
         ("NUL characters", holding(bytes(5000))), ("a cut section", holding("\x00\x01[General\ncrashSubmissionCount")),
-        ("one long line", holding("x" * 1_000_000)))),
+        ("one long line", holding("x" * 60_000)))),
     Setting("a count that is no number", each=tuple((text, holding(f"[General]\n{COUNT}={text}\n")) for text in (
         "many", "", "1.5", "0x10", "99999999999999999999", "@Invalid()"))),
     Setting("the largest count, which stays", lay=holding(f"[General]\n{COUNT}=9223372036854775807\n"),

@@ -35,8 +35,13 @@ Q_LOGGING_CATEGORY(lcSettings, "korvale.settings", QtFatalMsg)
 namespace {
 
 /// For another process that is just writing, which takes some milliseconds, or that holds a lease on a file. The window
-/// stands still for as long at each of three readings, and at most twice as long for a lock.
+/// stands still for as long at each of three readings, and for at most twice as long until a lock is there; for a lock
+/// under a lease, for twice as long again.
 constexpr std::chrono::milliseconds kMaxWait(250);
+
+/// Bytes of the settings, which are two values of this program's. The toolkit reads a list in a list by calling itself:
+/// what is in so few bytes the stack has room for.
+constexpr qsizetype kLongestStore = qsizetype(64) * 1024;
 
 const QString kStore = u"/Korvale/CrashReporter.conf"_s;
 
@@ -91,16 +96,21 @@ bool mayBeLedElsewhere(const QString &store)
     });
 }
 
-/// For the user alone, whatever the mask, as the XDG Base Directory Specification asks for. Of a path that is too long
-/// for the system nothing is made.
+/// For the user alone, whatever the mask, as the XDG Base Directory Specification asks for. Of a path with a name
+/// that is too long for the system, or that leaves no room for a file's, nothing is made.
 bool makeFolder(const QString &path)
 {
+    constexpr qsizetype kLongestName = 64; // in bytes, with the separator and the NUL: of the new file's lock's lock
     const QByteArray whole = QFile::encodeName(path);
-    if (whole.size() >= PATH_MAX) {
+    if (whole.size() + kLongestName > PATH_MAX) {
+        return false;
+    }
+    const std::filesystem::path names = whole.toStdString();
+    if (std::ranges::any_of(names, [](const auto &name) { return name.native().size() > NAME_MAX; })) {
         return false;
     }
     std::filesystem::path folder;
-    for (const std::filesystem::path &name : std::filesystem::path(whole.toStdString())) {
+    for (const std::filesystem::path &name : names) {
         folder /= name;
         // What is there already, maybe made by another process just now, does no harm.
         ::mkdir(folder.c_str(), S_IRWXU);
@@ -146,23 +156,24 @@ std::unique_ptr<QLockFile> lockOf(const QString &store)
 }
 
 /// The file that a store of this name is: what a link leads to at last, there or not, so that every link stays.
-/// std::nullopt where links lead in a circle, or to a name that is not UTF-8, or one cannot be read.
+/// std::nullopt where links lead in a circle, or to a name that is not UTF-8, or one cannot be read, or where there is
+/// no folder for it.
 std::optional<QString> linkTarget(const QString &store)
 {
     constexpr int kMaxLinks = 40; // as the system has it (path_resolution(7))
     std::filesystem::path file = QFile::encodeName(store).toStdString();
     for (int links = 0; links <= kMaxLinks; ++links) {
+        // The toolkit takes ".." out of a path as if no folder before it were a link.
         std::error_code error;
+        file = std::filesystem::canonical(file.parent_path(), error) / file.filename();
+        if (error) {
+            return std::nullopt;
+        }
         const std::filesystem::file_type type = std::filesystem::symlink_status(file, error).type();
         if (type != std::filesystem::file_type::symlink) {
             return type == std::filesystem::file_type::none ? std::nullopt : textFromUtf8(file.native());
         }
-        const std::filesystem::path target = std::filesystem::read_symlink(file, error);
-        if (error) {
-            return std::nullopt;
-        }
-        // The toolkit takes ".." out of a path as if no folder before it were a link.
-        file = std::filesystem::canonical((file.parent_path() / target).parent_path(), error) / target.filename();
+        file = file.parent_path() / std::filesystem::read_symlink(file, error);
         if (error) {
             return std::nullopt;
         }
@@ -197,11 +208,15 @@ bool hasAValue(const QByteArray &content)
     });
 }
 
-/// The content of the file, which has none while it is not there; std::nullopt where it cannot be read whole.
+/// The content of the file, which has none while it is not there; std::nullopt where it cannot be read whole, or that
+/// is not known.
 std::optional<QByteArray> contentOf(const QString &file)
 {
-    std::optional<QByteArray> content = bytesOf(file);
-    return content || QFileInfo::exists(file) ? std::move(content) : QByteArray();
+    std::optional<QByteArray> content = bytesOf(file, kLongestStore);
+    std::error_code error;
+    const bool isAbsent = std::filesystem::status(QFile::encodeName(file).toStdString(), error).type()
+        == std::filesystem::file_type::not_found;
+    return content || !isAbsent ? std::move(content) : QByteArray();
 }
 
 /// What the file has; std::nullopt where it cannot be read whole. The toolkit, which takes a file that it cannot read
@@ -397,8 +412,9 @@ QVariant QtUserDefaults::valueForKey(const QString &key) const
 
 void QtUserDefaults::readStored(const QString &key) const
 {
-    // Another window may have submitted since: what counts is what is stored now. The toolkit reads only what could be
-    // read without waiting for it.
-    const bool isReadable = store && canBeAStore(*store, isRoots) && contentOf(*store);
-    known[key] = isReadable ? QSettings(*store, QSettings::IniFormat).value(key) : unsaved.value(key).replaced;
+    // Another window may have submitted since: what counts is what is stored now. The toolkit reads only what could
+    // just be read without waiting for it.
+    const std::optional<QString> file = store && canBeAStore(*store, isRoots) ? linkTarget(*store) : std::nullopt;
+    known[key] =
+        file && contentOf(*file) ? QSettings(*file, QSettings::IniFormat).value(key) : unsaved.value(key).replaced;
 }

@@ -32,6 +32,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <limits>
 #include <memory>
@@ -409,6 +410,34 @@ TEST_F(UserDefaultsTest, AConfigurationFolderLongerThanAnyPathIsNoErrorAndKeepsT
     EXPECT_TRUE(QDir(user.path()).isEmpty());
 }
 
+TEST_F(UserDefaultsTest, AConfigurationFolderWithANameLongerThanAnyIsNotMade)
+{
+    const QByteArray longest(NAME_MAX, 'd');
+    for (const QByteArray &name : {longest + 'd', longest}) {
+        const ScopedVariable elsewhere("XDG_CONFIG_HOME", user.path().toUtf8() + "/a/" + name);
+        EXPECT_EXIT(countToFourAndEnd(), testing::ExitedWithCode(0), "");
+        EXPECT_EQ(QFile::exists(user.filePath(u"a"_s)), name == longest);
+    }
+}
+
+TEST_F(UserDefaultsTest, AConfigurationFolderInWhichThereIsNoRoomForTheLongestNameIsNotMade)
+{
+    constexpr qsizetype kNeeded = 8 + 63; // "/Korvale", and a name of the program's own
+    const auto madeWithRoomFor = [&](qsizetype room) {
+        const qsizetype length = PATH_MAX - 1 - room - user.path().size();
+        const QByteArray below = QByteArray("/d").repeated(length / 2 - 1) + (length % 2 == 0 ? "/d" : "/dd");
+        const ScopedVariable elsewhere("XDG_CONFIG_HOME", user.path().toUtf8() + below);
+        StoredDefaults defaults;
+        defaults.setIntegerForKey(4, kCount);
+        defaults.synchronize();
+        return StoredDefaults().integerForKey(kCount) == 4;
+    };
+
+    EXPECT_FALSE(madeWithRoomFor(kNeeded - 1));
+    EXPECT_TRUE(QDir(user.path()).isEmpty());
+    EXPECT_TRUE(madeWithRoomFor(kNeeded));
+}
+
 TEST_F(UserDefaultsTest, AStoreThatIsAFolderIsNoError)
 {
     QDir().mkpath(path() + u"/inside"_s);
@@ -511,6 +540,43 @@ TEST_F(UserDefaultsTest, WhatALeaseKeptBackIsStoredWithTheNext)
     defaults.synchronize();
 
     EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=4\n");
+}
+
+TEST_F(UserDefaultsTest, AStoreThatIsTooLargeForOneIsNotReadAndStays)
+{
+    // The toolkit reads a list of a list by calling itself, as deep as somebody has written one.
+    const QByteArray list = "x=\"@Variant(" + QByteArray("\\0\\0\\0\\x09\\0\\0\\0\\x01").repeated(100'000) + ")\"";
+    aFileWith("crashSubmissionCount=3\n" + list);
+    const QByteArray former = stored();
+
+    EXPECT_EXIT(countToFourAndEnd(), testing::ExitedWithCode(0), "");
+
+    EXPECT_EQ(stored(), former);
+}
+
+TEST_F(UserDefaultsTest, AStoreMayHaveSixtyFourKibibytesAndNoMore)
+{
+    const QByteArray count = "[General]\ncrashSubmissionCount=3\n";
+    for (const int size : {64 * 1024, 64 * 1024 + 1}) {
+        write(path(), count + "x=" + QByteArray(size - count.size() - 3, 'x') + '\n');
+        ASSERT_EQ(stored().size(), size);
+        EXPECT_EQ(StoredDefaults().integerForKey(kCount), size == 64 * 1024 ? 3 : 0);
+    }
+}
+
+TEST_F(UserDefaultsTest, APathThatLeadsBackBehindALinkIsTheOneThatTheSystemFinds)
+{
+    ASSERT_TRUE(QDir(user.path()).mkpath(u"a/b"_s));
+    ASSERT_TRUE(QFile::link(user.filePath(u"a/b"_s), user.filePath(u"link"_s)));
+    const ScopedVariable behind("XDG_CONFIG_HOME", (user.path() + u"/link/../cfg"_s).toUtf8());
+    StoredDefaults defaults;
+
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+
+    EXPECT_EQ(StoredDefaults().integerForKey(kCount), 4);
+    EXPECT_TRUE(QFile::exists(user.filePath(u"a/cfg/Korvale/CrashReporter.conf"_s)));
+    EXPECT_FALSE(QFile::exists(user.filePath(u"cfg"_s)));
 }
 
 TEST_F(UserDefaultsTest, AHomeThatDoesNotExistIsNoError)
@@ -992,6 +1058,10 @@ TEST_F(UserDefaultsTest, WhatAKilledProcessHasWrittenHalfwayIsClearedAway)
 {
     write(path() + u".korvale-new"_s, "[General]\nhalf=");
     write(path() + u".korvale-new.lock"_s, "");
+    const QStringList ofTheUser = {u"CrashReporter.conf.korvale-new.backup"_s, u"CrashReporter.conf.korvale-newest"_s};
+    for (const QString &name : ofTheUser) {
+        write(QFileInfo(path()).path() + u'/' + name, "mine");
+    }
     StoredDefaults defaults;
 
     defaults.setIntegerForKey(4, kCount);
@@ -999,7 +1069,7 @@ TEST_F(UserDefaultsTest, WhatAKilledProcessHasWrittenHalfwayIsClearedAway)
 
     EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=4\n");
     EXPECT_EQ(QDir(QFileInfo(path()).path()).entryList(QDir::Files | QDir::Hidden),
-              QStringList{u"CrashReporter.conf"_s});
+              QStringList{u"CrashReporter.conf"_s} + ofTheUser);
 }
 
 TEST_F(UserDefaultsTest, WhatCannotBeClearedAwayIsNotWaitedFor)
