@@ -253,12 +253,14 @@ bool isWhole(const QString &path, qsizetype valueCount)
 }
 
 /// Whether an access control list may say more of the file than its mode does, in which the group's rights are then
-/// what the list leaves to others at most (acl(5)).
+/// what the list leaves to others at most (acl(5)). A file system of a server has lists under a name of its own.
 bool mayHaveAccessControlList([[maybe_unused]] const QByteArray &file)
 {
 #ifdef Q_OS_LINUX
-    return ::getxattr(file.constData(), "system.posix_acl_access", nullptr, 0) >= 0
-        || (errno != ENODATA && errno != ENOTSUP);
+    return std::ranges::any_of(
+        std::array{"system.posix_acl_access", "system.nfs4_acl", "system.cifs_acl"}, [&](const char *list) {
+            return ::getxattr(file.constData(), list, nullptr, 0) >= 0 || (errno != ENODATA && errno != ENOTSUP);
+        });
 #else
     return false;
 #endif

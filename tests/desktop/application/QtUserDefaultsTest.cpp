@@ -156,14 +156,15 @@ gid_t groupOf(const QString &path)
 constexpr const char *kOfAFile = "system.posix_acl_access";
 constexpr const char *kOfNewFiles = "system.posix_acl_default";
 
-/// Gives it an access control list (acl(5)) by which user 4242 and the owner may read and write, and nobody else.
-bool letUser4242ReadAndWrite(const QString &path, const char *attribute)
+/// Gives it an access control list (acl(5)) by which the owner may read and write, and a user that the list names, and
+/// nobody else. It names this process's own: a user namespace may have no other.
+bool letANamedUserReadAndWrite(const QString &path, const char *attribute)
 {
     constexpr auto kNobody = static_cast<__le32>(ACL_UNDEFINED_ID);
     const struct {
         posix_acl_xattr_header header = {POSIX_ACL_XATTR_VERSION};
         std::array<posix_acl_xattr_entry, 5> entries = {{{ACL_USER_OBJ, ACL_READ | ACL_WRITE, kNobody},
-                                                         {ACL_USER, ACL_READ | ACL_WRITE, 4242},
+                                                         {ACL_USER, ACL_READ | ACL_WRITE, geteuid()},
                                                          {ACL_GROUP_OBJ, 0, kNobody},
                                                          {ACL_MASK, ACL_READ | ACL_WRITE, kNobody},
                                                          {ACL_OTHER, 0, kNobody}}};
@@ -171,16 +172,20 @@ bool letUser4242ReadAndWrite(const QString &path, const char *attribute)
     return setxattr(path.toLocal8Bit().constData(), attribute, &list, sizeof list, 0) == 0;
 }
 
-/// The error that getxattr(2) gives in place of an answer; 0 where it answers.
-int errorOfAttributes = 0;
+/// What getxattr(2) gives in place of an answer, of the attribute or of all: this error, or no byte where it is 0.
+struct ScriptedAttributes {
+    int error;
+    QByteArray name = {};
+};
+std::optional<ScriptedAttributes> scriptedAttributes;
 
-class AttributesFail
+class AttributesScope
 {
 public:
-    explicit AttributesFail(int error) { errorOfAttributes = error; }
-    AttributesFail(const AttributesFail &) = delete;
-    AttributesFail &operator=(const AttributesFail &) = delete;
-    ~AttributesFail() { errorOfAttributes = 0; }
+    explicit AttributesScope(ScriptedAttributes attributes) { scriptedAttributes = std::move(attributes); }
+    AttributesScope(const AttributesScope &) = delete;
+    AttributesScope &operator=(const AttributesScope &) = delete;
+    ~AttributesScope() { scriptedAttributes.reset(); }
 };
 
 /// A group that this process may give a file to: any for root; for a user who is in no other, the user's own.
@@ -198,9 +203,9 @@ gid_t anotherGroup()
 /// In the place of the library's.
 ssize_t getxattr(const char *path, const char *name, void *value, size_t size) noexcept
 {
-    if (errorOfAttributes != 0) {
-        errno = errorOfAttributes;
-        return -1;
+    if (scriptedAttributes && (scriptedAttributes->name.isEmpty() || scriptedAttributes->name == name)) {
+        errno = scriptedAttributes->error;
+        return errno == 0 ? 0 : -1;
     }
     return ::syscall(SYS_getxattr, path, name, value, size);
 }
@@ -1013,7 +1018,7 @@ TEST_F(UserDefaultsTest, WhoeverAnAccessControlListKeptOutStaysOut)
 {
     aFileWith("crashSubmissionCount=3");
     ASSERT_EQ(chown(path().toLocal8Bit().constData(), static_cast<uid_t>(-1), anotherGroup()), 0);
-    ASSERT_TRUE(letUser4242ReadAndWrite(path(), kOfAFile));
+    ASSERT_TRUE(letANamedUserReadAndWrite(path(), kOfAFile));
     ASSERT_EQ(modeOf(path()), 0660U) << "the group's rights are what the list leaves others at most, not its own";
     StoredDefaults defaults;
 
@@ -1028,7 +1033,7 @@ TEST_F(UserDefaultsTest, NobodyElseGetsRightsByTheListOfTheFolder)
 {
     aFileWith("crashSubmissionCount=3");
     ASSERT_EQ(chmod(path().toLocal8Bit().constData(), 0660), 0);
-    ASSERT_TRUE(letUser4242ReadAndWrite(QFileInfo(path()).path(), kOfNewFiles));
+    ASSERT_TRUE(letANamedUserReadAndWrite(QFileInfo(path()).path(), kOfNewFiles));
     StoredDefaults defaults;
 
     defaults.setIntegerForKey(4, kCount);
@@ -1041,7 +1046,7 @@ TEST_F(UserDefaultsTest, NobodyElseGetsRightsByTheListOfTheFolder)
 TEST_F(UserDefaultsTest, WhereItIsNotKnownWhetherThereIsAnAccessControlListTheStoreIsTheUsersAlone)
 {
     for (const auto &[error, mode] : {std::pair(EIO, 0600U), {EACCES, 0600U}, {ENOTSUP, 0660U}}) {
-        const AttributesFail fail(error);
+        const AttributesScope attributes({.error = error});
         aFileWith("crashSubmissionCount=3");
         ASSERT_EQ(chmod(path().toLocal8Bit().constData(), 0660), 0);
         StoredDefaults defaults;
@@ -1051,6 +1056,23 @@ TEST_F(UserDefaultsTest, WhereItIsNotKnownWhetherThereIsAnAccessControlListTheSt
 
         EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
         EXPECT_EQ(modeOf(path()), mode) << "a file system without such lists gives ENOTSUP";
+    }
+}
+
+TEST_F(UserDefaultsTest, WhereAServerKeepsAListByItsOwnNameTheStoreIsTheUsersAlone)
+{
+    for (const auto &[name, mode] :
+         {std::pair("system.nfs4_acl"_ba, 0600U), {"system.cifs_acl"_ba, 0600U}, {"user.something"_ba, 0660U}}) {
+        const AttributesScope attributes({.error = 0, .name = name});
+        aFileWith("crashSubmissionCount=3");
+        ASSERT_EQ(chmod(path().toLocal8Bit().constData(), 0660), 0);
+        StoredDefaults defaults;
+
+        defaults.setIntegerForKey(4, kCount);
+        defaults.synchronize();
+
+        EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
+        EXPECT_EQ(modeOf(path()), mode) << name.constData();
     }
 }
 
