@@ -1,6 +1,7 @@
 // Whole files, read without waiting for them, but for a moment where another process holds a lease.
 #include "base/TextFile.h"
 
+#include "base/FileDescriptor.h"
 #include "base/Utf8.h"
 
 #include <QLoggingCategory>
@@ -26,29 +27,6 @@ namespace {
 constexpr qsizetype kChunk = qsizetype(64) * 1024;
 /// Bytes of a text that are read and decoded in one step, through buffers that stay in the processor's cache.
 constexpr qsizetype kTextChunk = qsizetype(16) * 1024;
-
-class FileDescriptor
-{
-public:
-    explicit FileDescriptor(int openedNumber)
-        : number(openedNumber)
-    {
-    }
-    FileDescriptor(const FileDescriptor &) = delete;
-    FileDescriptor &operator=(const FileDescriptor &) = delete;
-    ~FileDescriptor()
-    {
-        if (number >= 0) {
-            ::close(number);
-        }
-    }
-
-    bool isOpen() const { return number >= 0; }
-    int get() const { return number; }
-
-private:
-    int number;
-};
 
 /// The path as the file system takes it; std::nullopt for a text that no file can be named by.
 std::optional<QByteArray> fileSystemRepresentation(const QString &path)

@@ -470,7 +470,7 @@ TEST_F(TextFile, WhoAsksReadsWhyAFileIsNotTaken)
 TEST_F(TextFile, ALeaseOfAnotherProcessIsWaitedFor)
 {
     const QString path = home.write(u"leased"_s, "content");
-    const LeaseHolder holder(path, true);
+    const LeaseHolder holder(path, LeaseHolder::Ends);
 
     EXPECT_EQ(textOfFile(path), u"content"_s);
 }
@@ -478,7 +478,7 @@ TEST_F(TextFile, ALeaseOfAnotherProcessIsWaitedFor)
 TEST_F(TextFile, ALeaseThatIsNotGivenUpIsWaitedForTwoSecondsAndNoLonger)
 {
     const QString path = home.write(u"leased"_s, "content");
-    const LeaseHolder holder(path, false);
+    const LeaseHolder holder(path, LeaseHolder::Keeps);
     QElapsedTimer clock;
     clock.start();
 
@@ -491,7 +491,7 @@ TEST_F(TextFile, ALeaseThatIsNotGivenUpIsWaitedForTwoSecondsAndNoLonger)
 TEST_F(TextFile, ALeaseIsWaitedForAsLongAsIsAskedFor)
 {
     const QString path = home.write(u"leased"_s, "content");
-    const LeaseHolder holder(path, false);
+    const LeaseHolder holder(path, LeaseHolder::Keeps);
     QElapsedTimer clock;
     clock.start();
 

@@ -97,6 +97,7 @@ FAMILIES = (
         "linkat": (*FOLDER, "EDQUOT", "EEXIST", "EMLINK", "ENOSPC", "EXDEV"),
         "rename": (*FOLDER, "EBUSY", "EDQUOT", "EISDIR", "EMLINK", "ENOSPC", "EXDEV"),
         "unlink": (*FOLDER, "EBUSY", "EISDIR"), "mkdir": (*FOLDER, "EDQUOT", "EEXIST", "EMLINK", "ENOSPC"),
+        "rmdir": (*FOLDER, "EBUSY", "EINVAL", "ENOTEMPTY"),
         "flock": ("EAGAIN", "EINTR", "ENOLCK"), "chmod": FOLDER, "chown": FOLDER,
         "fchmod": ("EIO", "EPERM", "EROFS"),
         "ftruncate": ("EFBIG", "EINTR", "EINVAL", "EIO", "EPERM", "EROFS", "ETXTBSY")}),

@@ -14,8 +14,8 @@ from attempt import COUNT, DATE
 from leases import KEEPS, LETS_GO
 from network_world import ADDRESS
 from settings_world import (
-    KEPT, NEW_COUNT, OLD, THROTTLED, Setting, at_once, failing, held_lock, in_turn, kills, leased, overlapping,
-    replaced_lock, vanishing_lock, with_old)
+    KEPT, NEW, NEW_COUNT, OLD, THROTTLED, Setting, at_once, failing, held_lock, in_turn, kills, leased, overlapping,
+    with_old)
 from situation import Group, REFUSED
 from tracing import Trace
 from trial.home import write
@@ -45,12 +45,14 @@ def with_rights(mode, of, text=OLD):
 
 
 def in_place_of(what, lay_at, text=None):
-    """Something in place of the file, its lock, one of its folders, or the file of all the organisation's programs."""
+    """Something in place of the file, the new one, one of their folders, or the file of all the organisation's
+    programs, or beside it with the name that a lock would have."""
     def lay(place):
-        paths = {"file": place.home.settings_path, "lock": place.home.settings_path + ".lock",
+        paths = {"file": place.home.settings_path, "new file": place.home.settings_path + NEW,
+                 "lock": place.home.settings_path + ".lock",
                  "folder": place.home.settings_folder, "configuration": os.path.join(place.home.path, ".config"),
                  "organisation": organisations(place)}
-        if what in ("file", "lock"):
+        if what in ("file", "new file", "lock"):
             folder_of(place)
         if what == "configuration":
             os.rmdir(paths[what])
@@ -145,6 +147,18 @@ def no_longer_than(bytes_allowed, text=OLD):
     return lay
 
 
+def neither_opened_nor_looked_at(place):
+    """A disk that fails for good; each second look is at a link, which is in memory still."""
+    holding(f"{OLD}{KEPT}\n")(place)
+    return (), Trace(place.folder, "trace=openat,newfstatat", "inject=openat:error=EIO",
+                     "inject=newfstatat:error=EIO:when=2+2", paths=[place.home.settings_path], follow=False).prefix()
+
+
+def no_room_for_temporary_files(place):
+    holding(OLD)(place)
+    return (f"TMPDIR={place.folder}/missing",), ()
+
+
 def first_reading_fails(place):
     """A disk that fails for a moment; what is counted then is counted from nothing."""
     holding(f"{OLD}{KEPT}\n")(place)
@@ -167,19 +181,6 @@ def date_of_now():
     return "@DateTime(" + "".join(f"\\x{byte:x}" for byte in stream) + ")"
 
 
-def of_a_dead_process(place):
-    folder_of(place)
-    dead = subprocess.Popen(["true"])
-    dead.wait()
-    write(place.home.settings_path + ".lock",
-          f"{dead.pid}\nkorvale-crash-reporter\n{os.uname().nodename}\n".encode())
-
-
-def empty_lock_of_old(place):
-    in_place_of("lock", file_of(b""))(place)
-    os.utime(place.home.settings_path + ".lock", (1, 1))
-
-
 def long(text):
     """Ten megabytes of other settings."""
     return text + "\n[Other]\n" + "".join(f"key{number}={'x' * 1000}\n" for number in range(10_000))
@@ -192,7 +193,10 @@ def deep(text):
 
 
 # Of what the program opens for a write, what it cannot do without.
-FILES_OPENED = ("lock", "settings", "new file", "new file's lock", "folder")
+FILES_OPENED = ("folder", "settings", "toolkit's file", "toolkit's file's lock", "new file")
+# Of the links that it looks for; behind them are those on the way to temporary files.
+WAY_TO_THE_FILE = ("folder above 1", "folder above 2", "folder above 3", "home 1", "home/.config", "folder")
+NOT_REMOVED = "QTemporaryDir: Unable to remove "
 
 PLACES = Group("settings: what stands there", "settings_world", (
     Setting("nothing: file and folder are made"),
@@ -219,7 +223,11 @@ PLACES = Group("settings: what stands there", "settings_world", (
     # The system would wait for 45 seconds, at each of three readings.
     Setting("a file under a lease that is not given up", run=leased(KEEPS, is_stored=False), within=4.0),
     Setting("something else in the place of the file", each=instead_of("file", NO_FILE), untouched=True),
-    Setting("something else in the place of the lock", each=instead_of("lock", NO_FILE, OLD), untouched=True),
+    Setting("a directory in the place of the new file", lay=in_place_of("new file", os.mkdir, OLD), untouched=True),
+    Setting("something else in the place of the new file, which is cleared away", count=NEW_COUNT,
+            each=instead_of("new file", (("half a file", file_of(b"[General]\ncrash")), *NO_FILE[1:]), OLD)),
+    Setting("something else that has the name of a lock, which stays", count=NEW_COUNT,
+            each=instead_of("lock", (("a file", file_of(b"")), *NO_FILE), OLD)),
     Setting("something else in the place of the folder", untouched=True,
             each=instead_of("folder", (("a file", file_of(b"text")), *NO_FILE[1:]))),
     Setting("something else in the place of the configuration folder", untouched=True,
@@ -239,6 +247,8 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
     Setting("a file that may neither be read nor written", lay=with_rights(0o000, "file"), untouched=True),
     Setting("a file that may be written, but not read", lay=with_rights(0o200, "file"), untouched=True),
     Setting("the first reading of the file fails with EIO", lay=first_reading_fails, count=NEW_COUNT, kept=KEPT),
+    Setting("the file can neither be opened nor looked at", lay=neither_opened_nor_looked_at, untouched=True),
+    Setting("no room for temporary files", lay=no_room_for_temporary_files, untouched=True),
     Setting("a disk that is read-only", lay=read_only_disk, untouched=True),
     Setting("a full disk", lay=on_disk("size=64k"), untouched=True),
     Setting("a disk on which there can be no more files", lay=on_disk("nr_inodes=2", fill=False), untouched=True),
@@ -247,25 +257,28 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
     Setting("no file may be longer than half of the settings", untouched=True,
             lay=no_longer_than(500, f"{OLD}other={'x' * 1000}\n")),
     Setting("the lock is held all the time", lay=held_lock, count=None),
-    Setting("the lock is held, and has no text yet", lay=lambda place: held_lock(place, ""), count=None),
-    Setting("a lock that a dead process has left", lay=of_a_dead_process),
-    Setting("an old lock without any text", lay=empty_lock_of_old),
-    # At last the calls that keep the settings from being stored: all, those on a file or one; and from having rights.
-    *(Setting(f"a call of {name} fails with {error}", run=failing(name, error, *kept), says=says)
-      for name, error, says, *kept in (
-        ("openat", "EMFILE", "", FILES_OPENED), ("openat", "EACCES", "", FILES_OPENED),
-        ("statx", "EACCES", "", ("new file 14", "folder"), ("settings",)),
-        ("access", "EIO", "", ("new file 1", "new file 6", "settings 2")),
-        ("read", "EIO", "", ("settings", "new file 1", "new file 3", "new file 4")),
-        ("write", "ENOSPC", "", ("all",)), ("write", "EIO", "", ("all",)),
-        ("fdatasync", "EIO", ""), ("fdatasync", "ENOSPC", ""),
-        ("flock", "ENOLCK", "setNativeLocks failed: "), ("flock", "EAGAIN", "setNativeLocks failed: "),
-        ("linkat", "EIO", "", ("new file",)), ("linkat", "ENOSPC", "", ("new file",)),
-        ("chown", "EPERM", "", (), ("new file",)), ("chmod", "EPERM", "", (), ("new file",)),
-        ("getxattr", "EOPNOTSUPP", ""), ("getxattr", "EIO", "", (), ("settings", "new file")),
-        ("rename", "EIO", "", ("all",)), ("rename", "ENOSPC", "", ("all",)),
-        ("unlink", "EIO", "Could not remove our own lock file ", ("new file 2",)),
-        ("lseek", "EINVAL", "QFile::at: Cannot set "), ("close", "EIO", ""))),
+    # At last the calls that keep the settings from being stored: all, those on a file, or one.
+    *(Setting(f"a call of {name} fails with {error}", run=failing(name, error, stay), says=says)
+      for name, error, says, *stay in (
+        ("openat", "EMFILE", NOT_REMOVED, *FILES_OPENED), ("openat", "EACCES", NOT_REMOVED, *FILES_OPENED),
+        ("mkdir", "EIO", "", "toolkit's folder"), ("readlink", "EIO", "", *WAY_TO_THE_FILE),
+        ("statx", "EACCES", "", "folder"),
+        ("access", "EIO", "", "settings 2", "toolkit's file 1"),
+        ("read", "EIO", "", "settings", "toolkit's file 1", "toolkit's file 4"),
+        ("write", "ENOSPC", "", "all"), ("write", "EIO", "", "all"),
+        ("fsync", "EIO", "", "all"), ("fsync", "ENOSPC", "", "all"), ("fdatasync", "EIO", ""),
+        ("flock", "ENOLCK", "setNativeLocks failed: ", "folder"), ("flock", "EAGAIN", "setNativeLocks failed: "),
+        ("linkat", "EIO", "", "all"), ("linkat", "ENOSPC", "", "all"),
+        ("getdents64", "EIO", NOT_REMOVED), ("rmdir", "EIO", NOT_REMOVED),
+        ("rename", "EIO", "", "all"), ("rename", "ENOSPC", "", "all"),
+        ("unlink", "EIO", (NOT_REMOVED, "Could not remove our own lock file ")),
+        ("getxattr", "EOPNOTSUPP", ""), ("lseek", "EINVAL", "QFile::at: Cannot set "), ("close", "EIO", ""))),
+    # And those without which the new file has the rights of a new one.
+    *(Setting(f"a call of {name} fails with {error}", run=failing(name, error, for_the_user=on))
+      for name, error, *on in (
+        ("chown", "EPERM", "new file"), ("chmod", "EPERM", "new file"), ("getxattr", "EIO", "all"))),
+    Setting("a call of newfstatat fails with EIO", says=NOT_REMOVED, run=failing(
+        "newfstatat", "EIO", stay=("settings 1", "toolkit's file"), for_the_user=("settings 4",))),
 ))
 
 TIME = Group("settings: others and the clock", "settings_world", (
@@ -277,8 +290,6 @@ TIME = Group("settings: others and the clock", "settings_world", (
     Setting("two programs submit at the same moment", REFUSED, run=at_once(10)),
     Setting("another program is in its write, and ends it", REFUSED, run=overlapping(goes_on=True)),
     Setting("another program is in its write, and stays there", REFUSED, run=overlapping(goes_on=False)),
-    Setting("another program's lock goes just when it is looked at", run=vanishing_lock),
-    Setting("the same, and there is another in its place", run=replaced_lock),
     Setting("twelve attempts, the last one just now", THROTTLED, lay=stored_at("+0"), untouched=True),
     Setting("the same with an address", lay=stored_at("+0"), address=ADDRESS, count="13"),
     Setting("the same, the clock four minutes forward", lay=stored_at("+240"), count="13"),

@@ -15,7 +15,7 @@ from leases import lease
 from network_world import ADDRESS
 from situation import ACCEPTED, REFUSED, Delay, Seen
 from tracing import drawn
-from trial.home import read, write
+from trial.home import read
 from trial.waiting import WaitedInVain, wait_until
 
 THROTTLED = "asked for an address"
@@ -46,7 +46,7 @@ class Setting:
     kept: str = ""                 # a line that the file has before and after
     address: str = None            # what is typed; anonymous otherwise
     run: object = None             # instead of all that: called with the world, gives what was seen
-    says: str = ""                 # what the toolkit may say to the log
+    says: object = ""              # what the toolkit may say to the log, or several such words
     sample: int = None             # of its runs, how many are tried unless all are asked for
     within: float = 4.0            # from the press to the end
 
@@ -122,12 +122,13 @@ def tree(place):
 
 
 def is_of_a_write(path, before, after):
-    """A file is made or replaced by one with its rights, its folder made, a lock that was left removed; no link is."""
+    """A file is made or replaced by one with its rights, its folder made, what a killed write has left removed; no link
+    that the user has made is."""
     if path == "Korvale/CrashReporter.conf":
         return after and after[0] == (before[0] if before else FOR_THE_USER["file"]) and after[0].startswith("-")
     if path == "Korvale":
         return not before and after[0] == FOR_THE_USER["folder"]
-    return path == "Korvale/CrashReporter.conf.lock" and before[0].startswith("-") and not after
+    return path == "Korvale/CrashReporter.conf" + NEW and not after
 
 
 def file_of(place):
@@ -209,7 +210,7 @@ def kills(lay):
     return run
 
 
-def failing(name, error, stay=(), alone=()):
+def failing(name, error, stay=(), for_the_user=()):
     """Of the calls on each file the first and the last fail, or all, one after the other.
 
     Where one of "stay" fails, the old settings stay; else they are stored, with the old rights or for the user alone.
@@ -220,7 +221,7 @@ def failing(name, error, stay=(), alone=()):
             return [("", Seen("nothing to fail", differences=[f"the write has no call of {name}"]))]
         chosen = plan if world.options.all else first_and_last(plan)
         return [(str(call), one_fails(world, call, error, row.says, old_stay=call.is_among(stay),
-                                      rights=FOR_THE_USER["file"] if call.is_among(alone) else None))
+                                      rights=FOR_THE_USER["file"] if call.is_among(for_the_user) else None))
                 for call in chosen]
     return run
 
@@ -253,18 +254,17 @@ class Call:
         return any(what in ("all", self.file, f"{self.file} {self.which}") for what in calls)
 
     def paths(self, place):
-        """What alone is traced for it: its file, and the lock with which a write begins; no paths mean all."""
+        """What alone is traced for it: its file, and the folder, with which a write begins; no paths mean all."""
         if self.name in TWO_PATHS:
             return ()
         path = {file: path for path, file in files_of(place).items()}.get(self.file, self.file)
-        return (path, place.home.settings_path + ".lock") if path.startswith("/") else ()
+        return (path, place.home.settings_folder) if path.startswith("/") else ()
 
 
 def files_of(place):
     """The names of the files of a write."""
     path = place.home.settings_path
-    return {place.home.settings_folder: "folder", path: "settings", path + ".lock": "lock", path + NEW: "new file",
-            path + NEW + ".lock": "new file's lock"}
+    return {place.home.settings_folder: "folder", path: "settings", path + NEW: "new file"}
 
 
 @contextlib.contextmanager
@@ -288,15 +288,20 @@ def is_traced(pid):
 
 
 def calls_of(path):
-    """The calls since the press, and how many of them there were before the write, which begins with its lock."""
+    """The calls since the press, and the numbers of the write's first and last, which are on its folder."""
     with open(path, encoding="utf-8", errors="replace") as file:
         lines = [line for line in file if re.match(r"\w+\(", line)]
-    touched = touching_the_lock(lines)
-    return lines, touched[0], touched[-1]
+    begin = begin_of_write(lines)
+    closings = [number for number, line in enumerate(lines) if number > begin and is_on_folder("close", line)]
+    return lines, begin, closings[-1] if closings else len(lines)
 
 
-def touching_the_lock(lines):
-    return [number for number, line in enumerate(lines) if "CrashReporter.conf.lock" in line] or [len(lines)]
+def begin_of_write(lines):
+    return next((number for number, line in enumerate(lines) if is_on_folder("mkdir", line)), len(lines))
+
+
+def is_on_folder(name, line):
+    return name_of(line) == name and [path for path in paths_in(line) if path.endswith("/.config/Korvale")]
 
 
 def name_of(line):
@@ -320,10 +325,13 @@ def file_in(line, place):
     path = paths[-1] if name_of(line) in TWO_PATHS else paths[0]
     if "/#" in path:
         return "unnamed file"
-    if path.startswith(place.home.settings_path + NEW + ".") and not path.endswith(".lock"):
-        return "unnamed file's name"
+    if private := re.fullmatch(r".*/korvale-settings-\w{6}(/settings)?(\.lock)?(\.\w{6})?", path):
+        return "toolkit's " + ("file's lock" if private[2] else "file's first name" if private[3] else
+                               "file" if private[1] else "folder")
     if not path.startswith("/"):
         return ""
+    if place.home.path.startswith(path + "/"):
+        return "folder above"
     # The next run has another home and another process.
     return files_of(place).get(path) or re.sub(r"^/proc/\d+/", "process's ", path.replace(place.home.path, "home"))
 
@@ -349,7 +357,7 @@ def recorded(world, lay):
                  for number in range(begin, end + 1) if is_of_the_write(lines[number])]
         for call in found:
             traced = [line for line in lines if not (paths := call.paths(place)) or {*paths} & {*paths_in(line)}]
-            call.count = better_count(traced, touching_the_lock(traced)[0], call, place, 0)
+            call.count = better_count(traced, begin_of_write(traced), call, place, 0)
         return found
 
 
@@ -507,15 +515,13 @@ def overlapping(goes_on):
             for tried in (first, second):
                 tried.has_window()
                 tried.fill_in(ADDRESS)
-            # The third one is that of the new bytes, behind those of the two locks.
-            with attached(first, place, "-e", "trace=fdatasync,rename",
-                          "-e", "inject=fdatasync:signal=STOP:when=3") as firsts:
+            with attached(first, place, "-e", "trace=fsync,rename", "-e", "inject=fsync:signal=STOP:when=1") as firsts:
                 first.press()
                 wait_until(lambda: "stopped by SIGSTOP" in text_of(firsts), "the stop in the write")
-                with attached(second, place, "-e", "trace=openat,rename", name="seconds") as seconds:
+                with attached(second, place, "-e", "trace=flock,rename", name="seconds") as seconds:
                     second.press()
                     # Not by its window, which stands still while it waits, and it would not wait for long.
-                    wait_until(lambda: re.search(r'CrashReporter\.conf\.lock", O_RDWR.*EEXIST', text_of(seconds)),
+                    wait_until(lambda: re.search(r"flock\(\d+<\S*/Korvale>, .*EAGAIN", text_of(seconds)),
                                "the other one's try at the held lock")
                     if goes_on:
                         first.send_signal(signal.SIGCONT)
@@ -543,47 +549,6 @@ def overlapping(goes_on):
     return run
 
 
-def vanishing_lock(world, row):
-    """Another program's lock is there when it is looked for, and gone when it is opened."""
-    with world.place() as place:
-        with_old(place)
-        before = file_of(place)
-        lock = place.home.settings_path + ".lock"
-        write(lock, b"")
-        place.serve()
-        tried = place.report(place.crash_log())
-        tried.has_window()
-        with attached(tried, place, "-e", "trace=newfstatat,openat", "-e", "inject=openat:delay_enter=400ms:when=1",
-                      paths=[lock]) as path:
-            tried.press()
-            wait_until(lambda: "newfstatat" in text_of(path), "the look at the lock")
-            os.remove(lock)
-            is_late = "(DELAYED)" in text_of(path)
-            seen = tried.seen(wait_until(tried.outcome, "the end"))
-            if is_late or "(DELAYED)" not in text_of(path):
-                seen.differences.append(Delay(f"the lock was not removed in between: {text_of(path)!r:.300}"))
-        seen.differences += [*not_new(before, file_of(place)), *place.differing_requests(1)]
-        return [("", seen)]
-
-
-def replaced_lock(world, row):
-    """The same, but another is in its place when it is looked at again, which was left behind."""
-    with world.place() as place:
-        with_old(place)
-        before = file_of(place)
-        write(place.home.settings_path + ".lock", b"")
-        place.serve()
-        tried = place.report(place.crash_log())
-        tried.has_window()
-        with attached(tried, place, "-e", "trace=openat", "-e", "inject=openat:error=ENOENT:when=1",
-                      paths=[place.home.settings_path + ".lock"]) as path:
-            seen = tried.seen(tried.submit())
-            if "ENOENT" not in text_of(path):
-                seen.differences.append(f"no reading of the lock failed: {text_of(path)!r:.300}")
-        seen.differences += [*not_new(before, file_of(place)), *place.differing_requests(1)]
-        return [("", seen)]
-
-
 def text_of(path):
     with open(path, encoding="utf-8", errors="replace") as file:
         return file.read()
@@ -594,11 +559,9 @@ def has_stored(path):
     return re.search(r'rename\(.*CrashReporter\.conf"\) += 0', text_of(path)) is not None
 
 
-def held_lock(place, text=None):
-    """A lock that this process holds, as another program of this user would, until the run's end."""
+def held_lock(place):
+    """What this process holds as another program of this user would, until the run's end."""
     os.makedirs(place.home.settings_folder, exist_ok=True)
-    lock = open(place.home.settings_path + ".lock", "w", encoding="ascii")
-    place.ended.callback(lock.close)
-    lock.write(text if text is not None else f"{os.getpid()}\npython3\n{os.uname().nodename}\n")
-    lock.flush()
-    fcntl.flock(lock, fcntl.LOCK_EX)
+    folder = os.open(place.home.settings_folder, os.O_RDONLY)
+    place.ended.callback(os.close, folder)
+    fcntl.flock(folder, fcntl.LOCK_EX)

@@ -1,5 +1,6 @@
 """Keys that are held down or pressed twice, controls reached behind an alert, and settings that never answer."""
 
+import fcntl
 import os
 
 from support import ADDRESS, ProgramTest
@@ -64,10 +65,11 @@ class SettingsThatNeverAnswer(ProgramTest):
         os.mkfifo(self.home.settings_path)
         self.launch()
 
-    def test_a_lock_file_without_an_owner_does_not_stop_a_report(self):
+    def test_settings_that_another_program_keeps_locked_do_not_stop_a_report(self):
         os.makedirs(self.home.settings_folder)
-        with open(self.home.settings_path + ".lock", "wb"):
-            pass
+        folder = os.open(self.home.settings_folder, os.O_RDONLY)
+        self.addCleanup(os.close, folder)
+        fcntl.flock(folder, fcntl.LOCK_EX)
         server = self.serve()
         program = self.launch()
         program.key("alt+r")

@@ -1,17 +1,21 @@
 // The user's settings store over QSettings.
 #include "desktop/application/QtUserDefaults.h"
 
+#include "base/FileDescriptor.h"
 #include "base/PathText.h"
 #include "base/TextFile.h"
 #include "base/Utf8.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QLockFile>
 #include <QLoggingCategory>
 #include <QSettings>
+#include <QTemporaryDir>
 #include <QVariantMap>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #ifdef Q_OS_LINUX
 #include <sys/xattr.h>
@@ -25,7 +29,9 @@
 #include <climits>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -34,9 +40,8 @@ Q_LOGGING_CATEGORY(lcSettings, "korvale.settings", QtFatalMsg)
 
 namespace {
 
-/// For another process that is just writing, which takes some milliseconds, or that holds a lease on a file. The window
-/// stands still for as long at each of three readings, and for at most twice as long until a lock is there; for a lock
-/// under a lease, for twice as long again.
+/// For another process that is just writing, which takes some milliseconds, or that holds a lease on the store. The
+/// window stands still for as long at each of three readings, and for at most twice as long until the lock is there.
 constexpr std::chrono::milliseconds kMaxWait(250);
 
 /// Bytes of the settings, which are two values of this program's. The toolkit reads a list in a list by calling itself:
@@ -63,14 +68,6 @@ std::optional<QString> configurationFolder(const platform::LocalLookups &lookups
         return *configured;
     }
     return byAppendingPathComponent(lookups.homeDirectory(), u".config"_s);
-}
-
-/// Whether writing to the path replaces nothing but a file: the toolkit writes a new one in the place of what a link
-/// leads to, be it a device.
-bool canBeReplaced(const QString &path)
-{
-    const QFileInfo info(path);
-    return !info.exists() || info.isFile();
 }
 
 /// Whether nobody but root decides what lies there and what it leads to.
@@ -100,7 +97,7 @@ bool mayBeLedElsewhere(const QString &store)
 /// that is too long for the system, or that leaves no room for a file's, nothing is made.
 bool makeFolder(const QString &path)
 {
-    constexpr qsizetype kLongestName = 64; // in bytes, with the separator and the NUL: of the new file's lock's lock
+    constexpr qsizetype kLongestName = 32; // in bytes, with the separator and the NUL: of the new file
     const QByteArray whole = QFile::encodeName(path);
     if (whole.size() + kLongestName > PATH_MAX) {
         return false;
@@ -124,35 +121,22 @@ std::optional<QByteArray> bytesOf(const QString &path, qsizetype maxBytes = kAny
     return contentsOfRegularFile(path, maxBytes, kMaxWait);
 }
 
-/// Whether the toolkit may read and remove the lock without waiting for anything: it is a small file. One that is gone
-/// when it is looked at was another process's, which has written.
-bool isReadableLock(const QString &path)
+/// Opens the folder and keeps other processes of this program from writing the store in it until it is closed. Where it
+/// cannot be kept locked, gives -1. The lock is the folder's own (flock(2)): there is no file to be left behind by a
+/// process that is killed, or to be something else.
+int lockFolder(const QString &path)
 {
-    constexpr qsizetype kLongestLock = 1024; // in bytes; it has an ID and two names
-    return bytesOf(path, kLongestLock) || !fileExists(path);
-}
-
-/// Keeps other processes from writing the store, for as long as the lock lives; nothing where they cannot be kept from
-/// it. The toolkit by itself would wait for its lock up to 30 seconds.
-std::unique_ptr<QLockFile> lockOf(const QString &store)
-{
-    const QString path = store + u".lock"_s;
-    // One that is there is read by the toolkit, and removed by a lock on itself where it was left behind. It would wait
-    // forever for what is no file. The second look is for one that came in the place of another meanwhile.
-    for (QString read = path; fileExists(read); read += u".rmlock") {
-        if (!isReadableLock(read) && !isReadableLock(read)) {
-            return nullptr;
+    constexpr std::chrono::milliseconds kInterval(10);
+    const int folder = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    for (auto triesLeft = 2 * kMaxWait / kInterval; folder >= 0 && ::flock(folder, LOCK_EX | LOCK_NB) != 0;
+         --triesLeft) {
+        if (errno != EWOULDBLOCK || triesLeft == 0) {
+            ::close(folder);
+            return -1;
         }
+        std::this_thread::sleep_for(kInterval);
     }
-    if (!makeFolder(QFileInfo(store).path())) {
-        return nullptr;
-    }
-    auto lock = std::make_unique<QLockFile>(path);
-    // A process that was killed before it had written its ID into the lock leaves one that looks alive but for its age.
-    // A lock counts as left behind at this age; its holder's own lock on the file (flock(2)) keeps it from being
-    // removed while the holder lives.
-    lock->setStaleLockTime(static_cast<int>(kMaxWait.count()));
-    return lock->tryLock(static_cast<int>(2 * kMaxWait.count())) ? std::move(lock) : nullptr;
+    return folder;
 }
 
 /// The file that a store of this name is: what a link leads to at last, there or not, so that every link stays.
@@ -188,16 +172,12 @@ QString freshOf(const QString &file)
     return file + u".korvale-new"_s;
 }
 
-/// For the user alone from the beginning; the toolkit keeps the permissions of a file that it writes anew. What a
-/// killed process has left there is cleared away; false where anything stays, or not all of the content could be
-/// written.
-bool makeFile(const QString &path, const QByteArray &content)
+/// Makes it, open and for the user alone from the beginning; false where anything is there, or not all of the content
+/// could be written.
+bool makeFile(QFile &file, const QByteArray &content)
 {
-    QFile::remove(path);
-    QFile::remove(path + u".lock"_s);
-    QFile file(path);
-    return !QFileInfo::exists(path + u".lock"_s) && file.open(QIODevice::NewOnly, QFile::ReadOwner | QFile::WriteOwner)
-        && file.write(content) == content.size() && file.flush();
+    return file.open(QIODevice::NewOnly, QFile::ReadOwner | QFile::WriteOwner) && file.write(content) == content.size()
+        && file.flush();
 }
 
 bool hasAValue(const QByteArray &content)
@@ -219,18 +199,27 @@ std::optional<QByteArray> contentOf(const QString &file)
     return content || !isAbsent ? std::move(content) : QByteArray();
 }
 
-/// What the file has; std::nullopt where it cannot be read whole. The toolkit, which takes a file that it cannot read
-/// for an empty one, reads a copy.
-std::optional<QVariantMap> storedIn(const QString &file)
+/// A folder that no other process has to do with, for the toolkit: it would wait for a lock beside what it writes, and
+/// for a lease on what it reads, or a FIFO in its place. Nothing where there is no room for temporary files.
+std::unique_ptr<QTemporaryDir> privateFolder()
 {
-    const std::optional<QByteArray> content = contentOf(file);
-    const QString copy = freshOf(file);
-    if (!content || !makeFile(copy, *content)) {
+    const QString place = QDir::tempPath();
+    // A TMPDIR that is not there gives an empty path, for which the toolkit would take the root directory.
+    auto folder = place.isEmpty() ? nullptr : std::make_unique<QTemporaryDir>(place + u"/korvale-settings-XXXXXX"_s);
+    return folder && folder->isValid() ? std::move(folder) : nullptr;
+}
+
+/// The values of settings; std::nullopt where they cannot be read, which the toolkit takes for none.
+std::optional<QVariantMap> valuesOf(const QByteArray &content)
+{
+    const std::unique_ptr<QTemporaryDir> folder = privateFolder();
+    QFile copy(folder ? folder->filePath(u"settings"_s) : QString());
+    if (!folder || !makeFile(copy, content)) {
         return std::nullopt;
     }
-    const QSettings reader(copy, QSettings::IniFormat);
+    const QSettings reader(copy.fileName(), QSettings::IniFormat);
     const QStringList keys = reader.allKeys();
-    if (keys.isEmpty() && reader.status() != QSettings::FormatError && hasAValue(*content)) {
+    if (keys.isEmpty() && reader.status() != QSettings::FormatError && hasAValue(content)) {
         return std::nullopt;
     }
     QVariantMap values;
@@ -243,13 +232,38 @@ std::optional<QVariantMap> storedIn(const QString &file)
     return values;
 }
 
-/// Whether the file has a line for each of so many values, and the last line its end.
-bool isWhole(const QString &path, qsizetype valueCount)
+/// What the file has; std::nullopt where it cannot be read whole.
+std::optional<QVariantMap> storedIn(const QString &file)
 {
-    const QByteArray content = bytesOf(path).value_or(QByteArray());
+    const std::optional<QByteArray> content = contentOf(file);
+    return content ? valuesOf(*content) : std::nullopt;
+}
+
+/// Whether there is a line for each of so many values, and the last line has its end.
+bool isWhole(const QByteArray &content, qsizetype valueCount)
+{
     const QList<QByteArray> lines = content.split('\n');
     const auto isValue = [](const QByteArray &line) { return !line.isEmpty() && !line.startsWith('['); };
     return content.endsWith('\n') && std::ranges::count_if(lines, isValue) == valueCount;
+}
+
+/// The settings that have these values. What the toolkit writes is looked at: it takes a file whose last bytes could
+/// not be written, on a full disk, for a good one.
+std::optional<QByteArray> contentWith(const QVariantMap &values)
+{
+    const std::unique_ptr<QTemporaryDir> folder = privateFolder();
+    if (!folder) {
+        return std::nullopt;
+    }
+    QSettings writer(folder->filePath(u"settings"_s), QSettings::IniFormat);
+    for (const auto &[key, value] : values.asKeyValueRange()) {
+        writer.setValue(key, value);
+    }
+    writer.sync();
+    std::optional<QByteArray> content = bytesOf(writer.fileName());
+    // Names that differ in nothing but a doubled separator are one to it.
+    const bool isGood = content && writer.status() == QSettings::NoError && isWhole(*content, writer.allKeys().size());
+    return isGood ? std::move(content) : std::nullopt;
 }
 
 /// Whether an access control list may say more of the file than its mode does, in which the group's rights are then
@@ -279,25 +293,19 @@ void keepRights(const QByteArray &replaced, const QByteArray &fresh)
     }
 }
 
-/// Puts a file with these values in the place of this one. It is written beside it and looked at first: the toolkit
-/// takes a file whose last bytes could not be written, on a full disk, for a good one.
-bool replaceFile(const QString &file, const QVariantMap &values)
+/// Puts a file with this content in the place of this one. It is written beside it, and is on the disk first; what a
+/// killed process has left there is cleared away.
+bool replaceFile(const QString &file, const QByteArray &content)
 {
-    const QString fresh = freshOf(file);
-    if (!makeFile(fresh, QByteArray()) || (QFileInfo::exists(file) && !QFileInfo(file).isWritable())) {
+    QFile fresh(freshOf(file));
+    fresh.remove();
+    if ((QFileInfo::exists(file) && !QFileInfo(file).isWritable()) || !makeFile(fresh, content)
+        || ::fsync(fresh.handle()) != 0) {
         return false;
     }
-    QSettings writer(fresh, QSettings::IniFormat);
-    for (const auto &[key, value] : values.asKeyValueRange()) {
-        writer.setValue(key, value);
-    }
-    writer.sync();
-    // Names that differ in nothing but a doubled separator are one to it.
-    if (writer.status() != QSettings::NoError || !isWhole(fresh, writer.allKeys().size())) {
-        return false;
-    }
-    keepRights(QFile::encodeName(file), QFile::encodeName(fresh));
-    return std::rename(QFile::encodeName(fresh).constData(), QFile::encodeName(file).constData()) == 0;
+    const QByteArray path = QFile::encodeName(fresh.fileName());
+    keepRights(QFile::encodeName(file), path);
+    return std::rename(path.constData(), QFile::encodeName(file).constData()) == 0;
 }
 
 /// The number, changed by as much as there is from one to another. A file may have numbers beyond all counts: it wraps.
@@ -306,9 +314,9 @@ qint64 movedBy(qint64 number, qint64 from, qint64 to)
     return static_cast<qint64>(static_cast<quint64>(number) + static_cast<quint64>(to) - static_cast<quint64>(from));
 }
 
-bool canBeAStore(const QString &path, bool isRoots)
+bool mayBeUsed(const QString &store, bool isRoots)
 {
-    return canBeReplaced(path) && !(isRoots && mayBeLedElsewhere(path));
+    return !isRoots || !mayBeLedElsewhere(store);
 }
 
 /// By its path: asked for by the program's name, the toolkit would open what an administrator or another program of the
@@ -361,14 +369,11 @@ void QtUserDefaults::synchronize()
         qCInfo(lcSettings) << "nothing is kept: there is no folder for the settings";
         return;
     }
-    const std::unique_ptr<QLockFile> lock = canBeAStore(*store, isRoots) ? lockOf(*store) : nullptr;
-    if (!lock) {
-        qCInfo(lcSettings) << *store
-                           << "is not written: it or its lock is no regular file, or not root's alone, or is locked";
-        return;
-    }
-    if (const std::optional<QString> file = linkTarget(*store); !file || !storeUnsavedIn(*file)) {
-        qCInfo(lcSettings) << *store << "cannot be read or replaced";
+    const bool canBeThere = mayBeUsed(*store, isRoots) && makeFolder(QFileInfo(*store).path());
+    const std::optional<QString> file = canBeThere ? linkTarget(*store) : std::nullopt;
+    const FileDescriptor lock(file ? lockFolder(QFileInfo(*file).path()) : -1);
+    if (!lock.isOpen() || !storeUnsavedIn(*file)) {
+        qCInfo(lcSettings) << *store << "is not written: it cannot be read or replaced, or another process is at it";
         return;
     }
     unsaved.clear();
@@ -383,7 +388,8 @@ bool QtUserDefaults::storeUnsavedIn(const QString &file) const
             (*values)[key] = change.over(values->value(key));
         }
     }
-    if (values && replaceFile(file, *values)) {
+    const std::optional<QByteArray> content = values ? contentWith(*values) : std::nullopt;
+    if (content && replaceFile(file, *content)) {
         return true;
     }
     QFile::remove(freshOf(file));
@@ -414,9 +420,8 @@ QVariant QtUserDefaults::valueForKey(const QString &key) const
 
 void QtUserDefaults::readStored(const QString &key) const
 {
-    // Another window may have submitted since: what counts is what is stored now. The toolkit reads only what could
-    // just be read without waiting for it.
-    const std::optional<QString> file = store && canBeAStore(*store, isRoots) ? linkTarget(*store) : std::nullopt;
-    known[key] =
-        file && contentOf(*file) ? QSettings(*file, QSettings::IniFormat).value(key) : unsaved.value(key).replaced;
+    // Another window may have submitted since: what counts is what is stored now.
+    const std::optional<QString> file = store && mayBeUsed(*store, isRoots) ? linkTarget(*store) : std::nullopt;
+    const std::optional<QVariantMap> stored = file ? storedIn(*file) : std::nullopt;
+    known[key] = stored ? stored->value(key) : unsaved.value(key).replaced;
 }

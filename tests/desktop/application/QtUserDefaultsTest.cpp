@@ -98,6 +98,8 @@ protected:
 
     QString path() const { return user.filePath(u"Korvale/CrashReporter.conf"_s); }
 
+    QString folder() const { return QFileInfo(path()).path(); }
+
     QByteArray stored() const
     {
         QFile file(path());
@@ -427,7 +429,7 @@ TEST_F(UserDefaultsTest, AConfigurationFolderWithANameLongerThanAnyIsNotMade)
 
 TEST_F(UserDefaultsTest, AConfigurationFolderInWhichThereIsNoRoomForTheLongestNameIsNotMade)
 {
-    constexpr qsizetype kNeeded = 8 + 63; // "/Korvale", and a name of the program's own
+    constexpr qsizetype kNeeded = 8 + 31; // "/Korvale", and the name of the new file
     const auto madeWithRoomFor = [&](qsizetype room) {
         const qsizetype length = PATH_MAX - 1 - room - user.path().size();
         const QByteArray below = QByteArray("/d").repeated(length / 2 - 1) + (length % 2 == 0 ? "/d" : "/dd");
@@ -520,7 +522,7 @@ TEST_F(UserDefaultsTest, AStoreUnderALeaseIsNotWaitedForAsTheSystemWould)
 {
     aFileWith("crashSubmissionCount=3");
     StoredDefaults defaults;
-    const LeaseHolder holder(path(), false);
+    const LeaseHolder holder(path(), LeaseHolder::Keeps);
     QElapsedTimer clock;
     clock.start();
 
@@ -532,12 +534,29 @@ TEST_F(UserDefaultsTest, AStoreUnderALeaseIsNotWaitedForAsTheSystemWould)
     EXPECT_LT(clock.elapsed(), 5000) << "the system would wait for 45 seconds";
 }
 
+TEST_F(UserDefaultsTest, AHolderThatTakesItsLeaseAgainAndAgainIsNotWaitedForEither)
+{
+    aFileWith("crashSubmissionCount=3");
+    StoredDefaults defaults;
+    const LeaseHolder holder(path(), LeaseHolder::TakesItAgain);
+    QElapsedTimer clock;
+    clock.start();
+
+    EXPECT_EQ(defaults.integerForKey(kCount), 3);
+    EXPECT_EQ(defaults.objectForKey(kDate), std::nullopt);
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+
+    EXPECT_LT(clock.elapsed(), 5000) << "the system would wait for 45 seconds";
+    EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=4\n");
+}
+
 TEST_F(UserDefaultsTest, WhatALeaseKeptBackIsStoredWithTheNext)
 {
     aFileWith("crashSubmissionCount=3");
     StoredDefaults defaults;
     {
-        const LeaseHolder holder(path(), false);
+        const LeaseHolder holder(path(), LeaseHolder::Keeps);
         defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
         defaults.synchronize();
     }
@@ -901,22 +920,22 @@ TEST_F(UserDefaultsTest, WithoutAHomeNothingIsStoredAndNothingFails)
 
 namespace {
 
-/// A lock whose holder lives: it keeps the file itself locked, as long as this object lives.
+/// Another that is writing a file of the folder, as long as this object lives.
 class HeldLock
 {
 public:
-    explicit HeldLock(const QString &path)
+    explicit HeldLock(const QString &folder)
     {
-        QDir().mkpath(QFileInfo(path).path());
-        file = open(path.toLocal8Bit().constData(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
-        EXPECT_EQ(flock(file, LOCK_EX | LOCK_NB), 0);
+        QDir().mkpath(folder);
+        opened = open(folder.toLocal8Bit().constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        EXPECT_EQ(flock(opened, LOCK_EX | LOCK_NB), 0);
     }
     HeldLock(const HeldLock &) = delete;
     HeldLock &operator=(const HeldLock &) = delete;
-    ~HeldLock() { close(file); }
+    ~HeldLock() { close(opened); }
 
 private:
-    int file = -1;
+    int opened = -1;
 };
 
 } // namespace
@@ -1079,7 +1098,6 @@ TEST_F(UserDefaultsTest, WhereAServerKeepsAListByItsOwnNameTheStoreIsTheUsersAlo
 TEST_F(UserDefaultsTest, WhatAKilledProcessHasWrittenHalfwayIsClearedAway)
 {
     write(path() + u".korvale-new"_s, "[General]\nhalf=");
-    write(path() + u".korvale-new.lock"_s, "");
     const QStringList ofTheUser = {u"CrashReporter.conf.korvale-new.backup"_s, u"CrashReporter.conf.korvale-newest"_s};
     for (const QString &name : ofTheUser) {
         write(QFileInfo(path()).path() + u'/' + name, "mine");
@@ -1094,70 +1112,101 @@ TEST_F(UserDefaultsTest, WhatAKilledProcessHasWrittenHalfwayIsClearedAway)
               QStringList{u"CrashReporter.conf"_s} + ofTheUser);
 }
 
-TEST_F(UserDefaultsTest, WhatCannotBeClearedAwayIsNotWaitedFor)
+TEST_F(UserDefaultsTest, WhatCannotBeClearedAwayLeavesTheStoreAsItIs)
 {
     aFileWith("crashSubmissionCount=3");
-    QDir().mkpath(path() + u".korvale-new.lock"_s);
+    QDir().mkpath(path() + u".korvale-new"_s);
     StoredDefaults defaults;
     defaults.setIntegerForKey(4, kCount);
-    QElapsedTimer clock;
-    clock.start();
 
     defaults.synchronize();
 
-    EXPECT_LT(clock.elapsed(), 10'000) << "the toolkit would wait for 30 seconds";
     EXPECT_TRUE(stored().contains("crashSubmissionCount=3\n"));
     EXPECT_EQ(defaults.integerForKey(kCount), 4) << "it is known to this run";
 }
 
-TEST_F(UserDefaultsTest, ALockOfAKilledProcessHoldsNobodyUp)
-{
-    // Killed after it had made the file and before it had written its ID there.
-    const QByteArray lock = (path() + u".lock"_s).toLocal8Bit();
-    write(path() + u".lock"_s, "");
-    const timespec longAgo = {.tv_sec = 1'000'000'000, .tv_nsec = 0};
-    for (const timespec &time : {timespec{.tv_sec = 0, .tv_nsec = UTIME_NOW}, longAgo}) {
-        const std::array times = {time, time};
-        write(path() + u".lock"_s, "");
-        ASSERT_EQ(utimensat(AT_FDCWD, lock.constData(), times.data(), 0), 0);
-        StoredDefaults defaults;
-        const qint64 count = defaults.integerForKey(kCount) + 1;
-
-        defaults.setIntegerForKey(count, kCount);
-        defaults.synchronize();
-
-        EXPECT_TRUE(stored().contains("crashSubmissionCount=" + QByteArray::number(count) + "\n"));
-    }
-}
-
-TEST_F(UserDefaultsTest, ALockOfAKilledProcessIsNotWaitedForWhereItCannotBeRemoved)
+TEST_F(UserDefaultsTest, AProcessThatIsKilledLeavesNoLock)
 {
     aFileWith("crashSubmissionCount=3");
-    // By a lock on a lock the toolkit removes one that was left behind, and this one by the next.
-    for (const QString &left : {u".lock"_s, u".lock.rmlock"_s}) {
-        write(path() + left, "");
-        const timespec time = {.tv_sec = 1'000'000'000, .tv_nsec = 0};
-        const std::array longAgo = {time, time};
-        ASSERT_EQ(utimensat(AT_FDCWD, (path() + left).toLocal8Bit().constData(), longAgo.data(), 0), 0);
-        const QByteArray next = (path() + left + u".rmlock"_s).toLocal8Bit();
-        ASSERT_EQ(mkfifo(next.constData(), 0600), 0);
+    EXPECT_EXIT(
+        {
+            const HeldLock held(folder());
+            std::raise(SIGKILL);
+        },
+        testing::KilledBySignal(SIGKILL), "");
+    StoredDefaults defaults;
+    defaults.setIntegerForKey(4, kCount);
 
-        EXPECT_EXIT(
-            {
-                alarm(60);
-                countToFourAndEnd();
-            },
-            testing::ExitedWithCode(0), "");
+    defaults.synchronize();
 
-        EXPECT_TRUE(stored().contains("crashSubmissionCount=3\n"));
-        ASSERT_TRUE(QFile::remove(QString::fromLocal8Bit(next)));
+    EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=4\n");
+}
+
+TEST_F(UserDefaultsTest, NothingIsWaitedForThatHasTheNameOfALock)
+{
+    aFileWith("crashSubmissionCount=3");
+    for (const QString &name : {u".lock"_s, u".korvale-new.lock"_s}) {
+        ASSERT_EQ(mkfifo((path() + name).toLocal8Bit().constData(), 0600), 0);
     }
+    StoredDefaults defaults;
+    defaults.setIntegerForKey(4, kCount);
+
+    defaults.synchronize();
+
+    EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=4\n");
+}
+
+TEST_F(UserDefaultsTest, TwoNamesOfOneFileAreUnderOneLock)
+{
+    const QString file = user.filePath(u"dotfiles/crash.conf"_s);
+    write(file, "[General]\ncrashSubmissionCount=3\n");
+    QDir().mkpath(folder());
+    ASSERT_TRUE(QFile::link(file, path()));
+    StoredDefaults defaults;
+    defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
+    {
+        const HeldLock held(QFileInfo(file).path());
+        defaults.synchronize();
+    }
+    EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=3\n");
+
+    defaults.synchronize();
+
+    EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=4\n");
+}
+
+TEST_F(UserDefaultsTest, WithoutRoomForTemporaryFilesTheStoreStaysAndTheValuesAreKeptForThisRun)
+{
+    aFileWith("crashSubmissionCount=3");
+    const ScopedVariable nowhere("TMPDIR", user.path().toUtf8() + "/missing");
+    StoredDefaults defaults;
+    defaults.setIntegerForKey(4, kCount);
+
+    testing::internal::CaptureStderr();
+    defaults.synchronize();
+
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=3\n");
+    EXPECT_EQ(defaults.integerForKey(kCount), 4);
+}
+
+TEST_F(UserDefaultsTest, NothingIsLeftAmongTheTemporaryFiles)
+{
+    const QTemporaryDir temporary;
+    const ScopedVariable there("TMPDIR", temporary.path().toUtf8());
+    StoredDefaults defaults;
+    defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
+
+    defaults.synchronize();
+
+    EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=1\n");
+    EXPECT_TRUE(QDir(temporary.path()).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot));
 }
 
 TEST_F(UserDefaultsTest, ALockThatNobodyGivesUpLeavesTheStoreAsItIs)
 {
     aFileWith("crashSubmissionCount=3");
-    const HeldLock held(path() + u".lock"_s);
+    const HeldLock held(folder());
 
     StoredDefaults defaults;
     defaults.setIntegerForKey(4, kCount);
@@ -1169,7 +1218,7 @@ TEST_F(UserDefaultsTest, ALockThatNobodyGivesUpLeavesTheStoreAsItIs)
 
 TEST_F(UserDefaultsTest, ALockIsWaitedForHalfASecondAndNoLonger)
 {
-    const HeldLock held(path() + u".lock"_s);
+    const HeldLock held(folder());
     StoredDefaults defaults;
     defaults.setIntegerForKey(4, kCount);
     // A busy machine may take longer, but hardly each time.
@@ -1185,21 +1234,9 @@ TEST_F(UserDefaultsTest, ALockIsWaitedForHalfASecondAndNoLonger)
     EXPECT_LT(shortest, 740);
 }
 
-TEST_F(UserDefaultsTest, ALockThatIsNoFileIsNotWaitedFor)
-{
-    aFileWith("crashSubmissionCount=3");
-    ASSERT_EQ(mkfifo((path() + u".lock"_s).toLocal8Bit().constData(), 0600), 0);
-
-    StoredDefaults defaults;
-    defaults.setIntegerForKey(4, kCount);
-    defaults.synchronize();
-
-    EXPECT_TRUE(stored().contains("crashSubmissionCount=3\n"));
-}
-
 TEST_F(UserDefaultsTest, WhatALockKeptBackIsStoredWithTheNext)
 {
-    auto held = std::make_unique<HeldLock>(path() + u".lock"_s);
+    auto held = std::make_unique<HeldLock>(folder());
     StoredDefaults defaults;
     defaults.setIntegerForKey(4, kCount);
     defaults.synchronize();
@@ -1215,7 +1252,7 @@ TEST_F(UserDefaultsTest, WhatAnotherProcessStoresWhileALockKeepsThisOneBackCount
 {
     aFileWith("crashSubmissionCount=41\nlastCrashSubmissionDate=once");
     StoredDefaults defaults;
-    auto held = std::make_unique<HeldLock>(path() + u".lock"_s);
+    auto held = std::make_unique<HeldLock>(folder());
     defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
     defaults.setObjectForKey(u"today"_s, kDate);
     defaults.synchronize();
@@ -1234,13 +1271,12 @@ TEST_F(UserDefaultsTest, WhatALockKeptBackIsAddedToWhatAnotherProcessStores)
     aFileWith("crashSubmissionCount=1");
     StoredDefaults defaults;
     const QDateTime now = QDateTime::currentDateTimeUtc();
-    auto held = std::make_unique<HeldLock>(path() + u".lock"_s);
+    auto held = std::make_unique<HeldLock>(folder());
     for (int attempt = 0; attempt < 3; ++attempt) {
         defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
         defaults.setObjectForKey(now, kDate);
     }
     held.reset();
-    ASSERT_TRUE(QFile::remove(path() + u".lock"_s));
     {
         QSettings another(path(), QSettings::IniFormat);
         another.setValue(kCount, 2);
@@ -1324,11 +1360,10 @@ TEST_F(UserDefaultsTest, NoAttemptCountsTwiceWhereAnotherCouldNotBeAddedToIt)
 {
     aFileWith("crashSubmissionCount=5");
     StoredDefaults defaults;
-    auto held = std::make_unique<HeldLock>(path() + u".lock"_s);
+    auto held = std::make_unique<HeldLock>(folder());
     defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
     defaults.synchronize();
     held.reset();
-    ASSERT_TRUE(QFile::remove(path() + u".lock"_s));
     ASSERT_NO_FATAL_FAILURE(putFifoInPlace());
     defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
     defaults.synchronize();
