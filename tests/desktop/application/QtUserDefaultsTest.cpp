@@ -690,6 +690,28 @@ TEST_F(UserDefaultsTest, EveryOneOfSeveralLinksStaysALinkBeTheFileThereOrNot)
     }
 }
 
+TEST_F(UserDefaultsTest, AsManyLinksAreFollowedAsTheSystemFollows)
+{
+    constexpr int kFollowed = 40; // path_resolution(7)
+    QDir().mkpath(folder());
+    write(user.filePath(u"0"_s), "");
+    for (int link = 1; link <= kFollowed; ++link) {
+        ASSERT_TRUE(QFile::link(user.filePath(QString::number(link - 1)), user.filePath(QString::number(link))));
+    }
+    const auto storedBehind = [&](int links) {
+        EXPECT_TRUE(QFile::link(user.filePath(QString::number(links - 1)), path()));
+        StoredDefaults defaults;
+        defaults.setIntegerForKey(links, kCount);
+        defaults.synchronize();
+        QFile::remove(path());
+        QFile file(user.filePath(u"0"_s));
+        return file.open(QFile::ReadOnly) ? file.readAll() : "no file"_ba;
+    };
+
+    EXPECT_EQ(storedBehind(kFollowed + 1), "");
+    EXPECT_EQ(storedBehind(kFollowed), "[General]\ncrashSubmissionCount=40\n");
+}
+
 TEST_F(UserDefaultsTest, AUsersOwnFilesBesideWhatALinkLeadsToStay)
 {
     const QString file = user.filePath(u"dotfiles/crash.conf"_s);
