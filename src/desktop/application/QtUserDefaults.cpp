@@ -115,10 +115,11 @@ bool makeFolder(const QString &path)
     return QFileInfo(path).isDir();
 }
 
-/// The bytes of the regular file; what holds a lease on it has less time to let go than for a report.
-std::optional<QByteArray> bytesOf(const QString &path, qsizetype maxBytes = kAnySize)
+/// The bytes of the regular file, no more than settings have; what holds a lease on it has less time to let go than for
+/// a report.
+std::optional<QByteArray> bytesOf(const QString &path)
 {
-    return contentsOfRegularFile(path, maxBytes, kMaxWait);
+    return contentsOfRegularFile(path, kLongestStore, kMaxWait);
 }
 
 /// Opens the folder and keeps other processes of this program from writing the store in it until it is closed. Where it
@@ -192,7 +193,7 @@ bool hasAValue(const QByteArray &content)
 /// is not known.
 std::optional<QByteArray> contentOf(const QString &file)
 {
-    std::optional<QByteArray> content = bytesOf(file, kLongestStore);
+    std::optional<QByteArray> content = bytesOf(file);
     std::error_code error;
     const bool isAbsent = std::filesystem::status(QFile::encodeName(file).toStdString(), error).type()
         == std::filesystem::file_type::not_found;
@@ -247,8 +248,8 @@ bool isWhole(const QByteArray &content, qsizetype valueCount)
     return content.endsWith('\n') && std::ranges::count_if(lines, isValue) == valueCount;
 }
 
-/// The settings that have these values. What the toolkit writes is looked at: it takes a file whose last bytes could
-/// not be written, on a full disk, for a good one.
+/// The settings that have these values, unless the next run could not read them. What the toolkit writes is looked at:
+/// it takes a file whose last bytes could not be written, on a full disk, for a good one.
 std::optional<QByteArray> contentWith(const QVariantMap &values)
 {
     const std::unique_ptr<QTemporaryDir> folder = privateFolder();

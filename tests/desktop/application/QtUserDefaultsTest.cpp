@@ -576,6 +576,20 @@ TEST_F(UserDefaultsTest, AStoreMayHaveSixtyFourKibibytesAndNoMore)
     }
 }
 
+TEST_F(UserDefaultsTest, NothingIsStoredThatWouldBeTooLargeToBeReadAgain)
+{
+    const QByteArray count = "[General]\ncrashSubmissionCount=3\n";
+    write(path(), count + "x=" + QByteArray(64 * 1024 - count.size() - 3, 'x') + '\n');
+    for (const qint64 next : {4, 10}) {
+        StoredDefaults defaults;
+        defaults.setIntegerForKey(next, kCount);
+        defaults.synchronize();
+
+        EXPECT_EQ(defaults.integerForKey(kCount), next);
+        EXPECT_EQ(StoredDefaults().integerForKey(kCount), 4);
+    }
+}
+
 TEST_F(UserDefaultsTest, APathThatLeadsBackBehindALinkIsTheOneThatTheSystemFinds)
 {
     ASSERT_TRUE(QDir(user.path()).mkpath(u"a/b"_s));
