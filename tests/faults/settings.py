@@ -193,7 +193,8 @@ def deep(text):
 
 
 # Of what the program opens for a write, what it cannot do without.
-FILES_OPENED = ("folder", "settings", "toolkit's file", "toolkit's file's lock", "new file")
+FILES_OPENED = ("folder", "settings", "toolkit's file", "toolkit's file's lock", "toolkit's folder 2",
+                "toolkit's folder 3", "new file")
 # Of the links that it looks for; behind them are those on the way to temporary files.
 WAY_TO_THE_FILE = ("folder above 1", "folder above 2", "folder above 3", "home 1", "home/.config", "folder")
 NOT_REMOVED = "QTemporaryDir: Unable to remove "
@@ -264,7 +265,7 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
         ("mkdir", "EIO", "", "toolkit's folder"), ("readlink", "EIO", "", *WAY_TO_THE_FILE),
         ("statx", "EACCES", "", "folder"),
         ("access", "EIO", "", "settings 2", "toolkit's file 1"),
-        ("read", "EIO", "", "settings", "toolkit's file 1", "toolkit's file 4"),
+        ("read", "EIO", "", "settings", "toolkit's file 1", "toolkit's file 3", "toolkit's file 4"),
         ("write", "ENOSPC", "", "all"), ("write", "EIO", "", "all"),
         ("fsync", "EIO", "", "all"), ("fsync", "ENOSPC", "", "all"), ("fdatasync", "EIO", ""),
         ("flock", "ENOLCK", "setNativeLocks failed: ", "folder"), ("flock", "EAGAIN", "setNativeLocks failed: "),
@@ -278,7 +279,7 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
       for name, error, *on in (
         ("chown", "EPERM", "new file"), ("chmod", "EPERM", "new file"), ("getxattr", "EIO", "all"))),
     Setting("a call of newfstatat fails with EIO", says=NOT_REMOVED, run=failing(
-        "newfstatat", "EIO", stay=("settings 1", "toolkit's file"), for_the_user=("settings 4",))),
+        "newfstatat", "EIO", stay=("settings 1", "settings 2", "toolkit's file"), for_the_user=("settings 4",))),
 ))
 
 TIME = Group("settings: others and the clock", "settings_world", (
