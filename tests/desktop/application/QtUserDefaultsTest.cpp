@@ -190,6 +190,34 @@ public:
     ~AttributesScope() { scriptedAttributes.reset(); }
 };
 
+/// The errors that flock(2) and fsync(2) give in place of what they do; 0 where they do it.
+int errorOfLocks = 0;
+int errorOfSyncs = 0;
+int locksTried = 0;
+
+/// One of them, until this object's end.
+class ErrorScope
+{
+public:
+    ErrorScope(int &scripted, int error)
+        : place(scripted)
+    {
+        place = error;
+    }
+    ErrorScope(const ErrorScope &) = delete;
+    ErrorScope &operator=(const ErrorScope &) = delete;
+    ~ErrorScope() { place = 0; }
+
+private:
+    int &place;
+};
+
+/// How many files the process has open.
+qsizetype openFiles()
+{
+    return QDir(u"/proc/self/fd"_s).entryList(QDir::AllEntries | QDir::System).size();
+}
+
 /// A group that this process may give a file to: any for root; for a user who is in no other, the user's own.
 gid_t anotherGroup()
 {
@@ -206,10 +234,24 @@ gid_t anotherGroup()
 ssize_t getxattr(const char *path, const char *name, void *value, size_t size) noexcept
 {
     if (scriptedAttributes && (scriptedAttributes->name.isEmpty() || scriptedAttributes->name == name)) {
-        errno = scriptedAttributes->error;
-        return errno == 0 ? 0 : -1;
+        // Where it answers, the error is what another call has left.
+        errno = scriptedAttributes->error == 0 ? ENODATA : scriptedAttributes->error;
+        return scriptedAttributes->error == 0 ? 0 : -1;
     }
     return ::syscall(SYS_getxattr, path, name, value, size);
+}
+
+int flock(int file, int operation) noexcept
+{
+    ++locksTried;
+    errno = errorOfLocks;
+    return errorOfLocks != 0 ? -1 : static_cast<int>(::syscall(SYS_flock, file, operation));
+}
+
+int fsync(int file)
+{
+    errno = errorOfSyncs;
+    return errorOfSyncs != 0 ? -1 : static_cast<int>(::syscall(SYS_fsync, file));
 }
 
 TEST_F(UserDefaultsTest, AnAbsentCountIsZeroAndAnAbsentObjectIsNothing)
@@ -1199,19 +1241,52 @@ TEST_F(UserDefaultsTest, TwoNamesOfOneFileAreUnderOneLock)
     EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=4\n");
 }
 
-TEST_F(UserDefaultsTest, WithoutRoomForTemporaryFilesTheStoreStaysAndTheValuesAreKeptForThisRun)
+TEST_F(UserDefaultsTest, WhereThereAreNoLocksTheStoreStaysAndNothingIsWaitedFor)
 {
     aFileWith("crashSubmissionCount=3");
-    const ScopedVariable nowhere("TMPDIR", user.path().toUtf8() + "/missing");
     StoredDefaults defaults;
     defaults.setIntegerForKey(4, kCount);
+    const qsizetype openBefore = openFiles();
+    const ErrorScope noLocks(errorOfLocks, ENOLCK);
+    locksTried = 0;
 
-    testing::internal::CaptureStderr();
     defaults.synchronize();
 
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(locksTried, 1);
+    EXPECT_EQ(openFiles(), openBefore);
     EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=3\n");
     EXPECT_EQ(defaults.integerForKey(kCount), 4);
+}
+
+TEST_F(UserDefaultsTest, WhatIsNotOnTheDiskDoesNotReplaceTheStore)
+{
+    aFileWith("crashSubmissionCount=3");
+    StoredDefaults defaults;
+    defaults.setIntegerForKey(4, kCount);
+    const ErrorScope brokenDisk(errorOfSyncs, EIO);
+
+    defaults.synchronize();
+
+    EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=3\n");
+    EXPECT_EQ(QDir(folder()).entryList(QDir::Files | QDir::Hidden), QStringList{u"CrashReporter.conf"_s});
+    EXPECT_EQ(defaults.integerForKey(kCount), 4);
+}
+
+TEST_F(UserDefaultsTest, WithoutRoomForTemporaryFilesTheStoreStaysAndTheValuesAreKeptForThisRun)
+{
+    for (const QByteArray &place : {user.path().toUtf8() + "/missing", "/proc"_ba}) {
+        aFileWith("crashSubmissionCount=3");
+        const ScopedVariable nowhere("TMPDIR", place);
+        StoredDefaults defaults;
+        defaults.setIntegerForKey(4, kCount);
+
+        testing::internal::CaptureStderr();
+        defaults.synchronize();
+
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+        EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=3\n");
+        EXPECT_EQ(defaults.integerForKey(kCount), 4);
+    }
 }
 
 TEST_F(UserDefaultsTest, NothingIsLeftAmongTheTemporaryFiles)
