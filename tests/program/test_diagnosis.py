@@ -41,7 +41,8 @@ class Diagnosis(ProgramTest):
     def test_a_setting_that_is_not_kept_is_told(self):
         os.makedirs(self.home.settings_path)
         printed = self.refused_run(prefix=ASKED)
-        self.assertIn("CrashReporter.conf\" is not written: it or its lock is no regular file", printed)
+        self.assertIn("CrashReporter.conf\" is not taken: it is not a regular file", printed)
+        self.assertIn("CrashReporter.conf\" is not written: it cannot be read or replaced", printed)
 
     def test_a_crash_log_that_is_not_there_is_named(self):
         missing = self.home.path + "/gone.crash"

@@ -374,7 +374,7 @@ void QtUserDefaults::synchronize()
     const std::optional<QString> file = canBeThere ? linkTarget(*store) : std::nullopt;
     const FileDescriptor lock(file ? lockFolder(QFileInfo(*file).path()) : -1);
     if (!lock.isOpen() || !storeUnsavedIn(*file)) {
-        qCInfo(lcSettings) << *store << "is not written: it cannot be read or replaced, or another process is at it";
+        qCInfo(lcSettings) << *store << "is not written: it cannot be read or replaced, or its folder not be locked";
         return;
     }
     unsaved.clear();

@@ -16,8 +16,8 @@
 /// no home or no room for temporary files, or while another process holds the file's folder locked (flock(2)), nothing
 /// is stored and nothing is touched: what was set is known to this object alone. Where another process has stored
 /// something else meanwhile, a number is changed by as much as it was here, the later date counts, and of anything else
-/// what is stored. A file is replaced as a whole, by one that was written and looked at beside it, or not at all; one
-/// that cannot be read is not replaced.
+/// what is stored. A file is replaced as a whole, by one beside it that is on the disk, or not at all; one that cannot
+/// be read is not replaced.
 ///
 /// Root's settings are in the home that its account names, and are kept only while nobody else may lead root to another
 /// file: from this home on there are no links, everything is root's, and nobody else may write a folder. It is looked
