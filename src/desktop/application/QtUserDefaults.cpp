@@ -225,8 +225,8 @@ std::optional<QVariantMap> valuesOf(const QByteArray &content)
     }
     QVariantMap values;
     for (const QString &key : keys) {
-        // The toolkit reads a value that has no name, and writes none.
-        if (!key.isEmpty()) {
+        // The toolkit reads a value of which a part of the name is empty, and writes it as that of another name.
+        if (!key.split(u'/').contains(QString())) {
             values[key] = reader.value(key);
         }
     }
@@ -262,8 +262,7 @@ std::optional<QByteArray> contentWith(const QVariantMap &values)
     }
     writer.sync();
     std::optional<QByteArray> content = bytesOf(writer.fileName());
-    // Names that differ in nothing but a doubled separator are one to it.
-    const bool isGood = content && writer.status() == QSettings::NoError && isWhole(*content, writer.allKeys().size());
+    const bool isGood = content && writer.status() == QSettings::NoError && isWhole(*content, values.size());
     return isGood ? std::move(content) : std::nullopt;
 }
 

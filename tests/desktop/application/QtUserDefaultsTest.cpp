@@ -403,6 +403,22 @@ TEST_F(UserDefaultsTest, WhatTheToolkitWouldNotWriteAgainDoesNotStopTheCount)
     }
 }
 
+TEST_F(UserDefaultsTest, AValueWithANameThatTheToolkitDoesNotWriteComesInPlaceOfNoOther)
+{
+    for (const char *content : {"[General]\ncrashSubmissionCount=3\n\n[crashSubmissionCount]\n=5\n",
+                                "[General]\ncrashSubmissionCount=3\n\\crashSubmissionCount=5\n",
+                                "[General]\ncrashSubmissionCount=3\n\n[a]\n\\b=5\nb=kept\n"}) {
+        write(path(), content);
+        StoredDefaults defaults;
+        defaults.setIntegerForKey(4, kCount);
+        defaults.synchronize();
+
+        EXPECT_EQ(StoredDefaults().integerForKey(kCount), 4) << content;
+        EXPECT_FALSE(stored().contains("@Invalid")) << stored().constData();
+        EXPECT_EQ(stored().contains("b=kept\n"), QByteArray(content).contains("b=kept\n")) << stored().constData();
+    }
+}
+
 TEST_F(UserDefaultsTest, AHeadingIsNoValueWhateverIsInIt)
 {
     write(path(), "[a=b]\n");
