@@ -85,6 +85,7 @@ FAMILIES = (
     Calls("files are looked at", sample=3, errors={
         "newfstatat": (*PATH, "EOVERFLOW"), "statx": PATH, "access": (*FOLDER, "ETXTBSY"),
         "readlink": (*PATH, "EINVAL"), "getxattr": (*PATH, "E2BIG", "ENODATA", "EOPNOTSUPP", "ERANGE"),
+        "fgetxattr": ("E2BIG", "ENODATA", "EOPNOTSUPP", "ERANGE"),
         "getdents64": ("EIO", "ENOENT", "ENOTDIR"),
         "statfs": (*PATH, "EINTR", "ENOSYS", "EOVERFLOW"), "fstatfs": ("EINTR", "EIO", "ENOMEM", "ENOSYS", "EOVERFLOW"),
         "getcwd": ("EACCES", "ENAMETOOLONG", "ENOENT", "ENOMEM"), "lseek": ("ENXIO", "EOVERFLOW", "ESPIPE")}),
@@ -98,8 +99,8 @@ FAMILIES = (
         "rename": (*FOLDER, "EBUSY", "EDQUOT", "EISDIR", "EMLINK", "ENOSPC", "EXDEV"),
         "unlink": (*FOLDER, "EBUSY", "EISDIR"), "mkdir": (*FOLDER, "EDQUOT", "EEXIST", "EMLINK", "ENOSPC"),
         "rmdir": (*FOLDER, "EBUSY", "EINVAL", "ENOTEMPTY"),
-        "flock": ("EAGAIN", "EINTR", "ENOLCK"), "chmod": FOLDER, "chown": FOLDER,
-        "fchmod": ("EIO", "EPERM", "EROFS"),
+        "flock": ("EAGAIN", "EINTR", "ENOLCK"), "chmod": FOLDER,
+        "fchmod": ("EIO", "EPERM", "EROFS"), "fchown": ("EIO", "EPERM", "EROFS"),
         "ftruncate": ("EFBIG", "EINTR", "EINVAL", "EIO", "EPERM", "EROFS", "ETXTBSY")}),
     Calls("the display and the server are spoken to", sample=12, places=PLACES, errors={
         "socket": (*DESCRIPTORS, "EACCES", "EAFNOSUPPORT", "EINVAL", "ENOBUFS", "EPROTONOSUPPORT"),

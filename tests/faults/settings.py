@@ -277,7 +277,8 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
     # And those without which the new file has the rights of a new one.
     *(Setting(f"a call of {name} fails with {error}", run=failing(name, error, for_the_user=on))
       for name, error, *on in (
-        ("chown", "EPERM", "new file"), ("chmod", "EPERM", "new file"), ("getxattr", "EIO", "all"))),
+        ("fchown", "EPERM", "all"), ("fchmod", "EPERM", "new file"), ("getxattr", "EIO", "all"),
+        ("fgetxattr", "EIO", "all"))),
     Setting("a call of newfstatat fails with EIO", says=NOT_REMOVED, run=failing(
         "newfstatat", "EIO", stay=("settings 1", "settings 2", "toolkit's file"), for_the_user=("settings 4",))),
 ))

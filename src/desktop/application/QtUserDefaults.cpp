@@ -140,9 +140,17 @@ int lockFolder(const QString &path)
     return folder;
 }
 
+/// Whether a link is the user's own or root's. Whoever else may write its folder might lead to any file of the user's.
+bool isOfTrust(const std::filesystem::path &link)
+{
+    struct stat status = {};
+    return ::lstat(link.c_str(), &status) == 0
+        && (status.st_uid == ::geteuid() || status.st_uid == platform::kRootUserId);
+}
+
 /// The file that a store of this name is: what a link leads to at last, there or not, so that every link stays.
-/// std::nullopt where links lead in a circle, or to a name that is not UTF-8, or one cannot be read, or where there is
-/// no folder for it.
+/// std::nullopt where links lead in a circle, or to a name that is not UTF-8, or one cannot be read or is another
+/// user's, or where there is no folder for it.
 std::optional<QString> linkTarget(const QString &store)
 {
     constexpr int kMaxLinks = 40; // as the system has it (path_resolution(7))
@@ -157,6 +165,9 @@ std::optional<QString> linkTarget(const QString &store)
         const std::filesystem::file_type type = std::filesystem::symlink_status(file, error).type();
         if (type != std::filesystem::file_type::symlink) {
             return type == std::filesystem::file_type::none ? std::nullopt : textFromUtf8(file.native());
+        }
+        if (!isOfTrust(file)) {
+            return std::nullopt;
         }
         file = file.parent_path() / std::filesystem::read_symlink(file, error);
         if (error) {
@@ -266,30 +277,43 @@ std::optional<QByteArray> contentWith(const QVariantMap &values)
     return isGood ? std::move(content) : std::nullopt;
 }
 
-/// Whether an access control list may say more of the file than its mode does, in which the group's rights are then
-/// what the list leaves to others at most (acl(5)). A file system of a server has lists under a name of its own.
-bool mayHaveAccessControlList([[maybe_unused]] const QByteArray &file)
+#ifdef Q_OS_LINUX
+ssize_t sizeOfAttribute(const QByteArray &path, const char *name)
+{
+    return ::getxattr(path.constData(), name, nullptr, 0);
+}
+
+ssize_t sizeOfAttribute(int file, const char *name)
+{
+    return ::fgetxattr(file, name, nullptr, 0);
+}
+#endif
+
+/// Whether an access control list may say more of the file, which is a path or open, than its mode does, in which the
+/// group's rights are then what the list leaves to others at most (acl(5)). A file system of a server has lists under a
+/// name of its own.
+template<typename File>
+bool mayHaveAccessControlList([[maybe_unused]] const File &file)
 {
 #ifdef Q_OS_LINUX
     return std::ranges::any_of(
-        std::array{"system.posix_acl_access", "system.nfs4_acl", "system.cifs_acl"}, [&](const char *list) {
-            return ::getxattr(file.constData(), list, nullptr, 0) >= 0 || (errno != ENODATA && errno != ENOTSUP);
-        });
+        std::array{"system.posix_acl_access", "system.nfs4_acl", "system.cifs_acl"},
+        [&](const char *list) { return sizeOfAttribute(file, list) >= 0 || (errno != ENODATA && errno != ENOTSUP); });
 #else
     return false;
 #endif
 }
 
-/// Gives the new file the group and the rights of the one that it replaces. Where there is none, or they cannot be told
-/// or given, or there is more to them than the mode, it stays the user's alone.
-void keepRights(const QByteArray &replaced, const QByteArray &fresh)
+/// Gives the new file, which is open, the group and the rights of the one that it replaces. Where there is none, or
+/// they cannot be told or given, or there is more to them than the mode, it stays the user's alone. What another user
+/// may have put at its path meanwhile gets none.
+void keepRights(const QByteArray &replaced, int fresh)
 {
     constexpr mode_t kRights = S_IRWXU | S_IRWXG | S_IRWXO;
     struct stat status = {};
     if (!mayHaveAccessControlList(replaced) && !mayHaveAccessControlList(fresh)
-        && ::stat(replaced.constData(), &status) == 0
-        && ::chown(fresh.constData(), static_cast<uid_t>(-1), status.st_gid) == 0) {
-        ::chmod(fresh.constData(), status.st_mode & kRights);
+        && ::stat(replaced.constData(), &status) == 0 && ::fchown(fresh, static_cast<uid_t>(-1), status.st_gid) == 0) {
+        ::fchmod(fresh, status.st_mode & kRights);
     }
 }
 
@@ -299,13 +323,13 @@ bool replaceFile(const QString &file, const QByteArray &content)
 {
     QFile fresh(freshOf(file));
     fresh.remove();
-    if ((QFileInfo::exists(file) && !QFileInfo(file).isWritable()) || !makeFile(fresh, content)
-        || ::fsync(fresh.handle()) != 0) {
+    if ((QFileInfo::exists(file) && !QFileInfo(file).isWritable()) || !makeFile(fresh, content)) {
         return false;
     }
-    const QByteArray path = QFile::encodeName(fresh.fileName());
-    keepRights(QFile::encodeName(file), path);
-    return std::rename(path.constData(), QFile::encodeName(file).constData()) == 0;
+    const QByteArray path = QFile::encodeName(file);
+    keepRights(path, fresh.handle());
+    return ::fsync(fresh.handle()) == 0
+        && std::rename(QFile::encodeName(fresh.fileName()).constData(), path.constData()) == 0;
 }
 
 /// The number, changed by as much as there is from one to another. A file may have numbers beyond all counts: it wraps.

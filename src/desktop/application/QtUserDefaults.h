@@ -12,12 +12,12 @@
 /// Keeps the settings in Korvale/CrashReporter.conf in the user's configuration folder: $XDG_CONFIG_HOME if that is an
 /// absolute path, else .config in the user's home (freedesktop.org, XDG Base Directory Specification).
 ///
-/// Only a regular file of at most 64 KiB is a store, or a link to one. Where there is anything else, where the user has
-/// no home or no room for temporary files, or while another process holds the file's folder locked (flock(2)), nothing
-/// is stored and nothing is touched: what was set is known to this object alone. Where another process has stored
-/// something else meanwhile, a number is changed by as much as it was here, the later date counts, and of anything else
-/// what is stored. A file is replaced as a whole, by one beside it that is on the disk, or not at all; one that cannot
-/// be read is not replaced.
+/// Only a regular file of at most 64 KiB is a store, or a link of the user's own or of root's to one. Where there is
+/// anything else, where the user has no home or no room for temporary files, or while another process holds the file's
+/// folder locked (flock(2)), nothing is stored and nothing is touched: what was set is known to this object alone.
+/// Where another process has stored something else meanwhile, a number is changed by as much as it was here, the later
+/// date counts, and of anything else what is stored. A file is replaced as a whole, by one beside it that is on the
+/// disk, or not at all; one that cannot be read is not replaced.
 ///
 /// Root's settings are in the home that its account names, and are kept only while nobody else may lead root to another
 /// file: from this home on there are no links, everything is root's, and nobody else may write a folder. It is looked

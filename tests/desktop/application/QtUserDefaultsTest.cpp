@@ -34,6 +34,7 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <functional>
 #include <initializer_list>
 #include <limits>
 #include <memory>
@@ -179,6 +180,7 @@ bool letANamedUserReadAndWrite(const QString &path, const char *attribute)
 struct ScriptedAttributes {
     int error;
     QByteArray name = {};
+    std::function<void()> meanwhile = {}; ///< Is done first.
 };
 std::optional<ScriptedAttributes> scriptedAttributes;
 
@@ -189,6 +191,34 @@ public:
     AttributesScope(const AttributesScope &) = delete;
     AttributesScope &operator=(const AttributesScope &) = delete;
     ~AttributesScope() { scriptedAttributes.reset(); }
+};
+
+std::optional<ssize_t> scriptedAttribute(const char *name)
+{
+    if (!scriptedAttributes || (!scriptedAttributes->name.isEmpty() && scriptedAttributes->name != name)) {
+        return std::nullopt;
+    }
+    if (scriptedAttributes->meanwhile) {
+        scriptedAttributes->meanwhile();
+    }
+    // Where it answers, the error is what another call has left.
+    errno = scriptedAttributes->error == 0 ? ENODATA : scriptedAttributes->error;
+    return scriptedAttributes->error == 0 ? 0 : -1;
+}
+
+/// Whose all links are, and the process.
+struct Owners {
+    uid_t links;
+    uid_t process;
+};
+std::optional<Owners> scriptedOwners;
+
+class OwnersScope
+{
+public:
+    explicit OwnersScope(const Owners &owners) { scriptedOwners = owners; }
+    Q_DISABLE_COPY_MOVE(OwnersScope)
+    ~OwnersScope() { scriptedOwners.reset(); }
 };
 
 /// The errors that flock(2) and fsync(2) give in place of what they do; 0 where they do it.
@@ -234,12 +264,28 @@ gid_t anotherGroup()
 /// In the place of the library's.
 ssize_t getxattr(const char *path, const char *name, void *value, size_t size) noexcept
 {
-    if (scriptedAttributes && (scriptedAttributes->name.isEmpty() || scriptedAttributes->name == name)) {
-        // Where it answers, the error is what another call has left.
-        errno = scriptedAttributes->error == 0 ? ENODATA : scriptedAttributes->error;
-        return scriptedAttributes->error == 0 ? 0 : -1;
+    const std::optional<ssize_t> scripted = scriptedAttribute(name);
+    return scripted ? *scripted : ::syscall(SYS_getxattr, path, name, value, size);
+}
+
+ssize_t fgetxattr(int file, const char *name, void *value, size_t size) noexcept
+{
+    const std::optional<ssize_t> scripted = scriptedAttribute(name);
+    return scripted ? *scripted : ::syscall(SYS_fgetxattr, file, name, value, size);
+}
+
+int lstat(const char *path, struct stat *status) noexcept
+{
+    const int result = fstatat(AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
+    if (scriptedOwners && result == 0 && S_ISLNK(status->st_mode)) {
+        status->st_uid = scriptedOwners->links;
     }
-    return ::syscall(SYS_getxattr, path, name, value, size);
+    return result;
+}
+
+uid_t geteuid() noexcept
+{
+    return scriptedOwners ? scriptedOwners->process : static_cast<uid_t>(::syscall(SYS_geteuid));
 }
 
 int flock(int file, int operation) noexcept
@@ -666,13 +712,15 @@ TEST_F(UserDefaultsTest, APathThatLeadsBackBehindALinkIsTheOneThatTheSystemFinds
 
 TEST_F(UserDefaultsTest, AHomeThatDoesNotExistIsNoError)
 {
-    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, u"/proc/self/no such home/.config"_s);
+    const ScopedVariable unset("XDG_CONFIG_HOME", std::nullopt);
+    systems.home = u"/proc/self/no such home"_s;
     StoredDefaults defaults;
 
     defaults.setIntegerForKey(5, kCount);
     defaults.synchronize();
 
     EXPECT_EQ(defaults.integerForKey(kCount), 5);
+    EXPECT_EQ(StoredDefaults().integerForKey(kCount), 0);
 }
 
 TEST_F(UserDefaultsTest, AStoreThatIsALinkToAFifoLeavesTheFifoInPlace)
@@ -741,6 +789,36 @@ TEST_F(UserDefaultsTest, ALinkToAFileStaysALink)
 
     EXPECT_TRUE(QFileInfo(path()).isSymLink());
     EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
+}
+
+TEST_F(UserDefaultsTest, ALinkIsFollowedThatIsTheUsersOwnOrRoots)
+{
+    constexpr uid_t kUser = 1000;
+    constexpr uid_t kAnother = 4321;
+    struct Case {
+        Owners owners;
+        bool isFollowed;
+    };
+    const QString file = user.filePath(u"elsewhere.conf"_s);
+    for (const auto &[owners, isFollowed] :
+         {Case{{.links = kUser, .process = kUser}, true}, Case{{.links = 0, .process = kUser}, true},
+          Case{{.links = kAnother, .process = kUser}, false}, Case{{.links = kAnother, .process = 0}, false}}) {
+        write(file, "[General]\ncrashSubmissionCount=3\n");
+        QFile::remove(path());
+        QDir().mkpath(folder());
+        ASSERT_TRUE(QFile::link(file, path()));
+        const OwnersScope scripted(owners);
+
+        StoredDefaults defaults;
+        const qint64 before = defaults.integerForKey(kCount);
+        defaults.setIntegerForKey(before + 1, kCount);
+        defaults.synchronize();
+
+        EXPECT_EQ(before, isFollowed ? 3 : 0) << owners.links << " " << owners.process;
+        EXPECT_TRUE(QFileInfo(path()).isSymLink());
+        EXPECT_TRUE(stored().contains(isFollowed ? "crashSubmissionCount=4\n" : "crashSubmissionCount=3\n"))
+            << owners.links << " " << owners.process;
+    }
 }
 
 TEST_F(UserDefaultsTest, EveryOneOfSeveralLinksStaysALinkBeTheFileThereOrNot)
@@ -1129,6 +1207,27 @@ TEST_F(UserDefaultsTest, WhoeverAnAccessControlListKeptOutStaysOut)
 
     EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
     EXPECT_EQ(modeOf(path()), 0600U);
+}
+
+TEST_F(UserDefaultsTest, WhatIsPutInPlaceOfTheNewFileDoesNotGetTheRightsOfTheStore)
+{
+    const QString fresh = path() + u".korvale-new"_s;
+    const QString secret = user.filePath(u"secret"_s);
+    write(secret, "secret");
+    ASSERT_EQ(chmod(secret.toLocal8Bit().constData(), 0600), 0);
+    aFileWith("crashSubmissionCount=3");
+    ASSERT_EQ(chmod(path().toLocal8Bit().constData(), 0666), 0);
+    bool isSwapped = false;
+    const AttributesScope attributes({.error = ENODATA, .meanwhile = [&] {
+                                          isSwapped = isSwapped || (QFile::remove(fresh) && QFile::link(secret, fresh));
+                                      }});
+    StoredDefaults defaults;
+
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+
+    EXPECT_TRUE(isSwapped);
+    EXPECT_EQ(modeOf(secret), 0600U);
 }
 
 TEST_F(UserDefaultsTest, NobodyElseGetsRightsByTheListOfTheFolder)
