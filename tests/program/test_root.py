@@ -112,6 +112,14 @@ class Root(ProgramTest):
         self.server = self.serve()
         self.assert_report_with(self.submitted_by_keyboard(self.launch_as_root()), *APPLICATION_LOGS)
 
+    def test_a_crash_log_that_only_root_may_read_is_sent_for_root(self):
+        self.server = self.serve()
+        self.crash_log = os.path.join(self.home_of_root.path, os.path.basename(self.crash_log))
+        write(self.crash_log, CRASH_LOG)
+        os.chmod(self.crash_log, 0o600)
+        os.chmod(self.home_of_root.path, 0o700)
+        self.assert_report_with(self.submitted_by_keyboard(self.launch_as_root()), *APPLICATION_LOGS)
+
     def test_at_the_login_screen_no_logs_are_appended(self):
         self.server = self.serve()
         self.assert_report_with(self.submitted_by_keyboard(self.launch_as_root("greeter")))
