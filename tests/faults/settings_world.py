@@ -96,6 +96,8 @@ def differences(row, place, tried, before, file):
         yield from differing_values(row, attempt.stored(place))
         if row.count == NEW_COUNT or (row.count == "1" and not file):
             yield from not_new(file, file_of(place))
+    if left := os.listdir(place.home.environment()["TMPDIR"]):
+        yield f"{left} is left among the temporary files"
     if row.kept and row.kept not in read(place.home.settings_path).decode().splitlines():
         yield f"{row.kept!r} is lost"
 
