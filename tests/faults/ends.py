@@ -12,7 +12,7 @@ import names
 from attempt import EMPTY
 from ends_world import (
     BEING_MADE, ENDED, GivingUp, IDLE, LOCKED, State, Way, answering_alert, closing, connection_states, logging_out,
-    pressing, signalled, stopped, typing)
+    pressing, signalled, stopped, submitting_again, typing)
 from network_world import TRY_AGAIN
 from peers import DEAD, HOLD, after_connect, after_handshake, after_head, after_request
 from situation import FAILED, Group, REFUSED, SENDING
@@ -88,6 +88,7 @@ CLOSING_ALERT = Way("closing the alert", typing("alt+F4"))
 CANCEL = Way("Cancel", pressing("Cancel"))
 ESCAPE = Way("Escape", typing("Escape"))
 ESCAPES = Way("Escape, twenty times", typing(*["Escape"] * 20))
+AGAIN = Way("Report Crash, ten times more,", submitting_again(10))
 EDIT = Way("Edit Report", pressing("Edit Report"))
 ANSWER = Way("its button", answering_alert)
 DISMISS = Way("Escape, twice", typing("Escape", "Escape"))
@@ -115,8 +116,9 @@ CLOSED = Group("ends: closing the window", "ends_world", (
 
 CANCELLED = Group("ends: cancel", "ends_world", (
     *(row(state, CANCEL, IDLE, sends_again=True) for state in (*SENDING_STATES, STALLED)),
-    *(row(state, way, IDLE) for state in (HANDSHAKE, WAITING) for way in (ESCAPE, ESCAPES)),
-    *(row(state, ESCAPE, IDLE) for state in (PROXY, STALLED)),
+    *(row(state, ESCAPES, IDLE, sends_again=True) for state in (*SENDING_STATES, STALLED)),
+    *(row(state, ESCAPE, IDLE) for state in (PROXY, HANDSHAKE, WAITING, STALLED)),
+    *(row(state, AGAIN, SENDING) for state in (*SENDING_STATES, STALLED)),
     row(REFUSED_REPORT, EDIT, IDLE),
     *(row(state, way, LOCKED) for state in (REFUSAL, FAILURE) for way in (ANSWER, ESCAPE)),
     # The first answers the alert, the second edits the report if the window is in front again by then.

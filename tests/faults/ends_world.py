@@ -303,6 +303,14 @@ def typing(*keys):
     return do
 
 
+def submitting_again(times):
+    def do(tried):
+        for _ in range(times):
+            tried.program.click("Sending...")
+            tried.program.key("alt+r", "Return")
+    return do
+
+
 def closing(tried):
     tried.program.close_window()
     tried.pressed = time.monotonic()  # without the time that the tool takes to give the window the focus
