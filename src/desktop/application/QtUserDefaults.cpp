@@ -166,11 +166,9 @@ std::optional<QString> linkTarget(const QString &store)
         if (type != std::filesystem::file_type::symlink) {
             return type == std::filesystem::file_type::none ? std::nullopt : textFromUtf8(file.native());
         }
-        if (!isOfTrust(file)) {
-            return std::nullopt;
-        }
+        const bool isFollowed = isOfTrust(file);
         file = file.parent_path() / std::filesystem::read_symlink(file, error);
-        if (error) {
+        if (error || !isFollowed) {
             return std::nullopt;
         }
     }
