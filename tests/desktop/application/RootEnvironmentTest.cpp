@@ -141,7 +141,7 @@ TEST(RootEnvironment, OfRootNamesProxiesByTheirAddressesAndNotByScripts)
     for (const char *proxy : {"",
                               "proxy.example.org",
                               "proxy-1:9012345678",
-                              "aBYz.EXAMPLE:3128",
+                              "aBZz.EXAMPLE:3128",
                               "10.0.0.1:3128/",
                               "http://jo:secret@[::1]:3128",
                               "https://proxy.example.org",
@@ -193,6 +193,7 @@ TEST(RootEnvironment, OfRootNamesProxiesByTheirAddressesAndNotByScripts)
                               "x@pro xy",
                               "pro{xy:80",
                               "pro`xy:80",
+                              "pro[xy:80",
                               "pro/xy:80"}) {
         // What libcurl does not understand it fails with; by the other two a script would be run.
         expectOfRoot({{"http_proxy", proxy}, {"HTTP_PROXY", proxy}},
