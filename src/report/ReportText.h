@@ -31,12 +31,12 @@ struct ApplicationLog {
 };
 
 /// The logs in the order in which they are appended.
-inline constexpr std::array<ApplicationLog, 4> kApplicationLogs = {{
+inline constexpr auto kApplicationLogs = std::to_array<ApplicationLog>({
     {QLatin1StringView(".1.log"), QLatin1StringView("\nLog 1:\n")},
     {QLatin1StringView(".task.1.log"), QLatin1StringView("\nTask Log 1:\n")},
     {QLatin1StringView(".2.log"), QLatin1StringView("\nLog 2:\n")},
     {QLatin1StringView(".task.2.log"), QLatin1StringView("\nTask Log 2:\n")},
-}};
+});
 static_assert(kApplicationLogs[0].bound() == 1'048'567 && kApplicationLogs[1].bound() == 1'048'562);
 
 struct ReportText {
