@@ -204,6 +204,12 @@ TEST(AnswerHead, ContinuesAFieldInALineThatBeginsWithABlank)
     EXPECT_FALSE(headOf(200, {"Transfer-Encoding: chunked", " , gzip", ""}).isClear());
 }
 
+TEST(AnswerHead, PassesOverALineThatBeginsWithABlankBeforeTheFirstField)
+{
+    EXPECT_TRUE(headOf(200, {" Content-Length: none", "Content-Length: 0", ""}).isClear());
+    EXPECT_FALSE(headOf(302, {"\tLocation: /other", ""}).isRedirect());
+}
+
 TEST(AnswerHead, SaysWhetherTheBodyIsChunked)
 {
     EXPECT_TRUE(headOf(200, {"transfer-encoding: Chunked", ""}).isChunked());
