@@ -811,6 +811,19 @@ TEST_F(ReportWindowTest, AcceptedReportLeavesTheWindowSendingUntilItsEnd)
     EXPECT_EQ(journey.visited, QStringList());
 }
 
+TEST_F(ReportWindowTest, WhatChangedBeforeItWasSendingGivesTheFormBackNoSooner)
+{
+    show();
+    controls.infoText.setEditable(true);
+    submitReport();
+    QCoreApplication::processEvents();
+    controls.spinner.stopAnimation(nullptr);
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(spinner.isTurning()) << "one turn of the event loop later";
+    waitUntilShown(ReportWindow::State::AwaitingRetry);
+    EXPECT_FALSE(spinner.isTurning());
+}
+
 TEST_F(ReportWindowTest, FormIsLockedAsSoonAsTheReportIsSubmitted)
 {
     show();
