@@ -81,7 +81,7 @@ LEFT_OUT = ("brk", "futex", "exit_group", "geteuid", "getpid", "getuid", "rt_sig
 FAMILIES = (
     Calls("files are opened", sample=1, errors={
         "openat": (*FOLDER, "EAGAIN", "EBUSY", "EDQUOT", "EEXIST", "EINTR", "EISDIR", "EMFILE", "ENFILE", "ENODEV",
-                   "ENOSPC", "ENXIO", "EOVERFLOW", "ETXTBSY")}),
+                   "ENOSPC", "ENXIO", "EOPNOTSUPP", "EOVERFLOW", "ETXTBSY")}),
     Calls("files are looked at", sample=3, errors={
         "newfstatat": (*PATH, "EOVERFLOW"), "statx": PATH, "access": (*FOLDER, "ETXTBSY"),
         "readlink": (*PATH, "EINVAL"), "getxattr": (*PATH, "E2BIG", "ENODATA", "EOPNOTSUPP", "ERANGE"),

@@ -193,8 +193,9 @@ def deep(text):
 
 
 # Of what the program opens for a write, what it cannot do without.
-FILES_OPENED = ("folder", "settings", "toolkit's file", "toolkit's file's lock", "toolkit's folder 2",
-                "toolkit's folder 3", "new file")
+NAMED_FILES_OPENED = ("folder", "settings", "toolkit's file", "toolkit's file's lock", "new file")
+# And those that the toolkit makes without a name, or with one where there is no such thing.
+FILES_OPENED = (*NAMED_FILES_OPENED, "toolkit's folder 2", "toolkit's folder 3")
 # Of the links that it looks for; behind them are those on the way to temporary files.
 WAY_TO_THE_FILE = ("folder above 1", "folder above 2", "folder above 3", "home 1", "home/.config", "folder")
 NOT_REMOVED = "QTemporaryDir: Unable to remove "
@@ -262,6 +263,7 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
     *(Setting(f"a call of {name} fails with {error}", run=failing(name, error, stay), says=says)
       for name, error, says, *stay in (
         ("openat", "EMFILE", NOT_REMOVED, *FILES_OPENED), ("openat", "EACCES", NOT_REMOVED, *FILES_OPENED),
+        ("openat", "EOPNOTSUPP", NOT_REMOVED, *NAMED_FILES_OPENED),
         ("mkdir", "EIO", "", "toolkit's folder"), ("readlink", "EIO", "", *WAY_TO_THE_FILE),
         ("statx", "EACCES", "", "folder"),
         ("access", "EIO", "", "settings 2", "toolkit's file 1"),
