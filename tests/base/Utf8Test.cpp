@@ -105,6 +105,11 @@ TEST(Utf8, AppendedTextHasOneToFourBytesACharacter)
     EXPECT_EQ(appended(QString()), QByteArray());
 }
 
+TEST(Utf8, AppendedTextOfTheFirstCharacterOfTwoBytesAloneIsTwiceAsLong)
+{
+    EXPECT_EQ(appended(QString(100, QChar(0x80))), QByteArray("\xC2\x80").repeated(100));
+}
+
 TEST(Utf8, LengthCountsWhatIsNotAsciiWhereverItStands)
 {
     for (const QString &character : {u"\u00E9"_s, u"\u0800"_s, u"\U0001F4A5"_s, QString(QChar(0xDCA5))}) {

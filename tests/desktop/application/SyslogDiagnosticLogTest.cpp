@@ -1,16 +1,23 @@
-// What a line of the diagnostic log looks like on standard error.
+// What a line of the diagnostic log looks like on standard error, and how much of it the system's log is sent.
 #include "desktop/application/SyslogDiagnosticLog.h"
 
 #include "support/PrintQt.h"
 
+#include <QByteArray>
 #include <QRegularExpression>
 
 #include <gtest/gtest.h>
 
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 using namespace Qt::StringLiterals;
 
@@ -26,7 +33,26 @@ std::string shown(const QString &line)
     return output.starts_with(head) ? output.substr(head.size()) : "without the head: " + output;
 }
 
+/// What the system's log was sent last, which gets nothing of this.
+QByteArray sentToSystemLog;
+
+bool isSystemLog(const sockaddr *address)
+{
+    return address && address->sa_family == AF_UNIX
+        && reinterpret_cast<const sockaddr_un *>(address)->sun_path == std::string_view(_PATH_LOG);
+}
+
 } // namespace
+
+/// In the place of the library's.
+ssize_t sendto(int socket, const void *bytes, size_t size, int flags, const sockaddr *address, socklen_t length)
+{
+    if (!isSystemLog(address)) {
+        return ::syscall(SYS_sendto, socket, bytes, size, flags, address, length);
+    }
+    sentToSystemLog = QByteArray(static_cast<const char *>(bytes), static_cast<qsizetype>(size));
+    return static_cast<ssize_t>(size);
+}
 
 TEST(SyslogDiagnosticLog, WritesOneLineWithTheProgramsName)
 {
@@ -66,4 +92,13 @@ TEST(SyslogDiagnosticLog, AnUnpairedSurrogateDoesNotBreakTheLine)
 TEST(SyslogDiagnosticLog, KeepsALongLineWhole)
 {
     EXPECT_EQ(shown(u"x"_s.repeated(100000)), std::string(100000, 'x') + "\n");
+}
+
+TEST(SyslogDiagnosticLog, SendsTheSystemsLogNoMoreOfALineThanOneMessageTakes)
+{
+    for (const int length : {16'383, 16'384, 16'385}) {
+        shown(u"x"_s.repeated(length));
+        EXPECT_TRUE(sentToSystemLog.startsWith("<13>")) << sentToSystemLog.left(80).constData();
+        EXPECT_EQ(sentToSystemLog.count('x'), std::min(length, 16'384));
+    }
 }
