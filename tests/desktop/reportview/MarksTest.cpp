@@ -3,6 +3,7 @@
 
 #include "ViewSupport.h"
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -156,4 +157,34 @@ TEST(Marks, JoinersWithNothingToShapeAreMarked)
     EXPECT_EQ(namesIn(u"\u00E9\u200D\u0436\uFE0F"_s), (QStringList{u"ZWJ"_s, u"FE0F"_s}));
     EXPECT_EQ(namesIn(u"\u200D"_s), QStringList{u"ZWJ"_s});
     EXPECT_EQ(namesIn(u"\u200B\u200D"_s), (QStringList{u"ZWSP"_s, u"ZWJ"_s}));
+}
+
+TEST(Marks, NoOtherCharacterIsMarked)
+{
+    const auto isOther = [](char32_t code) {
+        const QChar::Category category = QChar::category(code);
+        return category != QChar::Other_Control && category != QChar::Other_Format && category != QChar::Other_Surrogate
+            && category != QChar::Separator_Line && category != QChar::Separator_Paragraph
+            && !QChar::isNonCharacter(code) && code != 0xFFFC
+            && std::ranges::none_of(kDefaultIgnorable, [code](const auto &stretch) {
+                   return code >= stretch.first && code <= stretch.second;
+               });
+    };
+    for (char32_t code = 0; code <= QChar::LastValidCodePoint; ++code) {
+        if (isOther(code)) {
+            ASSERT_EQ(marksOf(character(code)).size(), 0) << std::hex << uint(code);
+        }
+    }
+}
+
+TEST(Marks, EveryAbbreviationStandsForItsCharacter)
+{
+    EXPECT_EQ(namesIn(u"\x7F\u0085\u00AD\u034F\u061C\u180E"_s),
+              (QStringList{u"DEL"_s, u"NEL"_s, u"SHY"_s, u"CGJ"_s, u"ALM"_s, u"MVS"_s}));
+    EXPECT_EQ(namesIn(u"\u200B\u200C\u200D\u200E\u200F\u2028\u2029"_s),
+              (QStringList{u"ZWSP"_s, u"ZWNJ"_s, u"ZWJ"_s, u"LRM"_s, u"RLM"_s, u"LS"_s, u"PS"_s}));
+    EXPECT_EQ(namesIn(u"\u202A\u202B\u202C\u202D\u202E\u2060"_s),
+              (QStringList{u"LRE"_s, u"RLE"_s, u"PDF"_s, u"LRO"_s, u"RLO"_s, u"WJ"_s}));
+    EXPECT_EQ(namesIn(u"\u2066\u2067\u2068\u2069\uFEFF\uFFFC"_s),
+              (QStringList{u"LRI"_s, u"RLI"_s, u"FSI"_s, u"PDI"_s, u"BOM"_s, u"OBJ"_s}));
 }
