@@ -140,7 +140,8 @@ int lockFolder(const QString &path)
     return folder;
 }
 
-/// Whether a link is the user's own or root's. Whoever else may write its folder might lead to any file of the user's.
+/// Whether a link is the user's own or root's. Whoever else may write its folder might lead to any file of the user's,
+/// and still can by swapping links between this look and what follows.
 bool isOfTrust(const std::filesystem::path &link)
 {
     struct stat status = {};
