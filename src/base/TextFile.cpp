@@ -1,7 +1,7 @@
 // Whole files, read without waiting for them, but for a moment where another process holds a lease.
 #include "base/TextFile.h"
 
-#include "base/FileDescriptor.h"
+#include "base/HeldFile.h"
 #include "base/Utf8.h"
 
 #include <QLoggingCategory>
@@ -16,7 +16,6 @@
 #include <chrono>
 #include <cstring>
 #include <new>
-#include <thread>
 
 // Off unless QT_LOGGING_RULES switches it on: the program prints its diagnostic lines and nothing else.
 Q_LOGGING_CATEGORY(lcLoading, "korvale.loading", QtFatalMsg)
@@ -54,16 +53,16 @@ bool isRegularFile(const char *path)
 /// Where another process holds a lease on the file (fcntl(2), F_SETLEASE), as servers of files do, the first try has it
 /// asked to let go. The system would give it 45 seconds; a window is not kept waiting for so long. A busy device may
 /// give the same error: only regular files are tried again.
-int openOnceItIsLetGo(FileOpener open, const char *path, std::chrono::milliseconds limit)
+int openOnceItIsLetGo(FileOpener open, const char *path)
 {
-    constexpr std::chrono::milliseconds kInterval(10);
-    int file = open(path, kForReading);
-    const auto isHeld = [&] { return file < 0 && errno == EWOULDBLOCK && isRegularFile(path); };
-    for (auto triesLeft = limit / kInterval; triesLeft > 0 && isHeld(); --triesLeft) {
-        std::this_thread::sleep_for(kInterval);
-        file = open(path, kForReading);
-    }
-    return file;
+    constexpr std::chrono::milliseconds kLeaseLimit(2000);
+    return onceItIsLetGo(kLeaseLimit, [&] {
+        const int file = open(path, kForReading);
+        if (file < 0 && errno == EWOULDBLOCK) {
+            errno = isRegularFile(path) ? EWOULDBLOCK : EBUSY;
+        }
+        return file;
+    });
 }
 
 ssize_t readSome(const FileDescriptor &file, char *into, qsizetype maxCount)
@@ -150,19 +149,16 @@ std::optional<QString> decodeToEnd(const FileDescriptor &file, qsizetype sizeHin
     }
 }
 
-/// Opens the regular file at the path and returns what reading it to its end returns.
+/// What reading to the end gives of a file, if it is a regular one.
 template<class Content>
-std::optional<Content> readRegularFile(const QString &path, qsizetype maxBytes, std::chrono::milliseconds leaseLimit,
-                                       FileOpener open,
-                                       std::optional<Content> (*read)(const FileDescriptor &, qsizetype, qsizetype))
+using Reading = std::optional<Content> (*)(const FileDescriptor &, qsizetype sizeHint, qsizetype maxBytes);
+
+template<class Content>
+std::optional<Content> readRegularFile(const FileDescriptor &file, const QString &path, qsizetype maxBytes,
+                                       Reading<Content> read)
 {
-    const std::optional<QByteArray> name = fileSystemRepresentation(path);
-    if (!name) {
-        return notTaken(path, "it is not a name that a file can have");
-    }
-    const FileDescriptor file(openOnceItIsLetGo(open, name->constData(), leaseLimit));
     struct stat status = {};
-    if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
+    if (::fstat(file.get(), &status) != 0) {
         return notTaken(path, std::strerror(errno));
     }
     if (!S_ISREG(status.st_mode)) {
@@ -180,6 +176,17 @@ std::optional<Content> readRegularFile(const QString &path, qsizetype maxBytes, 
     }
 }
 
+template<class Content>
+std::optional<Content> readRegularFile(const QString &path, qsizetype maxBytes, FileOpener open, Reading<Content> read)
+{
+    const std::optional<QByteArray> name = fileSystemRepresentation(path);
+    if (!name) {
+        return notTaken(path, "it is not a name that a file can have");
+    }
+    const FileDescriptor file(openOnceItIsLetGo(open, name->constData()));
+    return file.isOpen() ? readRegularFile(file, path, maxBytes, read) : notTaken(path, std::strerror(errno));
+}
+
 } // namespace
 
 bool fileExists(const QString &path)
@@ -193,10 +200,14 @@ bool fileExists(const QString &path)
     return true;
 }
 
-std::optional<QByteArray> contentsOfRegularFile(const QString &path, qsizetype maxBytes,
-                                                std::chrono::milliseconds leaseLimit)
+std::optional<QByteArray> contentsOfRegularFile(const QString &path, qsizetype maxBytes)
 {
-    return readRegularFile(path, maxBytes, leaseLimit, &openByPath, &readToEnd);
+    return readRegularFile(path, maxBytes, &openByPath, &readToEnd);
+}
+
+std::optional<QByteArray> contentsOfRegularFile(const FileDescriptor &file, const QString &path, qsizetype maxBytes)
+{
+    return readRegularFile(file, path, maxBytes, &readToEnd);
 }
 
 std::optional<QString> textOfFile(const QString &path, qsizetype maxBytes)
@@ -206,5 +217,5 @@ std::optional<QString> textOfFile(const QString &path, qsizetype maxBytes)
 
 std::optional<QString> textOfFile(const QString &path, qsizetype maxBytes, FileOpener open)
 {
-    return readRegularFile(path, maxBytes, kLeaseLimit, open, &decodeToEnd);
+    return readRegularFile(path, maxBytes, open, &decodeToEnd);
 }

@@ -488,19 +488,6 @@ TEST_F(TextFile, ALeaseThatIsNotGivenUpIsWaitedForTwoSecondsAndNoLonger)
     EXPECT_LT(clock.elapsed(), 20'000);
 }
 
-TEST_F(TextFile, ALeaseIsWaitedForAsLongAsIsAskedFor)
-{
-    const QString path = home.write(u"leased"_s, "content");
-    const LeaseHolder holder(path, LeaseHolder::Keeps);
-    QElapsedTimer clock;
-    clock.start();
-
-    EXPECT_EQ(contentsOfRegularFile(path, kAnySize, std::chrono::milliseconds(300)), std::nullopt);
-
-    EXPECT_GE(clock.elapsed(), 300);
-    EXPECT_LT(clock.elapsed(), 2000);
-}
-
 TEST_F(TextFile, WhatIsNoRegularFileIsNotWaitedForWhateverItsOpeningSays)
 {
     const QString path = home.path(u"fifo"_s);

@@ -22,6 +22,7 @@ PEER = ("ECONNREFUSED", "ECONNRESET", "EHOSTUNREACH", "ENETUNREACH", "ETIMEDOUT"
 SEND = (*PEER, "EACCES", "EAGAIN", "EINTR", "EMSGSIZE", "ENOBUFS", "ENOMEM", "ENOTCONN", "EPERM", "EPIPE")
 RECEIVE = (*PEER, "EAGAIN", "EINTR", "ENOMEM", "ENOTCONN")
 WRITE = (*SPACE, "EAGAIN", "EFBIG", "EINTR", "EPERM", "EPIPE")
+RENAME = (*FOLDER, "EBUSY", "EDQUOT", "EISDIR", "EMLINK", "ENOSPC", "EXDEV")
 SYNC = (*SPACE, "EINTR", "EINVAL", "EROFS")
 PROCESS = ("EAGAIN", "ENOMEM", "ENOSPC", "ENOSYS", "EPERM")
 # Where what lies below the program ends it, or leaves it without an end, whatever the program does.
@@ -84,7 +85,7 @@ FAMILIES = (
                    "ENOSPC", "ENXIO", "EOPNOTSUPP", "EOVERFLOW", "ETXTBSY")}),
     Calls("files are looked at", sample=3, errors={
         "newfstatat": (*PATH, "EOVERFLOW"), "statx": PATH, "access": (*FOLDER, "ETXTBSY"),
-        "readlink": (*PATH, "EINVAL"), "getxattr": (*PATH, "E2BIG", "ENODATA", "EOPNOTSUPP", "ERANGE"),
+        "faccessat2": (*FOLDER, "ETXTBSY"), "readlink": (*PATH, "EINVAL"), "readlinkat": (*PATH, "EINVAL"),
         "fgetxattr": ("E2BIG", "ENODATA", "EOPNOTSUPP", "ERANGE"),
         "getdents64": ("EIO", "ENOENT", "ENOTDIR"),
         "statfs": (*PATH, "EINTR", "ENOSYS", "EOVERFLOW"), "fstatfs": ("EINTR", "EIO", "ENOMEM", "ENOSYS", "EOVERFLOW"),
@@ -96,8 +97,9 @@ FAMILIES = (
         "write": WRITE, "fdatasync": SYNC, "fsync": SYNC,
         "link": (*FOLDER, "EDQUOT", "EEXIST", "EMLINK", "ENOSPC", "EXDEV"),
         "linkat": (*FOLDER, "EDQUOT", "EEXIST", "EMLINK", "ENOSPC", "EXDEV"),
-        "rename": (*FOLDER, "EBUSY", "EDQUOT", "EISDIR", "EMLINK", "ENOSPC", "EXDEV"),
-        "unlink": (*FOLDER, "EBUSY", "EISDIR"), "mkdir": (*FOLDER, "EDQUOT", "EEXIST", "EMLINK", "ENOSPC"),
+        "rename": RENAME, "renameat": RENAME,
+        "unlink": (*FOLDER, "EBUSY", "EISDIR"), "unlinkat": (*FOLDER, "EBUSY", "EISDIR"),
+        "mkdir": (*FOLDER, "EDQUOT", "EEXIST", "EMLINK", "ENOSPC"),
         "rmdir": (*FOLDER, "EBUSY", "EINVAL", "ENOTEMPTY"),
         "flock": ("EAGAIN", "EINTR", "ENOLCK"), "chmod": FOLDER,
         "fchmod": ("EIO", "EPERM", "EROFS"), "fchown": ("EIO", "EPERM", "EROFS"),

@@ -136,8 +136,8 @@ def home_below_a_file(place):
 
 def unreadable_link(place):
     linked_file(place)
-    return (), Trace(place.folder, "trace=readlink", "inject=readlink:error=EIO", paths=[place.home.settings_path],
-                     follow=False).prefix()
+    return (), Trace(place.folder, "trace=readlinkat", "inject=readlinkat:error=EIO", paths=[place.home.settings_path],
+                     follow=False)
 
 
 def no_longer_than(bytes_allowed, text=OLD):
@@ -147,11 +147,13 @@ def no_longer_than(bytes_allowed, text=OLD):
     return lay
 
 
-def neither_opened_nor_looked_at(place):
-    """A disk that fails for good; each second look is at a link, which is in memory still."""
-    holding(f"{OLD}{KEPT}\n")(place)
-    return (), Trace(place.folder, "trace=openat,newfstatat", "inject=openat:error=EIO",
-                     "inject=newfstatat:error=EIO:when=2+2", paths=[place.home.settings_path], follow=False).prefix()
+def not_opened(when):
+    """A disk that fails for good; by its name in its folder, the file is opened each time for a look and to be read."""
+    def lay(place):
+        holding(f"{OLD}{KEPT}\n")(place)
+        return (), Trace(place.folder, "trace=openat", f"inject=openat:error=EIO:when={when}",
+                         paths=[os.path.basename(place.home.settings_path)], follow=False)
+    return lay
 
 
 def no_room_for_temporary_files(place):
@@ -163,7 +165,7 @@ def first_reading_fails(place):
     """A disk that fails for a moment; what is counted then is counted from nothing."""
     holding(f"{OLD}{KEPT}\n")(place)
     return (), Trace(place.folder, "trace=read", "inject=read:error=EIO:when=1", paths=[place.home.settings_path],
-                     follow=False).prefix()
+                     follow=False)
 
 
 def stored_at(clock):
@@ -196,8 +198,6 @@ def deep(text):
 NAMED_FILES_OPENED = ("folder", "settings", "toolkit's file", "toolkit's file's lock", "new file")
 # And those that the toolkit makes without a name, or with one where there is no such thing.
 FILES_OPENED = (*NAMED_FILES_OPENED, "toolkit's folder 2", "toolkit's folder 3")
-# Of the links that it looks for; behind them are those on the way to temporary files.
-WAY_TO_THE_FILE = ("folder above 1", "folder above 2", "folder above 3", "home 1", "home/.config", "folder")
 NOT_REMOVED = "QTemporaryDir: Unable to remove "
 
 PLACES = Group("settings: what stands there", "settings_world", (
@@ -249,7 +249,8 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
     Setting("a file that may neither be read nor written", lay=with_rights(0o000, "file"), untouched=True),
     Setting("a file that may be written, but not read", lay=with_rights(0o200, "file"), untouched=True),
     Setting("the first reading of the file fails with EIO", lay=first_reading_fails, count=NEW_COUNT, kept=KEPT),
-    Setting("the file can neither be opened nor looked at", lay=neither_opened_nor_looked_at, untouched=True),
+    Setting("the file can neither be opened nor looked at", lay=not_opened("1+"), untouched=True),
+    Setting("the file can be looked at, but not opened", lay=not_opened("2+2"), untouched=True),
     Setting("no room for temporary files", lay=no_room_for_temporary_files, untouched=True),
     Setting("a disk that is read-only", lay=read_only_disk, untouched=True),
     Setting("a full disk", lay=on_disk("size=64k"), untouched=True),
@@ -264,25 +265,24 @@ RIGHTS = Group("settings: what can be written", "settings_world", (
       for name, error, says, *stay in (
         ("openat", "EMFILE", NOT_REMOVED, *FILES_OPENED), ("openat", "EACCES", NOT_REMOVED, *FILES_OPENED),
         ("openat", "EOPNOTSUPP", NOT_REMOVED, *NAMED_FILES_OPENED),
-        ("mkdir", "EIO", "", "toolkit's folder"), ("readlink", "EIO", "", *WAY_TO_THE_FILE),
+        ("mkdir", "EIO", "", "toolkit's folder"), ("readlink", "EIO", ""),
         ("statx", "EACCES", "", "folder"),
-        ("access", "EIO", "", "settings 2", "toolkit's file 1"),
+        ("access", "EIO", "", "toolkit's file 1"), ("faccessat2", "EIO", "", "all"),
         ("read", "EIO", "", "settings", "toolkit's file 1", "toolkit's file 3", "toolkit's file 4"),
         ("write", "ENOSPC", "", "all"), ("write", "EIO", "", "all"),
         ("fsync", "EIO", "", "all"), ("fsync", "ENOSPC", "", "all"), ("fdatasync", "EIO", ""),
         ("flock", "ENOLCK", "setNativeLocks failed: ", "folder"), ("flock", "EAGAIN", "setNativeLocks failed: "),
         ("linkat", "EIO", "", "all"), ("linkat", "ENOSPC", "", "all"),
         ("getdents64", "EIO", NOT_REMOVED), ("rmdir", "EIO", NOT_REMOVED),
-        ("rename", "EIO", "", "all"), ("rename", "ENOSPC", "", "all"),
-        ("unlink", "EIO", (NOT_REMOVED, "Could not remove our own lock file ")),
-        ("getxattr", "EOPNOTSUPP", ""), ("lseek", "EINVAL", "QFile::at: Cannot set "), ("close", "EIO", ""))),
+        ("renameat", "EIO", "", "all"), ("renameat", "ENOSPC", "", "all"),
+        ("unlink", "EIO", (NOT_REMOVED, "Could not remove our own lock file ")), ("unlinkat", "EIO", ""),
+        ("fgetxattr", "EOPNOTSUPP", ""), ("lseek", "EINVAL", "QFile::at: Cannot set "), ("close", "EIO", ""))),
     # And those without which the new file has the rights of a new one.
     *(Setting(f"a call of {name} fails with {error}", run=failing(name, error, for_the_user=on))
       for name, error, *on in (
-        ("fchown", "EPERM", "all"), ("fchmod", "EPERM", "new file"), ("getxattr", "EIO", "all"),
-        ("fgetxattr", "EIO", "all"))),
+        ("fchown", "EPERM", "all"), ("fchmod", "EPERM", "new file"), ("fgetxattr", "EIO", "all"))),
     Setting("a call of newfstatat fails with EIO", says=NOT_REMOVED, run=failing(
-        "newfstatat", "EIO", stay=("settings 1", "settings 2", "toolkit's file"), for_the_user=("settings 4",))),
+        "newfstatat", "EIO", stay=("settings 1", "settings 2", "toolkit's file"), for_the_user=("settings 3",))),
 ))
 
 TIME = Group("settings: others and the clock", "settings_world", (

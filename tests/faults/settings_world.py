@@ -14,7 +14,7 @@ from attempt import COUNT, DATE, REFUSE, is_date
 from leases import lease
 from network_world import ADDRESS
 from situation import ACCEPTED, REFUSED, Delay, Seen
-from tracing import drawn
+from tracing import Trace, drawn
 from trial.home import read
 from trial.waiting import WaitedInVain, wait_until
 
@@ -28,7 +28,9 @@ NEW = ".korvale-new"
 # The rights of what the program makes.
 FOR_THE_USER = {"file": "-rw-------", "folder": "drwx------"}
 # The calls that give a file another name.
-TWO_PATHS = ("rename", "linkat")
+TWO_PATHS = ("renameat", "linkat")
+# Those whose paths begin at a folder that is open.
+FROM_A_FOLDER = ("openat", "newfstatat", "statx", "readlinkat", "faccessat2", "unlinkat", "renameat", "linkat")
 # Until a call is hit: beside much other work the event loop reads and writes now more often, now less.
 TRIES = 40
 
@@ -39,7 +41,7 @@ class Setting:
 
     name: str
     end: str = ACCEPTED
-    lay: object = None             # called with the place; may give variables and prefix of the program
+    lay: object = None             # called with the place; may give variables of the program, and a prefix or a trace
     each: tuple = ()               # instead: (label, lay) of a series
     count: object = "1"            # stored at the end; None where nothing is stored
     untouched: bool = False        # nothing below the configuration folder, not even the file, is another than before
@@ -64,6 +66,7 @@ class World(attempt.World):
     def run_once(self, row, lay):
         with self.place() as place:
             environment, prefix = (lay and lay(place)) or ((), ())
+            trace, prefix = (prefix, prefix.prefix()) if isinstance(prefix, Trace) else (None, prefix)
             before, file = tree(place), file_of(place)
             place.serve()
             tried = place.report(place.crash_log(), environment=environment, prefix=prefix)
@@ -73,6 +76,8 @@ class World(attempt.World):
                 tried.fill_in(row.address)
             seen = tried.seen(submitted(tried))
             seen.differences += [*differences(row, place, tried, before, file)]
+            if trace and not trace.injected():
+                seen.differences.append("no call was made to fail")
             if seen.seconds > row.within:
                 seen.differences.append(Delay(f"it took {seen.seconds:.1f} s"))
             return seen
@@ -92,7 +97,9 @@ def differences(row, place, tried, before, file):
                 for path in sorted(before.keys() | after.keys())
                 if before.get(path) != after.get(path)
                 and (row.untouched or not is_of_a_write(path, before.get(path), after.get(path))))
-    if not row.untouched:
+    if row.untouched:
+        yield from is_another(file, file_of(place))
+    else:
         yield from differing_values(row, attempt.stored(place))
         if row.count == NEW_COUNT or (row.count == "1" and not file):
             yield from not_new(file, file_of(place))
@@ -316,9 +323,18 @@ def is_of_the_write(line):
 
 
 def paths_in(line):
-    """The paths of a call, without its result and the folder that relative ones begin at."""
-    arguments = re.sub(r"AT_FDCWD<[^>]*>", "", line.rpartition(") = ")[0] or line)
+    """The paths of a call, without its result, whole."""
+    arguments = line.rpartition(") = ")[0] or line
+    if name_of(line) in FROM_A_FOLDER:
+        # An empty path is what the number has open.
+        return [os.path.normpath(os.path.join(folder, path))
+                for folder, path in re.findall(r'<([^>]*)>, "([^"]*)"', arguments)]
     return [one or other for one, other in re.findall(r'<([^>]*)>|"([^"]*)"', arguments) if one or other]
+
+
+def is_traced_for(paths, line):
+    """Whether strace, told of these paths alone, shows the call: a relative one it knows by the folder."""
+    return not paths or {*paths} & {*paths_in(line), *re.findall(r"<([^>]*)>", line.rpartition(") = ")[0] or line)}
 
 
 def file_in(line, place):
@@ -358,7 +374,7 @@ def recorded(world, lay):
                       which_on_its_file(lines, begin, number, place), 0)
                  for number in range(begin, end + 1) if is_of_the_write(lines[number])]
         for call in found:
-            traced = [line for line in lines if not (paths := call.paths(place)) or {*paths} & {*paths_in(line)}]
+            traced = [line for line in lines if is_traced_for(call.paths(place), line)]
             call.count = better_count(traced, begin_of_write(traced), call, place, 0)
         return found
 
@@ -517,10 +533,11 @@ def overlapping(goes_on):
             for tried in (first, second):
                 tried.has_window()
                 tried.fill_in(ADDRESS)
-            with attached(first, place, "-e", "trace=fsync,rename", "-e", "inject=fsync:signal=STOP:when=1") as firsts:
+            with attached(first, place, "-e", "trace=fsync,renameat",
+                          "-e", "inject=fsync:signal=STOP:when=1") as firsts:
                 first.press()
                 wait_until(lambda: "stopped by SIGSTOP" in text_of(firsts), "the stop in the write")
-                with attached(second, place, "-e", "trace=flock,rename", name="seconds") as seconds:
+                with attached(second, place, "-e", "trace=flock,renameat", name="seconds") as seconds:
                     second.press()
                     # Not by its window, which stands still while it waits, and it would not wait for long.
                     wait_until(lambda: re.search(r"flock\(\d+<\S*/Korvale>, .*EAGAIN", text_of(seconds)),
@@ -558,7 +575,7 @@ def text_of(path):
 
 def has_stored(path):
     """Whether a traced program has put a file in the place of the settings."""
-    return re.search(r'rename\(.*CrashReporter\.conf"\) += 0', text_of(path)) is not None
+    return re.search(r'renameat\(.*CrashReporter\.conf"\) += 0', text_of(path)) is not None
 
 
 def held_lock(place):

@@ -1,10 +1,10 @@
 // The user's settings store over QSettings.
 #include "desktop/application/QtUserDefaults.h"
 
-#include "base/FileDescriptor.h"
 #include "base/PathText.h"
 #include "base/TextFile.h"
 #include "base/Utf8.h"
+#include "desktop/application/SettingsFile.h"
 
 #include <QDir>
 #include <QFile>
@@ -14,24 +14,14 @@
 #include <QTemporaryDir>
 #include <QVariantMap>
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
-#ifdef Q_OS_LINUX
-#include <sys/xattr.h>
-#endif
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <climits>
-#include <cstdio>
 #include <filesystem>
 #include <memory>
-#include <system_error>
-#include <thread>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -39,14 +29,6 @@ using namespace Qt::StringLiterals;
 Q_LOGGING_CATEGORY(lcSettings, "korvale.settings", QtFatalMsg)
 
 namespace {
-
-/// For another process that is just writing, which takes some milliseconds, or that holds a lease on the store. The
-/// window stands still for as long at each of three readings, and for at most twice as long until the lock is there.
-constexpr std::chrono::milliseconds kMaxWait(250);
-
-/// Bytes of the settings, which are two values of this program's. The toolkit reads a list in a list by calling itself:
-/// what is in so few bytes the stack has room for.
-constexpr qsizetype kLongestStore = qsizetype(64) * 1024;
 
 const QString kStore = u"/Korvale/CrashReporter.conf"_s;
 
@@ -115,99 +97,12 @@ bool makeFolder(const QString &path)
     return QFileInfo(path).isDir();
 }
 
-/// The bytes of the regular file, no more than settings have; what holds a lease on it has less time to let go than for
-/// a report.
-std::optional<QByteArray> bytesOf(const QString &path)
-{
-    return contentsOfRegularFile(path, kLongestStore, kMaxWait);
-}
-
-/// Opens the folder and keeps other processes of this program from writing the store in it until it is closed. Where it
-/// cannot be kept locked, gives -1. The lock is the folder's own (flock(2)): there is no file to be left behind by a
-/// process that is killed, or to be something else.
-int lockFolder(const QString &path)
-{
-    constexpr std::chrono::milliseconds kInterval(10);
-    const int folder = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    for (auto triesLeft = 2 * kMaxWait / kInterval; folder >= 0 && ::flock(folder, LOCK_EX | LOCK_NB) != 0;
-         --triesLeft) {
-        if (errno != EWOULDBLOCK || triesLeft == 0) {
-            ::close(folder);
-            return -1;
-        }
-        std::this_thread::sleep_for(kInterval);
-    }
-    return folder;
-}
-
-/// Whether a link is the user's own or root's. Whoever else may write its folder might lead to any file of the user's,
-/// and still can by swapping links between this look and what follows.
-bool isOfTrust(const std::filesystem::path &link)
-{
-    struct stat status = {};
-    return ::lstat(link.c_str(), &status) == 0
-        && (status.st_uid == ::geteuid() || status.st_uid == platform::kRootUserId);
-}
-
-/// The file that a store of this name is: what a link leads to at last, there or not, so that every link stays.
-/// std::nullopt where links lead in a circle, or to a name that is not UTF-8, or one cannot be read or is another
-/// user's, or where there is no folder for it.
-std::optional<QString> linkTarget(const QString &store)
-{
-    constexpr int kMaxLinks = 40; // as the system has it (path_resolution(7))
-    std::filesystem::path file = QFile::encodeName(store).toStdString();
-    for (int links = 0; links <= kMaxLinks; ++links) {
-        // The toolkit takes ".." out of a path as if no folder before it were a link.
-        std::error_code error;
-        file = std::filesystem::canonical(file.parent_path(), error) / file.filename();
-        if (error) {
-            return std::nullopt;
-        }
-        const std::filesystem::file_type type = std::filesystem::symlink_status(file, error).type();
-        if (type != std::filesystem::file_type::symlink) {
-            return type == std::filesystem::file_type::none ? std::nullopt : textFromUtf8(file.native());
-        }
-        const bool isFollowed = isOfTrust(file);
-        file = file.parent_path() / std::filesystem::read_symlink(file, error);
-        if (error || !isFollowed) {
-            return std::nullopt;
-        }
-    }
-    return std::nullopt;
-}
-
-/// The path at which a file is made that comes in the place of this one. What lies there is removed, and where a link
-/// leads, a user's own files lie as well: it is a name that nobody else chooses.
-QString freshOf(const QString &file)
-{
-    return file + u".korvale-new"_s;
-}
-
-/// Makes it, open and for the user alone from the beginning; false where anything is there, or not all of the content
-/// could be written.
-bool makeFile(QFile &file, const QByteArray &content)
-{
-    return file.open(QIODevice::NewOnly, QFile::ReadOwner | QFile::WriteOwner) && file.write(content) == content.size()
-        && file.flush();
-}
-
 bool hasAValue(const QByteArray &content)
 {
     return std::ranges::any_of(content.split('\n'), [](const QByteArray &line) {
         const QByteArray text = line.trimmed();
         return text.contains('=') && !text.startsWith(';') && !text.startsWith('[');
     });
-}
-
-/// The content of the file, which has none while it is not there; std::nullopt where it cannot be read whole, or that
-/// is not known.
-std::optional<QByteArray> contentOf(const QString &file)
-{
-    std::optional<QByteArray> content = bytesOf(file);
-    std::error_code error;
-    const bool isAbsent = std::filesystem::status(QFile::encodeName(file).toStdString(), error).type()
-        == std::filesystem::file_type::not_found;
-    return content || !isAbsent ? std::move(content) : QByteArray();
 }
 
 /// A folder that no other process has to do with, for the toolkit: it would wait for a lock beside what it writes, and
@@ -225,7 +120,7 @@ std::optional<QVariantMap> valuesOf(const QByteArray &content)
 {
     const std::unique_ptr<QTemporaryDir> folder = privateFolder();
     QFile copy(folder ? folder->filePath(u"settings"_s) : QString());
-    if (!folder || !makeFile(copy, content)) {
+    if (!folder || !copy.open(QIODevice::WriteOnly) || copy.write(content) != content.size() || !copy.flush()) {
         return std::nullopt;
     }
     const QSettings reader(copy.fileName(), QSettings::IniFormat);
@@ -244,9 +139,9 @@ std::optional<QVariantMap> valuesOf(const QByteArray &content)
 }
 
 /// What the file has; std::nullopt where it cannot be read whole.
-std::optional<QVariantMap> storedIn(const QString &file)
+std::optional<QVariantMap> storedIn(SettingsFile &file)
 {
-    const std::optional<QByteArray> content = contentOf(file);
+    const std::optional<QByteArray> content = file.read();
     return content ? valuesOf(*content) : std::nullopt;
 }
 
@@ -271,64 +166,9 @@ std::optional<QByteArray> contentWith(const QVariantMap &values)
         writer.setValue(key, value);
     }
     writer.sync();
-    std::optional<QByteArray> content = bytesOf(writer.fileName());
+    std::optional<QByteArray> content = contentsOfRegularFile(writer.fileName());
     const bool isGood = content && writer.status() == QSettings::NoError && isWhole(*content, values.size());
     return isGood ? std::move(content) : std::nullopt;
-}
-
-#ifdef Q_OS_LINUX
-ssize_t sizeOfAttribute(const QByteArray &path, const char *name)
-{
-    return ::getxattr(path.constData(), name, nullptr, 0);
-}
-
-ssize_t sizeOfAttribute(int file, const char *name)
-{
-    return ::fgetxattr(file, name, nullptr, 0);
-}
-#endif
-
-/// Whether an access control list may say more of the file, which is a path or open, than its mode does, in which the
-/// group's rights are then what the list leaves to others at most (acl(5)). A file system of a server has lists under a
-/// name of its own.
-template<typename File>
-bool mayHaveAccessControlList([[maybe_unused]] const File &file)
-{
-#ifdef Q_OS_LINUX
-    return std::ranges::any_of(
-        std::array{"system.posix_acl_access", "system.nfs4_acl", "system.cifs_acl"},
-        [&](const char *list) { return sizeOfAttribute(file, list) >= 0 || (errno != ENODATA && errno != ENOTSUP); });
-#else
-    return false;
-#endif
-}
-
-/// Gives the new file, which is open, the group and the rights of the one that it replaces. Where there is none, or
-/// they cannot be told or given, or there is more to them than the mode, it stays the user's alone. What another user
-/// may have put at its path meanwhile gets none.
-void keepRights(const QByteArray &replaced, int fresh)
-{
-    constexpr mode_t kRights = S_IRWXU | S_IRWXG | S_IRWXO;
-    struct stat status = {};
-    if (!mayHaveAccessControlList(replaced) && !mayHaveAccessControlList(fresh)
-        && ::stat(replaced.constData(), &status) == 0 && ::fchown(fresh, static_cast<uid_t>(-1), status.st_gid) == 0) {
-        ::fchmod(fresh, status.st_mode & kRights);
-    }
-}
-
-/// Puts a file with this content in the place of this one. It is written beside it, and is on the disk first; what a
-/// killed process has left there is cleared away.
-bool replaceFile(const QString &file, const QByteArray &content)
-{
-    QFile fresh(freshOf(file));
-    fresh.remove();
-    if ((QFileInfo::exists(file) && !QFileInfo(file).isWritable()) || !makeFile(fresh, content)) {
-        return false;
-    }
-    const QByteArray path = QFile::encodeName(file);
-    keepRights(path, fresh.handle());
-    return ::fsync(fresh.handle()) == 0
-        && std::rename(QFile::encodeName(fresh.fileName()).constData(), path.constData()) == 0;
 }
 
 /// The number, changed by as much as there is from one to another. A file may have numbers beyond all counts: it wraps.
@@ -393,9 +233,8 @@ void QtUserDefaults::synchronize()
         return;
     }
     const bool canBeThere = mayBeUsed(*store, isRoots) && makeFolder(QFileInfo(*store).path());
-    const std::optional<QString> file = canBeThere ? linkTarget(*store) : std::nullopt;
-    const FileDescriptor lock(file ? lockFolder(QFileInfo(*file).path()) : -1);
-    if (!lock.isOpen() || !storeUnsavedIn(*file)) {
+    std::optional<SettingsFile> file = canBeThere ? SettingsFile::at(*store) : std::nullopt;
+    if (!file || !file->lock() || !storeUnsavedIn(*file)) {
         qCInfo(lcSettings) << *store << "is not written: it cannot be read or replaced, or its folder not be locked";
         return;
     }
@@ -403,20 +242,17 @@ void QtUserDefaults::synchronize()
     known.clear();
 }
 
-bool QtUserDefaults::storeUnsavedIn(const QString &file) const
+bool QtUserDefaults::storeUnsavedIn(SettingsFile &file) const
 {
     std::optional<QVariantMap> values = storedIn(file);
-    if (values) {
-        for (const auto &[key, change] : unsaved.asKeyValueRange()) {
-            (*values)[key] = change.over(values->value(key));
-        }
+    if (!values) {
+        return false;
     }
-    const std::optional<QByteArray> content = values ? contentWith(*values) : std::nullopt;
-    if (content && replaceFile(file, *content)) {
-        return true;
+    for (const auto &[key, change] : unsaved.asKeyValueRange()) {
+        (*values)[key] = change.over(values->value(key));
     }
-    QFile::remove(freshOf(file));
-    return false;
+    const std::optional<QByteArray> content = contentWith(*values);
+    return content && file.replace(*content);
 }
 
 QVariant QtUserDefaults::Change::over(const QVariant &stored) const
@@ -444,7 +280,7 @@ QVariant QtUserDefaults::valueForKey(const QString &key) const
 void QtUserDefaults::readStored(const QString &key) const
 {
     // Another window may have submitted since: what counts is what is stored now.
-    const std::optional<QString> file = store && mayBeUsed(*store, isRoots) ? linkTarget(*store) : std::nullopt;
+    std::optional<SettingsFile> file = store && mayBeUsed(*store, isRoots) ? SettingsFile::at(*store) : std::nullopt;
     const std::optional<QVariantMap> stored = file ? storedIn(*file) : std::nullopt;
     known[key] = stored ? stored->value(key) : unsaved.value(key).replaced;
 }

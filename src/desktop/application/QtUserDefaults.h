@@ -9,6 +9,8 @@
 
 #include <optional>
 
+class SettingsFile;
+
 /// Keeps the settings in Korvale/CrashReporter.conf in the user's configuration folder: $XDG_CONFIG_HOME if that is an
 /// absolute path, else .config in the user's home (freedesktop.org, XDG Base Directory Specification).
 ///
@@ -43,7 +45,7 @@ private:
         QVariant over(const QVariant &stored) const;
     };
 
-    bool storeUnsavedIn(const QString &file) const;
+    bool storeUnsavedIn(SettingsFile &file) const;
     QVariant valueForKey(const QString &key) const;
     void readStored(const QString &key) const;
 

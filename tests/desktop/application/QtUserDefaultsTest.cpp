@@ -34,6 +34,7 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdio>
 #include <functional>
 #include <initializer_list>
 #include <limits>
@@ -89,6 +90,12 @@ void writeOrEnd(const char *path, const QByteArray &text)
     countToFourAndEnd();
 }
 
+QByteArray contentOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QFile::ReadOnly) ? file.readAll() : "no file"_ba;
+}
+
 class UserDefaultsTest : public testing::Test
 {
 protected:
@@ -102,11 +109,7 @@ protected:
 
     QString folder() const { return QFileInfo(path()).path(); }
 
-    QByteArray stored() const
-    {
-        QFile file(path());
-        return file.open(QFile::ReadOnly) ? file.readAll() : "no file"_ba;
-    }
+    QByteArray stored() const { return contentOf(path()); }
 
     static void write(const QString &path, const QByteArray &content)
     {
@@ -157,6 +160,22 @@ gid_t groupOf(const QString &path)
     return status.st_gid;
 }
 
+/// Of the link itself where it is one.
+ino_t inodeOf(const QString &path)
+{
+    struct stat status = {};
+    EXPECT_EQ(fstatat(AT_FDCWD, path.toLocal8Bit().constData(), &status, AT_SYMLINK_NOFOLLOW), 0);
+    return status.st_ino;
+}
+
+/// At one moment, as somebody else may who may write the folder.
+bool swap(const QString &one, const QString &another)
+{
+    return ::renameat2(AT_FDCWD, one.toLocal8Bit().constData(), AT_FDCWD, another.toLocal8Bit().constData(),
+                       RENAME_EXCHANGE)
+        == 0;
+}
+
 constexpr const char *kOfAFile = "system.posix_acl_access";
 constexpr const char *kOfNewFiles = "system.posix_acl_default";
 
@@ -176,7 +195,7 @@ bool letANamedUserReadAndWrite(const QString &path, const char *attribute)
     return setxattr(path.toLocal8Bit().constData(), attribute, &list, sizeof list, 0) == 0;
 }
 
-/// What getxattr(2) gives in place of an answer, of the attribute or of all: this error, or no byte where it is 0.
+/// What fgetxattr(2) gives in place of an answer, of the attribute or of all: this error, or no byte where it is 0.
 struct ScriptedAttributes {
     int error;
     QByteArray name = {};
@@ -221,6 +240,23 @@ public:
     ~OwnersScope() { scriptedOwners.reset(); }
 };
 
+/// Is done once, behind the first look at the file or link itself that is this one then.
+struct BehindALook {
+    ino_t at;
+    std::function<void()> isDone;
+};
+std::optional<BehindALook> scriptedLook;
+
+void looked(struct stat &status)
+{
+    if (scriptedOwners && S_ISLNK(status.st_mode)) {
+        status.st_uid = scriptedOwners->links;
+    }
+    if (scriptedLook && scriptedLook->at == status.st_ino) {
+        std::exchange(scriptedLook, std::nullopt)->isDone();
+    }
+}
+
 /// The errors that flock(2) and fsync(2) give in place of what they do; 0 where they do it.
 int errorOfLocks = 0;
 int errorOfSyncs = 0;
@@ -262,23 +298,17 @@ gid_t anotherGroup()
 } // namespace
 
 /// In the place of the library's.
-ssize_t getxattr(const char *path, const char *name, void *value, size_t size) noexcept
-{
-    const std::optional<ssize_t> scripted = scriptedAttribute(name);
-    return scripted ? *scripted : ::syscall(SYS_getxattr, path, name, value, size);
-}
-
 ssize_t fgetxattr(int file, const char *name, void *value, size_t size) noexcept
 {
     const std::optional<ssize_t> scripted = scriptedAttribute(name);
     return scripted ? *scripted : ::syscall(SYS_fgetxattr, file, name, value, size);
 }
 
-int lstat(const char *path, struct stat *status) noexcept
+int fstat(int file, struct stat *status) noexcept
 {
-    const int result = fstatat(AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
-    if (scriptedOwners && result == 0 && S_ISLNK(status->st_mode)) {
-        status->st_uid = scriptedOwners->links;
+    const int result = fstatat(file, "", status, AT_EMPTY_PATH);
+    if (result == 0) {
+        looked(*status);
     }
     return result;
 }
@@ -821,6 +851,67 @@ TEST_F(UserDefaultsTest, ALinkIsFollowedThatIsTheUsersOwnOrRoots)
     }
 }
 
+TEST_F(UserDefaultsTest, ALinkThatAnotherUserSwapsBehindTheLookLeadsNowhere)
+{
+    const QString shared = user.filePath(u"shared.conf"_s);
+    const QString secret = user.filePath(u"secret"_s);
+    write(shared, "[General]\ncrashSubmissionCount=3\n");
+    write(secret, "secret");
+    QDir().mkpath(folder());
+    ASSERT_TRUE(QFile::link(shared, path()));
+    ASSERT_TRUE(QFile::link(secret, path() + u".other"_s));
+    StoredDefaults defaults;
+    defaults.setIntegerForKey(4, kCount);
+    scriptedLook = {{.at = inodeOf(path()), .isDone = [&] { swap(path(), path() + u".other"_s); }}};
+
+    defaults.synchronize();
+
+    EXPECT_FALSE(scriptedLook);
+    EXPECT_EQ(contentOf(secret), "secret");
+    EXPECT_EQ(contentOf(shared), "[General]\ncrashSubmissionCount=4\n") << "it is the link that was looked at";
+}
+
+TEST_F(UserDefaultsTest, ALinkThatAnotherUserPutsInPlaceOfTheStoreBehindTheLookLeadsNowhere)
+{
+    const QString secret = user.filePath(u"secret"_s);
+    write(secret, "[General]\npassword=secret\n");
+    aFileWith("crashSubmissionCount=3");
+    ASSERT_EQ(chmod(path().toLocal8Bit().constData(), 0666), 0);
+    ASSERT_TRUE(QFile::link(secret, path() + u".other"_s));
+    const OwnersScope scripted({.links = 4321, .process = 1000});
+    StoredDefaults defaults;
+    defaults.setIntegerForKey(4, kCount);
+    scriptedLook = {{.at = inodeOf(path()), .isDone = [&] { swap(path(), path() + u".other"_s); }}};
+
+    defaults.synchronize();
+
+    EXPECT_FALSE(scriptedLook);
+    EXPECT_TRUE(QFileInfo(path()).isSymLink());
+    EXPECT_EQ(contentOf(path() + u".other"_s), "[General]\ncrashSubmissionCount=3\n");
+    EXPECT_EQ(contentOf(secret), "[General]\npassword=secret\n");
+    EXPECT_EQ(defaults.integerForKey(kCount), 4);
+}
+
+TEST_F(UserDefaultsTest, TheRightsOfAFileThatIsPutInPlaceOfTheStoreMeanwhileAreNotKept)
+{
+    const QString open = path() + u".open"_s;
+    aFileWith("secret=1");
+    ASSERT_EQ(chmod(path().toLocal8Bit().constData(), 0600), 0);
+    write(open, "");
+    ASSERT_EQ(chmod(open.toLocal8Bit().constData(), 0666), 0);
+    bool isSwapped = false;
+    const AttributesScope attributes(
+        {.error = ENODATA, .meanwhile = [&] { isSwapped = isSwapped || swap(path(), open); }});
+    StoredDefaults defaults;
+
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+
+    EXPECT_TRUE(isSwapped);
+    EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=4\nsecret=1\n");
+    EXPECT_EQ(modeOf(path()), 0600U);
+}
+
 TEST_F(UserDefaultsTest, EveryOneOfSeveralLinksStaysALinkBeTheFileThereOrNot)
 {
     // The way up is out of the folder that the second link lies in, which is a link as well.
@@ -855,8 +946,7 @@ TEST_F(UserDefaultsTest, AsManyLinksAreFollowedAsTheSystemFollows)
         defaults.setIntegerForKey(links, kCount);
         defaults.synchronize();
         QFile::remove(path());
-        QFile file(user.filePath(u"0"_s));
-        return file.open(QFile::ReadOnly) ? file.readAll() : "no file"_ba;
+        return contentOf(user.filePath(u"0"_s));
     };
 
     EXPECT_EQ(storedBehind(kFollowed + 1), "");
@@ -880,17 +970,16 @@ TEST_F(UserDefaultsTest, AUsersOwnFilesBesideWhatALinkLeadsToStay)
 
     EXPECT_TRUE(stored().contains("crashSubmissionCount=4\n"));
     for (const QString &draft : drafts) {
-        QFile opened(draft);
-        ASSERT_TRUE(opened.open(QFile::ReadOnly)) << draft.toStdString();
-        EXPECT_EQ(opened.readAll(), "a draft");
+        EXPECT_EQ(contentOf(draft), "a draft") << draft.toStdString();
     }
 }
 
 TEST_F(UserDefaultsTest, LinksThatLeadToNoPlaceForAFileStayAsTheyAre)
 {
     QDir().mkpath(user.filePath(u"Korvale"_s));
+    QDir().mkpath(user.filePath(u"folder"_s));
     const QByteArray link = path().toLocal8Bit();
-    for (const char *target : {"CrashReporter.conf", "d\377", "missing/file"}) {
+    for (const char *target : {"CrashReporter.conf", "missing/file", "../folder/", "../folder/.."}) {
         ASSERT_EQ(::symlink(target, link.constData()), 0);
         StoredDefaults defaults;
         defaults.setIntegerForKey(4, kCount);
@@ -900,6 +989,21 @@ TEST_F(UserDefaultsTest, LinksThatLeadToNoPlaceForAFileStayAsTheyAre)
                   QStringList{u"CrashReporter.conf"_s});
         ASSERT_EQ(::unlink(link.constData()), 0);
     }
+}
+
+TEST_F(UserDefaultsTest, ALinkMayLeadToANameThatIsNoText)
+{
+    QDir().mkpath(folder());
+    const QByteArray file = folder().toLocal8Bit() + "/d\377";
+    ASSERT_EQ(::symlink("d\377", path().toLocal8Bit().constData()), 0);
+    StoredDefaults defaults;
+
+    defaults.setIntegerForKey(4, kCount);
+    defaults.synchronize();
+
+    EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=4\n");
+    EXPECT_TRUE(QFileInfo(path()).isSymLink());
+    EXPECT_EQ(::unlink(file.constData()), 0);
 }
 
 TEST_F(UserDefaultsTest, AConfigurationFolderThatIsNoTextIsNone)
