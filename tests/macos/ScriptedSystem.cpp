@@ -6,6 +6,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <SystemConfiguration/SystemConfiguration.h>
 #include <pwd.h>
+#include <sys/syscall.h>
 #include <sysdir.h>
 #include <unistd.h>
 
@@ -121,6 +122,11 @@ passwd *getpwnam(const char *name)
     const auto found = std::find_if(current->accounts.begin(), current->accounts.end(),
                                     [name](const auto &account) { return account.second.name == name; });
     return found == current->accounts.end() ? nullptr : entryOf(found->second);
+}
+
+uid_t getuid() noexcept
+{
+    return current ? current->userId : static_cast<uid_t>(::syscall(SYS_getuid));
 }
 
 std::size_t confstr(int name, char *buffer, std::size_t size) noexcept

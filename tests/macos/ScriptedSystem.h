@@ -27,6 +27,7 @@ struct ScriptedSystem {
     std::map<std::uint32_t, ScriptedAccount> accounts;
     std::map<int, QByteArray> configurationStrings;
     std::optional<QString> consoleUser;
+    std::uint32_t userId = 501; ///< The first user's; the effective one is the process's own.
     /// How many of the strings that were handed over have not been released yet.
     int stringsOut = 0;
 };

@@ -415,6 +415,10 @@ TEST_F(KVLocalPathsTest, CacheDirectoryOfTheSystemIsCutBeforeACharacterThatWould
     const QByteArray start(1019, 'c');
     lookups.userCacheDirectory = {start + "\U0001F600/rest"};
     EXPECT_EQ(KVLocalPaths::darwinCacheDirectory(), QString::fromLatin1(start) + u"\U0001F600"_s);
+
+    // Four bytes are a whole character, or none.
+    lookups.userCacheDirectory = {start + "\xF0\x9F\x98x/rest"};
+    EXPECT_EQ(KVLocalPaths::darwinCacheDirectory(), std::nullopt);
 }
 
 TEST_F(KVLocalPathsTest, CacheDirectoryOfTheSystemWhoseBytesAreNoUtf8IsNothing)
