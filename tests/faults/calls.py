@@ -33,20 +33,13 @@ DISPLAY_GIVEN_UP = "the toolkit or libX11 ends a program whose connection to the
 LOST_WAKING = "the toolkit's event loop sleeps on when the write to its eventfd has failed, which eventfd(2) rules out"
 # A thread is not made where its stack, of the usual 8 MiB, is not to be had either.
 NO_THREAD = r"clone3\(|MAP_STACK|mprotect\(0x\w+, 8388608, PROT_READ\|PROT_WRITE\)"
+# A call on the socket of the display.
+DISPLAY = r"\((?:\[\{fd=)?\d+<display:"
 PLACES = (
-    (r"writev\(\d+<socket:", NO_WINDOW, LOST_CONNECTION),
-    (r"writev\(\d+<socket:", SENDING, LOST_CONNECTION),
-    (r"writev\(\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
-    # The display's is the first that is opened.
-    (r"recvfrom\(3<socket:", NO_WINDOW, LOST_CONNECTION),
-    (r"recvfrom\(3<socket:", SENDING, LOST_CONNECTION),
-    (r"recvmsg\(\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
-    (r"recvmsg\(\d+<socket:", NO_WINDOW, LOST_CONNECTION),
-    (r"recvmsg\(\d+<socket:", SENDING, LOST_CONNECTION),
-    (r"poll\(\[\{fd=\d+<socket:", "ended by SIGSEGV", NO_CONNECTION),
-    (r"poll\(\[\{fd=\d+<socket:", NO_WINDOW, LOST_CONNECTION),
-    (r"poll\(\[\{fd=\d+<socket:", SENDING, LOST_CONNECTION),
-    (r"(?:writev|recvmsg|recvfrom|poll)\((?:\[\{fd=)?\d+<socket:", DISPLAY_LOST, DISPLAY_GIVEN_UP),
+    (rf"(?:writev|recvfrom|recvmsg|poll){DISPLAY}", NO_WINDOW, LOST_CONNECTION),
+    (rf"(?:writev|recvfrom|recvmsg|poll){DISPLAY}", SENDING, LOST_CONNECTION),
+    (rf"(?:writev|recvmsg|poll){DISPLAY}", "ended by SIGSEGV", NO_CONNECTION),
+    (rf"(?:writev|recvfrom|recvmsg|poll){DISPLAY}", DISPLAY_LOST, DISPLAY_GIVEN_UP),
     (r"write\(\d+<anon_inode:\[eventfd\]>", NO_WINDOW, LOST_WAKING),
     (r"write\(\d+<anon_inode:\[eventfd\]>", SENDING, LOST_WAKING),
     (NO_THREAD, NO_WINDOW, "the toolkit waits for a thread that was not made"),

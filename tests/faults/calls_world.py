@@ -47,8 +47,9 @@ TOOLKIT = re.compile(r"/qt6/plugins/|"
 NO_BODY = "a request without a body"
 # How it may come to an end; a run that was not reached has to be accepted.
 ENDS = (ACCEPTED, ALERT, SAID, UNREAD, BELOW, NOT_REACHED)
-# What strace's "<socket:" becomes where the socket is the server's.
-SERVER = "<server:"
+# What strace's "<socket:" becomes where the socket is the server's, or the display's; others are those of the desktop.
+SERVER, DISPLAY = "<server:", "<display:"
+PEERS = ((SERVER, "sa_family=AF_INET"), (DISPLAY, 'sun_path=@?"/tmp/.X11-unix/'))
 # The first call of main, that no library makes before it; and one that main makes soon after, and nobody else.
 FIRST_OF_MAIN, SOON_AFTER, HOW_SOON = "rt_sigaction(SIGPIPE, {sa_handler=SIG_IGN", "setitimer", 20
 
@@ -224,9 +225,7 @@ class World(attempt.World):
             seen.notes += injected
             if seen.end == NO_REPORT and any(attempt.LOG_NAME in line for line in injected):
                 seen.end = UNREAD
-            where = "".join(injected)
-            judge(row, seen, place, tried,
-                  where.replace("<socket:", SERVER) if is_of_the_server(injected, trace.lines()) else where)
+            judge(row, seen, place, tried, "".join(injected).replace("<socket:", socket_of(injected, trace.lines())))
             return seen if injected else untouched(seen)
 
     def out_of_memory(self, row, number):
@@ -240,10 +239,13 @@ class World(attempt.World):
             return seen if refused else untouched(seen)
 
 
-def is_of_the_server(injected, lines):
-    """Whether the call that failed was on a socket of the Internet's: what the display's brings about is no excuse."""
-    sockets = {found[1] for line in lines if (found := re.search(r"connect\((\d+)<.*sa_family=AF_INET", line))}
-    return any((found := re.search(r"\((?:\[\{fd=)?(\d+)<", line)) and found[1] in sockets for line in injected)
+def socket_of(injected, lines):
+    """Whose socket the call that failed was on: what the display's brings about is no excuse for another's."""
+    for label, address in PEERS:
+        sockets = {found[1] for line in lines if (found := re.search(rf"connect\((\d+)<.*{address}", line))}
+        if any((found := re.search(r"\((?:\[\{fd=)?(\d+)<", line)) and found[1] in sockets for line in injected):
+            return label
+    return "<socket:"
 
 
 def untouched(seen):
