@@ -19,7 +19,8 @@ constexpr int kLongestWrapped = 20'000;
 
 bool isVeryLong(const QTextBlock &paragraph)
 {
-    return paragraph.isValid() && paragraph.length() > kLongestWrapped;
+    constexpr int kSeparator = 1; // counts for the toolkit as a part of the paragraph
+    return paragraph.isValid() && paragraph.length() - kSeparator > kLongestWrapped;
 }
 
 } // namespace

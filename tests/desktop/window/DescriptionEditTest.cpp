@@ -74,6 +74,15 @@ TEST_F(DescriptionEditTest, VeryLongParagraphDoesNotWrapAndIsKeptWhole)
     EXPECT_EQ(edit.typedText(), text);
 }
 
+TEST_F(DescriptionEditTest, ParagraphOfTwentyThousandUnitsIsTheLongestThatWraps)
+{
+    show();
+    edit.setPlainText(QString(20'000, u'x'));
+    EXPECT_TRUE(wraps());
+    edit.setPlainText(QString(20'001, u'x'));
+    EXPECT_FALSE(wraps());
+}
+
 TEST_F(DescriptionEditTest, VeryLongParagraphBetweenOthersDoesNotWrap)
 {
     show();
