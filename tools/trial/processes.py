@@ -1,10 +1,12 @@
 """Processes that a trial starts; each ends with the trial, however the trial ends."""
 
+import contextlib
+import glob
 import os
 import signal
 import subprocess
 
-from trial.waiting import wait_until
+from trial.waiting import WaitedInVain, wait_until
 
 # What a trial starts the program with, so that it is not root's; nothing where the trial itself is an ordinary user's.
 ORDINARY_USER = ["unshare", "--user", "--map-user=1000", "--map-group=1000"] if os.getuid() == 0 else []
@@ -53,7 +55,11 @@ class Started:
 
     def exit_status(self, seconds=20):
         """The exit status once the process has ended by itself."""
-        wait_until(lambda: not self.is_running(), f"{self.name} to end", seconds)
+        try:
+            wait_until(lambda: not self.is_running(), f"{self.name} to end", seconds)
+        except WaitedInVain as vain:
+            where = "; ".join(places_of(self.pid))
+            raise WaitedInVain(f"{vain}, whose threads stand at {where}. It said: {self.errors()}") from vain
         return self.process.returncode
 
     def end(self):
@@ -64,6 +70,13 @@ class Started:
             except subprocess.TimeoutExpired:
                 self.process.kill()
         self.process.wait()
+
+
+def places_of(pid):
+    """The name of each thread of a process, and the place in the kernel where it waits; 0 where it runs."""
+    for thread in glob.glob(f"/proc/{pid}/task/*"):
+        with contextlib.suppress(OSError):  # it has ended meanwhile
+            yield f"{read_text(f'{thread}/comm').strip()}: {read_text(f'{thread}/wchan')}"
 
 
 def read_text(path):
