@@ -23,7 +23,6 @@ Range boundedBy(QTextBoundaryFinder::BoundaryType type, QStringView text, qsizet
     QTextBoundaryFinder finder = finderFor(type, text, row);
     finder.setPosition(offset - row.begin);
     const qsizetype begin = finder.isAtBoundary() ? finder.position() : finder.toPreviousBoundary();
-    finder.setPosition(offset - row.begin);
     const qsizetype end = finder.toNextBoundary();
     return {row.begin + begin, row.begin + end};
 }

@@ -162,6 +162,18 @@ TEST_F(PaintingTest, CaretBlinksAsTheSystemSays)
     EXPECT_TRUE(isOver) << "it blinks without the keyboard";
 }
 
+TEST_F(PaintingTest, CaretIsSeenAtOnceWhereItHasMovedTo)
+{
+    show(u"ab"_s);
+    QApplication::setCursorFlashTime(20);
+    display.select(0, 0);
+    ASSERT_TRUE(eventually([&] { return !showsCaretAt(rectOf(0)); }));
+
+    display.select(1, 1);
+
+    EXPECT_TRUE(showsCaretAt(rectOf(1)));
+}
+
 TEST_F(PaintingTest, CaretStaysWhereTheSystemDoesNotBlink)
 {
     show(QString());
