@@ -488,6 +488,23 @@ TEST_F(TextFile, ALeaseThatIsNotGivenUpIsWaitedForTwoSecondsAndNoLonger)
     EXPECT_LT(clock.elapsed(), 20'000);
 }
 
+TEST_F(TextFile, AFileThatIsOpenIsReadFromWhereItIs)
+{
+    const QString path = home.write(u"open"_s, "some content");
+    const FileDescriptor file(::open(path.toLocal8Bit().constData(), O_RDONLY | O_CLOEXEC));
+    const LoadingLog log;
+    ASSERT_EQ(::lseek(file.get(), 5, SEEK_SET), 5);
+
+    EXPECT_EQ(contentsOfRegularFile(file, path, 12), "content");
+
+    ASSERT_EQ(::lseek(file.get(), 5, SEEK_SET), 5);
+    EXPECT_EQ(contentsOfRegularFile(file, path, 11), std::nullopt) << "the file is larger";
+    EXPECT_EQ(contentsOfRegularFile(FileDescriptor(), path, 12), std::nullopt);
+    EXPECT_EQ(LoadingLog::lines,
+              (QStringList{u'"' + path + u"\" is not taken: it is too large"_s,
+                           u'"' + path + u"\" is not taken: Bad file descriptor"_s}));
+}
+
 TEST_F(TextFile, WhatIsNoRegularFileIsNotWaitedForWhateverItsOpeningSays)
 {
     const QString path = home.path(u"fifo"_s);

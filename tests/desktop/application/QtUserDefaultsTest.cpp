@@ -979,7 +979,9 @@ TEST_F(UserDefaultsTest, LinksThatLeadToNoPlaceForAFileStayAsTheyAre)
     QDir().mkpath(user.filePath(u"Korvale"_s));
     QDir().mkpath(user.filePath(u"folder"_s));
     const QByteArray link = path().toLocal8Bit();
-    for (const char *target : {"CrashReporter.conf", "missing/file", "../folder/", "../folder/.."}) {
+    const QByteArray tooLong(NAME_MAX + 1, 'x');
+    for (const char *target :
+         {"CrashReporter.conf", "missing/file", "../folder/", "../folder/..", tooLong.constData()}) {
         ASSERT_EQ(::symlink(target, link.constData()), 0);
         StoredDefaults defaults;
         defaults.setIntegerForKey(4, kCount);
