@@ -148,8 +148,7 @@ def linked(place):
 def leased(asked):
     def make(place):
         path = place.crash_log()
-        lease(place, path, asked)
-        return Made(path, CRASH_LOG)
+        return Made(path, CRASH_LOG, holder=lease(place, path, asked))
     return make
 
 
@@ -269,8 +268,8 @@ def leased_log(asked, left):
     def make(place):
         logs = {".1.log": FIRST_LOG, ".2.log": b"the second"}
         paths = [place.home.application_log("Harbour", suffix, text) for suffix, text in logs.items()]
-        lease(place, paths[0], asked)
-        return Made(place.crash_log(), expected_report(CRASH_LOG, {suffix: logs[suffix] for suffix in left}))
+        return Made(place.crash_log(), expected_report(CRASH_LOG, {suffix: logs[suffix] for suffix in left}),
+                    holder=lease(place, paths[0], asked))
     return make
 
 

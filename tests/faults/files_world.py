@@ -5,6 +5,7 @@ import time
 
 import attempt
 from attempt import NOTHING_TO_SEND
+from leases import not_asked
 from situation import ACCEPTED, Delay
 from tracing import Trace
 
@@ -22,6 +23,7 @@ class Made:
     behind: str = ""               # once this one has been made
     times: int = 1                 # so many times
     address_space: int = None      # the bound on it, in bytes
+    holder: object = None          # of a lease
 
 
 @dataclasses.dataclass(frozen=True)
@@ -87,5 +89,7 @@ def made_happen(made, tried):
     """What was to be injected has been."""
     if any(expression.startswith("inject") for expression in made.inject) and not tried.trace.injected():
         yield f"nothing was injected: {tried.trace.lines()}"
+    if made.holder:
+        yield from not_asked(made.holder)
     if made.change and tried.changed_late:
         yield Delay(f"the change came behind the call that was held: {tried.trace.lines()}")

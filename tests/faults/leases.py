@@ -4,11 +4,15 @@ import sys
 
 from trial.processes import Started
 
-LETS_GO, KEEPS = "SIG_DFL", "SIG_IGN"  # by its end, which is that signal's default
+LETS_GO, KEEPS = "lets go", "keeps"
 HOLDER = """
 import fcntl, os, signal, sys
 file = os.open(sys.argv[1], os.O_RDWR)
-signal.signal(signal.SIGIO, getattr(signal, sys.argv[2]))
+def ask(*_):
+    print("asked", flush=True)
+    if sys.argv[2] == "lets go":
+        os.close(file)
+signal.signal(signal.SIGIO, ask)
 fcntl.fcntl(file, fcntl.F_SETLEASE, fcntl.F_WRLCK)
 print("held", flush=True)
 while True:
@@ -22,3 +26,9 @@ def lease(place, path, asked):
     place.ended.callback(holder.end)
     holder.wait_for_output("held")
     return holder
+
+
+def not_asked(holder):
+    """Where nobody has opened the file, the lease has kept nobody waiting."""
+    if "asked" not in holder.output():
+        yield "nobody has asked for the lease to be given up"

@@ -11,7 +11,7 @@ import subprocess
 
 import attempt
 from attempt import COUNT, DATE, REFUSE, is_date
-from leases import lease
+from leases import lease, not_asked
 from network_world import ADDRESS
 from situation import ACCEPTED, REFUSED, Delay, Seen
 from tracing import Trace, drawn
@@ -191,7 +191,7 @@ def leased(asked, is_stored):
                 return [("", tried.seen(tried.end_of_process()))]
             seen = tried.seen(tried.submit())
             holder.end()
-            seen.differences += [*place.differing_requests(1), *(
+            seen.differences += [*not_asked(holder), *place.differing_requests(1), *(
                 not_new(before, file_of(place)) if is_stored else is_another(before, file_of(place)))]
             if seen.seconds > row.within:
                 seen.differences.append(Delay(f"it took {seen.seconds:.1f} s"))
