@@ -44,6 +44,12 @@ class Diagnosis(ProgramTest):
         self.assertIn("CrashReporter.conf\" is not taken: it is not a regular file", printed)
         self.assertIn("CrashReporter.conf\" is not written: it cannot be read or replaced", printed)
 
+    def test_why_a_link_in_the_place_of_the_settings_leads_nowhere_is_told(self):
+        os.makedirs(os.path.dirname(self.home.settings_path))
+        os.symlink("CrashReporter.conf", self.home.settings_path)
+        self.assertIn('"CrashReporter.conf" is not taken: Too many levels of symbolic links',
+                      self.refused_run(prefix=ASKED))
+
     def test_a_crash_log_that_is_not_there_is_named(self):
         missing = self.home.path + "/gone.crash"
         program = self.start("-remotename", "anvil", "-log", missing, prefix=ASKED)

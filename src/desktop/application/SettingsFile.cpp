@@ -6,6 +6,7 @@
 #include "platform/LocalLookups.h"
 
 #include <QFile>
+#include <QLoggingCategory>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -21,9 +22,12 @@
 #include <chrono>
 #include <climits>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <utility>
+
+Q_DECLARE_LOGGING_CATEGORY(lcSettings)
 
 namespace {
 
@@ -42,6 +46,13 @@ constexpr int kItself = O_PATH | O_NOFOLLOW | O_CLOEXEC; // be it a link
 constexpr int kFolder = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 constexpr int kItself = O_RDONLY | O_SYMLINK | O_NONBLOCK | O_CLOEXEC;
 #endif
+
+/// Says why there are no settings, to whoever has asked for it by QT_LOGGING_RULES.
+std::nullopt_t notTaken(const std::filesystem::path &path, const char *reason)
+{
+    qCInfo(lcSettings) << QFile::decodeName(path.c_str()) << "is not taken:" << reason;
+    return std::nullopt;
+}
 
 bool isOfTrust(const struct stat &link)
 {
@@ -114,24 +125,27 @@ std::optional<SettingsFile> SettingsFile::at(const QString &path)
         FileDescriptor folder(::openat(from.isOpen() ? from.get() : AT_FDCWD, parent.c_str(), kFolder));
         const std::string name = leadsTo.filename();
         if (!folder.isOpen() || name.empty()) {
-            return std::nullopt;
+            return notTaken(leadsTo, folder.isOpen() ? "it names no file" : std::strerror(errno));
         }
         const FileDescriptor found(::openat(folder.get(), name.c_str(), kItself));
         struct stat status = {};
         const bool isAbsent = !found.isOpen() && errno == ENOENT;
-        if (!isAbsent && ::fstat(found.get(), &status) != 0) {
-            return std::nullopt;
+        if (!isAbsent && (!found.isOpen() || ::fstat(found.get(), &status) != 0)) {
+            return notTaken(leadsTo, std::strerror(errno));
         }
         if (isAbsent || S_ISREG(status.st_mode)) {
             return SettingsFile(std::move(folder), QByteArray::fromStdString(name));
         }
-        if (!S_ISLNK(status.st_mode) || !isOfTrust(status)) {
-            return std::nullopt;
+        if (!S_ISLNK(status.st_mode)) {
+            return notTaken(leadsTo, "it is not a regular file");
+        }
+        if (!isOfTrust(status)) {
+            return notTaken(leadsTo, "it is a link of another user's");
         }
         leadsTo = targetOf(found);
         from = std::move(folder);
     }
-    return std::nullopt;
+    return notTaken(leadsTo, std::strerror(ELOOP));
 }
 
 bool SettingsFile::lock()

@@ -143,6 +143,7 @@ TEST(RootEnvironment, OfRootNamesProxiesByTheirAddressesAndNotByScripts)
                               "proxy-1:9012345678",
                               "aBZz.EXAMPLE:3128",
                               "10.0.0.1:3128/",
+                              "proxy:8/",
                               "http://jo:secret@[::1]:3128",
                               "https://proxy.example.org",
                               "socks://proxy",
