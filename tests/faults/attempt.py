@@ -43,7 +43,6 @@ class World:
         self.authority = base.authority
         self.desktop = base.desktop
         self.folder = base.folder
-        self.faster_clock = base.faster_clock
         self.clock = 1
         # A program that ends at once is gone before the accessibility service has got to know it.
         GLib.log_set_handler("dbind", GLib.LogLevelFlags.LEVEL_WARNING, lambda *_: None, None)

@@ -14,7 +14,8 @@ from gi.repository import GLib
 import attempt
 from attempt import ACCEPT, COUNT
 from names import NameService
-from network_world import ADDRESS, CANCEL_LIMIT, LOCAL_HOSTS, NAMED_HOST, crash_log, run_tool, write_file
+from network_world import (
+    ADDRESS, CANCEL_LIMIT, LOCAL_HOSTS, NAMED_HOST, clock_variables, crash_log, run_tool, write_file)
 from situation import ACCEPTED, REFUSED, SENDING, Delay, ends_of, words
 from trial.session import SessionManager
 from trial.waiting import WaitedInVain, wait_until
@@ -161,7 +162,7 @@ def begin(place, row, asked, logged_in):
     state = row.state
     environment = logged_in.environment() if logged_in else []
     if row.way.clock > 1:
-        environment += [f"LD_PRELOAD={place.world.faster_clock}", f"FAKETIME=+0 x{row.way.clock}"]
+        environment += [f"{name}={value}" for name, value in clock_variables(f"+0 x{row.way.clock}").items()]
     if state.steps:
         place.serve(state.steps, addresses=("127.0.0.1",))
     tried = place.report(place.crash_log(content=crash_log(state.report)), environment=environment,

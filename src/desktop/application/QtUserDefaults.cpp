@@ -115,18 +115,25 @@ std::unique_ptr<QTemporaryDir> privateFolder()
     return folder && folder->isValid() ? std::move(folder) : nullptr;
 }
 
+/// Says why there is no copy, to whoever has asked for it by QT_LOGGING_RULES.
+std::nullopt_t notCopied()
+{
+    qCInfo(lcSettings) << "no copy of the settings can be made or read among the temporary files";
+    return std::nullopt;
+}
+
 /// The values of settings; std::nullopt where they cannot be read, which the toolkit takes for none.
 std::optional<QVariantMap> valuesOf(const QByteArray &content)
 {
     const std::unique_ptr<QTemporaryDir> folder = privateFolder();
     QFile copy(folder ? folder->filePath(u"settings"_s) : QString());
     if (!folder || !copy.open(QIODevice::WriteOnly) || copy.write(content) != content.size() || !copy.flush()) {
-        return std::nullopt;
+        return notCopied();
     }
     const QSettings reader(copy.fileName(), QSettings::IniFormat);
     const QStringList keys = reader.allKeys();
     if (keys.isEmpty() && reader.status() != QSettings::FormatError && hasAValue(content)) {
-        return std::nullopt;
+        return notCopied();
     }
     QVariantMap values;
     for (const QString &key : keys) {
@@ -159,7 +166,7 @@ std::optional<QByteArray> contentWith(const QVariantMap &values)
 {
     const std::unique_ptr<QTemporaryDir> folder = privateFolder();
     if (!folder) {
-        return std::nullopt;
+        return notCopied();
     }
     QSettings writer(folder->filePath(u"settings"_s), QSettings::IniFormat);
     for (const auto &[key, value] : values.asKeyValueRange()) {
@@ -168,7 +175,7 @@ std::optional<QByteArray> contentWith(const QVariantMap &values)
     writer.sync();
     std::optional<QByteArray> content = contentsOfRegularFile(writer.fileName());
     const bool isGood = content && writer.status() == QSettings::NoError && isWhole(*content, values.size());
-    return isGood ? std::move(content) : std::nullopt;
+    return isGood ? std::move(content) : notCopied();
 }
 
 /// The number, changed by as much as there is from one to another. A file may have numbers beyond all counts: it wraps.
@@ -179,7 +186,11 @@ qint64 movedBy(qint64 number, qint64 from, qint64 to)
 
 bool mayBeUsed(const QString &store, bool isRoots)
 {
-    return !isRoots || !mayBeLedElsewhere(store);
+    const bool isRefused = isRoots && mayBeLedElsewhere(store);
+    if (isRefused) {
+        qCInfo(lcSettings) << store << "is not taken: from root's home on, it is not root's alone";
+    }
+    return !isRefused;
 }
 
 /// By its path: asked for by the program's name, the toolkit would open what an administrator or another program of the
@@ -232,14 +243,18 @@ void QtUserDefaults::synchronize()
         qCInfo(lcSettings) << "nothing is kept: there is no folder for the settings";
         return;
     }
-    const bool canBeThere = mayBeUsed(*store, isRoots) && makeFolder(QFileInfo(*store).path());
-    std::optional<SettingsFile> file = canBeThere ? SettingsFile::at(*store) : std::nullopt;
-    if (!file || !file->lock() || !storeUnsavedIn(*file)) {
-        qCInfo(lcSettings) << *store << "is not written: it cannot be read or replaced, or its folder not be locked";
+    if (!mayBeUsed(*store, isRoots)) {
         return;
     }
-    unsaved.clear();
-    known.clear();
+    if (!makeFolder(QFileInfo(*store).path())) {
+        qCInfo(lcSettings) << *store << "is not written: it has no folder, and none can be made";
+        return;
+    }
+    std::optional<SettingsFile> file = SettingsFile::at(*store);
+    if (file && file->lock() && storeUnsavedIn(*file)) {
+        unsaved.clear();
+        known.clear();
+    }
 }
 
 bool QtUserDefaults::storeUnsavedIn(SettingsFile &file) const

@@ -19,11 +19,13 @@ class SettingsFile;
 /// folder locked (flock(2)), nothing is stored and nothing is touched: what was set is known to this object alone.
 /// Where another process has stored something else meanwhile, a number is changed by as much as it was here, the later
 /// date counts, and of anything else what is stored. A file is replaced as a whole, by one beside it that is on the
-/// disk, or not at all; one that cannot be read is not replaced.
+/// disk, or not at all; one that cannot be read, or that was changed meanwhile, is not replaced. Why something is not
+/// stored is logged in the category korvale.settings.
 ///
-/// Root's settings are in the home that its account names, and are kept only while nobody else may lead root to another
-/// file: from this home on there are no links, everything is root's, and nobody else may write a folder. It is looked
-/// at before each reading and writing.
+/// Root's settings are in the home that its account names, and are kept only while from this home on nobody else may
+/// lead root to another file: there are no links, everything is root's, and nobody else may write a folder. It is
+/// looked at before each reading and writing. The way to the home, the home's own name included, is the account's
+/// matter, and is trusted.
 class QtUserDefaults : public platform::UserDefaults
 {
 public:

@@ -47,11 +47,22 @@ constexpr int kFolder = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 constexpr int kItself = O_RDONLY | O_SYMLINK | O_NONBLOCK | O_CLOEXEC;
 #endif
 
-/// Says why there are no settings, to whoever has asked for it by QT_LOGGING_RULES.
+/// Says why something is not done with the settings, to whoever has asked for it by QT_LOGGING_RULES.
+void say(const std::filesystem::path &path, const char *what, const char *reason)
+{
+    qCInfo(lcSettings) << QFile::decodeName(path.c_str()) << what << reason;
+}
+
 std::nullopt_t notTaken(const std::filesystem::path &path, const char *reason)
 {
-    qCInfo(lcSettings) << QFile::decodeName(path.c_str()) << "is not taken:" << reason;
+    say(path, "is not taken:", reason);
     return std::nullopt;
+}
+
+bool notReplaced(const std::filesystem::path &path, const char *reason)
+{
+    say(path, "is not replaced:", reason);
+    return false;
 }
 
 bool isOfTrust(const struct stat &link)
@@ -59,8 +70,8 @@ bool isOfTrust(const struct stat &link)
     return link.st_uid == ::geteuid() || link.st_uid == platform::kRootUserId;
 }
 
-/// What the link that is open leads to; empty where it cannot be read.
-std::filesystem::path targetOf(const FileDescriptor &link)
+/// What the link that is open leads to; std::nullopt, with errno, where it cannot be read.
+std::optional<std::filesystem::path> targetOf(const FileDescriptor &link)
 {
     std::array<char, PATH_MAX> target = {};
 #ifdef Q_OS_LINUX
@@ -68,7 +79,10 @@ std::filesystem::path targetOf(const FileDescriptor &link)
 #else
     const ssize_t length = ::freadlink(link.get(), target.data(), target.size());
 #endif
-    return std::string(target.data(), static_cast<size_t>(std::max<ssize_t>(length, 0)));
+    if (length < 0) {
+        return std::nullopt;
+    }
+    return std::string(target.data(), static_cast<size_t>(length));
 }
 
 #ifdef Q_OS_LINUX
@@ -109,61 +123,80 @@ bool writeWhole(const FileDescriptor &file, const QByteArray &content)
 
 } // namespace
 
-SettingsFile::SettingsFile(FileDescriptor opened, QByteArray nameInIt)
+SettingsFile::SettingsFile(FileDescriptor opened, std::filesystem::path place)
     : folder(std::move(opened))
-    , name(std::move(nameInIt))
+    , path(std::move(place))
+    , name(QByteArray::fromStdString(path.filename()))
 {
 }
 
 std::optional<SettingsFile> SettingsFile::at(const QString &path)
 {
     constexpr int kMaxLinks = 40; // as the system has it (path_resolution(7))
-    std::filesystem::path leadsTo = QFile::encodeName(path).toStdString();
+    std::filesystem::path place = QFile::encodeName(path).toStdString();
+    std::filesystem::path leadsTo = place; // from the folder of the last link
     FileDescriptor from;
     for (int links = 0; links <= kMaxLinks; ++links) {
         const std::filesystem::path parent = leadsTo.has_parent_path() ? leadsTo.parent_path() : ".";
         FileDescriptor folder(::openat(from.isOpen() ? from.get() : AT_FDCWD, parent.c_str(), kFolder));
+        if (!folder.isOpen() && errno == ENOENT && links == 0) {
+            return std::nullopt; // so it is before anything is kept
+        }
         const std::string name = leadsTo.filename();
         if (!folder.isOpen() || name.empty()) {
-            return notTaken(leadsTo, folder.isOpen() ? "it names no file" : std::strerror(errno));
+            return notTaken(place, folder.isOpen() ? "it names no file" : std::strerror(errno));
         }
         const FileDescriptor found(::openat(folder.get(), name.c_str(), kItself));
         struct stat status = {};
         const bool isAbsent = !found.isOpen() && errno == ENOENT;
         if (!isAbsent && (!found.isOpen() || ::fstat(found.get(), &status) != 0)) {
-            return notTaken(leadsTo, std::strerror(errno));
+            return notTaken(place, std::strerror(errno));
         }
         if (isAbsent || S_ISREG(status.st_mode)) {
-            return SettingsFile(std::move(folder), QByteArray::fromStdString(name));
+            return SettingsFile(std::move(folder), place);
         }
         if (!S_ISLNK(status.st_mode)) {
-            return notTaken(leadsTo, "it is not a regular file");
+            return notTaken(place, "it is not a regular file");
         }
         if (!isOfTrust(status)) {
-            return notTaken(leadsTo, "it is a link of another user's");
+            return notTaken(place, "it is a link of another user's");
         }
-        leadsTo = targetOf(found);
+        const std::optional<std::filesystem::path> target = targetOf(found);
+        if (!target) {
+            return notTaken(place, std::strerror(errno));
+        }
+        leadsTo = *target;
+        place.replace_filename(leadsTo);
         from = std::move(folder);
     }
-    return notTaken(leadsTo, std::strerror(ELOOP));
+    return notTaken(place, std::strerror(ELOOP));
 }
 
 bool SettingsFile::lock()
 {
     locked = FileDescriptor(::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return locked.isOpen()
+    const bool isDone = locked.isOpen()
         && onceItIsLetGo(2 * kMaxWait, [this] { return ::flock(locked.get(), LOCK_EX | LOCK_NB); }) == 0;
+    if (!isDone) {
+        say(path, "has a folder that is not locked:", std::strerror(errno));
+    }
+    return isDone;
 }
 
 std::optional<QByteArray> SettingsFile::read()
 {
     constexpr int kForReading = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
-    former = FileDescriptor(
+    FileDescriptor opened(
         onceItIsLetGo(kMaxWait, [this] { return ::openat(folder.get(), name.constData(), kForReading); }));
-    if (former.isOpen()) {
-        return contentsOfRegularFile(former, QFile::decodeName(name), kLongestContent);
+    if (!opened.isOpen()) {
+        return errno == ENOENT ? std::make_optional<QByteArray>() : notTaken(path, std::strerror(errno));
     }
-    return errno == ENOENT ? std::make_optional<QByteArray>() : std::nullopt;
+    former = std::move(opened);
+    if (::fstat(former.get(), &formerStatus) != 0) {
+        return notTaken(path, std::strerror(errno));
+    }
+    std::optional<QByteArray> content = contentsOfRegularFile(former, QFile::decodeName(path.c_str()), kLongestContent);
+    return content ? std::move(content) : notTaken(path, "it cannot be read as a whole, or has more than 64 KiB");
 }
 
 bool SettingsFile::replace(const QByteArray &content) const
@@ -172,7 +205,7 @@ bool SettingsFile::replace(const QByteArray &content) const
     // chooses. What a killed process has left there is cleared away.
     const QByteArray fresh = name + ".korvale-new";
     ::unlinkat(folder.get(), fresh.constData(), 0);
-    const bool isReplaced = content.size() <= kLongestContent && moveIntoPlace(fresh, content);
+    const bool isReplaced = moveIntoPlace(fresh, content);
     if (!isReplaced) {
         ::unlinkat(folder.get(), fresh.constData(), 0);
     }
@@ -182,15 +215,35 @@ bool SettingsFile::replace(const QByteArray &content) const
 bool SettingsFile::moveIntoPlace(const QByteArray &fresh, const QByteArray &content) const
 {
     constexpr int kNew = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+    if (content.size() > kLongestContent) {
+        return notReplaced(path, std::strerror(EFBIG));
+    }
     if (former.isOpen() && ::faccessat(folder.get(), name.constData(), W_OK, 0) != 0) {
-        return false;
+        return notReplaced(path, std::strerror(errno));
     }
     const FileDescriptor file(::openat(folder.get(), fresh.constData(), kNew, S_IRUSR | S_IWUSR));
     if (!file.isOpen() || !writeWhole(file, content)) {
-        return false;
+        return notReplaced(path, std::strerror(errno));
     }
     if (former.isOpen()) {
         keepRights(former, file);
     }
-    return ::fsync(file.get()) == 0 && ::renameat(folder.get(), fresh.constData(), folder.get(), name.constData()) == 0;
+    if (::fsync(file.get()) != 0) {
+        return notReplaced(path, std::strerror(errno));
+    }
+    if (!isAsItWasRead()) {
+        return notReplaced(path, "it has changed since it was read");
+    }
+    return ::renameat(folder.get(), fresh.constData(), folder.get(), name.constData()) == 0
+        || notReplaced(path, std::strerror(errno));
+}
+
+bool SettingsFile::isAsItWasRead() const
+{
+    struct stat status = {};
+    if (::fstatat(folder.get(), name.constData(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return errno == ENOENT && !former.isOpen();
+    }
+    return former.isOpen() && status.st_dev == formerStatus.st_dev && status.st_ino == formerStatus.st_ino
+        && status.st_size == formerStatus.st_size && status.st_ctime == formerStatus.st_ctime;
 }

@@ -6,11 +6,15 @@
 #include <QByteArray>
 #include <QString>
 
+#include <sys/stat.h>
+
+#include <filesystem>
 #include <optional>
 
-/// A regular file, or a place for one, that is read and replaced as a whole. What may be done to its folder meanwhile,
-/// by another user who may write it, leads to no other file: the folder is opened once, a link in it is the one that
-/// was looked at, and what is read is never behind a link.
+/// A regular file, or a place for one, that is read and replaced as a whole. What is done to its folder meanwhile, by
+/// another user who may write it, leads to no other file: the folder is opened once, a link in it is the one that was
+/// looked at, and what is read is never behind a link. The way to a folder is the system's to find, links included: it
+/// is as safe as the folders in it. Why something is not done is logged in the category korvale.settings.
 class SettingsFile
 {
 public:
@@ -29,18 +33,23 @@ public:
     /// or is under another process's lease (fcntl(2), F_SETLEASE) for a quarter of a second.
     std::optional<QByteArray> read();
 
-    /// Puts a file with this content in the place of the one that was read last, with the same group and rights if it
-    /// has such and no access control list, otherwise for the user alone. It is written beside it, and is on the disk
-    /// first; where that fails, or read() would not take the content, false is returned, and what was there stays.
+    /// Puts a file with this content in the place of the one that was read, with the same group and rights if it has
+    /// such and no access control list, otherwise for the user alone. It is written beside it, and is on the disk
+    /// first; where that fails, where read() would not take the content, or where another file is there by then, or the
+    /// same one changed, or one where there was none, false is returned, and what was there stays. Only what comes
+    /// between the last look and the moving, one call each, is not noticed.
     bool replace(const QByteArray &content) const;
 
 private:
-    SettingsFile(FileDescriptor opened, QByteArray nameInIt);
+    SettingsFile(FileDescriptor opened, std::filesystem::path place);
 
     bool moveIntoPlace(const QByteArray &fresh, const QByteArray &content) const;
+    bool isAsItWasRead() const;
 
     FileDescriptor folder;
     FileDescriptor locked;
-    FileDescriptor former; ///< What was read; none where there was no file.
-    QByteArray name;
+    FileDescriptor former;         ///< What was read; none where there was no file.
+    struct stat formerStatus = {}; ///< Of that, before it was read.
+    std::filesystem::path path;    ///< For the log alone.
+    QByteArray name;               ///< In the folder.
 };

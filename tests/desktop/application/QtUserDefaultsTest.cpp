@@ -2,6 +2,7 @@
 #include "desktop/application/QtUserDefaults.h"
 
 #include "support/LeaseHolder.h"
+#include "support/LogLines.h"
 #include "support/PrintQt.h"
 #include "support/ScopedVariable.h"
 #include "support/ScriptedLookups.h"
@@ -892,7 +893,7 @@ TEST_F(UserDefaultsTest, ALinkThatAnotherUserPutsInPlaceOfTheStoreBehindTheLookL
     EXPECT_EQ(defaults.integerForKey(kCount), 4);
 }
 
-TEST_F(UserDefaultsTest, TheRightsOfAFileThatIsPutInPlaceOfTheStoreMeanwhileAreNotKept)
+TEST_F(UserDefaultsTest, AFileThatIsPutInPlaceOfTheStoreWhileItIsWrittenStays)
 {
     const QString open = path() + u".open"_s;
     aFileWith("secret=1");
@@ -908,8 +909,11 @@ TEST_F(UserDefaultsTest, TheRightsOfAFileThatIsPutInPlaceOfTheStoreMeanwhileAreN
     defaults.synchronize();
 
     EXPECT_TRUE(isSwapped);
-    EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=4\nsecret=1\n");
-    EXPECT_EQ(modeOf(path()), 0600U);
+    EXPECT_EQ(stored(), "");
+    EXPECT_EQ(modeOf(path()), 0666U);
+    EXPECT_EQ(contentOf(open), "[General]\nsecret=1\n");
+    EXPECT_EQ(defaults.integerForKey(kCount), 4);
+    EXPECT_FALSE(QFileInfo::exists(path() + u".korvale-new"_s));
 }
 
 TEST_F(UserDefaultsTest, EveryOneOfSeveralLinksStaysALinkBeTheFileThereOrNot)
@@ -1686,4 +1690,54 @@ TEST_F(UserDefaultsTest, NoAttemptCountsTwiceWhereAnotherCouldNotBeAddedToIt)
     EXPECT_EQ(defaults.integerForKey(kCount), 7);
     defaults.synchronize();
     EXPECT_EQ(StoredDefaults().integerForKey(kCount), 7);
+}
+
+TEST_F(UserDefaultsTest, OfTheFirstCountNothingIsSaidButThatItIsStored)
+{
+    const LogLines log(u"korvale.settings.info=true"_s);
+    StoredDefaults defaults;
+
+    defaults.setIntegerForKey(defaults.integerForKey(kCount) + 1, kCount);
+    defaults.synchronize();
+
+    EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=1\n");
+    EXPECT_EQ(LogLines::text(), QString());
+}
+
+TEST_F(UserDefaultsTest, ThatThereIsNoFolderForTheSettingsIsSaid)
+{
+    write(folder(), "a file");
+    const LogLines log(u"korvale.settings.info=true"_s);
+
+    StoredDefaults().synchronize();
+
+    EXPECT_EQ(LogLines::text(),
+              u"korvale.settings: \"%1\" is not written: it has no folder, and none can be made"_s.arg(path()));
+}
+
+TEST_F(UserDefaultsTest, ThatThereIsNoRoomForTemporaryFilesIsSaid)
+{
+    aFileWith("crashSubmissionCount=3");
+    const ScopedVariable nowhere("TMPDIR", "/nowhere");
+    const LogLines log(u"korvale.settings.info=true"_s);
+
+    StoredDefaults().synchronize();
+
+    EXPECT_EQ(LogLines::text(),
+              u"korvale.settings: no copy of the settings can be made or read among the temporary files"_s);
+    EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=3\n");
+}
+
+TEST_F(UserDefaultsTest, ThatOthersMayLeadRootElsewhereIsSaid)
+{
+    const QTemporaryDir home;
+    const RootsLookups lookups(home.path());
+    ASSERT_TRUE(QFile::link(user.path(), home.filePath(u".config"_s)));
+    const LogLines log(u"korvale.settings.info=true"_s);
+
+    QtUserDefaults(lookups).synchronize();
+
+    EXPECT_EQ(LogLines::text(),
+              u"korvale.settings: \"%1/.config/Korvale/CrashReporter.conf\" is not taken: "
+              u"from root's home on, it is not root's alone"_s.arg(home.path()));
 }
