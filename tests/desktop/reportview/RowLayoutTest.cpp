@@ -443,6 +443,29 @@ TEST(RowLayout, SelectionAndMarksStandInEveryPiece)
     EXPECT_NE(mark.copy(room), drawn(text, {71, 72}).copy(room));
 }
 
+TEST(RowLayout, TextOfEveryPieceHasItsColourBehindAMarkToo)
+{
+    const QString text = QChar(1) + QString(70, u'H');
+    QImage image(kImageWidth, style().rowHeight, QImage::Format_RGB32);
+    image.fill(Qt::white);
+    QPainter painter(&image);
+    RowLayout layout(text, rowAt(text, 0), style());
+    layout.draw(painter, {0, 0}, {0, kImageWidth}, {},
+                {Qt::darkGreen, Qt::darkGray, Qt::white, Qt::lightGray, Qt::blue});
+    painter.end();
+    for (const qsizetype offset : {1, 69}) {
+        QColor darkest = Qt::white;
+        for (int x = static_cast<int>(layout.xOf(offset)); x < static_cast<int>(layout.xOf(offset + 1)); ++x) {
+            for (int y = 0; y < image.height(); ++y) {
+                darkest = std::min(darkest, image.pixelColor(x, y),
+                                   [](const QColor &one, const QColor &other) { return one.red() < other.red(); });
+            }
+        }
+        EXPECT_LT(darkest.red(), 60) << offset;
+        EXPECT_GT(darkest.green(), 100) << offset;
+    }
+}
+
 TEST(RowLayout, RowThatGoesOnEndsWithAnEllipsis)
 {
     const QString divided = u" "_s.repeated(2 * kRowUnits - 1) + u"xyz"_s.repeated(kRowUnits);
