@@ -192,9 +192,7 @@ std::optional<QByteArray> SettingsFile::read()
         return errno == ENOENT ? std::make_optional<QByteArray>() : notTaken(path, std::strerror(errno));
     }
     former = std::move(opened);
-    if (::fstat(former.get(), &formerStatus) != 0) {
-        return notTaken(path, std::strerror(errno));
-    }
+    ::fstat(former.get(), &formerStatus); // Where that fails, it is not what is there at last.
     std::optional<QByteArray> content = contentsOfRegularFile(former, QFile::decodeName(path.c_str()), kLongestContent);
     return content ? std::move(content) : notTaken(path, "it cannot be read as a whole, or has more than 64 KiB");
 }

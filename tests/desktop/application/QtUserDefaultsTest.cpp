@@ -258,7 +258,8 @@ void looked(struct stat &status)
     }
 }
 
-/// The errors that flock(2) and fsync(2) give in place of what they do; 0 where they do it.
+/// The errors that readlinkat(2), flock(2) and fsync(2) give in place of what they do; 0 where they do it.
+int errorOfLinks = 0;
 int errorOfLocks = 0;
 int errorOfSyncs = 0;
 int locksTried = 0;
@@ -317,6 +318,12 @@ int fstat(int file, struct stat *status) noexcept
 uid_t geteuid() noexcept
 {
     return scriptedOwners ? scriptedOwners->process : static_cast<uid_t>(::syscall(SYS_geteuid));
+}
+
+ssize_t readlinkat(int folder, const char *path, char *target, size_t size) noexcept
+{
+    errno = errorOfLinks;
+    return errorOfLinks != 0 ? -1 : static_cast<ssize_t>(::syscall(SYS_readlinkat, folder, path, target, size));
 }
 
 int flock(int file, int operation) noexcept
@@ -1740,4 +1747,17 @@ TEST_F(UserDefaultsTest, ThatOthersMayLeadRootElsewhereIsSaid)
     EXPECT_EQ(LogLines::text(),
               u"korvale.settings: \"%1/.config/Korvale/CrashReporter.conf\" is not taken: "
               u"from root's home on, it is not root's alone"_s.arg(home.path()));
+}
+
+TEST_F(UserDefaultsTest, WhyALinkCannotBeReadIsSaid)
+{
+    write(user.filePath(u"settings"_s), "[General]\ncrashSubmissionCount=3\n");
+    QDir().mkpath(folder());
+    ASSERT_TRUE(QFile::link(user.filePath(u"settings"_s), path()));
+    const ErrorScope scripted(errorOfLinks, EIO);
+    const LogLines log(u"korvale.settings.info=true"_s);
+
+    StoredDefaults().synchronize();
+
+    EXPECT_EQ(LogLines::text(), u"korvale.settings: \"%1\" is not taken: Input/output error"_s.arg(path()));
 }
