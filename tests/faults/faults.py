@@ -23,6 +23,7 @@ import network  # noqa: E402
 import network_world  # noqa: E402
 import settings  # noqa: E402
 from situation import NOT_REACHED, Result, ends_of, result_of, words  # noqa: E402
+from trial.waiting import WaitedInVain  # noqa: E402
 
 GROUPS = (*network.GROUPS, *files.GROUPS, *settings.GROUPS, *ends.GROUPS, *calls.GROUPS)
 # More than there are processors: most rows wait most of their time.
@@ -75,7 +76,8 @@ def work(options):
             try:
                 result = result_of(row.end, worlds[group.world].run(row), time.monotonic() - begun)
             except Exception as error:  # a row that could not be tried is one that differs
-                result = Result([], [], 0.0, 0, [f"{type(error).__name__}: {error}"], [])
+                late = isinstance(error, WaitedInVain)
+                result = Result([], [], 0.0, 0, [f"{type(error).__name__}: {error}"], [], late=late)
             print(json.dumps(dataclasses.asdict(result)), flush=True)
     finally:
         base.close()

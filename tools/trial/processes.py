@@ -55,12 +55,17 @@ class Started:
 
     def exit_status(self, seconds=20):
         """The exit status once the process has ended by itself."""
+        self.wait_until(lambda: not self.is_running(), f"{self.name} to end", seconds)
+        return self.process.returncode
+
+    def wait_until(self, condition, what, seconds):
+        """Waits for what the process is to do; in vain, it says where each of its threads stands instead."""
         try:
-            wait_until(lambda: not self.is_running(), f"{self.name} to end", seconds)
+            return wait_until(condition, what, seconds)
         except WaitedInVain as vain:
             where = "; ".join(places_of(self.pid))
-            raise WaitedInVain(f"{vain}, whose threads stand at {where}. It said: {self.errors()}") from vain
-        return self.process.returncode
+            raise WaitedInVain(
+                f"{vain}; the threads of {self.name} stand at {where}. It said: {self.errors()}") from vain
 
     def end(self):
         if self.is_running():

@@ -2,10 +2,11 @@
 
 import os
 import re
+import subprocess
 
 from trial.processes import ORDINARY_USER, Started
 from trial.screen import Screen
-from trial.waiting import wait_until
+from trial.waiting import WaitedInVain, wait_until
 
 # What the runtime of a sanitized program reads.
 INSTRUMENTATION = ("ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS")
@@ -47,7 +48,11 @@ class Program:
             if not self.process.is_running():
                 raise RuntimeError(f"the program ended with {self.process.process.returncode}: {self.errors()}")
             return self.screen.find("Report Crash", required=False) is not None
-        wait_until(is_shown, "the report window", seconds)
+        try:
+            self.process.wait_until(is_shown, "the report window", seconds)
+        except WaitedInVain as vain:
+            raise WaitedInVain(f"{vain} The bus knows {self.screen.known_to_the_bus()}, the display shows "
+                               f"{self.windows_on_display()}.") from vain
         return self
 
     def headline(self):
@@ -108,6 +113,11 @@ class Program:
         """Waits for the display to show the window, of which the accessibility bus may tell before."""
         return self.desktop.tool("xdotool", "search", "--sync", "--onlyvisible", "--pid", str(self.pid),
                                  "--name", "Korvale Crash Reporter").split()[0]
+
+    def windows_on_display(self):
+        """The numbers of the process's visible windows, if any, as the display server has them."""
+        return subprocess.run(["xdotool", "search", "--onlyvisible", "--pid", str(self.pid)],
+                              env=self.desktop.environment(), capture_output=True, text=True, timeout=30).stdout.split()
 
     def geometry(self):
         """x, y of the window's content on screen, and its width and height."""

@@ -93,6 +93,17 @@ class Screen:
         except GLib.Error:
             return []
 
+    @staticmethod
+    def known_to_the_bus():
+        """The number of each process that shows its controls, and how many windows it has told of."""
+        known = []
+        for candidate in children(Atspi.get_desktop(0)):
+            try:
+                known.append((candidate.get_process_id(), candidate.get_child_count()))
+            except GLib.Error as error:
+                known.append(str(error))
+        return known
+
     def count_windows(self):
         """How many windows the program has told of, whether they are on screen or not; 0 while it cannot be asked."""
         try:
