@@ -473,6 +473,17 @@ TEST_F(UserDefaultsTest, AFileThatIsNoSettingsFileIsReplacedByOne)
     EXPECT_EQ(StoredDefaults().integerForKey(kCount), 1);
 }
 
+TEST_F(UserDefaultsTest, ALineThatTheToolkitTakesForNoneDoesNotStopTheCount)
+{
+    write(path(), "\"crashSubmissionCount=5\"\n");
+    StoredDefaults defaults;
+
+    defaults.setIntegerForKey(1, kCount);
+    defaults.synchronize();
+
+    EXPECT_EQ(stored(), "[General]\ncrashSubmissionCount=1\n");
+}
+
 TEST_F(UserDefaultsTest, WhatTheToolkitWouldNotWriteAgainDoesNotStopTheCount)
 {
     for (const char *content : {"; limits=none\n", "[General]\n=5\ncrashSubmissionCount=3\n",

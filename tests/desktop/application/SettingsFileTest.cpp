@@ -193,6 +193,16 @@ TEST_F(SettingsFileTest, OfAFolderThatIsNotThereYetNothingIsSaid)
     EXPECT_EQ(LogLines::text(), QString());
 }
 
+TEST_F(SettingsFileTest, ThatANameIsLongerThanAnyIsSaid)
+{
+    const QString tooLong = folder.filePath(QString(256, u'x'));
+    const LogLines log(kRules);
+
+    EXPECT_FALSE(SettingsFile::at(tooLong));
+
+    EXPECT_EQ(LogLines::text(), u"korvale.settings: \"%1\" is not taken: File name too long"_s.arg(tooLong));
+}
+
 TEST_F(SettingsFileTest, WhereALinkLeadsIsSaidWithItsFolder)
 {
     ASSERT_TRUE(QFile::link(u"sub/other.conf"_s, path()));

@@ -164,6 +164,13 @@ TEST(AnswerHead, HasAClearLengthWhenThereIsOneNumberOrNone)
     EXPECT_TRUE(headOf(200, {"Content-Length: 05", ""}).isClear());
 }
 
+TEST(AnswerHead, NeedsNoBlankBehindAColon)
+{
+    EXPECT_TRUE(headOf(200, {"Content-Length:0", ""}).isClear());
+    EXPECT_FALSE(headOf(200, {"Content-Length:5", "Content-Length:15", ""}).isClear());
+    EXPECT_TRUE(headOf(200, {"Transfer-Encoding:chunked", ""}).isChunked());
+}
+
 TEST(AnswerHead, IsClearOnlyInTheProtocolThatIsSpoken)
 {
     for (const char *line : {"http/1.1 200 OK\r\n", "HTTP/x.y 200 OK\r\n", "HTTP/2 200 OK\r\n", "HTTP/2.0 200 OK\r\n",
