@@ -170,7 +170,7 @@ class Attempt:
             if not self.is_running():
                 return "ended"
             return self.program.screen.find("Report Crash", required=False)
-        if self.program.process.wait_until(has_come, "the window or the end", PATIENCE) == "ended":
+        if self.program.wait_until(has_come, "the window or the end", PATIENCE) == "ended":
             return False
         self.form = Form(self.program.screen)
         return True

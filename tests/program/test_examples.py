@@ -42,6 +42,10 @@ class Orphan:
     def is_running(self):
         return os.path.exists(f"/proc/{self.pid}/exe")
 
+    @staticmethod
+    def errors():
+        return "nothing that is kept: its standard error is the null device"
+
     def environment(self):
         return read(f"/proc/{self.pid}/environ").split(b"\0")
 

@@ -55,17 +55,11 @@ class Started:
 
     def exit_status(self, seconds=20):
         """The exit status once the process has ended by itself."""
-        self.wait_until(lambda: not self.is_running(), f"{self.name} to end", seconds)
-        return self.process.returncode
-
-    def wait_until(self, condition, what, seconds):
-        """Waits for what the process is to do; in vain, it says where each of its threads stands instead."""
         try:
-            return wait_until(condition, what, seconds)
+            wait_until(lambda: not self.is_running(), f"{self.name} to end", seconds)
         except WaitedInVain as vain:
-            where = "; ".join(places_of(self.pid))
-            raise WaitedInVain(
-                f"{vain}; the threads of {self.name} stand at {where}. It said: {self.errors()}") from vain
+            raise WaitedInVain(f"{vain}, which {standing(self)}") from vain
+        return self.process.returncode
 
     def end(self):
         if self.is_running():
@@ -75,6 +69,11 @@ class Started:
             except subprocess.TimeoutExpired:
                 self.process.kill()
         self.process.wait()
+
+
+def standing(process):
+    """Where each thread of a process stands, and what the process has said."""
+    return f"stands at {'; '.join(places_of(process.pid))}. It said: {process.errors()}"
 
 
 def places_of(pid):

@@ -4,7 +4,7 @@ import os
 import re
 import subprocess
 
-from trial.processes import ORDINARY_USER, Started
+from trial.processes import ORDINARY_USER, Started, standing
 from trial.screen import Screen
 from trial.waiting import WaitedInVain, wait_until
 
@@ -40,6 +40,15 @@ class Program:
     def end(self):
         self.process.end()
 
+    def wait_until(self, condition, what, seconds):
+        """Waits for what the program is to do; in vain, it says all that can be seen of the program instead."""
+        try:
+            return wait_until(condition, what, seconds)
+        except WaitedInVain as vain:
+            raise WaitedInVain(
+                f"{vain}; the program {standing(self)} The bus knows {self.screen.known_to_the_bus()}, "
+                f"the display shows {self.windows_on_display()}.") from vain
+
     # The window
 
     def wait_for_window(self, seconds=20):
@@ -48,11 +57,7 @@ class Program:
             if not self.process.is_running():
                 raise RuntimeError(f"the program ended with {self.process.process.returncode}: {self.errors()}")
             return self.screen.find("Report Crash", required=False) is not None
-        try:
-            self.process.wait_until(is_shown, "the report window", seconds)
-        except WaitedInVain as vain:
-            raise WaitedInVain(f"{vain} The bus knows {self.screen.known_to_the_bus()}, the display shows "
-                               f"{self.windows_on_display()}.") from vain
+        self.wait_until(is_shown, "the report window", seconds)
         return self
 
     def headline(self):

@@ -5,6 +5,8 @@ import gi
 gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi, GLib  # noqa: E402 (the version has to be chosen first)
 
+from trial.waiting import WaitedInVain, wait_until  # noqa: E402 (in its place among the imports)
+
 DEFAULT_BUTTON = "OK"
 CALL_TIMEOUT_MS = 10_000
 
@@ -119,16 +121,22 @@ class Screen:
     # Controls of the report window
 
     def find(self, name, required=True):
-        """The control of that accessible name."""
+        """The control of that accessible name; a required one is waited for, since the display may show a window
+        before the bus has told of its controls."""
+        if not required:
+            return self.found(name)
+        try:
+            return wait_until(lambda: self.found(name), f"the control {name!r}")
+        except WaitedInVain as vain:
+            raise NoSuchControl(f"{vain}; there are {self.names()}") from vain
+
+    def found(self, name):
         window = self.report_window()
         try:
             candidates = descendants(window) if window else ()
-            found = next((control for control in candidates if self.is_named(control, name)), None)
+            return next((control for control in candidates if self.is_named(control, name)), None)
         except GLib.Error:
-            found = None
-        if found is None and required:
-            raise NoSuchControl(f"no control is named {name!r}; there are {self.names()}")
-        return found
+            return None
 
     @staticmethod
     def is_named(control, name):
